@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# Developer entry point: sets the machine up (Debian packages), builds, and runs things.
+#
+#   ./dev.sh test              build and run the whole test suite
+#   ./dev.sh test --sanitize   the same, built with AddressSanitizer and UndefinedBehaviorSanitizer
+#   ./dev.sh build             build only (build/)
+#   ./dev.sh bench             build and run the benchmarks (figures as ratios against a baseline)
+#   ./dev.sh deps              install the Debian packages the project needs
+set -euo pipefail
+cd "$(dirname "$0")"
+
+PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev sqlite3
+          unixodbc-dev odbc-postgresql postgresql libcli11-dev nlohmann-json3-dev libasio-dev)
+
+say() { printf '\033[1m==> %s\033[0m\n' "$*" >&2; }
+
+deps() {
+  local missing=()
+  for p in "${PACKAGES[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  say "installing Debian packages: ${missing[*]}"
+  local sudo=""
+  [ "$(id -u)" -ne 0 ] && sudo="sudo"
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+build() {  # build DIR [cmake options...]
+  local dir=$1; shift
+  deps
+  if [ ! -f "$dir/build.ninja" ]; then
+    say "configuring $dir"
+    cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
+  fi
+  say "building $dir"
+  cmake --build "$dir" -- -j"$(nproc)"
+}
+
+cmd=${1:-test}
+shift || true
+case "$cmd" in
+  deps) deps ;;
+  build) build build ;;
+  test)
+    dir=build
+    opts=()
+    if [ "${1:-}" = "--sanitize" ]; then
+      dir=build-sanitize
+      opts=(-DHALQVANTOR_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug)
+      export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
+      export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+    fi
+    build "$dir" "${opts[@]}"
+    say "running the tests ($dir)"
+    ctest --test-dir "$dir" --output-on-failure -j"$(nproc)"
+    ;;
+  bench)
+    build build
+    for b in build/bench/*_bench; do
+      [ -x "$b" ] || continue
+      say "$(basename "$b")"
+      "$b"
+    done
+    ;;
+  *)
+    echo "usage: ./dev.sh {test [--sanitize]|build|bench|deps}" >&2
+    exit 2
+    ;;
+esac

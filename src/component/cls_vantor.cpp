@@ -1,0 +1,66 @@
+#include "halqvantor/clsVantor.h"
+
+#include <exception>
+
+#include "component/debug_log.h"
+#include "component/vantor_impl.h"
+#include "link/frm_comm.h"
+
+namespace halqvantor {
+
+clsVantor::Impl::Impl(clsVantor& owner) : self(owner), form(frmComm::ForThisThread()), LineBreak("\r\n") {}
+
+void clsVantor::Impl::WriteLog(std::string_view text) const {
+  WriteLogLine(self.strDebugLogPath, self.strSessionID, text);
+}
+
+clsVantor::clsVantor() : impl_(std::make_unique<Impl>(*this)) {}
+
+clsVantor::~clsVantor() { impl_->Terminate(); }
+
+void clsVantor::Impl::Terminate() {
+  // An object that never took a slot has nothing to give back.
+  if (SlotIndex < 1) return;
+  try {
+    platform::Socket& socket = form.ctlWinsock(SlotIndex);
+    if (socket.State() != platform::kSckClosed) socket.Close();
+    form.SetBusy(SlotIndex, false);
+    WriteLog("Winsock-Instanz " + std::to_string(SlotIndex) + " wieder freigegeben.");
+    WriteLog("Sitzung beendet.");
+  } catch (const std::exception&) {
+    // The end of an object reports nothing to anybody.
+  }
+}
+
+void clsVantor::OnStartPage(std::shared_ptr<ScriptingContext> PassedScriptingContext) {
+  impl_->context = std::move(PassedScriptingContext);
+  impl_->request = impl_->context ? impl_->context->Request() : nullptr;
+}
+
+void clsVantor::OnEndPage() {
+  impl_->request.reset();
+  impl_->context.reset();
+}
+
+void clsVantor::Init(const Variant& blnDBInit) {
+  Impl& d = *impl_;
+  try {
+    bool db_init = false;
+    if (!blnDBInit.IsMissing()) db_init = blnDBInit.ToBoolean();
+    d.SlotIndex = d.form.GetFreeWinsockInstance();
+    d.WriteLog("Neue Sitzung initiiert mit SessionID " + strSessionID + ".");
+    d.WriteLog("Freie/neue Winsock-Instanz " + std::to_string(d.SlotIndex) + " ermittelt.");
+    platform::Socket& socket = d.form.ctlWinsock(d.SlotIndex);
+    socket.Protocol = 0;
+    socket.RemoteHost = strREMOTEHOST;
+    socket.RemotePort = lngREMOTEPORT;
+    socket.LocalPort = 0;
+    d.form.SetDebugLogPath(d.SlotIndex, strDebugLogPath);
+    d.form.SetSessionID(d.SlotIndex, strSessionID);
+    (void)db_init;  // the user database is opened here once it has a backend
+  } catch (const std::exception& e) {
+    d.WriteLog(GeneralFailureLine("Init", e));
+  }
+}
+
+}  // namespace halqvantor

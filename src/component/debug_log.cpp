@@ -1,0 +1,56 @@
+#include "component/debug_log.h"
+
+#include "platform/clock.h"
+#include "platform/files.h"
+
+namespace halqvantor {
+
+std::string LogFilePath(std::string_view folder, std::string_view session_id) {
+  if (folder.empty()) return "";
+  std::string name(session_id);
+  name += ".LOG";
+  if (!platform::IsPlainFileName(name)) return "";
+  return platform::JoinPath(folder, name);
+}
+
+void WriteLogLine(std::string_view folder, std::string_view session_id, std::string_view text) {
+  const std::string path = LogFilePath(folder, session_id);
+  if (path.empty()) return;
+  const platform::LocalDateTime now = platform::CurrentClock().Now();
+  std::string line = platform::FormatDate(now.date);
+  line += ' ';
+  line += platform::FormatTime(now.hour, now.minute, now.second);
+  line += "   ";
+  line += text;
+  line += "\r\n";
+  // The log is a diagnostic aid: a line that cannot be written is dropped without a word.
+  (void)platform::CurrentFileSystem().AppendToFile(path, line);
+}
+
+}  // namespace halqvantor
+
+#include <new>
+
+#include "halqvantor/RuntimeError.h"
+
+namespace halqvantor {
+
+std::string GeneralFailureLine(std::string_view function, const std::exception& error) {
+  int32_t number = 5;
+  std::string text;
+  if (const auto* runtime = dynamic_cast<const RuntimeError*>(&error)) {
+    number = runtime->number();
+    text = runtime->description();
+  } else if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) {
+    number = 7;
+    text = RuntimeError::StandardText(7);
+  } else {
+    text = error.what();
+  }
+  std::string line = "Allgemeiner Fehler in Funktion '";
+  line += function;
+  line += "': " + std::to_string(number) + " - " + text + ".";
+  return line;
+}
+
+}  // namespace halqvantor

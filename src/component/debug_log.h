@@ -1,0 +1,29 @@
+#pragma once
+
+// One debug-log line: folder + "/" + session id + ".LOG", opened for appending, one line of
+// "DD.MM.YYYY hh:mm:ss" + three blanks + text + CR LF (UTF-8), closed again. An empty folder turns logging
+// off. A folder that does not exist, a session id that would name a file outside the folder, or a file
+// that cannot be written costs the line and nothing else.
+
+#include <string>
+#include <string_view>
+
+namespace halqvantor {
+
+void WriteLogLine(std::string_view folder, std::string_view session_id, std::string_view text);
+
+// The file a line goes to ("" when logging is off or the session id is not a plain file name part).
+std::string LogFilePath(std::string_view folder, std::string_view session_id);
+
+}  // namespace halqvantor
+
+#include <exception>
+
+namespace halqvantor {
+
+// The line of a catch-all failure handler: "Allgemeiner Fehler in Funktion '" + function + "': " + number +
+// " - " + text + "." A RuntimeError gives its own number and text; any other exception counts as error 5
+// (7 for an allocation failure).
+std::string GeneralFailureLine(std::string_view function, const std::exception& error);
+
+}  // namespace halqvantor

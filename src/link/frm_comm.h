@@ -1,0 +1,95 @@
+#pragma once
+
+// frmComm: the table of connection slots of one thread. A slot n is the socket ctlWinsock(n), the sorted
+// list lstSort(n) and the state record SlotState(n) together. Slot numbers start at 1 (element 0 of both
+// control arrays exists from the start and is never handed out); a freed slot is reused, lowest number
+// first, and keeps its socket, list, last response, counters and log settings until its next owner
+// overwrites them. At most 32767 slots exist.
+//
+// Each thread has its own form (ForThisThread), as objects of one page thread share one; an object uses the
+// form of the thread that created it.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <deque>
+#include <vector>
+
+#include "platform/socket.h"
+#include "platform/sorted_list.h"
+
+namespace halqvantor {
+
+struct SlotState {
+  bool Busy = false;            // owned by a live component object
+  std::string Mode;             // reception mode of the current request: "STRING" or "BYTE"
+  bool Ready = false;           // the awaited step finished: connected, or the whole reply received
+  std::string Response;         // collected reply payload in string mode (UTF-8)
+  std::string WinsockError;     // error text of the last socket or reception failure; "" when none
+  int32_t BytesToReceive = 0;   // payload length announced by the reply (or set by the caller in byte mode)
+  int32_t BytesReceived = 0;    // payload bytes received so far
+  uint8_t File = 0;             // number of the open file that byte-mode reception writes to
+  std::string DebugLogPath;     // log folder of the owner
+  std::string SessionID;        // session id of the owner; names the log file
+};
+
+class frmComm {
+ public:
+  // The form of the calling thread, created on first use; it lives as long as the thread.
+  static frmComm& ForThisThread();
+
+  frmComm();
+  frmComm(const frmComm&) = delete;
+  frmComm& operator=(const frmComm&) = delete;
+
+  int32_t SlotCount() const { return slot_count_; }
+
+  // The lowest slot that is not Busy, loading a new one when all are taken; marks it Busy. Raises 6 when
+  // 32767 slots are taken.
+  int32_t GetFreeWinsockInstance();
+
+  // Accessors of the state record; a slot outside 1 .. SlotCount raises 9 (subscript out of range).
+  void SetBusy(int32_t slot, bool value);
+  void SetMode(int32_t slot, std::string value);
+  void SetReady(int32_t slot, bool value);
+  void SetResponse(int32_t slot, std::string value);
+  void SetWinsockError(int32_t slot, std::string value);
+  void SetBytesToReceive(int32_t slot, int32_t value);
+  void SetBytesReceived(int32_t slot, int32_t value);
+  void SetFile(int32_t slot, uint8_t value);
+  void SetDebugLogPath(int32_t slot, std::string value);
+  void SetSessionID(int32_t slot, std::string value);
+  bool GetBusy(int32_t slot) const;
+  const std::string& GetMode(int32_t slot) const;
+  bool GetReady(int32_t slot) const;
+  const std::string& GetResponse(int32_t slot) const;
+  const std::string& GetWinsockError(int32_t slot) const;
+  int32_t GetBytesToReceive(int32_t slot) const;
+  int32_t GetBytesReceived(int32_t slot) const;
+  uint8_t GetFile(int32_t slot) const;
+  const std::string& GetDebugLogPath(int32_t slot) const;
+  const std::string& GetSessionID(int32_t slot) const;
+
+  // The whole record, for code that works on several fields at once (reception appends to Response).
+  SlotState& State(int32_t slot);
+
+  // The slot's socket and sorted list; element 0 exists too. An index outside 0 .. SlotCount raises 9.
+  platform::Socket& ctlWinsock(int32_t slot);
+  platform::SortedList& lstSort(int32_t slot);
+
+  // One debug-log line into the slot's own log folder and session file.
+  void WriteSlotLog(int32_t slot, std::string_view text) const;
+
+ private:
+  const SlotState& Record(int32_t slot) const;
+  SlotState& Record(int32_t slot);
+  void LoadElement();
+
+  int32_t slot_count_ = 0;
+  std::deque<SlotState> slots_;  // index 0 unused; a deque keeps references stable as slots load
+  std::vector<std::unique_ptr<platform::Socket>> sockets_;
+  std::deque<platform::SortedList> lists_;
+};
+
+}  // namespace halqvantor

@@ -1,0 +1,37 @@
+#pragma once
+
+// The sorted list of a connection slot: items of text and item data, kept in the order of their texts
+// compared without regard to case (capitals of the Windows-1252 letters). Items whose texts compare equal
+// keep the order in which they were added. Adding is O(1); the list is sorted once, stably, when it is read
+// after adds, so filling and reading n items costs O(n log n).
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace halqvantor::platform {
+
+class SortedList {
+ public:
+  void Clear();
+  void AddItem(std::string text, int32_t item_data);
+  int32_t ListCount() const { return static_cast<int32_t>(items_.size()); }
+  // Text and item data of the item at a 0-based index of the sorted order; an index outside the list
+  // raises 9 (subscript out of range).
+  const std::string& List(int32_t index);
+  int32_t ItemData(int32_t index);
+
+ private:
+  struct Item {
+    std::string key;  // the text in capitals, compared by code points
+    std::string text;
+    int32_t item_data;
+  };
+  void SortIfNeeded();
+  const Item& At(int32_t index);
+
+  std::vector<Item> items_;
+  bool sorted_ = true;
+};
+
+}  // namespace halqvantor::platform

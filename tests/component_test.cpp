@@ -1,0 +1,172 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "component/debug_log.h"
+#include "component/vantor_impl.h"
+#include "halqvantor/clsVantor.h"
+#include "link/frm_comm.h"
+#include "support/fake_clock.h"
+#include "support/temp_dir.h"
+
+namespace halqvantor {
+namespace {
+
+using testing::FakeClock;
+using testing::ReadFile;
+using testing::ReadLines;
+using testing::TempDir;
+
+// Runs `body` on a new thread, which starts with a slot table of its own, as a fresh process would.
+template <typename F>
+void OnFreshThread(F body) {
+  std::thread t(body);
+  t.join();
+}
+
+TEST(ComponentObject, PropertiesStartEmpty) {
+  clsVantor v;
+  EXPECT_EQ(v.strREMOTEHOST, "");
+  EXPECT_EQ(v.lngREMOTEPORT, 0);
+  EXPECT_EQ(v.lngREQUESTTIMEOUT, 0);
+  EXPECT_EQ(v.strSessionID + v.strEASYPwd + v.strEASYUser + v.strBlobPathLocal + v.strBlobPathRemote +
+                v.strDBConnect + v.strDebugLogPath + v.strChangeFileExt,
+            "");
+  EXPECT_EQ(VantorAccess::Of(v).LineBreak, "\r\n");
+  EXPECT_EQ(VantorAccess::Of(v).SlotIndex, 0);
+}
+
+TEST(ComponentObject, FirstObjectLogsItsLifeInFourLines) {
+  TempDir dir;
+  FakeClock clock({{2002, 11, 15}, 14, 3, 7});
+  OnFreshThread([&] {
+    auto v = std::make_unique<clsVantor>();
+    v->strDebugLogPath = dir.path();
+    v->strSessionID = "S1";
+    v->strREMOTEHOST = "gateway.example";
+    v->lngREMOTEPORT = 4711;
+    v->Init();
+    EXPECT_EQ(VantorAccess::Of(*v).SlotIndex, 1);
+    platform::Socket& socket = frmComm::ForThisThread().ctlWinsock(1);
+    EXPECT_EQ(socket.RemoteHost, "gateway.example");
+    EXPECT_EQ(socket.RemotePort, 4711);
+    EXPECT_EQ(socket.Protocol, 0);
+    EXPECT_EQ(socket.LocalPort, 0);
+    EXPECT_EQ(socket.State(), platform::kSckClosed);  // Init does not connect
+    clock.AdvanceSeconds(1);
+    v.reset();
+    EXPECT_FALSE(frmComm::ForThisThread().GetBusy(1));
+  });
+  EXPECT_EQ(ReadLines(dir.File("S1.LOG")),
+            (std::vector<std::string>{"15.11.2002 14:03:07   Neue Sitzung initiiert mit SessionID S1.",
+                                      "15.11.2002 14:03:07   Freie/neue Winsock-Instanz 1 ermittelt.",
+                                      "15.11.2002 14:03:08   Winsock-Instanz 1 wieder freigegeben.",
+                                      "15.11.2002 14:03:08   Sitzung beendet."}));
+  EXPECT_EQ(ReadFile(dir.File("S1.LOG")).substr(0, 64),
+            "15.11.2002 14:03:07   Neue Sitzung initiiert mit SessionID S1.\r\n");
+}
+
+TEST(ComponentObject, LoggingOffTouchesNoFile) {
+  TempDir dir;
+  FakeClock clock;
+  {
+    clsVantor v;
+    v.strSessionID = "S1";
+    v.Init();
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+  // An empty session id names the file ".LOG".
+  {
+    clsVantor v;
+    v.strDebugLogPath = dir.path();
+    v.Init();
+  }
+  EXPECT_EQ(ReadLines(dir.File(".LOG")).size(), 4u);
+}
+
+TEST(ComponentObject, SessionIdChangedAfterInitSplitsTheLog) {
+  TempDir dir;
+  FakeClock clock;
+  OnFreshThread([&] {
+    clsVantor v;
+    v.strDebugLogPath = dir.path();
+    v.strSessionID = "A";
+    v.Init();
+    v.strSessionID = "B";
+    VantorAccess::Of(v).WriteLog("Objekt");
+    frmComm::ForThisThread().WriteSlotLog(VantorAccess::Of(v).SlotIndex, "    Slot");
+  });
+  const auto a = ReadLines(dir.File("A.LOG"));
+  const auto b = ReadLines(dir.File("B.LOG"));
+  ASSERT_EQ(a.size(), 3u);
+  EXPECT_EQ(a[2], "15.11.2002 14:03:07       Slot");  // the slot keeps the id copied by Init
+  ASSERT_EQ(b.size(), 3u);                          // the object's own line and its end
+  EXPECT_EQ(b[0], "15.11.2002 14:03:07   Objekt");
+  EXPECT_EQ(b[2], "15.11.2002 14:03:07   Sitzung beendet.");
+}
+
+TEST(ComponentObject, UnwritableLogChangesNothingButTheLine) {
+  TempDir dir;
+  FakeClock clock;
+  OnFreshThread([&] {
+    clsVantor v;
+    v.strDebugLogPath = dir.File("missing/folder");
+    v.strSessionID = "S";
+    v.Init();
+    EXPECT_EQ(VantorAccess::Of(v).SlotIndex, 1);
+    // A session id that would name a file outside the folder is not followed.
+    v.strDebugLogPath = dir.path();
+    v.strSessionID = "../escape";
+    VantorAccess::Of(v).WriteLog("x");
+    // A folder that is a file: the open fails.
+    testing::WriteFile(dir.File("plain"), "");
+    v.strDebugLogPath = dir.File("plain");
+    v.strSessionID = "S";
+    VantorAccess::Of(v).WriteLog("x");
+  });
+  EXPECT_EQ(std::filesystem::directory_iterator(dir.path())->path().filename(), "plain");
+  EXPECT_FALSE(std::filesystem::exists(std::filesystem::path(dir.path()).parent_path() / "escape.LOG"));
+}
+
+TEST(ComponentObject, InitLogsItsFailuresAndReturns) {
+  TempDir dir;
+  FakeClock clock;
+  OnFreshThread([&] {
+    clsVantor v;
+    v.strDebugLogPath = dir.path();
+    v.strSessionID = "S";
+    v.Init(Variant("kein Wahrheitswert"));
+    EXPECT_EQ(VantorAccess::Of(v).SlotIndex, 0);  // the argument is read before a slot is taken
+    v.Init(Variant(false));
+    EXPECT_EQ(VantorAccess::Of(v).SlotIndex, 1);
+  });
+  const auto lines = ReadLines(dir.File("S.LOG"));
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(lines[0], "15.11.2002 14:03:07   Allgemeiner Fehler in Funktion 'Init': 13 - Type mismatch.");
+}
+
+TEST(ComponentObject, PageContextIsKeptUntilTheEndOfThePage) {
+  auto request = std::make_shared<MemoryPageRequest>(std::vector<uint8_t>{'a', 'b', 'c'});
+  auto context = std::make_shared<MemoryScriptingContext>(request);
+  clsVantor v;
+  v.OnStartPage(context);
+  EXPECT_EQ(VantorAccess::Of(v).context, context);
+  EXPECT_EQ(VantorAccess::Of(v).request, request);
+  v.OnEndPage();
+  EXPECT_EQ(VantorAccess::Of(v).context, nullptr);
+  EXPECT_EQ(VantorAccess::Of(v).request, nullptr);
+  EXPECT_EQ(request->TotalBytes(), 3);
+  EXPECT_EQ(request->BinaryRead(2), (std::vector<uint8_t>{'a', 'b'}));
+  EXPECT_EQ(request->BinaryRead(5), (std::vector<uint8_t>{'c'}));
+}
+
+TEST(GeneralFailure, LineCarriesNumberAndText) {
+  EXPECT_EQ(GeneralFailureLine("CheckLogon", RuntimeError(ErrorNumber::kOverflow)),
+            "Allgemeiner Fehler in Funktion 'CheckLogon': 6 - Overflow.");
+  EXPECT_EQ(GeneralFailureLine("X", RuntimeError(3021, "Kein Datensatz")),
+            "Allgemeiner Fehler in Funktion 'X': 3021 - Kein Datensatz.");
+}
+
+}  // namespace
+}  // namespace halqvantor

@@ -1,0 +1,125 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "halqvantor/Variant.h"
+#include "platform/clock.h"
+#include "platform/cp1252.h"
+#include "platform/sorted_list.h"
+#include "platform/vb_runtime.h"
+
+namespace halqvantor {
+namespace {
+
+int ErrorOf(auto call) {
+  try {
+    call();
+  } catch (const RuntimeError& e) {
+    return e.number();
+  }
+  return 0;
+}
+
+TEST(Variant, ConversionsRoundHalfToEvenAndCheckRanges) {
+  EXPECT_EQ(Variant(2.5).ToInteger(), 2);
+  EXPECT_EQ(Variant(3.5).ToInteger(), 4);
+  EXPECT_EQ(Variant(-2.5).ToLong(), -2);
+  EXPECT_EQ(Variant(" 12 ").ToLong(), 12);
+  EXPECT_EQ(Variant("1.5").ToInteger(), 2);
+  EXPECT_EQ(Variant("&HFF").ToInteger(), 255);
+  EXPECT_EQ(Variant("&HFFFF").ToInteger(), -1);
+  EXPECT_EQ(Variant("&O17").ToInteger(), 15);
+  EXPECT_EQ(Variant("1e3").ToLong(), 1000);
+  EXPECT_EQ(Variant(true).ToInteger(), -1);
+  EXPECT_EQ(Variant("True").ToInteger(), -1);
+  EXPECT_EQ(Variant().ToLong(), 0);
+  EXPECT_EQ(ErrorOf([] { Variant(int32_t{32768}).ToInteger(); }), 6);
+  EXPECT_EQ(ErrorOf([] { Variant(256.0).ToByte(); }), 6);
+  EXPECT_EQ(ErrorOf([] { Variant("12abc").ToLong(); }), 13);
+  EXPECT_EQ(ErrorOf([] { Variant("").ToLong(); }), 13);
+  EXPECT_EQ(ErrorOf([] { Variant("&O19").ToInteger(); }), 13);
+  EXPECT_EQ(ErrorOf([] { Variant::null().ToString(); }), 13);
+  EXPECT_EQ(ErrorOf([] { Variant::missing().ToLong(); }), 13);
+}
+
+TEST(Variant, TextFormsOfValues) {
+  EXPECT_EQ(Variant(int16_t{-1}).ToString(), "-1");
+  EXPECT_EQ(Variant(int32_t{123456}).ToString(), "123456");
+  EXPECT_EQ(Variant(1.5).ToString(), "1.5");
+  EXPECT_EQ(Variant(1e20).ToString(), "1E+20");
+  EXPECT_EQ(Variant(false).ToString(), "False");
+  EXPECT_EQ(Variant(uint8_t{200}).ToString(), "200");
+  EXPECT_EQ(Variant::date(platform::ToAutomationDate({{2026, 11, 15}, 0, 0, 0})).ToString(), "15.11.2026");
+  EXPECT_EQ(Variant::date(platform::ToAutomationDate({{2026, 11, 15}, 8, 5, 0})).ToString(),
+            "15.11.2026 08:05:00");
+  // Same value, different type: not equal.
+  EXPECT_FALSE(Variant(int16_t{1}) == Variant(int32_t{1}));
+  EXPECT_TRUE(Variant("a") == Variant(std::string("a")));
+}
+
+TEST(CodePage, EveryByteSurvivesTheRoundTrip) {
+  std::string all;
+  for (int b = 0; b < 256; ++b) all.push_back(static_cast<char>(b));
+  const std::string utf8 = platform::Cp1252ToUtf8(all);
+  EXPECT_EQ(platform::Utf8ToCp1252(utf8), all);
+  EXPECT_EQ(platform::Cp1252ToUtf8("\x80\xE4"), "€ä");
+  EXPECT_EQ(platform::Utf8ToCp1252("a\u4e2db"), "a?b");
+  EXPECT_EQ(platform::Utf8ToCp1252("a\xC3"), "a?");  // a truncated sequence
+  EXPECT_EQ(platform::Utf8ToCp1252("\xE2\x82"), "??");
+}
+
+TEST(VbStrings, CountCharactersNotBytes) {
+  const std::string s = "äbc€d";
+  EXPECT_EQ(vb::Len(s), 5);
+  EXPECT_EQ(vb::Left(s, 2), "äb");
+  EXPECT_EQ(vb::Right(s, 2), "€d");
+  EXPECT_EQ(vb::Mid(s, 4), "€d");
+  EXPECT_EQ(vb::Mid(s, 2, 2), "bc");
+  EXPECT_EQ(vb::Mid(s, 9, 2), "");
+  EXPECT_EQ(vb::InStr(s, "€"), 4);
+  EXPECT_EQ(vb::InStr(5, s, "€"), 0);
+  EXPECT_EQ(vb::InStr(3, "abc", "c"), 3);
+  EXPECT_EQ(vb::InStr(4, "abc", ""), 4);
+  EXPECT_EQ(vb::InStr(5, "abc", ""), 0);
+  EXPECT_EQ(ErrorOf([] { vb::Mid("abc", 0, 1); }), 5);
+  EXPECT_EQ(ErrorOf([] { vb::InStr(0, "abc", "a"); }), 5);
+  EXPECT_EQ(vb::UCase("äöüßÿšœž abc"), "ÄÖÜßŸŠŒŽ ABC");
+  EXPECT_EQ(vb::LCase("ÄŸ"), "äÿ");
+  EXPECT_EQ(vb::Trim("  a b  "), "a b");
+  EXPECT_EQ(vb::Asc("ä"), 228);
+  EXPECT_EQ(vb::Chr(128), "€");
+  EXPECT_EQ(vb::Oct(98), "142");
+  EXPECT_EQ(vb::Hex(142), "8E");
+}
+
+TEST(SortedList, OrdersWithoutRegardToCaseAndKeepsEqualsInOrder) {
+  platform::SortedList list;
+  list.AddItem("b", 1);
+  list.AddItem("B", 2);
+  list.AddItem("a", 3);
+  list.AddItem("Ä", 4);
+  list.AddItem("ä", 5);
+  ASSERT_EQ(list.ListCount(), 5);
+  const char* texts[] = {"a", "b", "B", "Ä", "ä"};
+  const int32_t data[] = {3, 1, 2, 4, 5};
+  for (int32_t i = 0; i < 5; ++i) {
+    EXPECT_EQ(list.List(i), texts[i]);
+    EXPECT_EQ(list.ItemData(i), data[i]);
+  }
+  EXPECT_EQ(ErrorOf([&] { list.ItemData(5); }), 9);
+  list.Clear();
+  EXPECT_EQ(list.ListCount(), 0);
+}
+
+TEST(Calendar, DaysAndAutomationDates) {
+  EXPECT_EQ(platform::AddDays({2026, 11, 15}, 30), (platform::CivilDate{2026, 12, 15}));
+  EXPECT_EQ(platform::AddDays({2024, 3, 1}, -1), (platform::CivilDate{2024, 2, 29}));
+  EXPECT_EQ(platform::ToAutomationDate({{1899, 12, 30}, 0, 0, 0}), 0.0);
+  EXPECT_EQ(platform::ToAutomationDate({{1900, 1, 1}, 12, 0, 0}), 2.5);
+  EXPECT_EQ(platform::FormatDate({2026, 11, 5}), "05.11.2026");
+  EXPECT_TRUE(platform::IsValidDate(2024, 2, 29));
+  EXPECT_FALSE(platform::IsValidDate(2023, 2, 29));
+}
+
+}  // namespace
+}  // namespace halqvantor

@@ -1,0 +1,25 @@
+#include "support/fake_clock.h"
+
+namespace halqvantor::testing {
+
+FakeClock::FakeClock(platform::LocalDateTime start) : now_(start), previous_(platform::InstallClock(this)) {}
+
+FakeClock::~FakeClock() { platform::InstallClock(previous_ == platform::Clock::Default() ? nullptr : previous_); }
+
+platform::LocalDateTime FakeClock::Now() {
+  ++reads_;
+  if (on_read) on_read(*this);
+  return now_;
+}
+
+void FakeClock::AdvanceSeconds(int64_t seconds) {
+  int64_t total = now_.hour * 3600 + now_.minute * 60 + now_.second + seconds;
+  int64_t days = total >= 0 ? total / 86400 : -((-total + 86399) / 86400);
+  total -= days * 86400;
+  now_.date = platform::AddDays(now_.date, days);
+  now_.hour = static_cast<int>(total / 3600);
+  now_.minute = static_cast<int>(total / 60 % 60);
+  now_.second = static_cast<int>(total % 60);
+}
+
+}  // namespace halqvantor::testing
