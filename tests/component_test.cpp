@@ -30,8 +30,8 @@ TEST(ComponentObject, PropertiesStartEmpty) {
   EXPECT_EQ(v.strREMOTEHOST, "");
   EXPECT_EQ(v.lngREMOTEPORT, 0);
   EXPECT_EQ(v.lngREQUESTTIMEOUT, 0);
-  EXPECT_EQ(v.strSessionID + v.strEASYPwd + v.strEASYUser + v.strBlobPathLocal + v.strBlobPathRemote +
-                v.strDBConnect + v.strDebugLogPath + v.strChangeFileExt,
+  EXPECT_EQ(v.strSessionID + v.strEASYPwd + v.strEASYUser + v.strBlobPathLocal + v.strBlobPathRemote + v.strDBConnect +
+                v.strDebugLogPath + v.strChangeFileExt,
             "");
   EXPECT_EQ(VantorAccess::Of(v).LineBreak, "\r\n");
   EXPECT_EQ(VantorAccess::Of(v).SlotIndex, 0);
@@ -101,7 +101,7 @@ TEST(ComponentObject, SessionIdChangedAfterInitSplitsTheLog) {
   const auto b = ReadLines(dir.File("B.LOG"));
   ASSERT_EQ(a.size(), 3u);
   EXPECT_EQ(a[2], "15.11.2002 14:03:07       Slot");  // the slot keeps the id copied by Init
-  ASSERT_EQ(b.size(), 3u);                          // the object's own line and its end
+  ASSERT_EQ(b.size(), 3u);                            // the object's own line and its end
   EXPECT_EQ(b[0], "15.11.2002 14:03:07   Objekt");
   EXPECT_EQ(b[2], "15.11.2002 14:03:07   Sitzung beendet.");
 }

@@ -7,18 +7,12 @@
 #include "platform/cp1252.h"
 #include "platform/sorted_list.h"
 #include "platform/vb_runtime.h"
+#include "support/errors.h"
 
 namespace halqvantor {
 namespace {
 
-int ErrorOf(auto call) {
-  try {
-    call();
-  } catch (const RuntimeError& e) {
-    return e.number();
-  }
-  return 0;
-}
+using testing::RuntimeErrorNumber;
 
 TEST(Variant, ConversionsRoundHalfToEvenAndCheckRanges) {
   EXPECT_EQ(Variant(2.5).ToInteger(), 2);
@@ -33,13 +27,13 @@ TEST(Variant, ConversionsRoundHalfToEvenAndCheckRanges) {
   EXPECT_EQ(Variant(true).ToInteger(), -1);
   EXPECT_EQ(Variant("True").ToInteger(), -1);
   EXPECT_EQ(Variant().ToLong(), 0);
-  EXPECT_EQ(ErrorOf([] { Variant(int32_t{32768}).ToInteger(); }), 6);
-  EXPECT_EQ(ErrorOf([] { Variant(256.0).ToByte(); }), 6);
-  EXPECT_EQ(ErrorOf([] { Variant("12abc").ToLong(); }), 13);
-  EXPECT_EQ(ErrorOf([] { Variant("").ToLong(); }), 13);
-  EXPECT_EQ(ErrorOf([] { Variant("&O19").ToInteger(); }), 13);
-  EXPECT_EQ(ErrorOf([] { Variant::null().ToString(); }), 13);
-  EXPECT_EQ(ErrorOf([] { Variant::missing().ToLong(); }), 13);
+  EXPECT_EQ(RuntimeErrorNumber([] { Variant(int32_t{32768}).ToInteger(); }), 6);
+  EXPECT_EQ(RuntimeErrorNumber([] { Variant(256.0).ToByte(); }), 6);
+  EXPECT_EQ(RuntimeErrorNumber([] { Variant("12abc").ToLong(); }), 13);
+  EXPECT_EQ(RuntimeErrorNumber([] { Variant("").ToLong(); }), 13);
+  EXPECT_EQ(RuntimeErrorNumber([] { Variant("&O19").ToInteger(); }), 13);
+  EXPECT_EQ(RuntimeErrorNumber([] { Variant::null().ToString(); }), 13);
+  EXPECT_EQ(RuntimeErrorNumber([] { Variant::missing().ToLong(); }), 13);
 }
 
 TEST(Variant, TextFormsOfValues) {
@@ -50,8 +44,7 @@ TEST(Variant, TextFormsOfValues) {
   EXPECT_EQ(Variant(false).ToString(), "False");
   EXPECT_EQ(Variant(uint8_t{200}).ToString(), "200");
   EXPECT_EQ(Variant::date(platform::ToAutomationDate({{2026, 11, 15}, 0, 0, 0})).ToString(), "15.11.2026");
-  EXPECT_EQ(Variant::date(platform::ToAutomationDate({{2026, 11, 15}, 8, 5, 0})).ToString(),
-            "15.11.2026 08:05:00");
+  EXPECT_EQ(Variant::date(platform::ToAutomationDate({{2026, 11, 15}, 8, 5, 0})).ToString(), "15.11.2026 08:05:00");
   // Same value, different type: not equal.
   EXPECT_FALSE(Variant(int16_t{1}) == Variant(int32_t{1}));
   EXPECT_TRUE(Variant("a") == Variant(std::string("a")));
@@ -81,8 +74,8 @@ TEST(VbStrings, CountCharactersNotBytes) {
   EXPECT_EQ(vb::InStr(3, "abc", "c"), 3);
   EXPECT_EQ(vb::InStr(4, "abc", ""), 4);
   EXPECT_EQ(vb::InStr(5, "abc", ""), 0);
-  EXPECT_EQ(ErrorOf([] { vb::Mid("abc", 0, 1); }), 5);
-  EXPECT_EQ(ErrorOf([] { vb::InStr(0, "abc", "a"); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([] { vb::Mid("abc", 0, 1); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([] { vb::InStr(0, "abc", "a"); }), 5);
   EXPECT_EQ(vb::UCase("äöüßÿšœž abc"), "ÄÖÜßŸŠŒŽ ABC");
   EXPECT_EQ(vb::LCase("ÄŸ"), "äÿ");
   EXPECT_EQ(vb::Trim("  a b  "), "a b");
@@ -106,7 +99,7 @@ TEST(SortedList, OrdersWithoutRegardToCaseAndKeepsEqualsInOrder) {
     EXPECT_EQ(list.List(i), texts[i]);
     EXPECT_EQ(list.ItemData(i), data[i]);
   }
-  EXPECT_EQ(ErrorOf([&] { list.ItemData(5); }), 9);
+  EXPECT_EQ(RuntimeErrorNumber([&] { list.ItemData(5); }), 9);
   list.Clear();
   EXPECT_EQ(list.ListCount(), 0);
 }

@@ -1,21 +1,16 @@
+#include "users/text_encoding.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 
 #include "halqvantor/clsVantor.h"
-#include "users/text_encoding.h"
+#include "support/errors.h"
 
 namespace halqvantor {
 namespace {
 
-int ErrorOf(void (*call)()) {
-  try {
-    call();
-  } catch (const RuntimeError& e) {
-    return e.number();
-  }
-  return 0;
-}
+using testing::RuntimeErrorNumber;
 
 TEST(TextEncoding, WorkedValues) {
   EXPECT_EQ(EncodeText("A"), "66");
@@ -62,17 +57,17 @@ TEST(TextEncoding, OddLengthsFollowTheRounding) {
   // L = 5: two pairs at positions 2 and 4; the first character is skipped.
   EXPECT_EQ(DecodeText("Z6866"), "AB");
   // L = 3 and 7: the first position computed is 0, an invalid argument.
-  EXPECT_EQ(ErrorOf([] { DecodeText("866"); }), 5);
-  EXPECT_EQ(ErrorOf([] { DecodeText("6866866"); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([] { DecodeText("866"); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([] { DecodeText("6866866"); }), 5);
 }
 
 TEST(TextEncoding, BadInputRaises) {
-  EXPECT_EQ(ErrorOf([] { DecodeText("6G"); }), 13);  // not hexadecimal
-  EXPECT_EQ(ErrorOf([] { DecodeText("59"); }), 13);  // 89 has a digit that is not octal
-  EXPECT_EQ(ErrorOf([] { DecodeText("00"); }), 5);   // code 0 - 1 is no character
-  EXPECT_EQ(ErrorOf([] { EncodeText(std::string(32768, 'a')); }), 6);
+  EXPECT_EQ(RuntimeErrorNumber([] { DecodeText("6G"); }), 13);  // not hexadecimal
+  EXPECT_EQ(RuntimeErrorNumber([] { DecodeText("59"); }), 13);  // 89 has a digit that is not octal
+  EXPECT_EQ(RuntimeErrorNumber([] { DecodeText("00"); }), 5);   // code 0 - 1 is no character
+  EXPECT_EQ(RuntimeErrorNumber([] { EncodeText(std::string(32768, 'a')); }), 6);
   // Well below that length the 16-bit intermediate overflows: code + position 13816 is octal 32770.
-  EXPECT_EQ(ErrorOf([] { EncodeText(std::string(13751, 'A')); }), 6);
+  EXPECT_EQ(RuntimeErrorNumber([] { EncodeText(std::string(13751, 'A')); }), 6);
   EXPECT_NO_THROW(EncodeText(std::string(13750, 'A')));
   clsVantor v;
   EXPECT_THROW(v.Encode(Variant::null()), RuntimeError);

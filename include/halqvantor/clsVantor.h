@@ -30,17 +30,17 @@ class clsVantor {
   clsVantor& operator=(const clsVantor&) = delete;
 
   // ---- Properties, in interface order; set before Init. All start "" or 0.
-  std::string strREMOTEHOST;       // host name or address of the Vantor-Server
-  int32_t lngREMOTEPORT = 0;       // its TCP port
-  int32_t lngREQUESTTIMEOUT = 0;   // seconds for each wait of a request and for the busy-retry period
-  std::string strSessionID;        // gateway session id; names the debug log file
-  std::string strEASYPwd;          // archive password, sent encoded
-  std::string strEASYUser;         // archive user
-  std::string strBlobPathLocal;    // local blob folder (as the web server sees it)
-  std::string strBlobPathRemote;   // the same folder as the gateway sees it
-  std::string strDBConnect;        // user database connection string
-  std::string strDebugLogPath;     // debug log folder; "" turns logging off
-  std::string strChangeFileExt;    // extension mappings such as "TIF-PDF"
+  std::string strREMOTEHOST;      // host name or address of the Vantor-Server
+  int32_t lngREMOTEPORT = 0;      // its TCP port
+  int32_t lngREQUESTTIMEOUT = 0;  // seconds for each wait of a request and for the busy-retry period
+  std::string strSessionID;       // gateway session id; names the debug log file
+  std::string strEASYPwd;         // archive password, sent encoded
+  std::string strEASYUser;        // archive user
+  std::string strBlobPathLocal;   // local blob folder (as the web server sees it)
+  std::string strBlobPathRemote;  // the same folder as the gateway sees it
+  std::string strDBConnect;       // user database connection string
+  std::string strDebugLogPath;    // debug log folder; "" turns logging off
+  std::string strChangeFileExt;   // extension mappings such as "TIF-PDF"
 
   // ---- Component frame
 

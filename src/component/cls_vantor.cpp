@@ -1,9 +1,8 @@
-#include "halqvantor/clsVantor.h"
-
 #include <exception>
 
 #include "component/debug_log.h"
 #include "component/vantor_impl.h"
+#include "halqvantor/clsVantor.h"
 #include "link/frm_comm.h"
 
 namespace halqvantor {

@@ -18,8 +18,8 @@ class frmComm;
 struct clsVantor::Impl {
   explicit Impl(clsVantor& owner);
 
-  clsVantor& self;    // the public side: the properties
-  frmComm& form;      // the slot table of the thread that created the object
+  clsVantor& self;  // the public side: the properties
+  frmComm& form;    // the slot table of the thread that created the object
 
   int32_t SlotIndex = 0;        // connection slot taken by Init; 0 before Init
   bool RequestPending = false;  // a request exchange is under way

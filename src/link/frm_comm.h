@@ -10,10 +10,10 @@
 // form of the thread that created it.
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <deque>
 #include <vector>
 
 #include "platform/socket.h"
@@ -22,16 +22,16 @@
 namespace halqvantor {
 
 struct SlotState {
-  bool Busy = false;            // owned by a live component object
-  std::string Mode;             // reception mode of the current request: "STRING" or "BYTE"
-  bool Ready = false;           // the awaited step finished: connected, or the whole reply received
-  std::string Response;         // collected reply payload in string mode (UTF-8)
-  std::string WinsockError;     // error text of the last socket or reception failure; "" when none
-  int32_t BytesToReceive = 0;   // payload length announced by the reply (or set by the caller in byte mode)
-  int32_t BytesReceived = 0;    // payload bytes received so far
-  uint8_t File = 0;             // number of the open file that byte-mode reception writes to
-  std::string DebugLogPath;     // log folder of the owner
-  std::string SessionID;        // session id of the owner; names the log file
+  bool Busy = false;           // owned by a live component object
+  std::string Mode;            // reception mode of the current request: "STRING" or "BYTE"
+  bool Ready = false;          // the awaited step finished: connected, or the whole reply received
+  std::string Response;        // collected reply payload in string mode (UTF-8)
+  std::string WinsockError;    // error text of the last socket or reception failure; "" when none
+  int32_t BytesToReceive = 0;  // payload length announced by the reply (or set by the caller in byte mode)
+  int32_t BytesReceived = 0;   // payload bytes received so far
+  uint8_t File = 0;            // number of the open file that byte-mode reception writes to
+  std::string DebugLogPath;    // log folder of the owner
+  std::string SessionID;       // session id of the owner; names the log file
 };
 
 class frmComm {

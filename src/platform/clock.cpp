@@ -1,9 +1,10 @@
 #include "platform/clock.h"
 
-#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+
+#include "platform/installed.h"
 
 namespace halqvantor::platform {
 namespace {
@@ -23,8 +24,6 @@ class SystemClock final : public Clock {
   }
 };
 
-std::atomic<Clock*> g_installed{nullptr};
-
 // 30.12.1899, day 0 of automation dates, counted from 1970-01-01.
 constexpr int64_t kAutomationEpoch = -25569;
 
@@ -40,15 +39,9 @@ Clock* Clock::Default() {
   return &clock;
 }
 
-Clock& CurrentClock() {
-  Clock* clock = g_installed.load(std::memory_order_acquire);
-  return clock != nullptr ? *clock : *Clock::Default();
-}
+Clock& CurrentClock() { return Installed<Clock>::Current(); }
 
-Clock* InstallClock(Clock* clock) {
-  Clock* previous = g_installed.exchange(clock, std::memory_order_acq_rel);
-  return previous != nullptr ? previous : Clock::Default();
-}
+Clock* InstallClock(Clock* clock) { return Installed<Clock>::Install(clock); }
 
 // Howard Hinnant's days-from-civil algorithm.
 int64_t DaysFromCivil(const CivilDate& date) {

@@ -3,8 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
+
+#include "platform/installed.h"
 
 namespace halqvantor::platform {
 namespace {
@@ -30,8 +31,6 @@ class PosixFileSystem final : public FileSystem {
   }
 };
 
-std::atomic<FileSystem*> g_installed{nullptr};
-
 }  // namespace
 
 FileSystem* FileSystem::Default() {
@@ -39,15 +38,9 @@ FileSystem* FileSystem::Default() {
   return &fs;
 }
 
-FileSystem& CurrentFileSystem() {
-  FileSystem* fs = g_installed.load(std::memory_order_acquire);
-  return fs != nullptr ? *fs : *FileSystem::Default();
-}
+FileSystem& CurrentFileSystem() { return Installed<FileSystem>::Current(); }
 
-FileSystem* InstallFileSystem(FileSystem* fs) {
-  FileSystem* previous = g_installed.exchange(fs, std::memory_order_acq_rel);
-  return previous != nullptr ? previous : FileSystem::Default();
-}
+FileSystem* InstallFileSystem(FileSystem* fs) { return Installed<FileSystem>::Install(fs); }
 
 int ErrorFromErrno(int err) {
   switch (err) {

@@ -4,9 +4,7 @@
 
 namespace halqvantor {
 
-int32_t MemoryPageRequest::TotalBytes() {
-  return static_cast<int32_t>(std::min<size_t>(body_.size(), INT32_MAX));
-}
+int32_t MemoryPageRequest::TotalBytes() { return static_cast<int32_t>(std::min<size_t>(body_.size(), INT32_MAX)); }
 
 std::vector<uint8_t> MemoryPageRequest::BinaryRead(int32_t count) {
   if (count <= 0 || read_position_ >= body_.size()) return {};
