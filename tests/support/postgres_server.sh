@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# A PostgreSQL server for the user-directory tests, private to one test run: a cluster in a fresh
+# temporary folder that listens on a Unix socket in that folder only (no TCP port).
+#
+#   postgres_server.sh start STATE_FILE   creates and starts it; writes the folder's path to STATE_FILE
+#   postgres_server.sh stop STATE_FILE    stops it and removes the folder
+#
+# initdb refuses to run as root: as root the server runs as the `postgres` user.
+set -euo pipefail
+
+action=${1:?start or stop}
+state=${2:?state file}
+
+bin=${HALQVANTOR_PG_BIN:-}
+if [ -z "$bin" ]; then
+  bin=$(ls -d /usr/lib/postgresql/*/bin 2>/dev/null | sort -V | tail -n 1)
+fi
+[ -x "$bin/pg_ctl" ] || { echo "PostgreSQL server binaries not found (install the postgresql package)" >&2; exit 1; }
+
+as_owner() {
+  if [ "$(id -u)" -eq 0 ]; then runuser -u postgres -- "$@"; else "$@"; fi
+}
+
+case "$action" in
+  start)
+    dir=$(mktemp -d "${TMPDIR:-/tmp}/halqvantor-pg.XXXXXX")
+    [ "$(id -u)" -eq 0 ] && chown postgres: "$dir"
+    if ! as_owner "$bin/initdb" -D "$dir/data" -U postgres -A trust -E UTF8 --locale=C -N >"$dir/initdb.log" 2>&1; then
+      cat "$dir/initdb.log" >&2
+      rm -rf "$dir"
+      exit 1
+    fi
+    if ! as_owner "$bin/pg_ctl" -D "$dir/data" -l "$dir/server.log" -w -t 60 \
+        -o "-k $dir -c listen_addresses='' -p 5432 -c fsync=off -c full_page_writes=off -c synchronous_commit=off" \
+        start >/dev/null; then
+      cat "$dir/server.log" >&2 || true
+      rm -rf "$dir"
+      exit 1
+    fi
+    echo "$dir" >"$state"
+    ;;
+  stop)
+    [ -f "$state" ] || exit 0
+    dir=$(cat "$state")
+    rm -f "$state"
+    case "$dir" in */halqvantor-pg.*) ;; *) echo "unexpected state: $dir" >&2; exit 1 ;; esac
+    as_owner "$bin/pg_ctl" -D "$dir/data" -m immediate -w stop >/dev/null 2>&1 || true
+    rm -rf "$dir"
+    ;;
+  *)
+    echo "usage: postgres_server.sh {start|stop} STATE_FILE" >&2
+    exit 2
+    ;;
+esac
