@@ -66,7 +66,14 @@ bool IsProviderOnlyKey(std::string_view key) {
 std::string TranslateSqlServer(const std::vector<ConnectPair>& pairs) {
   const ConnectPair* driver = Find(pairs, {"Driver"});
   const bool freetds = driver == nullptr || SameName(TrimBlanks(driver->value), "FreeTDS");
-  std::string out = "Driver=" + OdbcValue(driver != nullptr ? driver->value : "FreeTDS");
+  // Driver names are braced, as they often hold blanks.
+  std::string driver_name = driver != nullptr ? std::string(TrimBlanks(driver->value)) : "FreeTDS";
+  std::string out = "Driver={";
+  for (char c : driver_name) {
+    out += c;
+    if (c == '}') out += '}';
+  }
+  out += "}";
   bool has_charset = false;
   for (const ConnectPair& pair : pairs) {
     const std::string_view key = pair.key;
@@ -127,7 +134,7 @@ size_t NextSqlToken(std::string_view sql, size_t i, bool& separator, bool& comme
   if (c == '-' && i + 1 < sql.size() && sql[i + 1] == '-') {
     comment = true;
     const size_t eol = sql.find('\n', i);
-    return eol == std::string_view::npos ? sql.size() : eol + 1;
+    return eol == std::string_view::npos ? sql.size() : eol;
   }
   if (c == '/' && i + 1 < sql.size() && sql[i + 1] == '*') {
     comment = true;
