@@ -23,7 +23,8 @@ as_owner() {
 
 case "$action" in
   start)
-    dir=$(mktemp -d "${TMPDIR:-/tmp}/halqvantor-pg.XXXXXX")
+    # Under /tmp, which the postgres user can always reach (a private TMPDIR may not be).
+    dir=$(mktemp -d /tmp/halqvantor-pg.XXXXXX)
     [ "$(id -u)" -eq 0 ] && chown postgres: "$dir"
     if ! as_owner "$bin/initdb" -D "$dir/data" -U postgres -A trust -E UTF8 --locale=C -N >"$dir/initdb.log" 2>&1; then
       cat "$dir/initdb.log" >&2

@@ -7,11 +7,6 @@
 
 #include "support/temp_dir.h"
 
-// Leaks inside the ODBC driver manager and the PostgreSQL driver (loaded at run time) are theirs, not ours.
-extern "C" const char* __lsan_default_suppressions() {
-  return "leak:libodbc.so\nleak:libodbcinst.so\nleak:psqlodbca.so\nleak:libpq.so\n";
-}
-
 namespace halqvantor::testing {
 namespace {
 
