@@ -61,17 +61,21 @@ Variant clsVantor::WriteUserToDB(const Variant& strUser, const Variant& strPassw
                                  const Variant& strEASYPasswd) {
   Impl& d = *impl_;
   return Logged(d, "WriteUserToDB", [&] {
+    // The values are checked before the numbering, so that a refused one sends nothing to the database.
+    const bool with_account = !strEASYUser.IsMissing() && !strEASYPasswd.IsMissing();
+    const std::string user = SqlText(strUser, "strUser");
+    const std::string account = with_account ? SqlText(strEASYUser, "strEASYUser") : "";
     // A failure to number is logged by GetNextDBObjectID itself and arrives here as -1.
     const int32_t id = GetNextDBObjectID(Variant("UserID"), Variant("Users")).ToLong();
     if (id < 1) return Variant(int16_t{-1});
     std::string sql;
-    if (strEASYUser.IsMissing() || strEASYPasswd.IsMissing()) {
-      sql = "INSERT INTO Users(UserID,UserName,Passwd) VALUES (" + std::to_string(id) + ", '" +
-            SqlText(strUser, "strUser") + "', '" + EncodeText(strPasswd.ToString()) + "')";
+    if (!with_account) {
+      sql = "INSERT INTO Users(UserID,UserName,Passwd) VALUES (" + std::to_string(id) + ", '" + user + "', '" +
+            EncodeText(strPasswd.ToString()) + "')";
     } else {
       sql = "INSERT INTO Users(UserID,UserName,Passwd,EASYUser,EASYPasswd) VALUES (" + std::to_string(id) + ", '" +
-            SqlText(strUser, "strUser") + "', '" + EncodeText(strPasswd.ToString()) + "', '" +
-            SqlText(strEASYUser, "strEASYUser") + "', '" + EncodeText(strEASYPasswd.ToString()) + "')";
+            user + "', '" + EncodeText(strPasswd.ToString()) + "', '" + account + "', '" +
+            EncodeText(strEASYPasswd.ToString()) + "')";
     }
     Database(d).Execute(sql);
     return Variant(id);

@@ -90,8 +90,7 @@ TEST_P(UserRecords, GuardStopsUnsafeValuesBeforeTheDatabase) {
   EXPECT_EQ(v->GetUserEASYUser(1.5, &user, &passwd), Variant(int16_t{-1}));
   EXPECT_EQ(v->GetNextDBObjectID("UserID", "Users; DROP TABLE Users"), Variant(int16_t{-1}));
   EXPECT_EQ(user, Variant("untouched"));
-  // Only the numbering of WriteUserToDB reached the database.
-  EXPECT_EQ(recorder.statements, std::vector<std::string>{"SELECT MAX(UserID) FROM Users"});
+  EXPECT_TRUE(recorder.statements.empty()) << ::testing::PrintToString(recorder.statements);
   const std::vector<std::string> log = Failures();
   ASSERT_EQ(log.size(), 6u);
   EXPECT_EQ(log[0],
