@@ -17,6 +17,10 @@ if [ -z "$bin" ]; then
 fi
 [ -x "$bin/pg_ctl" ] || { echo "PostgreSQL server binaries not found (install the postgresql package)" >&2; exit 1; }
 
+# The server's tools run as another user, who may not be allowed into the build folder.
+case "$state" in /*) ;; *) state="$PWD/$state" ;; esac
+cd /tmp
+
 as_owner() {
   if [ "$(id -u)" -eq 0 ]; then runuser -u postgres -- "$@"; else "$@"; fi
 }
