@@ -77,8 +77,8 @@ double CheckLogonRatio(const std::string& path) {
   v.Init(Variant(true));
   const double component = BestTime(runs, [&] { sink += v.CheckLogon("user500", "SECRET").ToLong(); });
   sqlite3_close(db);
-  std::printf("CheckLogon on SQLite: %.0f calls/s, direct libsqlite3 %.0f statements/s (sink %ld)\n",
-              runs / component, runs / direct, sink % 7);
+  std::printf("CheckLogon on SQLite: %.0f calls/s, direct libsqlite3 %.0f statements/s (sink %ld)\n", runs / component,
+              runs / direct, sink % 7);
   return component / direct;
 }
 
@@ -97,8 +97,8 @@ double SearchRightsTime(const std::string& path, int rows) {
   }
   for (int i = 0; i < rows; ++i) {
     Run(db, "INSERT INTO SearchRightFields VALUES (" + std::to_string(i % 100 + 1) + ", " + std::to_string(i % 10) +
-                ", 'v" + std::to_string(i) + (i % 5 == 0 ? " $(DATE-7)" : "") + "', " + std::to_string(i % 2) +
-                ", " + std::to_string(i % 3 == 0) + ")");
+                ", 'v" + std::to_string(i) + (i % 5 == 0 ? " $(DATE-7)" : "") + "', " + std::to_string(i % 2) + ", " +
+                std::to_string(i % 3 == 0) + ")");
   }
   Run(db, "COMMIT");
   sqlite3_close(db);

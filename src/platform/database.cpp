@@ -55,9 +55,9 @@ bool IsSqlServerProvider(std::string_view provider) {
 
 // The keys of an ADO SQL Server string that have no meaning for an ODBC driver.
 bool IsProviderOnlyKey(std::string_view key) {
-  for (std::string_view k : {"Provider", "Persist Security Info", "Auto Translate", "Use Procedure for Prepare",
-                             "Workstation ID", "OLE DB Services", "Use Encryption for Data",
-                             "Tag with column collation when possible", "Packet Size"}) {
+  for (std::string_view k :
+       {"Provider", "Persist Security Info", "Auto Translate", "Use Procedure for Prepare", "Workstation ID",
+        "OLE DB Services", "Use Encryption for Data", "Tag with column collation when possible", "Packet Size"}) {
     if (SameName(key, k)) return true;
   }
   return false;
@@ -78,8 +78,8 @@ std::string TranslateSqlServer(const std::vector<ConnectPair>& pairs) {
   for (const ConnectPair& pair : pairs) {
     const std::string_view key = pair.key;
     if (SameName(key, "Driver") || IsProviderOnlyKey(key)) continue;
-    if (SameName(key, "Data Source") || SameName(key, "Server") || SameName(key, "Address") ||
-        SameName(key, "Addr") || SameName(key, "Network Address")) {
+    if (SameName(key, "Data Source") || SameName(key, "Server") || SameName(key, "Address") || SameName(key, "Addr") ||
+        SameName(key, "Network Address")) {
       std::string host = pair.value;
       if (StartsWithName(host, "tcp:")) host.erase(0, 4);
       // "host,port" is the provider's way to name a port.

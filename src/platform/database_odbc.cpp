@@ -73,8 +73,8 @@ class OdbcRecordset final : public Recordset {
       SQLULEN size = 0;
       SQLSMALLINT digits = 0;
       SQLSMALLINT nullable = 0;
-      const SQLRETURN rc = SQLDescribeCol(stmt_, static_cast<SQLUSMALLINT>(i + 1), name, sizeof name,
-                                          &name_length, &type, &size, &digits, &nullable);
+      const SQLRETURN rc = SQLDescribeCol(stmt_, static_cast<SQLUSMALLINT>(i + 1), name, sizeof name, &name_length,
+                                          &type, &size, &digits, &nullable);
       if (!Ok(rc)) Fail("SQLDescribeCol failed");
       columns_[static_cast<size_t>(i)] = {reinterpret_cast<const char*>(name), type};
     }
@@ -89,8 +89,7 @@ class OdbcRecordset final : public Recordset {
     CheckOpen();
     CheckIndex(index);
     if (eof_) {
-      throw DatabaseError(kErrEndOfRecordset,
-                          "Either BOF or EOF is True, or the current record has been deleted");
+      throw DatabaseError(kErrEndOfRecordset, "Either BOF or EOF is True, or the current record has been deleted");
     }
     return row_[static_cast<size_t>(index)];
   }
@@ -104,8 +103,7 @@ class OdbcRecordset final : public Recordset {
   void MoveNext() override {
     CheckOpen();
     if (eof_) {
-      throw DatabaseError(kErrEndOfRecordset,
-                          "Either BOF or EOF is True, or the current record has been deleted");
+      throw DatabaseError(kErrEndOfRecordset, "Either BOF or EOF is True, or the current record has been deleted");
     }
     Fetch();
   }
@@ -148,7 +146,8 @@ class OdbcRecordset final : public Recordset {
     if (!Ok(rc)) Fail("SQLFetch failed");
     row_.clear();
     row_.reserve(columns_.size());
-    for (size_t i = 0; i < columns_.size(); ++i) row_.push_back(Read(static_cast<SQLUSMALLINT>(i + 1), columns_[i].type));
+    for (size_t i = 0; i < columns_.size(); ++i)
+      row_.push_back(Read(static_cast<SQLUSMALLINT>(i + 1), columns_[i].type));
   }
 
   Variant Read(SQLUSMALLINT column, SQLSMALLINT type) {
@@ -239,9 +238,8 @@ class OdbcConnection final : public Connection {
     std::string odbc = OdbcConnectStringOf(connect_string);
     SQLCHAR out[1024];
     SQLSMALLINT out_length = 0;
-    const SQLRETURN rc =
-        SQLDriverConnect(link->dbc, nullptr, reinterpret_cast<SQLCHAR*>(odbc.data()), SQL_NTS, out, sizeof out,
-                         &out_length, SQL_DRIVER_NOPROMPT);
+    const SQLRETURN rc = SQLDriverConnect(link->dbc, nullptr, reinterpret_cast<SQLCHAR*>(odbc.data()), SQL_NTS, out,
+                                          sizeof out, &out_length, SQL_DRIVER_NOPROMPT);
     if (!Ok(rc)) throw DiagnosticOf(SQL_HANDLE_DBC, link->dbc, "the ODBC connection could not be opened");
     link->connected = true;
     link_ = std::move(link);

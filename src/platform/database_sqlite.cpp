@@ -31,8 +31,7 @@ class SqliteRecordset final : public Recordset {
     if (stmt_ == nullptr) throw DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
     CheckIndex(index);
     if (eof_) {
-      throw DatabaseError(kErrEndOfRecordset,
-                          "Either BOF or EOF is True, or the current record has been deleted");
+      throw DatabaseError(kErrEndOfRecordset, "Either BOF or EOF is True, or the current record has been deleted");
     }
     switch (sqlite3_column_type(stmt_, index)) {
       case SQLITE_NULL:
@@ -65,8 +64,7 @@ class SqliteRecordset final : public Recordset {
   void MoveNext() override {
     if (stmt_ == nullptr) throw DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
     if (eof_) {
-      throw DatabaseError(kErrEndOfRecordset,
-                          "Either BOF or EOF is True, or the current record has been deleted");
+      throw DatabaseError(kErrEndOfRecordset, "Either BOF or EOF is True, or the current record has been deleted");
     }
     const int rc = sqlite3_step(stmt_);
     if (rc == SQLITE_ROW) return;

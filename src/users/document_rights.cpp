@@ -38,9 +38,10 @@ Variant clsVantor::GetUserDocRights(const Variant& lngUserID, const Variant& str
           "FROM UserDocRights, DocRights, DocRightFields "
           "WHERE (UserDocRights.DocRightID = DocRights.DocRightID) AND "
           "(DocRights.DocRightID = DocRightFields.DocRightID) AND "
-          "((UserID = " + id + ") OR (UserID IN (SELECT GroupID FROM UserGroups WHERE UserID=" + id + "))) " +
-          "AND (Channel = '" + SqlText(Variant(channel), "strChannel") + "') AND (Archive = '" +
-          SqlText(Variant(archive), "strArchive") + "') " + "ORDER BY DocRightFields.DocRightID, Grade, FieldID");
+          "((UserID = " +
+          id + ") OR (UserID IN (SELECT GroupID FROM UserGroups WHERE UserID=" + id + "))) " + "AND (Channel = '" +
+          SqlText(Variant(channel), "strChannel") + "') AND (Archive = '" + SqlText(Variant(archive), "strArchive") +
+          "') " + "ORDER BY DocRightFields.DocRightID, Grade, FieldID");
       // Restarts with every pair, so a right numbered 0 never opens a block of its own.
       double last_right = 0;
       while (rs && !rs->Eof()) {

@@ -78,9 +78,9 @@ Variant clsVantor::GetUserEditRights(const Variant& strUserID, Variant* strEditR
     OutText text(strEditRights);
     int32_t count = 0;
     const std::string id = SqlNumber(strUserID, "strUserID");
-    std::unique_ptr<platform::Recordset> rs = Database(d).Execute(
-        "SELECT DISTINCT Archive, SUM(New), SUM(Edit), SUM(Del) FROM UserEditRights WHERE " + UserOrGroups(id) +
-        " GROUP BY Archive");
+    std::unique_ptr<platform::Recordset> rs =
+        Database(d).Execute("SELECT DISTINCT Archive, SUM(New), SUM(Edit), SUM(Del) FROM UserEditRights WHERE " +
+                            UserOrGroups(id) + " GROUP BY Archive");
     // A sum above 0 grants the right; a NULL sum grants nothing.
     const auto granted = [](const Variant& sum) { return !sum.IsNull() && sum.ToDouble() > 0; };
     while (rs && !rs->Eof()) {

@@ -41,9 +41,9 @@ std::string ExpandDateTokens(std::string value, const platform::CivilDate& today
     }
     if (q == 0) {
       if (restarted && value == value_at_restart) {
-        throw RuntimeError(static_cast<int32_t>(ErrorNumber::kInvalidProcedureCall),
-                           RuntimeError::StandardText(5) + " (date token without closing parenthesis in '" + value +
-                               "')");
+        throw RuntimeError(
+            static_cast<int32_t>(ErrorNumber::kInvalidProcedureCall),
+            RuntimeError::StandardText(5) + " (date token without closing parenthesis in '" + value + "')");
       }
       restarted = true;
       value_at_restart = value;
@@ -141,14 +141,13 @@ Variant clsVantor::GetUserSearchRights(const Variant& lngUserID, Variant* strSea
       if (!t.empty()) t += ")";
     }
     const std::string id = SqlNumber(lngUserID, "lngUserID");
-    FieldListPass(d,
-                  SearchRightsStatement("SELECT DISTINCT Channel, Archive, FieldID", id,
-                                        "))) AND HideField=1 ORDER BY 1,2,3"),
-                  strSearchRightsHideField);
-    FieldListPass(d,
-                  SearchRightsStatement("SELECT DISTINCT Channel, Archive, FieldID", id,
-                                        "))) AND NoMatchcode=1 ORDER BY 1,2,3"),
-                  strSearchRightsNoMatchcode);
+    FieldListPass(
+        d, SearchRightsStatement("SELECT DISTINCT Channel, Archive, FieldID", id, "))) AND HideField=1 ORDER BY 1,2,3"),
+        strSearchRightsHideField);
+    FieldListPass(
+        d,
+        SearchRightsStatement("SELECT DISTINCT Channel, Archive, FieldID", id, "))) AND NoMatchcode=1 ORDER BY 1,2,3"),
+        strSearchRightsNoMatchcode);
     return Variant(blocks);
   });
 }

@@ -10,8 +10,8 @@ namespace {
 
 [[noreturn]] void Refuse(std::string_view argument, std::string_view value, std::string_view why) {
   throw RuntimeError(static_cast<int32_t>(ErrorNumber::kInvalidProcedureCall),
-                     RuntimeError::StandardText(5) + " (" + std::string(argument) + " '" + std::string(value) +
-                         "' " + std::string(why) + ")");
+                     RuntimeError::StandardText(5) + " (" + std::string(argument) + " '" + std::string(value) + "' " +
+                         std::string(why) + ")");
 }
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }

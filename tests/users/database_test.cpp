@@ -73,9 +73,9 @@ HALQVANTOR_ON_BOTH_BACKENDS(DatabaseBackend);
 TEST_P(DatabaseBackend, FieldsByNameAndPositionWithTheirTypes) {
   EXPECT_EQ(connection->Execute("INSERT INTO UserEditRights VALUES (1, 'A', 2000000000, 1, 0)"), nullptr);
   db->Run("INSERT INTO UserEditRights VALUES (2, 'A', 2000000000, 2, 0)");
-  std::unique_ptr<platform::Recordset> rs =
-      connection->Execute("SELECT Archive, SUM(New), SUM(Edit), MAX(Del), MAX(UserID) FROM UserEditRights "
-                          "GROUP BY Archive");
+  std::unique_ptr<platform::Recordset> rs = connection->Execute(
+      "SELECT Archive, SUM(New), SUM(Edit), MAX(Del), MAX(UserID) FROM UserEditRights "
+      "GROUP BY Archive");
   ASSERT_FALSE(rs->Eof());
   EXPECT_EQ(rs->Field("ARCHIVE"), Variant("A"));
   EXPECT_EQ(rs->Field(1), Variant(4000000000.0));  // too big for a Long
@@ -107,8 +107,7 @@ TEST_P(DatabaseBackend, ErrorsCarryTheDriversNumberAndText) {
     connection->Execute("SELECT Nope FROM Users");
     ADD_FAILURE() << "no error";
   } catch (const platform::DatabaseError& e) {
-    EXPECT_NE(e.description().find(GetParam() == Backend::kSqlite ? "no such column: Nope" : "nope"),
-              std::string::npos)
+    EXPECT_NE(e.description().find(GetParam() == Backend::kSqlite ? "no such column: Nope" : "nope"), std::string::npos)
         << e.description();
     if (GetParam() == Backend::kPostgres) {
       EXPECT_EQ(e.sqlstate(), "42703");

@@ -53,8 +53,9 @@ TEST_P(DocumentRights, ShorterArchiveListFailsKeepingTheTextSoFar) {
   EXPECT_EQ(v->GetUserDocRights(1, "C2,C1", "A2", &text), Variant(int16_t{-1}));
   EXPECT_EQ(text, Variant("[$(#C2)\\A2;(1 =\"\",1,0)"));  // no closing bracket
   EXPECT_EQ(recorder.statements.size(), 1u);
-  EXPECT_EQ(Failures(), std::vector<std::string>{
-                            "Allgemeiner Fehler in Funktion 'GetUserDocRights': 5 - Invalid procedure call or argument."});
+  EXPECT_EQ(Failures(),
+            std::vector<std::string>{
+                "Allgemeiner Fehler in Funktion 'GetUserDocRights': 5 - Invalid procedure call or argument."});
 }
 
 TEST_P(DocumentRights, GuardRefusesApostropheAndNonNumericUser) {

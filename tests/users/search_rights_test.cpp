@@ -1,6 +1,7 @@
+#include "users/search_rights.h"
+
 #include <gtest/gtest.h>
 
-#include "users/search_rights.h"
 #include "users/user_directory_fixture.h"
 
 namespace halqvantor::testing {

@@ -46,8 +46,7 @@ class UserDirectoryTest : public ::testing::TestWithParam<Backend> {
   std::unique_ptr<clsVantor> v;
 };
 
-#define HALQVANTOR_ON_BOTH_BACKENDS(Suite)                                                                     \
-  INSTANTIATE_TEST_SUITE_P(Backends, Suite, ::testing::Values(Backend::kSqlite, Backend::kPostgres), \
-                           BackendName)
+#define HALQVANTOR_ON_BOTH_BACKENDS(Suite) \
+  INSTANTIATE_TEST_SUITE_P(Backends, Suite, ::testing::Values(Backend::kSqlite, Backend::kPostgres), BackendName)
 
 }  // namespace halqvantor::testing

@@ -37,8 +37,8 @@ TEST_P(UserRecords, NumberingFailureEndsWriteUserToDBWithOneLogLine) {
   recorder.fail_at = 1;
   EXPECT_EQ(v->WriteUserToDB("anna", "pw"), Variant(int16_t{-1}));
   EXPECT_EQ(recorder.statements.size(), 1u);  // no INSERT
-  EXPECT_EQ(Failures(), std::vector<std::string>{
-                            "Allgemeiner Fehler in Funktion 'GetNextDBObjectID': 4711 - injected failure."});
+  EXPECT_EQ(Failures(),
+            std::vector<std::string>{"Allgemeiner Fehler in Funktion 'GetNextDBObjectID': 4711 - injected failure."});
 }
 
 TEST_P(UserRecords, LogOn) {
