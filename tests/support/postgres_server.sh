@@ -25,8 +25,20 @@ as_owner() {
   if [ "$(id -u)" -eq 0 ]; then runuser -u postgres -- "$@"; else "$@"; fi
 }
 
+stop_server() {
+  [ -f "$state" ] || return 0
+  local dir
+  dir=$(cat "$state")
+  rm -f "$state"
+  case "$dir" in /tmp/halqvantor-pg.*) ;; *) echo "unexpected state: $dir" >&2; return 1 ;; esac
+  as_owner "$bin/pg_ctl" -D "$dir/data" -m immediate -w stop >/dev/null 2>&1 || true
+  rm -rf "$dir"
+}
+
 case "$action" in
   start)
+    # A run that was cut short left its server behind: stop it first.
+    stop_server
     # Under /tmp, which the postgres user can always reach (a private TMPDIR may not be).
     dir=$(mktemp -d /tmp/halqvantor-pg.XXXXXX)
     [ "$(id -u)" -eq 0 ] && chown postgres: "$dir"
@@ -45,12 +57,7 @@ case "$action" in
     echo "$dir" >"$state"
     ;;
   stop)
-    [ -f "$state" ] || exit 0
-    dir=$(cat "$state")
-    rm -f "$state"
-    case "$dir" in */halqvantor-pg.*) ;; *) echo "unexpected state: $dir" >&2; exit 1 ;; esac
-    as_owner "$bin/pg_ctl" -D "$dir/data" -m immediate -w stop >/dev/null 2>&1 || true
-    rm -rf "$dir"
+    stop_server
     ;;
   *)
     echo "usage: postgres_server.sh {start|stop} STATE_FILE" >&2
