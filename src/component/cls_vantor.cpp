@@ -23,6 +23,7 @@ void clsVantor::Impl::Terminate() {
   try {
     platform::Socket& socket = form.ctlWinsock(SlotIndex);
     if (socket.State() != platform::kSckClosed) socket.Close();
+    if (DBConnection && DBConnection->State() == platform::kAdStateOpen) DBConnection->Close();
     form.SetBusy(SlotIndex, false);
     WriteLog("Winsock-Instanz " + std::to_string(SlotIndex) + " wieder freigegeben.");
     WriteLog("Sitzung beendet.");
@@ -56,7 +57,8 @@ void clsVantor::Init(const Variant& blnDBInit) {
     socket.LocalPort = 0;
     d.form.SetDebugLogPath(d.SlotIndex, strDebugLogPath);
     d.form.SetSessionID(d.SlotIndex, strSessionID);
-    (void)db_init;  // the user database is opened here once it has a backend
+    d.DBConnection = platform::CurrentConnectionFactory().NewConnection();
+    if (db_init) d.DBConnection->Open(strDBConnect);
   } catch (const std::exception& e) {
     d.WriteLog(GeneralFailureLine("Init", e));
   }

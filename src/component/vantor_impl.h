@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "halqvantor/clsVantor.h"
+#include "platform/database.h"
 
 namespace halqvantor {
 
@@ -29,6 +30,9 @@ struct clsVantor::Impl {
   std::vector<std::string> ResultRows;
   int32_t ResultCount = 0;
   int32_t ResultCursor = 0;
+
+  // The user database connection: created (closed) by Init, opened there when asked, closed at the end.
+  std::unique_ptr<platform::Connection> DBConnection;
 
   std::shared_ptr<ScriptingContext> context;  // kept by OnStartPage
   std::shared_ptr<PageRequest> request;       // its Request object

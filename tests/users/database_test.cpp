@@ -1,0 +1,167 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <regex>
+#include <set>
+
+#include "users/user_directory_fixture.h"
+
+namespace halqvantor::testing {
+namespace {
+
+using platform::OdbcConnectStringOf;
+using platform::SplitSqlScript;
+using platform::SqlitePathOf;
+
+TEST(ConnectStrings, SqliteIsChosenByProviderOrFileName) {
+  EXPECT_EQ(SqlitePathOf("Provider=SQLite;Data Source=/var/lib/users.db"), "/var/lib/users.db");
+  EXPECT_EQ(SqlitePathOf(" provider = sqlite ; data source = '/a b;c/u.sqlite' "), "/a b;c/u.sqlite");
+  EXPECT_EQ(SqlitePathOf("/srv/Users.DB"), "/srv/Users.DB");
+  EXPECT_EQ(SqlitePathOf("DSN=users"), "");
+  EXPECT_EQ(SqlitePathOf("Provider=SQLOLEDB;Data Source=x.db"), "");
+}
+
+TEST(ConnectStrings, SqlServerStringsAreTranslatedForTheOdbcDriver) {
+  EXPECT_EQ(OdbcConnectStringOf("Provider=SQLOLEDB.1;Data Source=db1,1433;Initial Catalog=Portal;User ID=web;"
+                                "Password=p;w;Persist Security Info=False"),
+            "Driver={FreeTDS};Server=db1;Port=1433;Database=Portal;UID=web;PWD=p;ClientCharset=UTF-8");
+  EXPECT_EQ(OdbcConnectStringOf("Provider=SQLOLEDB;Driver={ODBC Driver 18};Data Source=db1;Password=\"a;b}\""),
+            "Driver={ODBC Driver 18};Server=db1;PWD={a;b}}}");
+  // Anything else goes to the driver manager as it is.
+  EXPECT_EQ(OdbcConnectStringOf("Driver=PostgreSQL;Servername=/tmp;Database=x"),
+            "Driver=PostgreSQL;Servername=/tmp;Database=x");
+}
+
+TEST(SqlScripts, SplitAtSeparatorsOutsideQuotesAndComments) {
+  EXPECT_EQ(SplitSqlScript("SELECT 'a;b' FROM t; -- x;y\n/* ; */ INSERT INTO \"q;\" VALUES ('it''s;');;"),
+            (std::vector<std::string>{"SELECT 'a;b' FROM t", "INSERT INTO \"q;\" VALUES ('it''s;')"}));
+  EXPECT_TRUE(SplitSqlScript(" -- only a comment\n").empty());
+}
+
+// The SQL Server schema names the same tables and columns as the portable one.
+TEST(SqlScripts, BothSchemasDefineTheSameTables) {
+  const auto shape = [](const std::string& script) {
+    std::set<std::string> names;
+    for (const std::string& statement : SplitSqlScript(script)) {
+      std::smatch table;
+      if (!std::regex_search(statement, table, std::regex(R"(CREATE TABLE (\w+))"))) continue;
+      const std::regex column(R"(\n\s+(\w+)\s+(N?VARCHAR|INT))");
+      for (auto it = std::sregex_iterator(statement.begin(), statement.end(), column); it != std::sregex_iterator();
+           ++it) {
+        names.insert(table[1].str() + "." + (*it)[1].str());
+      }
+    }
+    return names;
+  };
+  const std::set<std::string> portable = shape(SchemaText());
+  EXPECT_EQ(portable.size(), 39u);
+  EXPECT_EQ(shape(SchemaText("sqlserver.sql")), portable);
+}
+
+class DatabaseBackend : public ::testing::TestWithParam<Backend> {
+ protected:
+  void SetUp() override {
+    db = std::make_unique<TestDatabase>(GetParam());
+    connection = platform::CurrentConnectionFactory().NewConnection();
+    connection->Open(db->connect_string());
+  }
+  std::unique_ptr<TestDatabase> db;
+  std::unique_ptr<platform::Connection> connection;
+};
+HALQVANTOR_ON_BOTH_BACKENDS(DatabaseBackend);
+
+TEST_P(DatabaseBackend, FieldsByNameAndPositionWithTheirTypes) {
+  EXPECT_EQ(connection->Execute("INSERT INTO UserEditRights VALUES (1, 'A', 2000000000, 1, 0)"), nullptr);
+  db->Run("INSERT INTO UserEditRights VALUES (2, 'A', 2000000000, 2, 0)");
+  std::unique_ptr<platform::Recordset> rs = connection->Execute(
+      "SELECT Archive, SUM(New), SUM(Edit), MAX(Del), MAX(UserID) FROM UserEditRights "
+      "GROUP BY Archive");
+  ASSERT_FALSE(rs->Eof());
+  EXPECT_EQ(rs->Field("ARCHIVE"), Variant("A"));
+  EXPECT_EQ(rs->Field(1), Variant(4000000000.0));  // too big for a Long
+  EXPECT_EQ(rs->Field(2), Variant(int32_t{3}));
+  EXPECT_EQ(rs->Field(4), Variant(int32_t{2}));
+  rs->MoveNext();
+  EXPECT_TRUE(rs->Eof());
+  // An empty set's MAX is NULL.
+  rs = connection->Execute("SELECT MAX(UserID), MAX(UserName) FROM Users");
+  EXPECT_TRUE(rs->Field(0).IsNull());
+  EXPECT_TRUE(rs->Field(1).IsNull());
+  try {
+    rs->Field("nope");
+    ADD_FAILURE() << "unknown field accepted";
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), platform::kErrItemNotFound);
+  }
+}
+
+TEST_P(DatabaseBackend, OneStatementPerExecute) {
+  EXPECT_THROW(connection->Execute("DELETE FROM Users; DROP TABLE Users"), platform::DatabaseError);
+  EXPECT_THROW(connection->Execute("SELECT 1; SELECT 2"), platform::DatabaseError);
+  EXPECT_NO_THROW(connection->Execute("SELECT UserID FROM Users WHERE UserName='a;b';"));
+  EXPECT_EQ(db->Column("SELECT COUNT(*) FROM Users"), std::vector<std::string>{"0"});  // the table is still there
+}
+
+TEST_P(DatabaseBackend, ErrorsCarryTheDriversNumberAndText) {
+  try {
+    connection->Execute("SELECT Nope FROM Users");
+    ADD_FAILURE() << "no error";
+  } catch (const platform::DatabaseError& e) {
+    EXPECT_NE(e.description().find(GetParam() == Backend::kSqlite ? "no such column: Nope" : "nope"), std::string::npos)
+        << e.description();
+    if (GetParam() == Backend::kPostgres) {
+      EXPECT_EQ(e.sqlstate(), "42703");
+    }
+  }
+  connection->Close();
+  EXPECT_EQ(connection->State(), platform::kAdStateClosed);
+  try {
+    connection->Execute("SELECT 1");
+    ADD_FAILURE() << "a closed connection ran a statement";
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), platform::kErrObjectClosed);
+  }
+}
+
+TEST(DatabaseInit, FailedOpenIsLoggedAndLeavesTheConnectionClosed) {
+  TempDir dir;
+  FakeClock clock;
+  RecordingFactory recorder;
+  {
+    clsVantor v;
+    v.strDebugLogPath = dir.path();
+    v.strSessionID = "S";
+    v.strDBConnect = "Provider=SQLite;Data Source=" + dir.File("missing.db");
+    v.Init(Variant(true));
+    Variant text;
+    EXPECT_EQ(v.GetUserRights(1, &text), Variant(int16_t{-1}));
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir.File("missing.db")));  // never created
+  const std::vector<std::string> lines = ReadLines(dir.File("S.LOG"));
+  ASSERT_EQ(lines.size(), 6u);
+  EXPECT_EQ(lines[2].substr(22), "Allgemeiner Fehler in Funktion 'Init': 14 - unable to open database file: " +
+                                     dir.File("missing.db") + ".");
+  EXPECT_EQ(lines[3].substr(22),
+            "Allgemeiner Fehler in Funktion 'GetUserRights': 3704 - Operation is not allowed when the object is "
+            "closed.");
+  EXPECT_EQ(recorder.closes, 0);
+}
+
+TEST_P(DatabaseBackend, EndOfObjectClosesItsConnection) {
+  RecordingFactory recorder;
+  {
+    clsVantor v;
+    v.strDBConnect = db->connect_string();
+    v.Init(Variant(true));
+    EXPECT_EQ(v.CheckLogon("nobody"), Variant(int16_t{0}));
+  }
+  EXPECT_EQ(recorder.closes, 1);
+  {
+    clsVantor v;
+    v.Init();  // created, never opened: nothing to close
+  }
+  EXPECT_EQ(recorder.closes, 1);
+}
+
+}  // namespace
+}  // namespace halqvantor::testing

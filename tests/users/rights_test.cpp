@@ -1,0 +1,114 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "users/user_directory_fixture.h"
+
+namespace halqvantor::testing {
+namespace {
+
+// The items of a packed list, sorted: the statements have no ORDER BY, so servers differ in the order.
+std::vector<std::string> Items(const Variant& text, const std::string& separator) {
+  std::vector<std::string> items;
+  const std::string s = text.ToString();
+  size_t start = 0;
+  while (!s.empty()) {
+    const size_t at = s.find(separator, start);
+    items.push_back(s.substr(start, at == std::string::npos ? std::string::npos : at - start));
+    if (at == std::string::npos) break;
+    start = at + separator.size();
+  }
+  std::sort(items.begin(), items.end());
+  return items;
+}
+
+class Rights : public UserDirectoryTest {
+ protected:
+  // User 1 is in groups 10 and 11; group 10 is in group 20, which user 1 does not inherit.
+  void SetUp() override {
+    UserDirectoryTest::SetUp();
+    db->Run({"INSERT INTO Users(UserID,UserName) VALUES (1, 'anna')",
+             "INSERT INTO Users(UserID,UserName) VALUES (2, 'bert')",
+             "INSERT INTO Users(UserID,UserName) VALUES (10, 'Admins')",
+             "INSERT INTO Users(UserID,UserName) VALUES (11, 'Editors')",
+             "INSERT INTO Users(UserID,UserName) VALUES (20, 'Everyone')", "INSERT INTO UserGroups VALUES (1, 10)",
+             "INSERT INTO UserGroups VALUES (1, 11)", "INSERT INTO UserGroups VALUES (10, 20)"});
+  }
+};
+HALQVANTOR_ON_BOTH_BACKENDS(Rights);
+
+TEST_P(Rights, UnionOfUserAndDirectGroupsOnce) {
+  db->Run({"INSERT INTO UserRights VALUES (1, 'READ')", "INSERT INTO UserRights VALUES (10, 'READ')",
+           "INSERT INTO UserRights VALUES (11, 'ADMIN')", "INSERT INTO UserRights VALUES (20, 'NEVER')",
+           "INSERT INTO UserArchives VALUES (10, 'A1')", "INSERT INTO UserArchives VALUES (11, 'A2')",
+           "INSERT INTO UserChannels VALUES (1, 'C1')", "INSERT INTO UserChannels VALUES (11, 'C1')"});
+  Variant text;
+  EXPECT_EQ(v->GetUserRights(1, &text), Variant(int32_t{2}));
+  EXPECT_EQ(Items(text, ","), (std::vector<std::string>{"^ADMIN^", "^READ^"}));
+  EXPECT_EQ(v->GetUserArchives("1", &text), Variant(int32_t{2}));
+  EXPECT_EQ(Items(text, ","), (std::vector<std::string>{"^A1^", "^A2^"}));
+  EXPECT_EQ(v->GetUserChannels(1, &text), Variant(int32_t{1}));
+  EXPECT_EQ(text, Variant("^C1^"));
+  EXPECT_EQ(v->GetUserGroups(1, &text), Variant(int32_t{2}));
+  EXPECT_EQ(Items(text, ","), (std::vector<std::string>{"[Admins]", "[Editors]"}));
+  // Nothing of his own and no groups.
+  text = Variant("old");
+  EXPECT_EQ(v->GetUserRights(2, &text), Variant(int32_t{0}));
+  EXPECT_EQ(text, Variant(""));
+  EXPECT_EQ(v->GetUserGroups(2, &text), Variant(int32_t{0}));
+}
+
+TEST_P(Rights, EditRightsSummedOverGroupsOneLinePerArchive) {
+  db->Run({"INSERT INTO UserEditRights VALUES (1, 'ARCH1', 1, 0, 0)",
+           "INSERT INTO UserEditRights VALUES (10, 'ARCH1', 0, 2, 0)",
+           "INSERT INTO UserEditRights VALUES (11, 'ARCH2', 0, 0, 0)",
+           "INSERT INTO UserEditRights VALUES (11, 'ARCH3', 0, 0, 1)",
+           "INSERT INTO UserEditRights VALUES (20, 'ARCH3', 1, 1, 0)"});
+  Variant text;
+  EXPECT_EQ(v->GetUserEditRights(1, &text), Variant(int32_t{3}));
+  ASSERT_TRUE(text.ToString().ends_with("\r\n"));
+  EXPECT_EQ(Items(text.ToString().substr(0, text.ToString().size() - 2), "\r\n"),
+            (std::vector<std::string>{"ARCH1,N,E", "ARCH2", "ARCH3,D"}));
+}
+
+TEST_P(Rights, FailuresKeepTheClearedTextAndLog) {
+  Variant text("old");
+  EXPECT_EQ(v->GetUserGroups("", &text), Variant(int16_t{-1}));
+  EXPECT_EQ(text, Variant(""));
+  EXPECT_EQ(v->GetUserEditRights("abc", &text), Variant(int16_t{-1}));
+  EXPECT_TRUE(recorder.statements.empty());
+  // A database failure is logged with the driver's number and text.
+  recorder.fail_at = 1;
+  EXPECT_EQ(v->GetUserArchives(1, &text), Variant(int16_t{-1}));
+  EXPECT_EQ(text, Variant(""));
+  EXPECT_EQ(Failures(),
+            (std::vector<std::string>{
+                "Allgemeiner Fehler in Funktion 'GetUserGroups': 5 - Invalid procedure call or argument (strUserID '' "
+                "is not a whole number).",
+                "Allgemeiner Fehler in Funktion 'GetUserEditRights': 5 - Invalid procedure call or argument "
+                "(strUserID 'abc' is not a whole number).",
+                "Allgemeiner Fehler in Funktion 'GetUserArchives': 4711 - injected failure."}));
+}
+
+TEST_P(Rights, ClosedConnectionEndsInMinusOne) {
+  clsVantor closed;
+  closed.strDebugLogPath = log.path();
+  closed.strSessionID = "S";
+  closed.strDBConnect = db->connect_string();
+  Variant text;
+  EXPECT_EQ(closed.GetUserRights(1, &text), Variant(int16_t{-1}));  // before Init: no connection at all
+  closed.Init();                                                    // without the database
+  EXPECT_EQ(closed.GetUserRights(1, &text), Variant(int16_t{-1}));
+  EXPECT_EQ(closed.CheckLogon("anna"), Variant(int16_t{-1}));
+  EXPECT_EQ(closed.GetUserSearchRights(1, &text, &text, &text), Variant(int16_t{-1}));
+  const std::vector<std::string> log = Failures();
+  ASSERT_EQ(log.size(), 4u);
+  EXPECT_EQ(log[0],
+            "Allgemeiner Fehler in Funktion 'GetUserRights': 91 - Object variable or With block variable not set.");
+  EXPECT_EQ(log[1],
+            "Allgemeiner Fehler in Funktion 'GetUserRights': 3704 - Operation is not allowed when the object is "
+            "closed.");
+}
+
+}  // namespace
+}  // namespace halqvantor::testing

@@ -1,0 +1,52 @@
+#pragma once
+
+// A component object whose user database is a fresh test database of the backend under test, opened by
+// Init, with logging on and every statement recorded.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "halqvantor/clsVantor.h"
+#include "support/fake_clock.h"
+#include "support/temp_dir.h"
+#include "users/test_database.h"
+
+namespace halqvantor::testing {
+
+class UserDirectoryTest : public ::testing::TestWithParam<Backend> {
+ protected:
+  void SetUp() override {
+    db = std::make_unique<TestDatabase>(GetParam());
+    v = std::make_unique<clsVantor>();
+    v->strDebugLogPath = log.path();
+    v->strSessionID = "S";
+    v->strDBConnect = db->connect_string();
+    v->Init(Variant(true));
+    recorder.statements.clear();
+  }
+  void TearDown() override { v.reset(); }
+
+  // The "Allgemeiner Fehler" lines of the debug log, without their time stamps.
+  std::vector<std::string> Failures() const {
+    std::vector<std::string> lines;
+    for (const std::string& line : ReadLines(log.File("S.LOG"))) {
+      const std::string text = line.size() > 22 ? line.substr(22) : line;
+      if (text.starts_with("Allgemeiner Fehler")) lines.push_back(text);
+    }
+    return lines;
+  }
+
+  TempDir log;
+  FakeClock clock{{{2026, 11, 15}, 9, 0, 0}};
+  RecordingFactory recorder;
+  std::unique_ptr<TestDatabase> db;
+  std::unique_ptr<clsVantor> v;
+};
+
+#define HALQVANTOR_ON_BOTH_BACKENDS(Suite) \
+  INSTANTIATE_TEST_SUITE_P(Backends, Suite, ::testing::Values(Backend::kSqlite, Backend::kPostgres), BackendName)
+
+}  // namespace halqvantor::testing
