@@ -203,7 +203,7 @@ bool clsVantor::Impl::RequestList(const std::string& request, std::string& statu
       try_again = true;
     }
     if (start + self.lngREQUESTTIMEOUT < SecondsSinceMidnight()) try_again = false;
-    platform::DoEvents();
+    platform::DoPendingEvents();
   } while (try_again);
 
   if (status_line != "Status: OK") {

@@ -18,8 +18,9 @@
 namespace halqvantor::platform {
 namespace {
 
-// Bytes read in one recv call, and the most that waits unread before the socket stops reading.
-constexpr size_t kReadChunk = 256 * 1024;
+// The receive buffer starts at kMinBuffer bytes and doubles as a large reply needs, up to kMaxUnread: the
+// most that waits unread before the socket stops reading. Close keeps up to kMinBuffer of it.
+constexpr size_t kMinBuffer = 64 * 1024;
 constexpr size_t kMaxUnread = 4 * 1024 * 1024;
 
 std::vector<Socket*>& Registry() {
@@ -197,15 +198,17 @@ void Socket::SendData(std::string_view bytes) {
   send_queue_.append(bytes);
 }
 
+void Socket::GetData(std::string& data, int32_t max_bytes) {
+  const size_t n = max_bytes < 0 ? received_size_ : std::min(received_size_, static_cast<size_t>(max_bytes));
+  data.assign(received_.get(), n);
+  if (n < received_size_) std::memmove(received_.get(), received_.get() + n, received_size_ - n);
+  received_size_ -= n;
+}
+
 std::string Socket::GetData(int32_t max_bytes) {
-  if (max_bytes < 0 || static_cast<size_t>(max_bytes) >= received_.size()) {
-    std::string all = std::move(received_);
-    received_.clear();
-    return all;
-  }
-  std::string part = received_.substr(0, static_cast<size_t>(max_bytes));
-  received_.erase(0, static_cast<size_t>(max_bytes));
-  return part;
+  std::string data;
+  GetData(data, max_bytes);
+  return data;
 }
 
 void Socket::Close() {
@@ -215,8 +218,11 @@ void Socket::Close() {
   next_address_ = 0;
   send_queue_.clear();
   send_offset_ = 0;
-  received_.clear();
-  received_.shrink_to_fit();
+  received_size_ = 0;
+  if (received_capacity_ > kMinBuffer) {
+    received_.reset();
+    received_capacity_ = 0;
+  }
   due_.clear();
 }
 
@@ -235,7 +241,7 @@ short Socket::WantedEvents() const {
       return POLLOUT;
     case kSckConnected: {
       short wanted = 0;
-      if (received_.size() < kMaxUnread) wanted |= POLLIN;
+      if (received_size_ < kMaxUnread) wanted |= POLLIN;
       if (send_offset_ < send_queue_.size()) wanted |= POLLOUT;
       return wanted;
     }
@@ -320,15 +326,16 @@ int Socket::FlushSendQueue() {
 // Reads what the connection holds (up to the unread limit), then reports it: DataArrival for new bytes,
 // followed by Close when the peer has closed or Error when the connection failed.
 int Socket::ReadAvailable() {
-  const size_t before = received_.size();
+  const size_t before = received_size_;
   bool peer_closed = false;
   int read_error = 0;
-  while (received_.size() < kMaxUnread) {
-    const size_t used = received_.size();
-    received_.resize(used + kReadChunk);
-    const ssize_t n = ::recv(fd_, received_.data() + used, kReadChunk, 0);
-    received_.resize(used + (n > 0 ? static_cast<size_t>(n) : 0));
-    if (n > 0) continue;
+  while (received_size_ < kMaxUnread) {
+    if (received_size_ == received_capacity_) GrowReceiveBuffer();
+    const ssize_t n = ::recv(fd_, received_.get() + received_size_, received_capacity_ - received_size_, 0);
+    if (n > 0) {
+      received_size_ += static_cast<size_t>(n);
+      continue;
+    }
     if (n == 0) {
       peer_closed = true;
     } else if (errno == EINTR) {
@@ -341,9 +348,9 @@ int Socket::ReadAvailable() {
 
   int delivered = 0;
   const uint64_t generation = generation_;
-  if (received_.size() > before) {
+  if (received_size_ > before) {
     ++delivered;
-    if (sink_ != nullptr) sink_->SocketDataArrival(index_, static_cast<int32_t>(received_.size()));
+    if (sink_ != nullptr) sink_->SocketDataArrival(index_, static_cast<int32_t>(received_size_));
     if (generation != generation_ || state_ != kSckConnected) return delivered;
   }
   if (read_error != 0) return delivered + Fail(SocketErrorFromErrno(read_error));
@@ -355,9 +362,17 @@ int Socket::ReadAvailable() {
   return delivered;
 }
 
+void Socket::GrowReceiveBuffer() {
+  const size_t capacity = received_capacity_ == 0 ? kMinBuffer : std::min(received_capacity_ * 2, kMaxUnread);
+  auto buffer = std::make_unique_for_overwrite<char[]>(capacity);
+  if (received_size_ > 0) std::memcpy(buffer.get(), received_.get(), received_size_);
+  received_ = std::move(buffer);
+  received_capacity_ = capacity;
+}
+
 const std::vector<Socket*>& ThreadSockets() { return Registry(); }
 
-int PollPump::RunOnce(const std::vector<Socket*>& sockets) {
+int PollPump::RunOnce(const std::vector<Socket*>& sockets, bool wait) {
   // Handlers may close sockets (or, in principle, make new ones) while this pass runs: work on a copy and
   // check each descriptor's generation before acting on its readiness.
   const std::vector<Socket*> list(sockets);
@@ -376,7 +391,7 @@ int PollPump::RunOnce(const std::vector<Socket*>& sockets) {
     fds.push_back({s->Descriptor(), wanted, 0});
     owners.emplace_back(s, s->Generation());
   }
-  const int timeout = delivered > 0 ? 0 : max_wait_ms_;
+  const int timeout = (delivered > 0 || !wait) ? 0 : max_wait_ms_;
   const int ready = ::poll(fds.empty() ? nullptr : fds.data(), static_cast<nfds_t>(fds.size()), timeout);
   if (ready <= 0) return delivered;
   for (size_t i = 0; i < fds.size(); ++i) {
@@ -403,6 +418,8 @@ EventPump* InstallEventPump(EventPump* pump) {
   return previous != nullptr ? previous : EventPump::Default();
 }
 
-int DoEvents() { return CurrentEventPump().RunOnce(ThreadSockets()); }
+int DoEvents() { return CurrentEventPump().RunOnce(ThreadSockets(), true); }
+
+int DoPendingEvents() { return CurrentEventPump().RunOnce(ThreadSockets(), false); }
 
 }  // namespace halqvantor::platform

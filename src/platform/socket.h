@@ -77,10 +77,12 @@ class Socket {
   void Connect();
   // Queues bytes for sending; DoEvents sends them. Raises 40006 when the socket is not connected.
   void SendData(std::string_view bytes);
-  // Takes up to `max_bytes` of the received bytes (all of them when `max_bytes` is negative).
+  // Takes up to `max_bytes` of the received bytes (all of them when `max_bytes` is negative) into `data`,
+  // replacing its content (and reusing its memory).
+  void GetData(std::string& data, int32_t max_bytes = -1);
   std::string GetData(int32_t max_bytes = -1);
   // Received bytes that GetData has not taken yet.
-  int32_t BytesAvailable() const { return static_cast<int32_t>(received_.size()); }
+  int32_t BytesAvailable() const { return static_cast<int32_t>(received_size_); }
   // Ends the connection, if any, and drops what was queued or received; the State becomes 0. No event.
   void Close();
 
@@ -106,6 +108,7 @@ class Socket {
   void FinishConnect();
   int FlushSendQueue();
   int ReadAvailable();
+  void GrowReceiveBuffer();
   void CloseDescriptor();
   int Fail(const SocketError& error);
   void Deliver(const DueEvent& event);
@@ -120,7 +123,10 @@ class Socket {
   int last_connect_error_ = 0;
   std::string send_queue_;
   size_t send_offset_ = 0;
-  std::string received_;
+  // Received bytes not taken yet: the first received_size_ bytes of a buffer that is kept between reads.
+  std::unique_ptr<char[]> received_;
+  size_t received_size_ = 0;
+  size_t received_capacity_ = 0;
   std::vector<DueEvent> due_;
 };
 
@@ -132,9 +138,9 @@ const std::vector<Socket*>& ThreadSockets();
 class EventPump {
  public:
   virtual ~EventPump() = default;
-  // Delivers the events that are due on `sockets`; when none is, waits until one is, at most a few
-  // milliseconds (sleeping also when no socket is open). The number of events delivered.
-  virtual int RunOnce(const std::vector<Socket*>& sockets) = 0;
+  // Delivers the events that are due on `sockets`; when none is and `wait` is set, waits until one is, at
+  // most a few milliseconds (sleeping also when no socket is open). The number of events delivered.
+  virtual int RunOnce(const std::vector<Socket*>& sockets, bool wait) = 0;
 
   // The poll pump with its standard wait.
   static EventPump* Default();
@@ -145,7 +151,7 @@ class PollPump : public EventPump {
  public:
   static constexpr int kDefaultMaxWaitMs = 5;
   explicit PollPump(int max_wait_ms = kDefaultMaxWaitMs) : max_wait_ms_(max_wait_ms) {}
-  int RunOnce(const std::vector<Socket*>& sockets) override;
+  int RunOnce(const std::vector<Socket*>& sockets, bool wait) override;
 
  private:
   int max_wait_ms_;
@@ -156,8 +162,11 @@ EventPump& CurrentEventPump();
 // Installs `pump` for the whole process (nullptr restores the default); returns the one it replaces.
 EventPump* InstallEventPump(EventPump* pump);
 
-// Yields to the event loop: one pass of the installed pump over the calling thread's sockets. The number
-// of events delivered.
+// Yields to the event loop: one pass of the installed pump over the calling thread's sockets, waiting a
+// few milliseconds at most for something to happen. Loops that wait call this. The number of events
+// delivered.
 int DoEvents();
+// The same pass without waiting: lets through what is due, for a single yield between two steps.
+int DoPendingEvents();
 
 }  // namespace halqvantor::platform
