@@ -9,6 +9,7 @@
 // The gateway is a child process, so that its memory and CPU are not counted.
 
 #include <arpa/inet.h>
+#include <malloc.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <signal.h>
@@ -16,8 +17,6 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <malloc.h>
 
 #include <algorithm>
 #include <chrono>
@@ -154,7 +153,8 @@ double Seconds(Clock::duration d) { return std::chrono::duration<double>(d).coun
 double ThreadCpuMs() {
   rusage usage{};
   ::getrusage(RUSAGE_THREAD, &usage);
-  return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1e3 + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e3;
+  return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1e3 +
+         (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e3;
 }
 
 // Resident memory of this process in bytes: now, and the peak since the last ResetPeak.
@@ -178,8 +178,8 @@ void ResetPeak() {
 
 int main() {
   using halqvantor::clsVantor;
-  using halqvantor::Variant;
   using halqvantor::VantorAccess;
+  using halqvantor::Variant;
 
   // The gateway process, forked before this process has any threads.
   const int listen_fd = ::socket(AF_INET, SOCK_STREAM, 0);
@@ -248,9 +248,10 @@ int main() {
     cpu0 = ThreadCpuMs();
     PlainExchange(port, request("Slow"));
     const double plain_cpu = ThreadCpuMs() - cpu0;
-    std::printf("2. waiting %.2f s for a slow gateway: CPU %.1f ms (goal < 20 ms), plain blocking client %.1f ms; "
-                "%.2f%% of the wait\n",
-                ours_wall, ours_cpu, plain_cpu, ours_cpu / (ours_wall * 1e3) * 100);
+    std::printf(
+        "2. waiting %.2f s for a slow gateway: CPU %.1f ms (goal < 20 ms), plain blocking client %.1f ms; "
+        "%.2f%% of the wait\n",
+        ours_wall, ours_cpu, plain_cpu, ours_cpu / (ours_wall * 1e3) * 100);
   }
 
   // 3. The 50 MB reply of 1,000,000 rows.
@@ -287,12 +288,13 @@ int main() {
         if (rows.size() != static_cast<size_t>(kRows)) return 1;
       }
     }
-    std::printf("3. %zu-byte reply of %d rows: RequestList %.0f ms, plain read + split %.0f ms: ratio %.2f "
-                "(goal <= 2)\n",
-                reply_size, kRows, best_ours * 1e3, best_plain * 1e3, best_ours / best_plain);
+    std::printf(
+        "3. %zu-byte reply of %d rows: RequestList %.0f ms, plain read + split %.0f ms: ratio %.2f "
+        "(goal <= 2)\n",
+        reply_size, kRows, best_ours * 1e3, best_plain * 1e3, best_ours / best_plain);
     std::printf("   peak memory: RequestList %.0f MB = %.2f x the reply (goal < 4), plain %.0f MB = %.2f x\n",
-                ours_peak / 1e6, static_cast<double>(ours_peak) / static_cast<double>(reply_size),
-                plain_peak / 1e6, static_cast<double>(plain_peak) / static_cast<double>(reply_size));
+                ours_peak / 1e6, static_cast<double>(ours_peak) / static_cast<double>(reply_size), plain_peak / 1e6,
+                static_cast<double>(plain_peak) / static_cast<double>(reply_size));
   }
 
   ::kill(gateway, SIGTERM);

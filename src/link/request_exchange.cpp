@@ -1,6 +1,5 @@
 #include "link/request_exchange.h"
 
-#include <cstring>
 #include <exception>
 #include <limits>
 

@@ -309,8 +309,7 @@ int Socket::HandleReady(short revents) {
 
 int Socket::FlushSendQueue() {
   while (send_offset_ < send_queue_.size()) {
-    const ssize_t n =
-        ::send(fd_, send_queue_.data() + send_offset_, send_queue_.size() - send_offset_, MSG_NOSIGNAL);
+    const ssize_t n = ::send(fd_, send_queue_.data() + send_offset_, send_queue_.size() - send_offset_, MSG_NOSIGNAL);
     if (n < 0) {
       if (errno == EINTR) continue;
       if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;

@@ -1,8 +1,8 @@
 #include "support/gateway_session.h"
 
-namespace halqvantor::testing {
+#include <algorithm>
 
-GatewaySession::GatewaySession(const ScriptedGateway& gateway) : GatewaySession(gateway.port()) {}
+namespace halqvantor::testing {
 
 GatewaySession::GatewaySession(int port) : object_(std::make_unique<clsVantor>()) {
   object_->strREMOTEHOST = "127.0.0.1";
@@ -16,11 +16,12 @@ GatewaySession::GatewaySession(int port) : object_(std::make_unique<clsVantor>()
 }
 
 std::vector<std::string> GatewaySession::LogLines(size_t from) const {
-  // "DD.MM.YYYY hh:mm:ss" and three blanks stand before each text.
-  constexpr size_t kStampWidth = 22;
-  std::vector<std::string> lines;
-  const std::vector<std::string> raw = ReadLines(log_dir_.File("S1.LOG"));
-  for (size_t i = from; i < raw.size(); ++i) lines.push_back(raw[i].size() >= kStampWidth ? raw[i].substr(kStampWidth) : raw[i]);
+  std::vector<std::string> lines = ReadLines(log_dir_.File("S1.LOG"));
+  lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(std::min(from, lines.size())));
+  for (std::string& line : lines) {
+    // "DD.MM.YYYY hh:mm:ss   " starts each entry; a reply's own line breaks continue one.
+    if (line.size() >= 22 && line[2] == '.' && line[5] == '.') line.erase(0, 22);
+  }
   return lines;
 }
 
