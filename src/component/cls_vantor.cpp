@@ -13,6 +13,8 @@ void clsVantor::Impl::WriteLog(std::string_view text) const {
   WriteLogLine(self.strDebugLogPath, self.strSessionID, text);
 }
 
+bool clsVantor::Impl::LogEnabled() const { return !LogFilePath(self.strDebugLogPath, self.strSessionID).empty(); }
+
 clsVantor::clsVantor() : impl_(std::make_unique<Impl>(*this)) {}
 
 clsVantor::~clsVantor() { impl_->Terminate(); }

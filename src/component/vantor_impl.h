@@ -39,6 +39,38 @@ struct clsVantor::Impl {
 
   // One line of the object's debug log (strDebugLogPath, strSessionID as they are now).
   void WriteLog(std::string_view text) const;
+  // True when WriteLog writes anywhere: lines that would copy a whole reply are built only then.
+  bool LogEnabled() const;
+
+  // ---- Request exchange with the gateway (src/link/request_exchange.cpp).
+
+  // The request string (UTF-8) for args: element 0 is the command, the others its arguments, each turned
+  // into text; the head carries strSessionID, strEASYUser and Encode(strEASYPwd). Raises what the
+  // conversions raise (13 for a Missing argument, 6 for a password too long to encode).
+  std::string BuildRequest(const std::vector<Variant>& args) const;
+  // One string-mode round trip. True with the reply's payload in `response`; false with the failure text
+  // in `status`. Both are set to "" first, except when the call is refused because a request is under way.
+  bool RequestExchange(const std::string& request, std::string& response, std::string& status);
+  // Waits, yielding to the event loop, until the slot is Ready, has a WinsockError, or lngREQUESTTIMEOUT
+  // seconds have passed; true only for Ready. Clears the slot's WinsockError first.
+  bool WaitForReply();
+  // The round trip with the busy retry and the status line: true with the reply rows in ResultRows /
+  // ResultCount and ResultCursor 0; false with the failure text in `status` and no rows.
+  bool RequestList(const std::string& request, std::string& status);
+  // Returns after that many seconds of the clock, yielding to the event loop meanwhile.
+  void Pause(int32_t seconds);
+
+  // The pieces of a round trip, for the operations that run their own copy of it (blob transfer, upload).
+  // When a request is under way: sets `status` to the refusal text, logs it, clears RequestPending (so the
+  // call after it runs) and returns true.
+  bool RefuseNestedRequest(std::string& status);
+  // Connect, send `bytes` (already in the gateway's code page), wait for the reply, disconnect, with the
+  // log lines of the exchange; `request` is the text the send line shows. The caller has set the slot's
+  // Mode (and, for byte mode, its counters and File) and manages RequestPending. True when the reply is
+  // complete; false with the status text of the failure (socket error, time-out, failing socket call).
+  bool RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status);
+  // RequestExchange without copying the reply: on success it stays in the slot's Response.
+  bool ExchangeText(const std::string& request, std::string& status, std::string* response);
   // The end of the object.
   void Terminate();
 };

@@ -18,6 +18,7 @@ frmComm::frmComm() {
 
 void frmComm::LoadElement() {
   sockets_.push_back(std::make_unique<platform::Socket>());
+  sockets_.back()->SetEventSink(this, static_cast<int32_t>(sockets_.size() - 1));
   lists_.emplace_back();
 }
 

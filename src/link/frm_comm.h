@@ -8,6 +8,9 @@
 //
 // Each thread has its own form (ForThisThread), as objects of one page thread share one; an object uses the
 // form of the thread that created it.
+//
+// The form receives the events of its sockets (socket_events.cpp): they arrive while the thread yields to the
+// event loop (platform::DoEvents) and turn into changes of the slot's state.
 
 #include <cstdint>
 #include <deque>
@@ -34,7 +37,7 @@ struct SlotState {
   std::string SessionID;       // session id of the owner; names the log file
 };
 
-class frmComm {
+class frmComm final : private platform::SocketEventSink {
  public:
   // The form of the calling thread, created on first use; it lives as long as the thread.
   static frmComm& ForThisThread();
@@ -81,11 +84,30 @@ class frmComm {
   // One debug-log line into the slot's own log folder and session file.
   void WriteSlotLog(int32_t slot, std::string_view text) const;
 
+  // The event handlers of ctlWinsock(Index). They never raise: a failure is recorded in the slot's
+  // WinsockError (and logged).
+  // Connect: the slot is Ready.
+  void ctlWinsock_Connect(int16_t Index);
+  // Close: logged, nothing else.
+  void ctlWinsock_Close(int16_t Index);
+  // Error: WinsockError = Number + " - " + Description, and the socket is closed.
+  void ctlWinsock_Error(int16_t Index, int32_t Number, const std::string& Description);
+  // DataArrival: takes the bytesTotal received bytes and, by the slot's Mode, adds them to Response
+  // ("STRING", after the "TotalBytes:" header of a reply's first packet) or writes them to the open file
+  // numbered File ("BYTE"); Ready once BytesReceived reaches BytesToReceive.
+  void ctlWinsock_DataArrival(int16_t Index, int32_t bytesTotal);
+
  private:
+  void SocketConnect(int32_t index) override;
+  void SocketDataArrival(int32_t index, int32_t bytes_total) override;
+  void SocketClose(int32_t index) override;
+  void SocketError(int32_t index, int32_t number, const std::string& description) override;
+
   const SlotState& Record(int32_t slot) const;
   SlotState& Record(int32_t slot);
   void LoadElement();
 
+  std::string packet_;  // the bytes of the DataArrival being handled; its memory is reused
   int32_t slot_count_ = 0;
   std::deque<SlotState> slots_;  // index 0 unused; a deque keeps references stable as slots load
   std::vector<std::unique_ptr<platform::Socket>> sockets_;

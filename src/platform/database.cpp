@@ -1,6 +1,6 @@
 #include "platform/database.h"
 
-#include <atomic>
+#include "platform/installed.h"
 
 namespace halqvantor::platform {
 namespace {
@@ -145,8 +145,6 @@ size_t NextSqlToken(std::string_view sql, size_t i, bool& separator, bool& comme
   return i + 1;
 }
 
-std::atomic<ConnectionFactory*> g_installed{nullptr};
-
 // The connection the component holds: the backend is chosen by the connect string when it opens.
 class DispatchingConnection final : public Connection {
  public:
@@ -198,14 +196,10 @@ ConnectionFactory* ConnectionFactory::Default() {
   return &factory;
 }
 
-ConnectionFactory& CurrentConnectionFactory() {
-  ConnectionFactory* factory = g_installed.load(std::memory_order_acquire);
-  return factory != nullptr ? *factory : *ConnectionFactory::Default();
-}
+ConnectionFactory& CurrentConnectionFactory() { return Installed<ConnectionFactory>::Current(); }
 
 ConnectionFactory* InstallConnectionFactory(ConnectionFactory* factory) {
-  ConnectionFactory* previous = g_installed.exchange(factory, std::memory_order_acq_rel);
-  return previous != nullptr ? previous : ConnectionFactory::Default();
+  return Installed<ConnectionFactory>::Install(factory);
 }
 
 std::vector<ConnectPair> ParseConnectString(std::string_view text) {

@@ -3,10 +3,18 @@
 // The socket of one connection slot, with the surface of the socket control the component is written
 // against: Protocol, RemoteHost, RemotePort, LocalPort and State (0 closed, 1 open, 2 listening,
 // 3 connection pending, 4 resolving host, 5 host resolved, 6 connecting, 7 connected, 8 peer is closing,
-// 9 error).
+// 9 error), Connect, SendData, GetData and Close.
+//
+// Underneath is a non-blocking TCP socket. Nothing happens behind the caller's back: the thread's event pump
+// (DoEvents) sends what SendData queued, reads what arrived and reports Connect, DataArrival, Close and Error
+// to the socket's event sink. Failures are reported with the socket control's numbers and words (10061
+// refused, 10054 reset, 11001 host not found, ...).
 
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace halqvantor::platform {
 
@@ -23,9 +31,38 @@ enum SocketState : int16_t {
   kSckError = 9,
 };
 
+// A failure in the socket control's terms.
+struct SocketError {
+  int32_t number = 0;
+  std::string description;
+};
+
+// The one table from the operating system's errors to the socket control's: an errno value, and a name
+// resolution result (getaddrinfo's code, with errno for its system errors).
+SocketError SocketErrorFromErrno(int err);
+SocketError SocketErrorFromResolver(int resolver_error, int err);
+
+// The receiver of a socket's events, called with the index the socket was given. Calls come only from
+// inside DoEvents on the socket's thread; a receiver may call the socket back (GetData, Close).
+class SocketEventSink {
+ public:
+  virtual ~SocketEventSink() = default;
+  virtual void SocketConnect(int32_t index) = 0;
+  virtual void SocketDataArrival(int32_t index, int32_t bytes_total) = 0;
+  virtual void SocketClose(int32_t index) = 0;
+  virtual void SocketError(int32_t index, int32_t number, const std::string& description) = 0;
+};
+
 class Socket {
  public:
-  virtual ~Socket() = default;
+  // A closed socket of the calling thread; it takes part in that thread's DoEvents while it lives.
+  Socket();
+  ~Socket();
+  Socket(const Socket&) = delete;
+  Socket& operator=(const Socket&) = delete;
+
+  // Where the events go; without a sink they are dropped.
+  void SetEventSink(SocketEventSink* sink, int32_t index);
 
   int32_t Protocol = 0;  // 0: TCP
   std::string RemoteHost;
@@ -33,11 +70,103 @@ class Socket {
   int32_t LocalPort = 0;  // 0: any
 
   int16_t State() const { return state_; }
-  // Closes the connection, if any; the State becomes 0.
-  virtual void Close() { state_ = kSckClosed; }
 
- protected:
+  // Starts a connection to RemoteHost:RemotePort. The name is resolved here (this may block); the rest
+  // completes in DoEvents with a Connect event, or an Error event when it fails (an unknown host too).
+  // Raises 40020 when the socket is not closed and 380 for a port outside 0..65535.
+  void Connect();
+  // Queues bytes for sending; DoEvents sends them. Raises 40006 when the socket is not connected.
+  void SendData(std::string_view bytes);
+  // Takes up to `max_bytes` of the received bytes (all of them when `max_bytes` is negative) into `data`,
+  // replacing its content (and reusing its memory).
+  void GetData(std::string& data, int32_t max_bytes = -1);
+  std::string GetData(int32_t max_bytes = -1);
+  // Received bytes that GetData has not taken yet.
+  int32_t BytesAvailable() const { return static_cast<int32_t>(received_size_); }
+  // Ends the connection, if any, and drops what was queued or received; the State becomes 0. No event.
+  void Close();
+
+  // ---- For the event pump.
+  // The descriptor to wait on and the poll events wanted (0: nothing to wait for).
+  int Descriptor() const { return fd_; }
+  short WantedEvents() const;
+  // Changes whenever the descriptor is closed, so that a pump can tell a stale readiness.
+  uint64_t Generation() const { return generation_; }
+  // Events that are due without waiting (a connection made at once, a failed name resolution).
+  bool HasDueEvents() const { return !due_.empty(); }
+  int DeliverDueEvents();
+  // Acts on what poll reported for the descriptor; the number of events delivered.
+  int HandleReady(short revents);
+
+ private:
+  struct DueEvent {
+    bool is_error = false;
+    SocketError error;
+  };
+
+  void StartNextAddress();
+  void FinishConnect();
+  int FlushSendQueue();
+  int ReadAvailable();
+  void GrowReceiveBuffer();
+  void CloseDescriptor();
+  int Fail(const SocketError& error);
+  void Deliver(const DueEvent& event);
+
+  SocketEventSink* sink_ = nullptr;
+  int32_t index_ = 0;
   int16_t state_ = kSckClosed;
+  int fd_ = -1;
+  uint64_t generation_ = 0;
+  std::vector<std::vector<unsigned char>> addresses_;  // resolved addresses not tried yet, in order
+  size_t next_address_ = 0;
+  int last_connect_error_ = 0;
+  std::string send_queue_;
+  size_t send_offset_ = 0;
+  // Received bytes not taken yet: the first received_size_ bytes of a buffer that is kept between reads.
+  std::unique_ptr<char[]> received_;
+  size_t received_size_ = 0;
+  size_t received_capacity_ = 0;
+  std::vector<DueEvent> due_;
 };
+
+// The sockets of the calling thread, in the order they were made.
+const std::vector<Socket*>& ThreadSockets();
+
+// One pass of event delivery over a thread's sockets. Tests install their own (InstallEventPump), as they do
+// with the clock.
+class EventPump {
+ public:
+  virtual ~EventPump() = default;
+  // Delivers the events that are due on `sockets`; when none is and `wait` is set, waits until one is, at
+  // most a few milliseconds (sleeping also when no socket is open). The number of events delivered.
+  virtual int RunOnce(const std::vector<Socket*>& sockets, bool wait) = 0;
+
+  // The poll pump with its standard wait.
+  static EventPump* Default();
+};
+
+// The default pump: poll(2) over the sockets' descriptors.
+class PollPump : public EventPump {
+ public:
+  static constexpr int kDefaultMaxWaitMs = 5;
+  explicit PollPump(int max_wait_ms = kDefaultMaxWaitMs) : max_wait_ms_(max_wait_ms) {}
+  int RunOnce(const std::vector<Socket*>& sockets, bool wait) override;
+
+ private:
+  int max_wait_ms_;
+};
+
+// The installed pump: the default one unless a test installed its own.
+EventPump& CurrentEventPump();
+// Installs `pump` for the whole process (nullptr restores the default); returns the one it replaces.
+EventPump* InstallEventPump(EventPump* pump);
+
+// Yields to the event loop: one pass of the installed pump over the calling thread's sockets, waiting a
+// few milliseconds at most for something to happen. Loops that wait call this. The number of events
+// delivered.
+int DoEvents();
+// The same pass without waiting: lets through what is due, for a single yield between two steps.
+int DoPendingEvents();
 
 }  // namespace halqvantor::platform

@@ -1,0 +1,303 @@
+// Figures of the server link, each against a baseline measured in the same run:
+//   1. round trip of RequestList against a gateway that answers at once, as a ratio to a plain blocking
+//      client doing the same connect, send, receive and close (goal: 1.3 or less);
+//   2. CPU time of a request that waits 2 seconds for a slow gateway (goal: under 20 ms), beside the CPU
+//      time of the blocking client in the same wait;
+//   3. a reply of 1,000,000 rows (50 MB) received and split into rows, as a ratio to reading the same bytes
+//      with the plain client and splitting them at CR LF (goal: 2 or less), and the peak memory of that
+//      request as a multiple of the reply's size (goal: under 4).
+// The gateway is a child process, so that its memory and CPU are not counted.
+
+#include <arpa/inet.h>
+#include <malloc.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "component/vantor_impl.h"
+#include "halqvantor/clsVantor.h"
+#include "link/frm_comm.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kRows = 1000000;
+constexpr size_t kRowLength = 48;  // + CR LF: 50 bytes a row
+
+std::string QuickPayload() { return "Status: OK\r\nEins\r\nZwei\r\nDrei"; }
+
+std::string BigPayload() {
+  std::string payload = "Status: OK\r\n";
+  payload.reserve(payload.size() + static_cast<size_t>(kRows) * (kRowLength + 2));
+  std::string row(kRowLength, 'x');
+  for (int i = 0; i < kRows; ++i) {
+    const std::string number = std::to_string(i);
+    row.replace(0, number.size(), number);
+    payload += row;
+    payload += "\r\n";
+  }
+  return payload;
+}
+
+std::string Framed(const std::string& payload) {
+  return "TotalBytes:" + std::to_string(payload.size()) + "\r\n" + payload;
+}
+
+bool SendAll(int fd, const std::string& bytes) {
+  size_t sent = 0;
+  while (sent < bytes.size()) {
+    const ssize_t n = ::send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+    if (n <= 0) return false;
+    sent += static_cast<size_t>(n);
+  }
+  return true;
+}
+
+// The command of a complete request (its fourth field), or "" while it is incomplete.
+std::string CommandOf(const std::string& request) {
+  if (request.empty() || request.back() != '^') return "";
+  size_t pos = 0;
+  for (int i = 0; i < 3; ++i) {
+    pos = request.find("^,^", pos);
+    if (pos == std::string::npos) return "";
+    pos += 3;
+  }
+  return request.substr(pos, request.find('^', pos) - pos);
+}
+
+// The gateway: "Quick" answers at once, "Slow" after 2 seconds, "Big" with the 1,000,000-row reply.
+[[noreturn]] void ServeForever(int listen_fd) {
+  const std::string quick = Framed(QuickPayload());
+  const std::string big = Framed(BigPayload());
+  for (;;) {
+    const int fd = ::accept(listen_fd, nullptr, nullptr);
+    if (fd < 0) continue;
+    const int one = 1;
+    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+    std::string request;
+    std::string command;
+    char buf[4096];
+    while (command.empty()) {
+      const ssize_t n = ::recv(fd, buf, sizeof buf, 0);
+      if (n <= 0) break;
+      request.append(buf, static_cast<size_t>(n));
+      command = CommandOf(request);
+    }
+    if (command == "Slow") std::this_thread::sleep_for(std::chrono::seconds(2));
+    SendAll(fd, command == "Big" ? big : quick);
+    while (::recv(fd, buf, sizeof buf, 0) > 0) {
+    }
+    ::close(fd);
+  }
+}
+
+// The baseline: a plain blocking client. Returns the payload.
+std::string PlainExchange(int port, const std::string& request) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  const int one = 1;
+  ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  addr.sin_port = htons(static_cast<uint16_t>(port));
+  if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+    std::perror("connect");
+    std::exit(1);
+  }
+  SendAll(fd, request);
+  std::string data;
+  size_t header_end = std::string::npos;
+  size_t total = 0;
+  std::vector<char> buf(256 * 1024);
+  for (;;) {
+    const ssize_t n = ::recv(fd, buf.data(), buf.size(), 0);
+    if (n <= 0) break;
+    data.append(buf.data(), static_cast<size_t>(n));
+    if (header_end == std::string::npos) {
+      header_end = data.find("\r\n");
+      if (header_end != std::string::npos) total = std::stoul(data.substr(11, header_end - 11));
+    }
+    if (header_end != std::string::npos && data.size() - header_end - 2 >= total) break;
+  }
+  ::close(fd);
+  return data.substr(header_end + 2);
+}
+
+std::vector<std::string> PlainSplit(const std::string& payload) {
+  std::vector<std::string> rows;
+  size_t start = payload.find("\r\n") + 2;
+  for (size_t pos = payload.find("\r\n", start); pos != std::string::npos; pos = payload.find("\r\n", start)) {
+    rows.emplace_back(payload, start, pos - start);
+    start = pos + 2;
+  }
+  if (start < payload.size()) rows.emplace_back(payload.substr(start));
+  return rows;
+}
+
+double Seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
+
+double ThreadCpuMs() {
+  rusage usage{};
+  ::getrusage(RUSAGE_THREAD, &usage);
+  return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1e3 +
+         (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e3;
+}
+
+// Resident memory of this process in bytes: now, and the peak since the last ResetPeak.
+size_t StatusKb(const char* field) {
+  std::ifstream in("/proc/self/status");
+  std::string line;
+  while (std::getline(in, line)) {
+    if (line.rfind(field, 0) == 0) return std::stoul(line.substr(std::string(field).size()));
+  }
+  return 0;
+}
+long RssBytes() { return static_cast<long>(StatusKb("VmRSS:")) * 1024; }
+long PeakBytes() { return static_cast<long>(StatusKb("VmHWM:")) * 1024; }
+// Hands freed memory back first, so that the peak that follows is the request's own.
+void ResetPeak() {
+  ::malloc_trim(0);
+  std::ofstream("/proc/self/clear_refs") << "5";
+}
+
+}  // namespace
+
+int main() {
+  using halqvantor::clsVantor;
+  using halqvantor::VantorAccess;
+  using halqvantor::Variant;
+
+  // The gateway process, forked before this process has any threads.
+  const int listen_fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof addr;
+  if (::bind(listen_fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || ::listen(listen_fd, 64) != 0) {
+    std::perror("listen");
+    return 1;
+  }
+  ::getsockname(listen_fd, reinterpret_cast<sockaddr*>(&addr), &len);
+  const int port = ntohs(addr.sin_port);
+  const pid_t gateway = ::fork();
+  if (gateway == 0) ServeForever(listen_fd);
+  ::close(listen_fd);
+
+  clsVantor v;
+  v.strREMOTEHOST = "127.0.0.1";
+  v.lngREMOTEPORT = port;
+  v.lngREQUESTTIMEOUT = 60;
+  v.strSessionID = "BENCH";
+  v.strEASYUser = "u";
+  v.Init();
+  clsVantor::Impl& d = VantorAccess::Of(v);
+  auto request = [&](const char* command) { return d.BuildRequest({Variant(command)}); };
+  auto list = [&](const std::string& wire) {
+    std::string status;
+    if (!d.RequestList(wire, status)) {
+      std::fprintf(stderr, "request failed: %s\n", status.c_str());
+      std::exit(1);
+    }
+  };
+
+  // 1. Round trips, in alternating blocks so that both sides see the same machine.
+  {
+    const std::string wire = request("Quick");
+    constexpr int kBlocks = 10;
+    constexpr int kPerBlock = 150;
+    Clock::duration ours{}, plain{};
+    for (int i = 0; i < 50; ++i) {  // warm-up
+      list(wire);
+      PlainExchange(port, wire);
+    }
+    for (int b = 0; b < kBlocks; ++b) {
+      auto t0 = Clock::now();
+      for (int i = 0; i < kPerBlock; ++i) list(wire);
+      auto t1 = Clock::now();
+      for (int i = 0; i < kPerBlock; ++i) PlainSplit(PlainExchange(port, wire));
+      auto t2 = Clock::now();
+      ours += t1 - t0;
+      plain += t2 - t1;
+    }
+    const double n = kBlocks * kPerBlock;
+    std::printf("1. round trip: RequestList %.1f us, plain blocking client %.1f us: ratio %.2f (goal <= 1.3)\n",
+                Seconds(ours) / n * 1e6, Seconds(plain) / n * 1e6, Seconds(ours) / Seconds(plain));
+  }
+
+  // 2. CPU time while the gateway takes 2 seconds to answer.
+  {
+    double cpu0 = ThreadCpuMs();
+    auto t0 = Clock::now();
+    list(request("Slow"));
+    const double ours_cpu = ThreadCpuMs() - cpu0;
+    const double ours_wall = Seconds(Clock::now() - t0);
+    cpu0 = ThreadCpuMs();
+    PlainExchange(port, request("Slow"));
+    const double plain_cpu = ThreadCpuMs() - cpu0;
+    std::printf(
+        "2. waiting %.2f s for a slow gateway: CPU %.1f ms (goal < 20 ms), plain blocking client %.1f ms; "
+        "%.2f%% of the wait\n",
+        ours_wall, ours_cpu, plain_cpu, ours_cpu / (ours_wall * 1e3) * 100);
+  }
+
+  // 3. The 50 MB reply of 1,000,000 rows.
+  {
+    const std::string wire = request("Big");
+    double best_ours = 1e9, best_plain = 1e9;
+    size_t reply_size = 0;
+    long ours_peak = 0, plain_peak = 0;
+    for (int round = 0; round < 3; ++round) {
+      {
+        std::vector<std::string>().swap(d.ResultRows);
+        ResetPeak();
+        const long before = RssBytes();
+        auto t0 = Clock::now();
+        list(wire);
+        best_ours = std::min(best_ours, Seconds(Clock::now() - t0));
+        ours_peak = std::max(ours_peak, PeakBytes() - before);
+        if (d.ResultCount != kRows) {
+          std::fprintf(stderr, "got %d rows\n", d.ResultCount);
+          return 1;
+        }
+        reply_size = d.form.GetResponse(d.SlotIndex).size();
+        // Free what this request holds before the baseline runs.
+        std::vector<std::string>().swap(d.ResultRows);
+        d.form.SetResponse(d.SlotIndex, "");
+      }
+      {
+        ResetPeak();
+        const long before = RssBytes();
+        auto t0 = Clock::now();
+        std::vector<std::string> rows = PlainSplit(PlainExchange(port, wire));
+        best_plain = std::min(best_plain, Seconds(Clock::now() - t0));
+        plain_peak = std::max(plain_peak, PeakBytes() - before);
+        if (rows.size() != static_cast<size_t>(kRows)) return 1;
+      }
+    }
+    std::printf(
+        "3. %zu-byte reply of %d rows: RequestList %.0f ms, plain read + split %.0f ms: ratio %.2f "
+        "(goal <= 2)\n",
+        reply_size, kRows, best_ours * 1e3, best_plain * 1e3, best_ours / best_plain);
+    std::printf("   peak memory: RequestList %.0f MB = %.2f x the reply (goal < 4), plain %.0f MB = %.2f x\n",
+                ours_peak / 1e6, static_cast<double>(ours_peak) / static_cast<double>(reply_size), plain_peak / 1e6,
+                static_cast<double>(plain_peak) / static_cast<double>(reply_size));
+  }
+
+  ::kill(gateway, SIGTERM);
+  ::waitpid(gateway, nullptr, 0);
+  return 0;
+}

@@ -1,0 +1,204 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <tuple>
+
+#include "platform/files.h"
+#include "support/fake_clock.h"
+#include "support/gateway_session.h"
+#include "support/scripted_gateway.h"
+
+namespace halqvantor {
+namespace {
+
+using testing::FakeClock;
+using testing::GatewaySession;
+using testing::OnFreshThread;
+using testing::ScriptedGateway;
+
+const std::string kRequest = "^S1^,^u^,^p^,^Test^";
+
+// One Send per chunk, each after the component has taken the one before: one DataArrival per chunk.
+std::vector<ScriptedGateway::Step> Chunks(const std::vector<std::string>& chunks) {
+  std::vector<ScriptedGateway::Step> steps;
+  for (const std::string& c : chunks) {
+    if (!steps.empty()) steps.push_back(ScriptedGateway::Await());
+    steps.push_back(ScriptedGateway::Send(c));
+  }
+  return steps;
+}
+
+// Lets the gateway go on whenever the slot's reception has moved on (the component reads the clock in
+// every wait pass and for every log line).
+void ReleaseOnProgress(FakeClock& clock, GatewaySession& s, ScriptedGateway& gateway) {
+  auto now = [&s] {
+    return std::make_tuple(s.state().BytesReceived, s.state().BytesToReceive, s.state().Response.size());
+  };
+  clock.on_read = [&gateway, now, last = now()](FakeClock&) mutable {
+    if (now() != last) gateway.Continue();
+    last = now();
+  };
+}
+
+// The log lines that tell how the packets were taken.
+std::vector<std::string> ReceptionLines(GatewaySession& s) {
+  std::vector<std::string> out;
+  for (const std::string& l : s.LogLines()) {
+    if (l.find("acket received") != std::string::npos || l.find("Event End") != std::string::npos) out.push_back(l);
+  }
+  return out;
+}
+
+std::string End(int received, int announced) {
+  return "    Winsock(1)-DataArrival-Event End (" + std::to_string(received) + " of " + std::to_string(announced) +
+         " bytes received).";
+}
+const std::string kFirst = "    First packet received (mode: STRING).";
+const std::string kNext = "    Next packet received (mode: STRING).";
+
+TEST(Reception, RepliesEndWhenTheAnnouncedBytesAreIn) {
+  struct Case {
+    std::vector<std::string> chunks;
+    std::string response;
+    std::vector<std::string> lines;
+  };
+  const std::vector<Case> cases = {
+      {{"TotalBytes:5\r\nHallo"}, "Hallo", {kFirst, End(5, 5)}},
+      {{"TotalBytes:5\r\nHa", "llo"}, "Hallo", {kFirst, End(2, 5), kNext, End(5, 5)}},
+      {{"TotalBytes:6\r\n", "Hal", "lo!"}, "Hallo!", {kFirst, End(0, 6), kNext, End(3, 6), kNext, End(6, 6)}},
+      {{"TotalBytes:5\r\nHallo!!"}, "Hallo!!", {kFirst, End(7, 5)}},  // the surplus stays
+      {{"TotalBytes:2\r\n\xE4\x80"}, "ä€", {kFirst, End(2, 2)}},      // bytes counted, text in UTF-8
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.response);
+    FakeClock clock;
+    ScriptedGateway gateway;
+    gateway.Script(Chunks(c.chunks));
+    OnFreshThread([&] {
+      GatewaySession s(gateway.port());
+      ReleaseOnProgress(clock, s, gateway);
+      std::string response, status;
+      EXPECT_TRUE(s.impl().RequestExchange(kRequest, response, status)) << status;
+      EXPECT_EQ(response, c.response);
+      EXPECT_TRUE(s.state().Ready);
+      EXPECT_EQ(ReceptionLines(s), c.lines);
+    });
+  }
+}
+
+TEST(Reception, HeadersThatAreNotRecognised) {
+  for (const auto& [reply, error] : std::vector<std::pair<std::string, std::string>>{
+           {"TotalBytes:5", "5 - Invalid procedure call or argument"},  // no CR LF (yet)
+           {"TotalBytes:abc\r\nHallo", "13 - Type mismatch"},
+           {"TotalBytes:99999999999\r\nHallo", "6 - Overflow"}}) {
+    FakeClock clock;
+    ScriptedGateway gateway;
+    gateway.Script({ScriptedGateway::Send(reply), ScriptedGateway::Silence()});
+    OnFreshThread([&] {
+      GatewaySession s(gateway.port());
+      std::string response, status;
+      EXPECT_FALSE(s.impl().RequestExchange(kRequest, response, status));
+      EXPECT_EQ(status, "Winsock Error (DataArrival Error (" + error + "))");
+      EXPECT_FALSE(s.state().Ready);
+      std::vector<std::string> lines = s.LogLines();
+      EXPECT_EQ(lines[lines.size() - 4], "    Error occured: DataArrival Error (" + error + ").");
+      EXPECT_EQ(lines.back(), "Winsock-Fehler (DataArrival Error (" + error + ") - 7).");
+      // The connection stays open; the next request closes it first.
+      EXPECT_FALSE(s.impl().RequestExchange(kRequest, response, status));
+      EXPECT_EQ(s.LogLines(lines.size())[0], "Schließe noch offene Verbindung (letzter Winsock-Status: 0).");
+    });
+  }
+  // A header split inside its keyword is no header: the piece follows whatever the slot held, and a slot
+  // with a complete reply is complete again at once.
+  FakeClock clock;
+  ScriptedGateway gateway;
+  gateway.Script({ScriptedGateway::Send(ScriptedGateway::Reply("Hallo"))});
+  gateway.Script(Chunks({"Total", "Bytes:5\r\nWelt!"}));
+  OnFreshThread([&] {
+    GatewaySession s(gateway.port());
+    std::string response, status;
+    ASSERT_TRUE(s.impl().RequestExchange(kRequest, response, status));
+    ASSERT_TRUE(s.impl().RequestExchange(kRequest, response, status)) << status;
+    EXPECT_EQ(response, "HalloTotal");
+    EXPECT_EQ(ReceptionLines(s).back(), End(10, 5));
+  });
+}
+
+TEST(SocketErrors, RefusedConnectionAndUnknownHost) {
+  FakeClock clock;
+  for (const auto& [host, number, words] : std::vector<std::tuple<std::string, std::string, std::string>>{
+           {"127.0.0.1", "10061", "Connection is forcefully rejected"},
+           {"no-such-host.invalid", "11001", "Authoritative answer: Host not found"}}) {
+    OnFreshThread([&] {
+      GatewaySession s(ScriptedGateway::UnusedPort());
+      s.socket().RemoteHost = host;
+      const size_t before = s.LogLines().size();
+      std::string response, status;
+      EXPECT_FALSE(s.impl().RequestExchange(kRequest, response, status));
+      const std::string error = number + " - " + words;
+      EXPECT_EQ(status, "Winsock Error (" + error + ")");
+      EXPECT_EQ(s.LogLines(before),
+                (std::vector<std::string>{"Verbindungsaufbau.", "  Starte Warteschleife für Anfrageergebnis.",
+                                          "    Winsock(1)-Error-Event (" + number + "- " + words + ").",
+                                          "  Beende Warteschleife für Anfrageergebnis.",
+                                          "  Winsock-Fehler (" + error + ")", "Winsock-Fehler (" + error + " - 0)."}));
+    });
+  }
+}
+
+// A file system whose binary files fail every write with "Disk full".
+struct FullDisk : platform::FileSystem {
+  platform::FileSystem* previous = platform::InstallFileSystem(this);
+  ~FullDisk() override { platform::InstallFileSystem(nullptr); }
+  int AppendToFile(const std::string& path, std::string_view bytes) override {
+    return previous->AppendToFile(path, bytes);
+  }
+  int OpenForBinaryWrite(const std::string&, std::unique_ptr<platform::WritableFile>* file) override {
+    struct Full : platform::WritableFile {
+      int Write(std::string_view) override { return 61; }
+      int Close() override { return 0; }
+    };
+    *file = std::make_unique<Full>();
+    return 0;
+  }
+};
+
+TEST(ByteMode, EveryByteGoesIntoTheFileOpenUnderTheSlotsNumber) {
+  testing::TempDir dir;
+  const std::string path = dir.File("blob.bin");
+  testing::WriteFile(path, "0123456789ABCDEF");
+  FakeClock clock;
+  ScriptedGateway gateway;
+  gateway.Script(Chunks({"TotalBytes:", std::string("\0\xFF\r\n", 4)}));
+  gateway.Script({ScriptedGateway::Send("abc")});
+  auto run = [&](GatewaySession& s, const std::string& file, int32_t expected, std::string& status) {
+    const int number = platform::FreeFile();
+    platform::OpenFileForBinaryWrite(number, file);
+    s.form().SetMode(s.slot(), "BYTE");
+    s.form().SetBytesReceived(s.slot(), 0);
+    s.form().SetBytesToReceive(s.slot(), expected);
+    s.form().SetFile(s.slot(), static_cast<uint8_t>(number));
+    ReleaseOnProgress(clock, s, gateway);
+    const bool ok = s.impl().RunRoundTrip(kRequest, kRequest, status);
+    platform::CloseFile(number);
+    return ok;
+  };
+  OnFreshThread([&] {
+    GatewaySession s(gateway.port());
+    std::string status;
+    EXPECT_TRUE(run(s, path, 15, status)) << status;
+    EXPECT_EQ(ReceptionLines(s), (std::vector<std::string>{"    Packet received (mode: BYTE).", End(11, 15),
+                                                           "    Packet received (mode: BYTE).", End(15, 15)}));
+    // A failing write is a file error; the bytes count all the same.
+    FullDisk disk;
+    EXPECT_FALSE(run(s, "/nowhere/blob.bin", 3, status));
+    EXPECT_EQ(status, "Winsock Error (File Error (61 - Disk full))");
+    EXPECT_EQ(s.state().BytesReceived, 3);
+  });
+  // Written from the first byte on: the longer old file keeps its tail.
+  EXPECT_EQ(testing::ReadFile(path), std::string("TotalBytes:\0\xFF\r\nF", 16));
+}
+
+}  // namespace
+}  // namespace halqvantor
