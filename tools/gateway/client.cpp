@@ -1,0 +1,87 @@
+#include "client.h"
+
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <stdexcept>
+
+#include <asio.hpp>
+
+#include "request_reader.h"
+#include "text.h"
+
+namespace halqvantor::gateway {
+
+using asio::ip::tcp;
+
+std::string FrameRequest(std::string_view session, std::string_view user, std::string_view encoded_password,
+                         const std::vector<std::string>& args) {
+  std::string out = "^";
+  out += session;
+  out += "^,^";
+  out += user;
+  out += "^,^";
+  out += encoded_password;
+  out += '^';
+  for (const std::string& a : args) {
+    out += ",^";
+    out += a;
+    out += '^';
+  }
+  return out;
+}
+
+namespace {
+
+// The full length of a text answer once its header is in, else 0.
+size_t AnnouncedLength(std::string_view bytes) {
+  if (!bytes.starts_with("TotalBytes:")) return 0;
+  const size_t crlf = bytes.find(kCrLf);
+  if (crlf == std::string_view::npos) return 0;
+  const auto length = ParseInteger(bytes.substr(11, crlf - 11));
+  return length && *length >= 0 ? crlf + 2 + static_cast<size_t>(*length) : 0;
+}
+
+}  // namespace
+
+std::string Exchange(const std::string& host, uint16_t port, std::string_view request,
+                     const ExchangeOptions& options) {
+  asio::io_context io;
+  tcp::socket socket(io);
+  asio::error_code ec;
+  socket.connect(tcp::endpoint(asio::ip::make_address(host), port), ec);
+  if (ec) throw std::runtime_error("connect: " + ec.message());
+  timeval tv{};
+  tv.tv_sec = options.timeout.count() / 1000;
+  tv.tv_usec = static_cast<suseconds_t>((options.timeout.count() % 1000) * 1000);
+  setsockopt(socket.native_handle(), SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+  setsockopt(socket.native_handle(), SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
+  socket.set_option(tcp::no_delay(true), ec);
+
+  asio::write(socket, asio::buffer(request.data(), request.size()), ec);
+  if (ec) throw std::runtime_error("send: " + ec.message());
+  if (options.half_close) socket.shutdown(tcp::socket::shutdown_send, ec);
+
+  std::string received;
+  char buffer[16384];
+  while (true) {
+    const size_t n = socket.read_some(asio::buffer(buffer), ec);
+    if (ec == asio::error::eof) break;
+    if (ec) throw std::runtime_error("receive: " + ec.message());
+    received.append(buffer, n);
+    const size_t complete = AnnouncedLength(received);
+    if (complete > 0 && received.size() >= complete) break;
+  }
+  if (options.abortive_close) socket.set_option(asio::socket_base::linger(true, 0), ec);
+  socket.close(ec);
+  return received;
+}
+
+std::optional<std::string> PayloadOf(std::string_view reply) {
+  const size_t complete = AnnouncedLength(reply);
+  if (complete == 0 || reply.size() != complete) return std::nullopt;
+  const size_t crlf = reply.find(kCrLf);
+  return std::string(reply.substr(crlf + 2));
+}
+
+}  // namespace halqvantor::gateway
