@@ -58,6 +58,7 @@ class GatewayServer::Impl {
   std::chrono::milliseconds sweep_period_{1000};
   std::set<std::shared_ptr<Connection>> connections_;
   std::atomic<uint64_t> answered_{0};
+  std::atomic<uint64_t> received_{0};
   std::atomic<size_t> open_{0};
   bool stopping_ = false;
   uint16_t port_ = 0;
@@ -142,6 +143,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
       return;
     }
     last_activity_ = server_.options_.now();
+    server_.received_ += n;
     if (phase_ == Phase::kReading) {
       switch (reader_.Feed(std::string_view(buffer_.data(), n))) {
         case RequestReader::State::kComplete:
@@ -255,6 +257,8 @@ void GatewayServer::CheckDeadlines() {
 }
 
 uint64_t GatewayServer::answered() const { return impl_->answered_; }
+
+uint64_t GatewayServer::received_bytes() const { return impl_->received_; }
 
 size_t GatewayServer::open_connections() const { return impl_->open_; }
 

@@ -51,6 +51,7 @@ class GatewayServer {
   void CheckDeadlines();
 
   uint64_t answered() const;
+  uint64_t received_bytes() const;
   size_t open_connections() const;
 
   class Impl;  // defined in server.cpp only
