@@ -1,8 +1,5 @@
 #include "client.h"
 
-#include <sys/socket.h>
-#include <sys/time.h>
-
 #include <stdexcept>
 
 #include <asio.hpp>
@@ -44,28 +41,55 @@ size_t AnnouncedLength(std::string_view bytes) {
 
 }  // namespace
 
+namespace {
+
+// Runs one asynchronous step to its end, or gives up after `timeout` (closing the socket).
+template <typename Start>
+void Await(asio::io_context& io, tcp::socket& socket, std::chrono::milliseconds timeout, const char* what,
+           asio::error_code& ec, size_t& n, Start start) {
+  bool done = false;
+  start([&](const asio::error_code& e, size_t k) {
+    ec = e;
+    n = k;
+    done = true;
+  });
+  io.restart();
+  io.run_for(timeout);
+  if (!done) {
+    asio::error_code ignored;
+    socket.close(ignored);
+    io.restart();
+    io.run();
+    throw std::runtime_error(std::string(what) + ": timed out");
+  }
+}
+
+}  // namespace
+
 std::string Exchange(const std::string& host, uint16_t port, std::string_view request,
                      const ExchangeOptions& options) {
   asio::io_context io;
   tcp::socket socket(io);
   asio::error_code ec;
-  socket.connect(tcp::endpoint(asio::ip::make_address(host), port), ec);
+  size_t n = 0;
+  const tcp::endpoint endpoint(asio::ip::make_address(host), port);
+  Await(io, socket, options.timeout, "connect", ec, n, [&](auto done) {
+    socket.async_connect(endpoint, [done](const asio::error_code& e) mutable { done(e, 0); });
+  });
   if (ec) throw std::runtime_error("connect: " + ec.message());
-  timeval tv{};
-  tv.tv_sec = options.timeout.count() / 1000;
-  tv.tv_usec = static_cast<suseconds_t>((options.timeout.count() % 1000) * 1000);
-  setsockopt(socket.native_handle(), SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-  setsockopt(socket.native_handle(), SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
   socket.set_option(tcp::no_delay(true), ec);
 
-  asio::write(socket, asio::buffer(request.data(), request.size()), ec);
+  Await(io, socket, options.timeout, "send", ec, n, [&](auto done) {
+    asio::async_write(socket, asio::buffer(request.data(), request.size()), done);
+  });
   if (ec) throw std::runtime_error("send: " + ec.message());
   if (options.half_close) socket.shutdown(tcp::socket::shutdown_send, ec);
 
   std::string received;
   char buffer[16384];
   while (true) {
-    const size_t n = socket.read_some(asio::buffer(buffer), ec);
+    Await(io, socket, options.timeout, "receive", ec, n,
+          [&](auto done) { socket.async_read_some(asio::buffer(buffer), done); });
     if (ec == asio::error::eof) break;
     if (ec) throw std::runtime_error("receive: " + ec.message());
     received.append(buffer, n);
