@@ -88,9 +88,10 @@ double Measure(uint16_t port, const std::string& request, const std::string& exp
     clients.emplace_back([&] {
       ExchangeOptions options;
       options.abortive_close = true;  // no TIME_WAIT pile-up over tens of thousands of connections
+      GatewayClient client("127.0.0.1", port, options);
       for (int r = 0; r < per_client; ++r) {
         try {
-          if (Exchange("127.0.0.1", port, request, options) != expected) ++wrong;
+          if (client.Exchange(request) != expected) ++wrong;
         } catch (const std::exception&) {
           ++wrong;
         }

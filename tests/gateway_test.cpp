@@ -143,6 +143,13 @@ TEST(RequestReaderTest, CompletesByArgumentCountWhateverThePieces) {
   EXPECT_EQ(empty.Feed("^S^,^u^,^p^,^GetArchives^"), State::kNeedMore);
   EXPECT_EQ(empty.Feed(",^^"), State::kComplete);
   EXPECT_EQ(empty.request().args, std::vector<std::string>{""});
+  RequestReader typed(1024, 1024);
+  EXPECT_EQ(typed.Feed("^S^,^u^,^p^,^GetArchives^,^FIBU^\r\n"), State::kComplete);
+  EXPECT_EQ(typed.request().args, std::vector<std::string>{"FIBU"});
+  RequestReader note(1024, 1024);  // a last argument that is itself a line break
+  EXPECT_EQ(note.Feed("^S^,^u^,^p^,^WriteNote^,^K^,^A^,^1^,^^,^n^,^\r\n"), State::kNeedMore);
+  EXPECT_EQ(note.Feed("^"), State::kComplete);
+  EXPECT_EQ(note.request().args.back(), "\r\n");
   RequestReader caret(1024, 1024);
   EXPECT_EQ(caret.Feed("^S^,^u^,^p^,^GetArchives^,^a^b^"), State::kComplete);
   EXPECT_EQ(caret.request().args, std::vector<std::string>{"a^b"});
@@ -704,16 +711,15 @@ TEST_F(GatewayTest, ManyConcurrentClientsAllGetTheirOwnAnswers) {
     clients.emplace_back([&, c] {
       ExchangeOptions options;
       options.abortive_close = true;
+      GatewayClient client("127.0.0.1", server_->port(), options);
       for (int r = 0; r < kRequests; ++r) {
         // Each client asks for its own document, so answers that went to the wrong client would show.
         const std::string id = std::to_string(1000001 + (c + r) % 35);
         try {
           const bool query = (c + r) % 3 == 0;
-          const std::string got = Exchange("127.0.0.1", server_->port(),
-                                           query ? Frame({"QueryArchive", kFibu, kIn, ".6=(bezahlt)", "Kurz", "0", "0", ""})
-                                                 : r % 2 ? Frame({"GetChannels"})
-                                                         : Frame({"GetArchives", kFibu}, "easy", "easy", id),
-                                           options);
+          const std::string got = client.Exchange(
+              query ? Frame({"QueryArchive", kFibu, kIn, ".6=(bezahlt)", "Kurz", "0", "0", ""})
+                    : r % 2 ? Frame({"GetChannels"}) : Frame({"GetArchives", kFibu}, "easy", "easy", id));
           const bool ok = query ? got == paid : r % 2 ? got == channels : ParseReply(got).rows.size() == 2;
           ++(ok ? right : wrong);
         } catch (const std::exception&) {

@@ -66,15 +66,28 @@ void Await(asio::io_context& io, tcp::socket& socket, std::chrono::milliseconds 
 
 }  // namespace
 
-std::string Exchange(const std::string& host, uint16_t port, std::string_view request,
-                     const ExchangeOptions& options) {
+struct GatewayClient::Impl {
   asio::io_context io;
+  tcp::endpoint endpoint;
+  ExchangeOptions options;
+};
+
+GatewayClient::GatewayClient(std::string host, uint16_t port, ExchangeOptions options)
+    : impl_(std::make_unique<Impl>()) {
+  impl_->endpoint = tcp::endpoint(asio::ip::make_address(host), port);
+  impl_->options = options;
+}
+
+GatewayClient::~GatewayClient() = default;
+
+std::string GatewayClient::Exchange(std::string_view request) {
+  asio::io_context& io = impl_->io;
+  const ExchangeOptions& options = impl_->options;
   tcp::socket socket(io);
   asio::error_code ec;
   size_t n = 0;
-  const tcp::endpoint endpoint(asio::ip::make_address(host), port);
   Await(io, socket, options.timeout, "connect", ec, n, [&](auto done) {
-    socket.async_connect(endpoint, [done](const asio::error_code& e) mutable { done(e, 0); });
+    socket.async_connect(impl_->endpoint, [done](const asio::error_code& e) mutable { done(e, 0); });
   });
   if (ec) throw std::runtime_error("connect: " + ec.message());
   socket.set_option(tcp::no_delay(true), ec);
@@ -99,6 +112,11 @@ std::string Exchange(const std::string& host, uint16_t port, std::string_view re
   if (options.abortive_close) socket.set_option(asio::socket_base::linger(true, 0), ec);
   socket.close(ec);
   return received;
+}
+
+std::string Exchange(const std::string& host, uint16_t port, std::string_view request,
+                     const ExchangeOptions& options) {
+  return GatewayClient(host, port, options).Exchange(request);
 }
 
 std::optional<std::string> PayloadOf(std::string_view reply) {

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,8 +23,21 @@ struct ExchangeOptions {
   bool half_close = false;                  // shut down the sending side after the request
 };
 
-// One connection: sends `request`, then reads until a "TotalBytes:" answer is complete or the server closes;
-// returns every byte received. Throws std::runtime_error when connecting, sending or a read fails or times out.
+// A client of one gateway; each Exchange is one connection: it sends `request`, then reads until a
+// "TotalBytes:" answer is complete or the server closes, and returns every byte received. Throws
+// std::runtime_error when connecting, sending or a read fails or times out. One object per thread.
+class GatewayClient {
+ public:
+  GatewayClient(std::string host, uint16_t port, ExchangeOptions options = {});
+  ~GatewayClient();
+  std::string Exchange(std::string_view request);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+// One exchange with a client of its own.
 std::string Exchange(const std::string& host, uint16_t port, std::string_view request,
                      const ExchangeOptions& options = {});
 

@@ -86,11 +86,14 @@ RequestReader::State RequestReader::Scan() {
     if (buffer_.size() > max_request_) return Fail(kRequestTooLarge, StandardMessage(kRequestTooLarge));
     return State::kNeedMore;
   }
-  const bool closed = buffer_.back() == '^' && buffer_.size() >= separators_.back() + kSeparator.size() + 1;
+  // The request ends with the "^" that closes its last field; a line break after it (typed by hand) is let go.
+  size_t end = buffer_.size();
+  if (buffer_.back() == '\n') end -= buffer_.ends_with(kCrLf) ? 2 : 1;
+  const bool closed = end > 0 && buffer_[end - 1] == '^' && end >= separators_.back() + kSeparator.size() + 1;
   if (command_ == nullptr && closed) {
     // Three separators and a closing "^": the command name is the last field so far.
     const size_t start = separators_[2] + kSeparator.size();
-    const std::string name = buffer_.substr(start, buffer_.size() - 1 - start);
+    const std::string name = buffer_.substr(start, end - 1 - start);
     const CommandSpec* spec = FindCommand(name);
     if (spec == nullptr) return Fail(kUnknownCommand, StandardMessage(kUnknownCommand) + (": " + name));
     // A command with arguments is taken up when the separator after its name arrives.
@@ -99,7 +102,7 @@ RequestReader::State RequestReader::Scan() {
   if (command_ != nullptr) {
     const size_t wanted = 3 + static_cast<size_t>(command_->arguments);
     if (separators_.size() > wanted) return Fail(kWrongArgumentCount, StandardMessage(kWrongArgumentCount));
-    if (separators_.size() == wanted && closed) return Complete(buffer_.size());
+    if (separators_.size() == wanted && closed) return Complete(end);
   }
   if (buffer_.size() > max_request_) return Fail(kRequestTooLarge, StandardMessage(kRequestTooLarge));
   return State::kNeedMore;
