@@ -13,8 +13,8 @@ constexpr std::string_view kUpload = "UploadFile";
 
 }  // namespace
 
-const std::vector<CommandSpec>& AllCommands() {
-  static const std::vector<CommandSpec> commands = {
+const std::vector<CommandInfo>& AllCommands() {
+  static const std::vector<CommandInfo> commands = {
       {"GetChannels", 0},           {"GetArchives", 1},          {"GetAllArchives", 0},
       {"GetArchiveDescription", 2}, {"GetSegmentSelectList", 3}, {"QueryArchive", 7},
       {"GetQueryFormatList", 2},    {"GetDocumentInfo", 4},      {"GetSegmentDescription", 5},
@@ -28,9 +28,9 @@ const std::vector<CommandSpec>& AllCommands() {
   return commands;
 }
 
-const CommandSpec* FindCommand(std::string_view name) {
-  for (const CommandSpec& spec : AllCommands()) {
-    if (spec.name == name) return &spec;
+const CommandInfo* FindCommand(std::string_view name) {
+  for (const CommandInfo& info : AllCommands()) {
+    if (info.name == name) return &info;
   }
   return nullptr;
 }
@@ -94,10 +94,10 @@ RequestReader::State RequestReader::Scan() {
     // Three separators and a closing "^": the command name is the last field so far.
     const size_t start = separators_[2] + kSeparator.size();
     const std::string name = buffer_.substr(start, end - 1 - start);
-    const CommandSpec* spec = FindCommand(name);
-    if (spec == nullptr) return Fail(kUnknownCommand, StandardMessage(kUnknownCommand) + (": " + name));
+    const CommandInfo* info = FindCommand(name);
+    if (info == nullptr) return Fail(kUnknownCommand, StandardMessage(kUnknownCommand) + (": " + name));
     // A command with arguments is taken up when the separator after its name arrives.
-    if (spec->arguments == 0) command_ = spec;
+    if (info->arguments == 0) command_ = info;
   }
   if (command_ != nullptr) {
     const size_t wanted = 3 + static_cast<size_t>(command_->arguments);

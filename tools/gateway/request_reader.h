@@ -14,14 +14,14 @@
 
 namespace halqvantor::gateway {
 
-struct CommandSpec {
+struct CommandInfo {
   std::string_view name;
   int arguments;  // after the command name
 };
 
 // The command of that name (case-sensitive), or nullptr.
-const CommandSpec* FindCommand(std::string_view name);
-const std::vector<CommandSpec>& AllCommands();
+const CommandInfo* FindCommand(std::string_view name);
+const std::vector<CommandInfo>& AllCommands();
 
 struct Request {
   std::string session;
@@ -58,7 +58,7 @@ class RequestReader {
   std::string buffer_;
   std::vector<size_t> separators_;  // positions of "^,^"
   size_t scan_ = 1;                 // where the search for the next separator goes on
-  const CommandSpec* command_ = nullptr;
+  const CommandInfo* command_ = nullptr;
   size_t body_start_ = 0;  // > 0 once the head of an upload is read
   size_t body_length_ = 0;
   State state_ = State::kNeedMore;
