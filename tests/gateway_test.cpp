@@ -1,0 +1,784 @@
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <thread>
+
+#include <asio.hpp>
+#include <nlohmann/json.hpp>
+
+#include "archive.h"
+#include "blob_files.h"
+#include "client.h"
+#include "import_file.h"
+#include "pdf_writer.h"
+#include "request_reader.h"
+#include "server.h"
+#include "status.h"
+#include "support/temp_dir.h"
+#include "text.h"
+#include "tiff.h"
+#include "users/text_encoding.h"
+
+extern char** environ;
+
+namespace halqvantor::gateway {
+namespace {
+
+namespace fs = std::filesystem;
+using halqvantor::testing::ReadFile;
+using halqvantor::testing::TempDir;
+using halqvantor::testing::WriteFile;
+using State = RequestReader::State;
+
+// The text answer's status line and rows, in UTF-8.
+struct Reply {
+  std::string status;
+  std::vector<std::string> rows;
+};
+
+Reply ParseReply(const std::string& wire) {
+  const auto payload = PayloadOf(wire);
+  if (!payload) return {"<no text answer: " + wire.substr(0, 40) + ">", {}};
+  std::vector<std::string> lines = SplitLines(FromWire(*payload));
+  Reply reply{lines.empty() ? std::string() : lines.front(), {}};
+  if (!lines.empty()) reply.rows.assign(lines.begin() + 1, lines.end());
+  return reply;
+}
+
+std::string Frame(const std::vector<std::string>& args, const std::string& user = "easy",
+                  const std::string& password = "easy", const std::string& session = "S1") {
+  std::vector<std::string> wire;
+  for (const std::string& a : args) wire.push_back(ToWire(a));
+  return FrameRequest(session, user, EncodeText(password), wire);
+}
+
+class GatewayTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fs::copy(VANTOR_GATEWAY_SAMPLE, data(), fs::copy_options::recursive);
+    fs::create_directories(blob());
+    Start();
+  }
+  void TearDown() override { Stop(); }
+
+  void Start(int busy = 0) {
+    GatewayOptions options;
+    options.data_dir = data();
+    options.blob_dir = blob();
+    options.busy = busy;
+    options.max_request_bytes = 64 * 1024;
+    options.max_upload_bytes = 1 << 20;
+    options.now = [this] { return std::chrono::steady_clock::now() + std::chrono::milliseconds(shift_ms_.load()); };
+    server_ = std::make_unique<GatewayServer>(options);
+    thread_ = std::thread([this] { server_->Run(); });
+  }
+  void Stop() {
+    if (!server_) return;
+    server_->Stop();
+    thread_.join();
+    server_.reset();
+  }
+  void Restart(int busy = 0) {
+    Stop();
+    Start(busy);
+  }
+
+  std::string Raw(std::string_view request, const ExchangeOptions& options = {}) {
+    return Exchange("127.0.0.1", server_->port(), request, options);
+  }
+  Reply Ask(const std::vector<std::string>& args, const std::string& user = "easy",
+            const std::string& password = "easy", const std::string& session = "S1") {
+    return ParseReply(Raw(Frame(args, user, password, session)));
+  }
+  // Lets the server's deadlines pass without waiting for them.
+  void PassTime(std::chrono::milliseconds ms) {
+    shift_ms_ += ms.count();
+    server_->CheckDeadlines();
+  }
+  void WaitUntilReceived(uint64_t bytes) {
+    for (int i = 0; i < 5000 && server_->received_bytes() < bytes; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_GE(server_->received_bytes(), bytes);
+  }
+
+  std::string data() const { return dir_.File("data"); }
+  std::string blob() const { return dir_.File("blob"); }
+
+  TempDir dir_;
+  std::unique_ptr<GatewayServer> server_;
+  std::thread thread_;
+  std::atomic<int64_t> shift_ms_{0};
+};
+
+const std::string kOk = "Status: OK";
+const std::string kFibu = "FIBU";
+const std::string kIn = "Eingangsrechnungen";
+
+// ---- framing, without a network ---------------------------------------------------------------------------
+
+TEST(RequestReaderTest, CompletesByArgumentCountWhateverThePieces) {
+  const std::string request = "^S1^,^easy^,^6866^,^GetArchiveDescription^,^FIBU^,^Eingangsrechnungen^";
+  for (size_t piece : {request.size(), size_t{1}, size_t{2}, size_t{3}, size_t{7}}) {
+    RequestReader reader(1024, 1024);
+    State state = State::kNeedMore;
+    for (size_t at = 0; at < request.size(); at += piece) {
+      ASSERT_EQ(state, State::kNeedMore) << "piece " << piece << " at " << at;
+      state = reader.Feed(std::string_view(request).substr(at, piece));
+    }
+    ASSERT_EQ(state, State::kComplete) << "piece " << piece;
+    EXPECT_EQ(reader.request().session, "S1");
+    EXPECT_EQ(reader.request().password, "6866");
+    EXPECT_EQ(reader.request().command, "GetArchiveDescription");
+    EXPECT_EQ(reader.request().args, (std::vector<std::string>{"FIBU", "Eingangsrechnungen"}));
+  }
+  // A command without arguments ends with its name; empty fields are fields; "^" inside a field stays.
+  RequestReader bare(1024, 1024);
+  EXPECT_EQ(bare.Feed("^^,^^,^^,^GetChannels^"), State::kComplete);
+  RequestReader empty(1024, 1024);
+  EXPECT_EQ(empty.Feed("^S^,^u^,^p^,^GetArchives^"), State::kNeedMore);
+  EXPECT_EQ(empty.Feed(",^^"), State::kComplete);
+  EXPECT_EQ(empty.request().args, std::vector<std::string>{""});
+  RequestReader typed(1024, 1024);
+  EXPECT_EQ(typed.Feed("^S^,^u^,^p^,^GetArchives^,^FIBU^\r\n"), State::kComplete);
+  EXPECT_EQ(typed.request().args, std::vector<std::string>{"FIBU"});
+  RequestReader note(1024, 1024);  // a last argument that is itself a line break
+  EXPECT_EQ(note.Feed("^S^,^u^,^p^,^WriteNote^,^K^,^A^,^1^,^^,^n^,^\r\n"), State::kNeedMore);
+  EXPECT_EQ(note.Feed("^"), State::kComplete);
+  EXPECT_EQ(note.request().args.back(), "\r\n");
+  RequestReader caret(1024, 1024);
+  EXPECT_EQ(caret.Feed("^S^,^u^,^p^,^GetArchives^,^a^b^"), State::kComplete);
+  EXPECT_EQ(caret.request().args, std::vector<std::string>{"a^b"});
+}
+
+TEST(RequestReaderTest, RefusesMalformedRequests) {
+  struct Case {
+    std::string bytes;
+    int code;
+  };
+  const std::vector<Case> cases = {
+      {"GET / HTTP/1.0\r\n\r\n", kBadFraming},
+      {"^S^,^u^,^p^,^Frobnicate^", kUnknownCommand},
+      {"^S^,^u^,^p^,^Frobnicate^,^x^", kUnknownCommand},
+      {"^S^,^u^,^p^,^GetChannels^,^extra^", kWrongArgumentCount},
+      {"^S^,^u^,^p^,^GetArchives^,^a^,^b^", kWrongArgumentCount},
+      {"^S^,^u^,^p^,^UploadFile^,^dir^,^name^\r\nxyz", kWrongArgumentCount},
+      {"^S^,^u^,^p^,^UploadFile^,^dir^,^name^,^-3^\r\n", kBadArgument},
+      {"^S^,^u^,^p^,^UploadFile^,^dir^,^name^,^99999^\r\n", kRequestTooLarge},
+      {"^S^,^u^,^p^,^WriteNote^,^" + std::string(300, 'x'), kRequestTooLarge},
+      {"^" + std::string(300, 'x'), kRequestTooLarge},
+  };
+  for (const Case& c : cases) {
+    RequestReader reader(256, 1000);
+    EXPECT_EQ(reader.Feed(c.bytes), State::kFailed) << c.bytes;
+    EXPECT_EQ(reader.error_code(), c.code) << c.bytes;
+    EXPECT_EQ(reader.Feed("^more^"), State::kFailed);
+  }
+}
+
+TEST(RequestReaderTest, UploadReadsTheAnnouncedBytesAfterItsHead) {
+  const std::string body = std::string("^,^\r\n\0\xFF", 7) + "tail";
+  const std::string request = "^S^,^u^,^p^,^UploadFile^,^C:\\blob^,^a.bin^,^" + std::to_string(body.size()) + "^\r\n";
+  RequestReader reader(1024, 1024);
+  for (char c : request) ASSERT_EQ(reader.Feed(std::string_view(&c, 1)), State::kNeedMore);
+  EXPECT_EQ(reader.Feed(body.substr(0, 5)), State::kNeedMore);
+  EXPECT_EQ(reader.Feed(body.substr(5) + "surplus"), State::kComplete);
+  EXPECT_EQ(reader.request().args, (std::vector<std::string>{"C:\\blob", "a.bin", "11"}));
+  EXPECT_EQ(reader.request().body, body);
+}
+
+// ---- helpers of the archive ---------------------------------------------------------------------------------
+
+TEST(GatewayTextTest, MatchingAndColumns) {
+  EXPECT_TRUE(WildcardMatch("mei*", "Meier GmbH"));
+  EXPECT_TRUE(WildcardMatch("*GMBH", "Meier GmbH"));
+  EXPECT_TRUE(WildcardMatch("m*r*h", "Meier GmbH"));
+  EXPECT_FALSE(WildcardMatch("Meier", "Meier GmbH"));
+  EXPECT_TRUE(WildcardMatch(ToWire("MÜLLER*"), ToWire("müller Bürobedarf")));
+  EXPECT_TRUE(WildcardMatch("", ""));
+  EXPECT_EQ(SplitColumns("^a^,^^,^b,c^"), (std::vector<std::string>{"a", "", "b,c"}));
+  EXPECT_EQ(Row({"a", "", "b"}), "^a^,^^,^b^");
+  EXPECT_TRUE(IsDate("29.02.2004"));
+  EXPECT_FALSE(IsDate("29.02.2003"));
+  EXPECT_FALSE(IsDate("2002-01-01"));
+  EXPECT_TRUE(IsDecimalNumber("-1250,50"));
+  EXPECT_FALSE(IsDecimalNumber("12,"));
+}
+
+TEST(GatewayImportFileTest, ReadsDescriptionsGroupsAndValues) {
+  const std::string file = ToWire(
+      "@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:Rechnung 7, Kopie,1:NR,3:DATUM,4:TEXT\r\n"
+      "^7^,^01.02.2002^,^Zeile 1\r\nZeile 2^\r\n"
+      "@DB,$(#VERTRAG)\\Verträge\r\n@CHARSET,ANSI\r\n@FOLDER,FT:Ohne Felder\r\n\r\n");
+  const auto d = ParseImportFile(file);
+  ASSERT_EQ(d.size(), 2u);
+  EXPECT_EQ(d[0].channel, "FIBU");
+  EXPECT_EQ(d[0].title, "Rechnung 7, Kopie");
+  ASSERT_EQ(d[0].groups.size(), 3u);
+  EXPECT_EQ(d[0].groups[1].type, 3);
+  EXPECT_EQ(d[0].groups[1].id, "DATUM");
+  EXPECT_EQ(d[0].groups[2].value, "Zeile 1\r\nZeile 2");
+  EXPECT_EQ(FromWire(d[1].archive), "Verträge");
+  EXPECT_TRUE(d[1].groups.empty());
+
+  const auto utf8 = ParseImportFile("@DB,$(#A)\\B\r\n@CHARSET,UTF-8\r\n@FOLDER,FT:T,1:X\r\n^Gr\xC3\xBC\xC3\x9F" "e^\r\n");
+  EXPECT_EQ(utf8[0].groups[0].value, ToWire("Grüße"));
+
+  for (const std::string bad : {"", "@FOLDER,FT:x\r\n", "@DB,FIBU\r\n@FOLDER,FT:x\r\n",
+                                "@DB,$(#A)\\B\r\n^x^\r\n", "@DB,$(#A)\\B\r\n@FOLDER,FT:x,1:A,1:B\r\n^only one^\r\n"}) {
+    try {
+      ParseImportFile(bad);
+      ADD_FAILURE() << "accepted: " << bad;
+    } catch (const GatewayError& e) {
+      EXPECT_EQ(e.code(), kBadImportFile);
+    }
+  }
+}
+
+TEST(GatewayFilesTest, TiffPagesSurviveRepackingInEitherByteOrder) {
+  // A two-page big-endian file: 8x2 pixels per page, one strip each.
+  auto be16 = [](uint16_t v) { return std::string{static_cast<char>(v >> 8), static_cast<char>(v & 0xFF)}; };
+  auto be32 = [&](uint32_t v) { return be16(static_cast<uint16_t>(v >> 16)) + be16(static_cast<uint16_t>(v)); };
+  std::string file = "MM" + be16(42) + be32(8);
+  std::vector<std::string> strips = {"\xAA\x55", "\x0F\xF0"};
+  for (int p = 0; p < 2; ++p) {
+    const uint32_t ifd = static_cast<uint32_t>(file.size());
+    const uint32_t strip = ifd + 2 + 4 * 12 + 4;
+    file += be16(4);
+    file += be16(256) + be16(3) + be32(1) + be16(8) + be16(0);
+    file += be16(257) + be16(3) + be32(1) + be16(2) + be16(0);
+    file += be16(273) + be16(4) + be32(1) + be32(strip);
+    file += be16(279) + be16(4) + be32(1) + be32(2);
+    file += be32(p == 0 ? strip + 2 : 0);
+    file += strips[p];
+  }
+  const auto pages = ReadTiff(file);
+  ASSERT_TRUE(pages.has_value());
+  ASSERT_EQ(pages->size(), 2u);
+  EXPECT_EQ(pages->at(1).chunks, std::vector<std::string>{strips[1]});
+  EXPECT_EQ(pages->at(0).entries.front().value, std::string("\x08\x00", 2));  // width, now little-endian
+
+  const std::string swapped = WriteTiff({pages->at(1), pages->at(0)});
+  EXPECT_EQ(swapped.substr(0, 4), std::string("II*\0", 4));
+  const auto again = ReadTiff(swapped);
+  ASSERT_TRUE(again.has_value());
+  EXPECT_EQ(again->at(0).chunks, std::vector<std::string>{strips[1]});
+  EXPECT_EQ(again->at(1).chunks, std::vector<std::string>{strips[0]});
+
+  EXPECT_FALSE(ReadTiff("not a tiff").has_value());
+  EXPECT_FALSE(ReadTiff(file.substr(0, 20)).has_value());  // directory cut off
+  std::string loop = file;
+  loop.replace(4, 4, be32(8));
+  loop.replace(8 + 2 + 4 * 12, 4, be32(8));  // first directory points to itself
+  EXPECT_FALSE(ReadTiff(loop).has_value());
+}
+
+TEST(GatewayFilesTest, PdfCrossReferencePointsAtItsObjects) {
+  std::vector<std::string> lines(130, "Zeile (mit Klammern) und \\");
+  const std::string pdf = RenderTextPdf(ToWire("Prüfung"), lines);
+  const size_t startxref = pdf.rfind("startxref\n");
+  const size_t xref = std::stoul(pdf.substr(startxref + 10));
+  ASSERT_EQ(pdf.substr(xref, 4), "xref");
+  EXPECT_NE(pdf.find("/Count 3"), std::string::npos);  // 130 lines: three pages
+  const size_t first_entry = pdf.find("0000000000 65535 f \n", xref) + 20;
+  const size_t object1 = std::stoul(pdf.substr(first_entry, 10));
+  EXPECT_EQ(pdf.substr(object1, 7), "1 0 obj");
+  EXPECT_NE(pdf.find("\\(mit Klammern\\) und \\\\"), std::string::npos);
+}
+
+TEST(GatewayFilesTest, BlobPathsStayInsideTheBlobFolder) {
+  TempDir dir;
+  const BlobFolder blob(dir.path());
+  const fs::path root = fs::weakly_canonical(dir.path());
+  EXPECT_EQ(blob.Resolve(root.string() + "\\out\\x.tif"), root / "out" / "x.tif");
+  EXPECT_EQ(blob.Resolve(root.string()), root);
+  EXPECT_EQ(blob.Resolve("out\\\\.\\x.tif"), root / "out" / "x.tif");
+  EXPECT_EQ(blob.Resolve(""), root);
+  EXPECT_EQ(blob.ResolveFile("sub", "a.pdf"), root / "sub" / "a.pdf");
+  for (const std::string& bad : std::vector<std::string>{"..\\etc", "out\\..\\..\\x", "/etc/passwd", "C:\\blob",
+                                                        "\\\\server\\share", root.string() + "\\..\\x",
+                                                        root.string() + "x\\y"}) {
+    EXPECT_THROW(blob.Resolve(bad), GatewayError) << bad;
+  }
+  for (const std::string bad : {"", "..", "a/b", "a\\b"}) EXPECT_THROW(blob.ResolveFile("", bad), GatewayError);
+}
+
+TEST(GatewayStoreTest, RefusesAnInconsistentArchiveFile) {
+  const std::string sample = std::string(VANTOR_GATEWAY_SAMPLE);
+  const nlohmann::json good = nlohmann::json::parse(ReadFile(sample + "/archive.json"));
+  const std::vector<std::pair<nlohmann::json::json_pointer, nlohmann::json>> breakages = {
+      {nlohmann::json::json_pointer("/channels/0/archives/0/fields/1/id"), 1},
+      {nlohmann::json::json_pointer("/channels/0/archives/0/query_formats/0/columns/0"), 99},
+      {nlohmann::json::json_pointer("/channels/0/archives/0/documents/0/versions/0/segments/1/file"),
+       "files/missing.tif"},
+      {nlohmann::json::json_pointer("/channels/0/archives/0/documents/0/versions/0/index/77"), "x"},
+      {nlohmann::json::json_pointer("/channels/1/name"), "A,B"},
+      {nlohmann::json::json_pointer("/channels"), 5},
+  };
+  for (const auto& [where, value] : breakages) {
+    TempDir dir;
+    fs::copy(sample + "/files", dir.File("files"), fs::copy_options::recursive);
+    nlohmann::json broken = good;
+    broken[where] = value;
+    WriteFile(dir.File("archive.json"), broken.dump());
+    EXPECT_THROW(Store{dir.path()}, std::runtime_error) << where.to_string();
+  }
+  TempDir dir;
+  EXPECT_THROW(Store{dir.path()}, std::runtime_error);
+  WriteFile(dir.File("archive.json"), "{\"channels\": [");
+  EXPECT_THROW(Store{dir.path()}, std::runtime_error);
+}
+
+// ---- commands over the network ----------------------------------------------------------------------------
+
+TEST_F(GatewayTest, ChannelAndArchiveListsFollowTheUsersRights) {
+  const Reply channels = Ask({"GetChannels"});
+  EXPECT_EQ(channels.status, kOk);
+  EXPECT_EQ(channels.rows, (std::vector<std::string>{"FIBU,Finanzbuchhaltung, Rechnungseingang und -ausgang",
+                                                     "PERSONAL,Personalabteilung (vertraulich)",
+                                                     "VERTRAG,Verträge, Vereinbarungen, Korrespondenz"}));
+  EXPECT_EQ(Ask({"GetArchives", "fibu"}).rows, (std::vector<std::string>{kIn, "Ausgangsrechnungen"}));
+  EXPECT_EQ(Ask({"GetArchives", "PERSONAL"}, "gast", "gast").rows, std::vector<std::string>{});
+  EXPECT_EQ(Ask({"GetArchives", "NIRGENDS"}).status, "Status: Error 30 Kanal unbekannt: NIRGENDS");
+  EXPECT_EQ(Ask({"GetAllArchives"}, "gast", "gast").rows,
+            (std::vector<std::string>{"$(#FIBU)\\Eingangsrechnungen", "$(#FIBU)\\Ausgangsrechnungen",
+                                      "$(#VERTRAG)\\Verträge"}));
+  EXPECT_EQ(Ask({"GetAllArchivesExt"}, "gast", "gast").rows,
+            (std::vector<std::string>{"#FIBU,Finanzbuchhaltung, Rechnungseingang und -ausgang", kIn,
+                                      "Ausgangsrechnungen", "#PERSONAL,Personalabteilung (vertraulich)",
+                                      "#VERTRAG,Verträge, Vereinbarungen, Korrespondenz", "Verträge"}));
+}
+
+TEST_F(GatewayTest, LogOnNeedsAKnownUserAndHisEncodedPassword) {
+  EXPECT_EQ(Ask({"GetChannels"}, "easy", "wrong").status, "Status: Error 21 Anmeldung fehlgeschlagen");
+  EXPECT_EQ(Ask({"GetChannels"}, "nobody", "easy").status, "Status: Error 21 Anmeldung fehlgeschlagen");
+  EXPECT_EQ(Ask({"GetChannels"}, "ADMIN", "Vantor2002").status, kOk);
+  // The password travels encoded: the plain text is no password.
+  EXPECT_EQ(ParseReply(Raw(FrameRequest("S", "easy", "easy", {"GetChannels"}))).status,
+            "Status: Error 21 Anmeldung fehlgeschlagen");
+  EXPECT_EQ(EncodeText("easy"), "AFA68F92");
+  EXPECT_EQ(ParseReply(Raw(FrameRequest("S", "easy", "afa68f92", {"GetChannels"}))).status, kOk);  // either case
+  EXPECT_EQ(ParseReply(Raw(FrameRequest("S", "easy", "AFA68F9", {"GetChannels"}))).status.substr(0, 16),
+            "Status: Error 21");
+}
+
+TEST_F(GatewayTest, ArchiveDescriptionSelectListsMasksAndProperties) {
+  const Reply d = Ask({"GetArchiveDescription", kFibu, kIn});
+  ASSERT_EQ(d.status, kOk);
+  ASSERT_EQ(d.rows.size(), 7u);
+  EXPECT_EQ(d.rows[0], "RCEDI");
+  EXPECT_EQ(d.rows[1], "^1^,^Rechnungsnummer^,^1^,^12^,^1^,^10^,^0^");
+  EXPECT_EQ(d.rows[5], "^5^,^Abteilung^,^1^,^20^,^0^,^9^,^1^");
+  EXPECT_EQ(Ask({"GetArchiveDescription", kFibu, kIn}, "gast", "gast").rows[0], "R");
+  EXPECT_EQ(Ask({"GetArchiveDescription", kFibu, "Nichts"}).status, "Status: Error 31 Archiv unbekannt: Nichts");
+  EXPECT_EQ(Ask({"GetArchiveDescription", "PERSONAL", "Personalakten"}, "gast", "gast").status,
+            "Status: Error 22 Keine Berechtigung: $(#PERSONAL)\\Personalakten");
+
+  EXPECT_EQ(Ask({"GetSegmentSelectList", kFibu, kIn, "6"}).rows,
+            (std::vector<std::string>{"offen", "geprüft", "bezahlt"}));
+  EXPECT_EQ(Ask({"GetSegmentSelectList", kFibu, kIn, "STATUS"}).rows.size(), 3u);
+  EXPECT_EQ(Ask({"GetSegmentSelectList", kFibu, kIn, "1"}).rows, std::vector<std::string>{});
+  EXPECT_EQ(Ask({"GetSegmentSelectList", kFibu, kIn, "77"}).status, "Status: Error 33 Feld unbekannt: 77");
+  EXPECT_EQ(Ask({"GetQueryFormatList", kFibu, kIn}).rows,
+            (std::vector<std::string>{"Standard", "Kurz", "Buchhaltung"}));
+
+  const Reply masks = Ask({"GetMasks", kFibu, kIn});
+  ASSERT_EQ(masks.rows.size(), 12u);
+  EXPECT_EQ(masks.rows[0], "@Erfassung");
+  EXPECT_EQ(masks.rows[1], "^1^,^1^,^12^,^L^,^Rechnungsnummer^,^1^,^^,^0^");  // eight columns: no list
+  EXPECT_EQ(masks.rows[6], "^6^,^6^,^10^,^L^,^Status^,^0^,^offen^,^1^,^offen^,^geprüft^,^bezahlt^");
+  EXPECT_EQ(masks.rows[9], "^2^,^2^,^30^,^L^,^Firma^,^0^,^^,^0^");
+  EXPECT_EQ(masks.rows[11], "@Leer");
+
+  EXPECT_EQ(Ask({"GetArchiveProperties", kFibu, kIn}).rows, std::vector<std::string>{"1,1,1,1,14"});
+  EXPECT_EQ(Ask({"GetArchiveProperties", "VERTRAG", "Verträge"}).rows, std::vector<std::string>{"1,1,0,1,6"});
+  EXPECT_EQ(Ask({"GetArchiveProperties", "VERTRAG", "Verträge"}, "gast", "gast").rows,
+            std::vector<std::string>{"0,0,0,0,6"});
+}
+
+TEST_F(GatewayTest, QueryAnswersHeaderLinesAndHitLines) {
+  const Reply q = Ask({"QueryArchive", kFibu, kIn, ".2=(meier*) & Betrag", "", "10", "0", ""});
+  ASSERT_EQ(q.status, kOk);
+  ASSERT_EQ(q.rows.size(), 7u);
+  EXPECT_EQ(q.rows[0], "2");
+  EXPECT_EQ(q.rows[1], "1=10;2=11");
+  EXPECT_EQ(q.rows[2], "1");
+  EXPECT_EQ(q.rows[3], "^0^,^512^,^512^,^0^,^0^,^1024^,^512^");
+  EXPECT_EQ(q.rows[4], "^Ablage^,^Dokument^,^Version^,^Rechnungsnummer^,^Lieferant^,^Rechnungsdatum^,^Betrag^");
+  EXPECT_EQ(q.rows[5].substr(0, 50), "^$(#FIBU)\\Eingangsrechnungen^,^1000001^,^1^,^2002-");
+  EXPECT_NE(q.rows[6].find("^,^1000008^,^1^,^2002-0208^,^Meier & Söhne KG^,^"), std::string::npos);
+
+  // The newest version is found; the query format picks the columns; limits cut total and lines.
+  const Reply paid = Ask({"QueryArchive", kFibu, kIn, ".STATUS=(bezahlt)", "Buchhaltung", "0", "0", ""});
+  EXPECT_EQ(paid.rows[0], "5");
+  EXPECT_EQ(paid.rows[3], "^0^,^512^,^512^,^0^,^1024^,^512^,^0^");
+  EXPECT_NE(paid.rows[5].find("^,^1000002^,^2^,^"), std::string::npos);
+  const Reply cut = Ask({"QueryArchive", kFibu, kIn, "", "Kurz", "3", "10", ""});
+  EXPECT_EQ(cut.rows[0], "10");
+  EXPECT_EQ(cut.rows.size(), 5u + 3u);
+  EXPECT_EQ(Ask({"QueryArchive", kFibu, kIn, "", "", "", "", ""}).rows.size(), 5u + 14u);
+
+  // Folder rights restrict like a second query; free text reaches the text segments.
+  EXPECT_EQ(Ask({"QueryArchive", kFibu, kIn, "", "", "0", "0", ".ABT=(Technik)"}).rows[0], "3");
+  EXPECT_EQ(Ask({"QueryArchive", kFibu, kIn, "überweisen Außenlager", "", "0", "0", ""}).rows[0], "1");
+  const Reply none = Ask({"QueryArchive", kFibu, kIn, "Zeppelin", "", "0", "0", ""});
+  EXPECT_EQ(none.rows.size(), 5u);
+  EXPECT_EQ(none.rows[0], "0");
+  EXPECT_EQ(none.rows[2], "0");
+  EXPECT_EQ(Ask({"QueryArchive", "VERTRAG", "Korrespondenz", "", "", "0", "0", ""}).rows[1], "");
+
+  EXPECT_EQ(Ask({"QueryArchive", kFibu, kIn, ".2=Meier", "", "0", "0", ""}).status,
+            "Status: Error 40 Ungültige Abfrage: .2=Meier");
+  EXPECT_EQ(Ask({"QueryArchive", kFibu, kIn, ".9=(x)", "", "0", "0", ""}).status.substr(0, 16),
+            "Status: Error 33");
+  EXPECT_EQ(Ask({"QueryArchive", kFibu, kIn, "", "Lang", "0", "0", ""}).status,
+            "Status: Error 35 Abfrageformat unbekannt: Lang");
+  EXPECT_EQ(Ask({"QueryArchive", kFibu, kIn, "", "", "viele", "0", ""}).status,
+            "Status: Error 41 Ungültiger Parameter: lngMaxLines");
+}
+
+TEST_F(GatewayTest, DocumentInfoSegmentsAndMarkedText) {
+  const Reply info = Ask({"GetDocumentInfo", kFibu, kIn, "1000001", "1"});
+  ASSERT_EQ(info.rows.size(), 1u);
+  const std::vector<std::string> c = SplitColumns(info.rows[0]);
+  ASSERT_EQ(c.size(), 12u);
+  EXPECT_EQ(c[2], "1000001");
+  EXPECT_EQ(c[7], "Rechnung 2002-0117 Meier GmbH");
+  EXPECT_EQ(std::vector<std::string>(c.begin() + 8, c.end()), (std::vector<std::string>{"4", "1", "1", "2"}));
+  EXPECT_EQ(Ask({"GetDocumentInfo", kFibu, kIn, "1000001", "7"}).status.substr(0, 16), "Status: Error 32");
+  EXPECT_EQ(Ask({"GetDocumentInfo", kFibu, kIn, "4711", ""}).status.substr(0, 16), "Status: Error 32");
+
+  // The hit count of a text segment comes from the session's last query.
+  Ask({"QueryArchive", kFibu, kIn, "Betrag", "", "1", "1", ""}, "easy", "easy", "S9");
+  const Reply segments = Ask({"GetSegmentDescription", kFibu, kIn, "1000001", "", "thumbs"}, "easy", "easy", "S9");
+  ASSERT_EQ(segments.rows.size(), 5u);
+  EXPECT_EQ(segments.rows[0], "2");  // notes
+  const std::vector<std::string> text = SplitColumns(segments.rows[1]);
+  EXPECT_EQ(text[1], "TEXT");
+  EXPECT_EQ(text[3], "2");
+  const std::vector<std::string> image = SplitColumns(segments.rows[2]);
+  EXPECT_EQ(image[4], std::to_string(fs::file_size(data() + "/files/eingang_beleg_a.tif")));
+  EXPECT_EQ(image[10], "11");
+  EXPECT_EQ(image[11], std::to_string(fs::file_size(blob() + "/thumbs/TN_1000001_1_2.TIF")));
+  EXPECT_EQ(ReadTiff(ReadFile(blob() + "/thumbs/TN_1000001_1_2.TIF"))->size(), 1u);
+  EXPECT_EQ(segments.rows[4], "^4^,^VERWEISE^,^0^,^0^,^0^,^ERF^,^4^,^Verweise^,^1000001.ERF^,^0^,^^,^0^");
+  EXPECT_EQ(SplitColumns(Ask({"GetSegmentDescription", kFibu, kIn, "1000001", "", ""}, "easy", "easy", "S8")
+                             .rows[2])[11], "0");
+
+  // One "^"-enclosed unit per text segment, over several lines; marks and blanks as the caller asks.
+  const Reply marked = Ask({"GetSegmentText", kFibu, kIn, "1000001", "", ".1=(x) & meier betr*", "[", "]", "_"});
+  ASSERT_EQ(marked.status, kOk);
+  ASSERT_EQ(marked.rows.size(), 9u);
+  EXPECT_EQ(marked.rows[0], "^Rechnung_2002-0117");
+  EXPECT_EQ(marked.rows[1], "Lieferant:_[Meier]_GmbH");
+  EXPECT_EQ(marked.rows[3], "");
+  EXPECT_EQ(marked.rows[5], "[Betrag]:_3513,76_EUR");
+  EXPECT_EQ(marked.rows[8].back(), '^');
+  EXPECT_EQ(Ask({"GetSegmentText", "VERTRAG", "Verträge", "1000030", "", "", "", "", ""}).rows[0],
+            "^Wartungsvertrag mit Hansen IT-Service");
+}
+
+TEST_F(GatewayTest, NotesAreReadWrittenDeletedAndKeptOnDisk) {
+  const Reply notes = Ask({"GetNotes", kFibu, kIn, "1000001", ""});
+  EXPECT_EQ(notes.rows, (std::vector<std::string>{"^1^,^easy^,^05.02.2002^,^09:12:44^",
+                                                  "^Betrag mit Bestellung 4711 abgeglichen.^",
+                                                  "^2^,^admin^,^06.02.2002^,^14:30:02^", "^Skonto nicht gezogen.",
+                                                  "Bitte Rücksprache mit Herrn Meier.", "Frist: 15.02.2002^"}));
+  EXPECT_EQ(Ask({"GetNotes", kFibu, kIn, "1000002", ""}).rows, std::vector<std::string>{});
+
+  EXPECT_EQ(Ask({"WriteNote", kFibu, kIn, "1000002", "1", "Erste Zeile<br>Zweite Zeile für Jörg", "<br>"},
+                "gast", "gast").status, kOk);
+  EXPECT_EQ(Ask({"WriteNote", kFibu, kIn, "1000002", "", "", ""}).status, kOk);
+  Restart();
+  const Reply written = Ask({"GetNotes", kFibu, kIn, "1000002", ""});
+  ASSERT_EQ(written.rows.size(), 5u);
+  EXPECT_EQ(written.rows[0].substr(0, 12), "^1^,^gast^,^");
+  EXPECT_EQ(written.rows[1], "^Erste Zeile");
+  EXPECT_EQ(written.rows[2], "Zweite Zeile für Jörg^");
+  EXPECT_EQ(written.rows[4], "^^");
+
+  EXPECT_EQ(Ask({"DeleteNotes", kFibu, kIn, "1000002", ""}, "gast", "gast").status.substr(0, 16),
+            "Status: Error 22");
+  EXPECT_EQ(Ask({"DeleteNotes", kFibu, kIn, "1000002", ""}).status, kOk);
+  Restart();
+  EXPECT_EQ(Ask({"GetNotes", kFibu, kIn, "1000002", ""}).rows, std::vector<std::string>{});
+}
+
+TEST_F(GatewayTest, SegmentDownloadsAreWrittenIntoTheNamedBlobFolder) {
+  const std::string out = blob() + "/out";
+  const Reply image = Ask({"GetSegmentData", kFibu, kIn, "1000001", "1", "2", out});
+  ASSERT_EQ(image.status, kOk);
+  EXPECT_EQ(image.rows, (std::vector<std::string>{"9496", "1000001_1_2.TIF"}));
+  EXPECT_EQ(ReadFile(out + "/1000001_1_2.TIF"), ReadFile(data() + "/files/eingang_beleg_a.tif"));
+
+  // Text segments leave as Windows-1252 with CR LF; a relative folder lies below the blob folder.
+  const Reply text = Ask({"GetSegmentData", kFibu, kIn, "1000001", "", "TEXT", "rel\\dir"});
+  const std::string bytes = ReadFile(blob() + "/rel/dir/1000001_1_1.TXT");
+  EXPECT_EQ(text.rows[0], std::to_string(bytes.size()));
+  EXPECT_NE(bytes.find(ToWire("Bitte überweisen Sie\r\n").substr(0, 12)), std::string::npos);
+  EXPECT_NE(bytes.find("\r\n\r\nLeistung"), std::string::npos);
+
+  const Reply pdf = Ask({"GetSegmentPDF", kFibu, kIn, "1000001", "1", "1", "12", out});
+  ASSERT_EQ(pdf.rows.size(), 2u);
+  EXPECT_EQ(pdf.rows[1], "1000001_1_1_L12.PDF");
+  const std::string rendered = ReadFile(out + "/" + pdf.rows[1]);
+  EXPECT_EQ(rendered.substr(0, 5), "%PDF-");
+  EXPECT_NE(rendered.find("(Betrag: 3513,76)"), std::string::npos);
+  EXPECT_EQ(Ask({"GetSegmentPDF", kFibu, kIn, "1000001", "1", "3", "", out}).rows[0],
+            std::to_string(fs::file_size(data() + "/files/rechnung_original.pdf")));
+  EXPECT_EQ(Ask({"GetSegmentPDF", kFibu, kIn, "1000001", "1", "1", "99", out}).status,
+            "Status: Error 34 Layout unbekannt: 99");
+
+  EXPECT_EQ(Ask({"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "11", out, "1"}).rows[1],
+            "1000001_1_2_P.TIF");
+  EXPECT_EQ(Ask({"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "11", out, ""}).rows[1],
+            "1000001_1_2_L11_P.PDF");
+  EXPECT_EQ(Ask({"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "1", "", out, "1"}).status.substr(0, 16),
+            "Status: Error 41");
+  EXPECT_EQ(Ask({"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "", out, "7"}).status.substr(0, 16),
+            "Status: Error 41");
+
+  // Multi-page TIFF: the pages of all image segments, in the order asked for.
+  const Reply multi = Ask({"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "3,1", out});
+  ASSERT_EQ(multi.status, kOk);
+  const auto source = ReadTiff(ReadFile(data() + "/files/vertrag_scan.tif"));
+  const auto made = ReadTiff(ReadFile(out + "/" + multi.rows[1]));
+  ASSERT_TRUE(made.has_value());
+  ASSERT_EQ(made->size(), 2u);
+  EXPECT_EQ(made->at(0).chunks, source->at(2).chunks);
+  EXPECT_EQ(made->at(1).chunks, source->at(0).chunks);
+  Ask({"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "", out});
+  EXPECT_EQ(ReadTiff(ReadFile(out + "/" + multi.rows[1]))->size(), 3u);
+  EXPECT_EQ(Ask({"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "4", out}).status,
+            "Status: Error 36 Seite nicht vorhanden: 4");
+
+  EXPECT_EQ(Ask({"GetSegmentERF", kFibu, kIn, "1000001", "1", "4"}).rows,
+            (std::vector<std::string>{"$(#FIBU)\\Ausgangsrechnungen,1000016,1",
+                                      "$(#FIBU)\\Eingangsrechnungen,1000002,2", "$(#VERTRAG)\\Verträge,1000030,1"}));
+  EXPECT_EQ(Ask({"GetSegmentERF", kFibu, kIn, "1000001", "1", "1"}).status.substr(0, 16), "Status: Error 41");
+
+  for (const std::string folder : {"..\\outside", "/tmp", "C:\\Blob"}) {
+    EXPECT_EQ(Ask({"GetSegmentData", kFibu, kIn, "1000001", "1", "2", folder}).status.substr(0, 16),
+              "Status: Error 50") << folder;
+  }
+  EXPECT_FALSE(fs::exists(dir_.File("outside")));
+}
+
+TEST_F(GatewayTest, TransferAndUploadMoveRawBytes) {
+  const std::string bytes("\0\x01^,^\r\nTotalBytes:3\r\n\xFF", 22);
+  WriteFile(blob() + "/raw.bin", bytes);
+  EXPECT_EQ(Raw(Frame({"TransferBLOB", blob() + "\\raw.bin"})), bytes);
+  EXPECT_EQ(Raw(Frame({"TransferBLOB", "raw.bin"})), bytes);
+  // Failures have no header to tell them: the connection just ends.
+  EXPECT_EQ(Raw(Frame({"TransferBLOB", "missing.bin"})), "");
+  EXPECT_EQ(Raw(Frame({"TransferBLOB", "..\\blob\\raw.bin"})), "");
+  EXPECT_EQ(Raw(Frame({"TransferBLOB", "raw.bin"}, "easy", "nope")), "");
+
+  const std::string upload = std::string(100000, 'x') + bytes;
+  const std::string head = Frame({"UploadFile", blob(), "hoch.bin", std::to_string(upload.size())}) + "\r\n";
+  const Reply stored = ParseReply(Raw(head + upload));
+  EXPECT_EQ(stored.status, kOk);
+  EXPECT_EQ(stored.rows, std::vector<std::string>{std::to_string(upload.size())});
+  EXPECT_EQ(ReadFile(blob() + "/hoch.bin"), upload);
+  const std::string sneaky = Frame({"UploadFile", blob(), "..\\x.bin", "1"}) + "\r\nx";
+  EXPECT_EQ(ParseReply(Raw(sneaky)).status.substr(0, 16), "Status: Error 50");
+}
+
+TEST_F(GatewayTest, ImportFilesCreateEditAndDeleteDocuments) {
+  WriteFile(blob() + "/scan.tif", ReadFile(data() + "/files/eingang_beleg_b.tif"));
+  WriteFile(blob() + "/neu.imp", ToWire("@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:Rechnung Grün,1:NR,"
+                                        "1:LIEFERANT,3:DATUM,2:BETRAG,4:TEXT,5:BELEG\r\n"
+                                        "^2002-9999^,^Grün & Co^,^17.06.2002^,^99,50^,^Zeppelinstraße 1\r\nKöln^,"
+                                        "^scan.tif^\r\n"));
+  const Reply created = Ask({"CreateDocument", blob() + "\\neu.imp"});
+  ASSERT_EQ(created.status, kOk);
+  ASSERT_EQ(created.rows, std::vector<std::string>{"1000036,1"});
+  const Reply found = Ask({"QueryArchive", kFibu, kIn, "zeppelin*", "", "0", "0", ""});
+  ASSERT_EQ(found.rows.size(), 6u);
+  EXPECT_EQ(found.rows[5], "^$(#FIBU)\\Eingangsrechnungen^,^1000036^,^1^,^2002-9999^,^Grün & Co^,^17.06.2002^,^99,50^");
+  EXPECT_EQ(Ask({"GetSegmentText", kFibu, kIn, "1000036", "", "", "", "", ""}).rows,
+            (std::vector<std::string>{"^Zeppelinstraße 1", "Köln^"}));
+
+  // Editing adds a version with the changed fields; the old one stays readable.
+  WriteFile(blob() + "/edit.imp", "@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:,1:STATUS\r\n^bezahlt^\r\n");
+  const Reply edited = Ask({"EditDocument", "edit.imp", "1000036,1"});
+  ASSERT_EQ(edited.rows, std::vector<std::string>{"1000036,2"});
+  Restart();
+  EXPECT_EQ(Ask({"QueryArchive", kFibu, kIn, ".6=(bezahlt) & .1=(2002-9999)", "", "0", "0", ""}).rows[0], "1");
+  EXPECT_EQ(SplitColumns(Ask({"GetDocumentInfo", kFibu, kIn, "1000036", "1"}).rows[0])[7], "Rechnung Grün");
+  EXPECT_EQ(Ask({"GetSegmentData", kFibu, kIn, "1000036", "2", "2", "out"}).rows[0],
+            std::to_string(fs::file_size(blob() + "/scan.tif")));
+
+  // Nothing changes when one part of an import is wrong.
+  const std::vector<std::pair<std::string, std::string>> bad = {
+      {"@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:x,3:DATUM\r\n^31.02.2002^\r\n", "Status: Error 53"},
+      {"@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:x,1:NR\r\n^1234567890123^\r\n", "Status: Error 53"},
+      {"@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:x,2:NR\r\n^1^\r\n", "Status: Error 53"},
+      {"@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:x,1:NR\r\n^1^\r\n@DB,$(#FIBU)\\Nichts\r\n@FOLDER,FT:y\r\n",
+       "Status: Error 31"},
+      {"@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:x,5:BELEG\r\n^fehlt.tif^\r\n", "Status: Error 51"},
+      {"@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:x,9:NR\r\n^1^\r\n", "Status: Error 53"},
+  };
+  for (const auto& [file, status] : bad) {
+    WriteFile(blob() + "/bad.imp", file);
+    EXPECT_EQ(Ask({"CreateDocument", "bad.imp"}).status.substr(0, 16), status) << file;
+  }
+  EXPECT_EQ(Ask({"GetArchiveProperties", kFibu, kIn}).rows[0], "1,1,1,1,15");
+  EXPECT_EQ(Ask({"CreateDocument", "neu.imp"}, "gast", "gast").status.substr(0, 16), "Status: Error 22");
+  EXPECT_EQ(Ask({"CreateDocument", "fehlt.imp"}).status.substr(0, 16), "Status: Error 51");
+
+  // Deleting one version keeps the document; deleting without a version removes it.
+  EXPECT_EQ(Ask({"DeleteDocument", kFibu, kIn, "1000036", "2"}).status, kOk);
+  EXPECT_EQ(SplitColumns(Ask({"GetDocumentInfo", kFibu, kIn, "1000036", ""}).rows[0])[3], "1");
+  EXPECT_EQ(Ask({"DeleteDocument", "VERTRAG", "Verträge", "1000030", ""}).status.substr(0, 16),
+            "Status: Error 22");
+  EXPECT_EQ(Ask({"DeleteDocument", kFibu, kIn, "1000036", ""}).status, kOk);
+  Restart();
+  EXPECT_EQ(Ask({"GetDocumentInfo", kFibu, kIn, "1000036", ""}).status.substr(0, 16), "Status: Error 32");
+}
+
+// ---- busy answers, malformed and stalled clients ------------------------------------------------------------
+
+TEST_F(GatewayTest, BusyAnswersComeFirstAndSpareTransfers) {
+  Restart(2);
+  WriteFile(blob() + "/f.bin", "abc");
+  EXPECT_EQ(Raw(Frame({"TransferBLOB", "f.bin"})), "abc");
+  const std::string busy = "Status: Error 101 Server ausgelastet, bitte später erneut versuchen";
+  EXPECT_EQ(Ask({"GetChannels"}).status, busy);
+  EXPECT_EQ(Ask({"GetChannels"}, "nobody", "x").status, busy);
+  EXPECT_EQ(Ask({"GetChannels"}).status, kOk);
+}
+
+TEST_F(GatewayTest, MalformedRequestsGetAnErrorAndTheServerGoesOn) {
+  EXPECT_EQ(ParseReply(Raw("HELO\r\n")).status, "Status: Error 80 Ungültiges Anfrageformat");
+  EXPECT_EQ(ParseReply(Raw("^S^,^u^,^p^,^DropTables^")).status, "Status: Error 81 Unbekanntes Kommando: DropTables");
+  EXPECT_EQ(ParseReply(Raw(Frame({"GetChannels", "x", "y"}))).status,
+            "Status: Error 82 Falsche Anzahl von Argumenten");
+  EXPECT_EQ(ParseReply(Raw(Frame({"WriteNote", std::string(70000, 'n')}))).status,
+            "Status: Error 84 Anfrage zu groß");
+  // A client that closes its side before its request is complete still hears why.
+  ExchangeOptions half;
+  half.half_close = true;
+  EXPECT_EQ(ParseReply(Raw(Frame({"GetArchives"}), half)).status, "Status: Error 83 Anfrage unvollständig");
+  EXPECT_EQ(Ask({"GetChannels"}).status, kOk);
+}
+
+TEST_F(GatewayTest, StalledClientsAreAnsweredOrDroppedWhenTheirTimeIsUp) {
+  asio::io_context io;
+  const asio::ip::tcp::endpoint gateway(asio::ip::make_address("127.0.0.1"), server_->port());
+  asio::ip::tcp::socket stalled(io), silent(io), answered(io);
+  stalled.connect(gateway);
+  silent.connect(gateway);
+  answered.connect(gateway);
+  const std::string partial = Frame({"GetArchives"});
+  asio::write(stalled, asio::buffer(partial));
+  const std::string full = Frame({"GetChannels"});
+  asio::write(answered, asio::buffer(full));
+  WaitUntilReceived(partial.size() + full.size());
+
+  // Once the idle time is over, the incomplete request is answered; the silent client and the one that kept
+  // its connection after its answer are dropped.
+  PassTime(std::chrono::milliseconds(31000));
+  std::string reply;
+  asio::error_code ec;
+  char buffer[512];
+  while (!ec) {
+    const size_t n = stalled.read_some(asio::buffer(buffer), ec);
+    reply.append(buffer, n);
+    if (PayloadOf(reply)) break;
+  }
+  EXPECT_EQ(ParseReply(reply).status, "Status: Error 83 Anfrage unvollständig");
+  EXPECT_EQ(silent.read_some(asio::buffer(buffer), ec), 0u);
+  EXPECT_EQ(ec, asio::error::eof);
+  size_t total = 0;
+  for (ec = {}; !ec;) total += answered.read_some(asio::buffer(buffer), ec);
+  EXPECT_EQ(ec, asio::error::eof);
+  EXPECT_GT(total, 0u);
+  EXPECT_EQ(Ask({"GetChannels"}).status, kOk);
+}
+
+TEST_F(GatewayTest, ManyConcurrentClientsAllGetTheirOwnAnswers) {
+  constexpr int kClients = 200, kRequests = 50;
+  const std::string channels = Raw(Frame({"GetChannels"}));
+  const std::string paid = Raw(Frame({"QueryArchive", kFibu, kIn, ".6=(bezahlt)", "Kurz", "0", "0", ""}));
+  std::atomic<int> right{0}, wrong{0};
+  std::vector<std::thread> clients;
+  for (int c = 0; c < kClients; ++c) {
+    clients.emplace_back([&, c] {
+      ExchangeOptions options;
+      options.abortive_close = true;
+      GatewayClient client("127.0.0.1", server_->port(), options);
+      for (int r = 0; r < kRequests; ++r) {
+        // Each client asks for its own document, so answers that went to the wrong client would show.
+        const std::string id = std::to_string(1000001 + (c + r) % 35);
+        try {
+          const bool query = (c + r) % 3 == 0;
+          const std::string got = client.Exchange(
+              query ? Frame({"QueryArchive", kFibu, kIn, ".6=(bezahlt)", "Kurz", "0", "0", ""})
+                    : r % 2 ? Frame({"GetChannels"}) : Frame({"GetArchives", kFibu}, "easy", "easy", id));
+          const bool ok = query ? got == paid : r % 2 ? got == channels : ParseReply(got).rows.size() == 2;
+          ++(ok ? right : wrong);
+        } catch (const std::exception&) {
+          ++wrong;
+        }
+      }
+    });
+  }
+  for (std::thread& t : clients) t.join();
+  EXPECT_EQ(wrong.load(), 0);
+  EXPECT_EQ(right.load(), kClients * kRequests);
+  EXPECT_EQ(server_->answered(), uint64_t{kClients * kRequests + 2});
+}
+
+// ---- the program --------------------------------------------------------------------------------------------
+
+TEST(GatewayProgramTest, ServesOnTheAnnouncedPortUntilTerminated) {
+  TempDir dir;
+  fs::copy(VANTOR_GATEWAY_SAMPLE, dir.File("data"), fs::copy_options::recursive);
+  fs::create_directories(dir.File("blob"));
+  int out[2];
+  ASSERT_EQ(pipe(out), 0);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+  posix_spawn_file_actions_addclose(&actions, out[0]);
+  const std::string data = dir.File("data"), blob = dir.File("blob");
+  std::vector<std::string> args = {VANTOR_GATEWAY_BINARY, "--data", data, "--blob", blob, "--port", "0"};
+  std::vector<char*> argv;
+  for (std::string& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  pid_t pid = 0;
+  ASSERT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
+  posix_spawn_file_actions_destroy(&actions);
+  close(out[1]);
+
+  std::string line;
+  char c;
+  while (read(out[0], &c, 1) == 1 && c != '\n') line += c;
+  close(out[0]);
+  ASSERT_EQ(line.substr(0, 23), "listening on 127.0.0.1:") << line;
+  const auto port = static_cast<uint16_t>(std::stoi(line.substr(23)));
+  EXPECT_EQ(ParseReply(Exchange("127.0.0.1", port, Frame({"GetChannels"}))).rows.size(), 3u);
+
+  kill(pid, SIGTERM);
+  int status = 0;
+  ASSERT_EQ(waitpid(pid, &status, 0), pid);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+
+  // A data folder without an archive is refused with a message and a failure code.
+  const std::string cmd = std::string(VANTOR_GATEWAY_BINARY) + " --data " + blob + " --blob " + blob + " 2>&1";
+  FILE* p = popen(cmd.c_str(), "r");
+  ASSERT_NE(p, nullptr);
+  char text[256] = {};
+  const size_t n = fread(text, 1, sizeof text - 1, p);
+  EXPECT_NE(std::string(text, n).find("archive.json"), std::string::npos);
+  EXPECT_EQ(WEXITSTATUS(pclose(p)), 1);
+}
+
+}  // namespace
+}  // namespace halqvantor::gateway

@@ -1,0 +1,240 @@
+#include "archive.h"
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+
+#include <nlohmann/json.hpp>
+
+#include "text.h"
+
+namespace halqvantor::gateway {
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Account, user, password, name)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Field, id, code, name, type, size, state, weight, select_list)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SegmentKind, id, code, title, type, ext, layout)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Layout, id, name, fields)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(QueryFormat, name, columns)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(MaskField, field, tab, width, align, name, mandatory, init, list_only,
+                                                list)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Mask, name, fields)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Note, author, date, time, text)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Segment, id, file, references)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Version, version, changed, title, index, segments)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Document, id, created, notes, versions)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Archive, name, access, fields, segments, layouts, query_formats,
+                                                masks, documents)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Channel, name, description, archives)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(ArchiveData, accounts, channels)
+
+namespace {
+
+// Every text of the tree, keys included, through `convert`.
+template <typename F>
+nlohmann::json ConvertTexts(const nlohmann::json& node, F convert) {
+  if (node.is_string()) return convert(node.get<std::string>());
+  if (node.is_array()) {
+    nlohmann::json out = nlohmann::json::array();
+    for (const auto& item : node) out.push_back(ConvertTexts(item, convert));
+    return out;
+  }
+  if (node.is_object()) {
+    nlohmann::json out = nlohmann::json::object();
+    for (const auto& [key, value] : node.items()) out[convert(key)] = ConvertTexts(value, convert);
+    return out;
+  }
+  return node;
+}
+
+[[noreturn]] void Invalid(const std::string& what) { throw std::runtime_error("archive.json: " + what); }
+
+template <typename T, typename Key>
+void RequireUnique(const std::vector<T>& items, Key key, const std::string& what) {
+  std::set<std::string> seen;
+  for (const T& item : items) {
+    std::ostringstream text;
+    text << key(item);
+    if (!seen.insert(Upper(text.str())).second) Invalid("duplicate " + what + " '" + FromWire(text.str()) + "'");
+  }
+}
+
+}  // namespace
+
+const Field* Archive::FindField(std::string_view id_or_code) const {
+  for (const Field& f : fields) {
+    if (std::to_string(f.id) == id_or_code || (!f.code.empty() && EqualsNoCase(f.code, id_or_code))) return &f;
+  }
+  return nullptr;
+}
+
+const Field* Archive::FieldById(int id) const {
+  for (const Field& f : fields) {
+    if (f.id == id) return &f;
+  }
+  return nullptr;
+}
+
+const SegmentKind* Archive::FindSegmentKind(std::string_view id_or_code) const {
+  for (const SegmentKind& s : segments) {
+    if (std::to_string(s.id) == id_or_code || (!s.code.empty() && EqualsNoCase(s.code, id_or_code))) return &s;
+  }
+  return nullptr;
+}
+
+const SegmentKind* Archive::SegmentKindById(int id) const {
+  for (const SegmentKind& s : segments) {
+    if (s.id == id) return &s;
+  }
+  return nullptr;
+}
+
+const Layout* Archive::FindLayout(std::string_view id) const {
+  for (const Layout& l : layouts) {
+    if (l.id == id) return &l;
+  }
+  return nullptr;
+}
+
+Document* Archive::FindDocument(std::string_view id) {
+  for (Document& d : documents) {
+    if (d.id == id) return &d;
+  }
+  return nullptr;
+}
+
+std::string Archive::RightsOf(std::string_view user) const {
+  for (const auto& [name, rights] : access) {
+    if (name != "*" && EqualsNoCase(name, user)) return rights;
+  }
+  const auto any = access.find("*");
+  return any == access.end() ? std::string() : any->second;
+}
+
+Archive* Channel::FindArchive(std::string_view wanted) {
+  for (Archive& a : archives) {
+    if (EqualsNoCase(a.name, wanted)) return &a;
+  }
+  return nullptr;
+}
+
+Channel* ArchiveData::FindChannel(std::string_view wanted) {
+  for (Channel& c : channels) {
+    if (EqualsNoCase(c.name, wanted)) return &c;
+  }
+  return nullptr;
+}
+
+const Account* ArchiveData::FindAccount(std::string_view user) const {
+  for (const Account& a : accounts) {
+    if (EqualsNoCase(a.user, user)) return &a;
+  }
+  return nullptr;
+}
+
+ArchiveData ParseArchiveJson(const std::string& utf8_json) {
+  nlohmann::json tree;
+  try {
+    tree = nlohmann::json::parse(utf8_json);
+    return ConvertTexts(tree, [](const std::string& s) { return ToWire(s); }).get<ArchiveData>();
+  } catch (const nlohmann::json::exception& e) {
+    Invalid(e.what());
+  }
+}
+
+std::string PrintArchiveJson(const ArchiveData& data) {
+  const nlohmann::json tree = data;
+  return ConvertTexts(tree, [](const std::string& s) { return FromWire(s); }).dump(1, '\t') + "\n";
+}
+
+Store::Store(std::string data_dir) : data_dir_(std::move(data_dir)) {
+  const std::string path = data_dir_ + "/archive.json";
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw std::runtime_error("cannot read " + path);
+  std::ostringstream text;
+  text << in.rdbuf();
+  data_ = ParseArchiveJson(text.str());
+  Validate();
+}
+
+void Store::Validate() const {
+  RequireUnique(data_.accounts, [](const Account& a) { return a.user; }, "account");
+  RequireUnique(data_.channels, [](const Channel& c) { return c.name; }, "channel");
+  for (const Channel& channel : data_.channels) {
+    if (channel.name.empty() || channel.name.find_first_of(",#^\r\n") != std::string::npos) {
+      Invalid("channel name '" + FromWire(channel.name) + "' is empty or holds , # ^ or a line break");
+    }
+    RequireUnique(channel.archives, [](const Archive& a) { return a.name; }, "archive in " + channel.name);
+    for (const Archive& archive : channel.archives) {
+      const std::string where = FromWire(channel.name + "\\" + archive.name);
+      RequireUnique(archive.fields, [](const Field& f) { return f.id; }, "field id in " + where);
+      RequireUnique(archive.segments, [](const SegmentKind& s) { return s.id; }, "segment id in " + where);
+      RequireUnique(archive.documents, [](const Document& d) { return d.id; }, "document id in " + where);
+      for (const Field& f : archive.fields) {
+        if (f.type < kTextField || f.type > kDateField) Invalid("field type of " + FromWire(f.name) + " in " + where);
+      }
+      for (const Layout& l : archive.layouts) {
+        for (int id : l.fields) {
+          if (!archive.FieldById(id)) Invalid("layout " + l.id + " names unknown field in " + where);
+        }
+      }
+      for (const QueryFormat& q : archive.query_formats) {
+        for (int id : q.columns) {
+          if (!archive.FieldById(id)) Invalid("query format " + FromWire(q.name) + " names unknown field in " + where);
+        }
+      }
+      for (const Mask& m : archive.masks) {
+        for (const MaskField& mf : m.fields) {
+          if (!archive.FieldById(mf.field)) Invalid("mask " + FromWire(m.name) + " names unknown field in " + where);
+        }
+      }
+      for (const Document& doc : archive.documents) {
+        if (doc.versions.empty()) Invalid("document " + doc.id + " without versions in " + where);
+        for (const Version& v : doc.versions) {
+          for (const auto& [key, value] : v.index) {
+            const auto id = ParseInteger(key);
+            if (!id || !archive.FieldById(static_cast<int>(*id))) {
+              Invalid("document " + doc.id + " has a value for unknown field " + key + " in " + where);
+            }
+          }
+          for (const Segment& s : v.segments) {
+            const SegmentKind* kind = archive.SegmentKindById(s.id);
+            if (!kind) Invalid("document " + doc.id + " has unknown segment in " + where);
+            if (kind->type != kReferenceSegment && !std::filesystem::is_regular_file(ContentPath(s.file))) {
+              Invalid("document " + doc.id + ": missing file " + FromWire(s.file));
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
+std::string Store::ContentPath(const std::string& relative) const { return data_dir_ + "/" + FromWire(relative); }
+
+void Store::Save() const {
+  const std::string path = data_dir_ + "/archive.json";
+  const std::string temporary = path + ".new";
+  {
+    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+    out << PrintArchiveJson(data_);
+    out.flush();
+    if (!out) throw std::runtime_error("cannot write " + temporary);
+  }
+  std::filesystem::rename(temporary, path);
+}
+
+std::string Store::NewDocumentId() const {
+  int64_t highest = 1000000;
+  for (const Channel& c : data_.channels) {
+    for (const Archive& a : c.archives) {
+      for (const Document& d : a.documents) {
+        if (const auto id = ParseInteger(d.id)) highest = std::max(highest, *id);
+      }
+    }
+  }
+  return std::to_string(highest + 1);
+}
+
+}  // namespace halqvantor::gateway

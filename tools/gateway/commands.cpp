@@ -1,0 +1,762 @@
+#include "commands.h"
+
+#include <algorithm>
+#include <ctime>
+#include <exception>
+#include <set>
+
+#include "import_file.h"
+#include "pdf_writer.h"
+#include "query.h"
+#include "status.h"
+#include "text.h"
+#include "tiff.h"
+#include "users/text_encoding.h"
+
+namespace halqvantor::gateway {
+namespace {
+
+constexpr size_t kMaxSessionsRemembered = 10000;
+
+[[noreturn]] void Fail(int code, const std::string& detail = {}) {
+  throw GatewayError(code, detail.empty() ? std::string(StandardMessage(code))
+                                          : StandardMessage(code) + (": " + detail));
+}
+
+std::string FrameText(const std::string& payload) {
+  return "TotalBytes:" + std::to_string(payload.size()) + std::string(kCrLf) + payload;
+}
+
+// The local date ("DD.MM.YYYY") and time ("hh:mm:ss").
+std::string LocalNow(const char* format) {
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  localtime_r(&now, &parts);
+  char text[32];
+  std::strftime(text, sizeof text, format, &parts);
+  return text;
+}
+
+std::string Today() { return LocalNow("%d.%m.%Y"); }
+
+std::string Reference(const std::string& channel, const std::string& archive) {
+  return "$(#" + channel + ")\\" + archive;
+}
+
+bool HasRight(const std::string& rights, char right) { return rights.find(right) != std::string::npos; }
+
+// A 32-bit count argument; "" counts as 0.
+int64_t CountArgument(const std::string& text, const char* name) {
+  if (Trim(text).empty()) return 0;
+  const auto value = ParseInteger(Trim(text));
+  if (!value) Fail(kBadArgument, name);
+  return *value;
+}
+
+// Page numbers "1,2,5" (empty: all).
+std::vector<int64_t> PageList(const std::string& text) {
+  std::vector<int64_t> pages;
+  size_t start = 0;
+  while (start <= text.size()) {
+    size_t comma = text.find(',', start);
+    if (comma == std::string::npos) comma = text.size();
+    const std::string piece = Trim(text.substr(start, comma - start));
+    if (!piece.empty()) {
+      const auto page = ParseInteger(piece);
+      if (!page || *page < 1) Fail(kBadArgument, "Seitenliste");
+      pages.push_back(*page);
+    }
+    start = comma + 1;
+  }
+  return pages;
+}
+
+}  // namespace
+
+const char* StandardMessage(int code) {
+  switch (code) {
+    case kBusy: return "Server ausgelastet, bitte sp\xE4ter erneut versuchen";
+    case kLogonFailed: return "Anmeldung fehlgeschlagen";
+    case kNoPermission: return "Keine Berechtigung";
+    case kUnknownChannel: return "Kanal unbekannt";
+    case kUnknownArchive: return "Archiv unbekannt";
+    case kUnknownDocument: return "Dokument nicht gefunden";
+    case kUnknownField: return "Feld unbekannt";
+    case kUnknownLayout: return "Layout unbekannt";
+    case kUnknownQueryFormat: return "Abfrageformat unbekannt";
+    case kNoSuchPage: return "Seite nicht vorhanden";
+    case kBadQuery: return "Ung\xFCltige Abfrage";
+    case kBadArgument: return "Ung\xFCltiger Parameter";
+    case kBadPath: return "Pfad au\xDF" "erhalb des Blob-Verzeichnisses";
+    case kFileNotFound: return "Datei nicht gefunden";
+    case kFileNotWritten: return "Datei kann nicht geschrieben werden";
+    case kBadImportFile: return "Importdatei fehlerhaft";
+    case kBadFraming: return "Ung\xFCltiges Anfrageformat";
+    case kUnknownCommand: return "Unbekanntes Kommando";
+    case kWrongArgumentCount: return "Falsche Anzahl von Argumenten";
+    case kIncompleteRequest: return "Anfrage unvollst\xE4ndig";
+    case kRequestTooLarge: return "Anfrage zu gro\xDF";
+    default: return "Interner Fehler";
+  }
+}
+
+Answer OkAnswer(const std::vector<std::string>& rows) {
+  std::string payload = "Status: OK\r\n";
+  for (const std::string& row : rows) {
+    payload += row;
+    payload += kCrLf;
+  }
+  return {FrameText(payload), false};
+}
+
+Answer ErrorAnswer(int code, const std::string& message) {
+  return {FrameText("Status: Error " + std::to_string(code) + " " + OneLine(message) + "\r\n"), false};
+}
+
+struct Commands::Target {
+  Channel* channel;
+  Archive* archive;
+  Document* document;
+  Version* version;
+};
+
+Commands::Commands(Store& store, BlobFolder blob, int busy_answers)
+    : store_(store), blob_(std::move(blob)), busy_left_(busy_answers) {
+  for (const Account& account : store_.data().accounts) {
+    try {
+      encoded_passwords_[Upper(account.user)] = EncodeText(FromWire(account.password));
+    } catch (const std::exception&) {
+      // A password the encoding cannot carry can never be sent: the account cannot log on.
+    }
+  }
+}
+
+Answer Commands::Handle(const Request& request) {
+  const bool unrepeated = request.command == "TransferBLOB" || request.command == "UploadFile";
+  if (busy_left_ > 0 && !unrepeated) {
+    --busy_left_;
+    return ErrorAnswer(kBusy, StandardMessage(kBusy));
+  }
+  if (request.command == "TransferBLOB") {
+    if (!LogOn(request)) return {{}, true};
+    return TransferBlob(request);
+  }
+  try {
+    if (!LogOn(request)) Fail(kLogonFailed);
+    return OkAnswer(Dispatch(request));
+  } catch (const GatewayError& e) {
+    return ErrorAnswer(e.code(), e.what());
+  } catch (const std::exception& e) {
+    return ErrorAnswer(kInternalError, StandardMessage(kInternalError) + (": " + ToWire(e.what())));
+  }
+}
+
+bool Commands::LogOn(const Request& request) {
+  const auto it = encoded_passwords_.find(Upper(request.user));
+  return it != encoded_passwords_.end() && EqualsNoCase(it->second, request.password);
+}
+
+Commands::Rows Commands::Dispatch(const Request& r) {
+  const std::string& c = r.command;
+  if (c == "GetChannels") return GetChannels();
+  if (c == "GetArchives") return GetArchives(r);
+  if (c == "GetAllArchives") return GetAllArchives(r);
+  if (c == "GetArchiveDescription") return GetArchiveDescription(r);
+  if (c == "GetSegmentSelectList") return GetSegmentSelectList(r);
+  if (c == "QueryArchive") return QueryArchive(r);
+  if (c == "GetQueryFormatList") return GetQueryFormatList(r);
+  if (c == "GetDocumentInfo") return GetDocumentInfo(r);
+  if (c == "GetSegmentDescription") return GetSegmentDescription(r);
+  if (c == "GetSegmentText") return GetSegmentText(r);
+  if (c == "GetNotes") return GetNotes(r);
+  if (c == "WriteNote") return WriteNote(r);
+  if (c == "DeleteNotes") return DeleteNotes(r);
+  if (c == "GetMasks") return GetMasks(r);
+  if (c == "GetAllArchivesExt") return GetAllArchivesExt(r);
+  if (c == "GetArchiveProperties") return GetArchiveProperties(r);
+  if (c == "GetSegmentData") return GetSegmentData(r);
+  if (c == "GetSegmentPDF") return GetSegmentPdf(r, r.args[4], r.args[5], r.args[6], "");
+  if (c == "GetSegmentPrintfile") return GetSegmentPrintfile(r);
+  if (c == "GetSegmentMultiTIF") return GetSegmentMultiTif(r);
+  if (c == "GetSegmentERF") return GetSegmentErf(r);
+  if (c == "UploadFile") return UploadFile(r);
+  if (c == "CreateDocument") return ImportDocuments(r, false);
+  if (c == "EditDocument") return ImportDocuments(r, true);
+  if (c == "DeleteDocument") return DeleteDocument(r);
+  Fail(kUnknownCommand, c);
+}
+
+// ---- lookups ---------------------------------------------------------------------------------------------
+
+Archive& Commands::ArchiveFor(const std::string& channel, const std::string& archive, const std::string& user,
+                              char right) {
+  Channel* c = store_.data().FindChannel(channel);
+  if (c == nullptr) Fail(kUnknownChannel, channel);
+  Archive* a = c->FindArchive(archive);
+  if (a == nullptr) Fail(kUnknownArchive, archive);
+  if (!HasRight(a->RightsOf(user), right)) Fail(kNoPermission, Reference(c->name, a->name));
+  return *a;
+}
+
+Commands::Target Commands::DocumentFor(const Request& r, char right) {
+  Archive& archive = ArchiveFor(r.args[0], r.args[1], r.user, right);
+  Document* doc = archive.FindDocument(Trim(r.args[2]));
+  if (doc == nullptr) Fail(kUnknownDocument, r.args[2]);
+  const std::string ver = Trim(r.args[3]);
+  Version* version = &doc->versions.back();
+  if (!ver.empty()) {
+    version = nullptr;
+    for (Version& v : doc->versions) {
+      if (std::to_string(v.version) == ver) version = &v;
+    }
+    if (version == nullptr) Fail(kUnknownDocument, r.args[2] + " Version " + ver);
+  }
+  return {store_.data().FindChannel(r.args[0]), &archive, doc, version};
+}
+
+static const Segment& SegmentOf(const Archive& archive, const Version& version, const std::string& id_or_code) {
+  const SegmentKind* kind = archive.FindSegmentKind(Trim(id_or_code));
+  if (kind != nullptr) {
+    for (const Segment& s : version.segments) {
+      if (s.id == kind->id) return s;
+    }
+  }
+  Fail(kUnknownField, "Segment " + id_or_code);
+}
+
+std::string Commands::SegmentBytes(const Archive& archive, const Segment& segment) {
+  const SegmentKind& kind = *archive.SegmentKindById(segment.id);
+  if (kind.type == kReferenceSegment) return Join(segment.references, kCrLf) + std::string(kCrLf);
+  if (kind.type == kTextSegment) {
+    auto cached = text_cache_.find(segment.file);
+    if (cached == text_cache_.end()) {
+      const std::string text = ToWire(ReadWholeFile(store_.ContentPath(segment.file)));
+      cached = text_cache_.emplace(segment.file, Join(SplitLines(text), kCrLf)).first;
+    }
+    return cached->second;
+  }
+  return ReadWholeFile(store_.ContentPath(segment.file));
+}
+
+std::vector<std::string> Commands::TextsOf(const Archive& archive, const Version& version) {
+  std::vector<std::string> texts;
+  for (const Segment& s : version.segments) {
+    if (archive.SegmentKindById(s.id)->type == kTextSegment) texts.push_back(SegmentBytes(archive, s));
+  }
+  return texts;
+}
+
+std::string Commands::WriteDownload(const std::string& remote_folder, const std::string& name,
+                                    const std::string& bytes, Rows& rows) {
+  WriteWholeFile(blob_.ResolveFile(remote_folder, name), bytes);
+  rows = {std::to_string(bytes.size()), name};
+  return name;
+}
+
+// ---- channel and archive lists ---------------------------------------------------------------------------
+
+Commands::Rows Commands::GetChannels() {
+  Rows rows;
+  for (const Channel& c : store_.data().channels) rows.push_back(c.name + "," + OneLine(c.description));
+  return rows;
+}
+
+Commands::Rows Commands::GetArchives(const Request& r) {
+  Channel* c = store_.data().FindChannel(r.args[0]);
+  if (c == nullptr) Fail(kUnknownChannel, r.args[0]);
+  Rows rows;
+  for (const Archive& a : c->archives) {
+    if (HasRight(a.RightsOf(r.user), 'R')) rows.push_back(a.name);
+  }
+  return rows;
+}
+
+Commands::Rows Commands::GetAllArchives(const Request& r) {
+  Rows rows;
+  for (const Channel& c : store_.data().channels) {
+    for (const Archive& a : c.archives) {
+      if (HasRight(a.RightsOf(r.user), 'R')) rows.push_back(Reference(c.name, a.name));
+    }
+  }
+  return rows;
+}
+
+Commands::Rows Commands::GetAllArchivesExt(const Request& r) {
+  Rows rows;
+  for (const Channel& c : store_.data().channels) {
+    rows.push_back("#" + c.name + "," + OneLine(c.description));
+    for (const Archive& a : c.archives) {
+      if (HasRight(a.RightsOf(r.user), 'R')) rows.push_back(a.name);
+    }
+  }
+  return rows;
+}
+
+// ---- archive description ---------------------------------------------------------------------------------
+
+Commands::Rows Commands::GetArchiveDescription(const Request& r) {
+  const Archive& a = ArchiveFor(r.args[0], r.args[1], r.user, 'R');
+  Rows rows = {a.RightsOf(r.user)};
+  for (const Field& f : a.fields) {
+    rows.push_back(Row({std::to_string(f.id), f.name, std::to_string(f.type), std::to_string(f.size),
+                        std::to_string(f.state), std::to_string(f.weight), f.select_list.empty() ? "0" : "1"}));
+  }
+  return rows;
+}
+
+Commands::Rows Commands::GetSegmentSelectList(const Request& r) {
+  const Archive& a = ArchiveFor(r.args[0], r.args[1], r.user, 'R');
+  const Field* f = a.FindField(Trim(r.args[2]));
+  if (f == nullptr) Fail(kUnknownField, r.args[2]);
+  return f->select_list;
+}
+
+Commands::Rows Commands::GetArchiveProperties(const Request& r) {
+  const Archive& a = ArchiveFor(r.args[0], r.args[1], r.user, 'R');
+  const std::string rights = a.RightsOf(r.user);
+  std::string line;
+  for (char right : {'C', 'E', 'D', 'I'}) line += HasRight(rights, right) ? "1," : "0,";
+  return {line + std::to_string(a.documents.size())};
+}
+
+Commands::Rows Commands::GetMasks(const Request& r) {
+  const Archive& a = ArchiveFor(r.args[0], r.args[1], r.user, 'R');
+  Rows rows;
+  for (const Mask& m : a.masks) {
+    rows.push_back("@" + m.name);
+    for (const MaskField& mf : m.fields) {
+      const Field& f = *a.FieldById(mf.field);
+      std::vector<std::string> columns = {std::to_string(mf.field), std::to_string(mf.tab),
+                                          std::to_string(mf.width), mf.align,
+                                          mf.name.empty() ? f.name : mf.name, mf.mandatory ? "1" : "0",
+                                          mf.init, mf.list_only ? "1" : "0"};
+      const std::vector<std::string>& list = mf.list.empty() ? f.select_list : mf.list;
+      columns.insert(columns.end(), list.begin(), list.end());
+      rows.push_back(Row(columns));
+    }
+  }
+  return rows;
+}
+
+// ---- query -----------------------------------------------------------------------------------------------
+
+Commands::Rows Commands::GetQueryFormatList(const Request& r) {
+  const Archive& a = ArchiveFor(r.args[0], r.args[1], r.user, 'R');
+  Rows rows;
+  for (const QueryFormat& q : a.query_formats) rows.push_back(q.name);
+  return rows;
+}
+
+Commands::Rows Commands::QueryArchive(const Request& r) {
+  Archive& a = ArchiveFor(r.args[0], r.args[1], r.user, 'R');
+  const Channel& channel = *store_.data().FindChannel(r.args[0]);
+  const Query query = ParseQuery(r.args[2], a);
+  const Query restriction = ParseQuery(r.args[6], a);
+  const int64_t max_lines = CountArgument(r.args[4], "lngMaxLines");
+  const int64_t query_max = CountArgument(r.args[5], "lngQueryMax");
+
+  std::vector<int> columns;
+  const std::string format = Trim(r.args[3]);
+  if (!format.empty()) {
+    const QueryFormat* chosen = nullptr;
+    for (const QueryFormat& q : a.query_formats) {
+      if (EqualsNoCase(q.name, format)) chosen = &q;
+    }
+    if (chosen == nullptr) Fail(kUnknownQueryFormat, format);
+    columns = chosen->columns;
+  } else if (!a.query_formats.empty()) {
+    columns = a.query_formats.front().columns;
+  } else {
+    for (const Field& f : a.fields) columns.push_back(f.id);
+  }
+
+  if (last_words_.size() >= kMaxSessionsRemembered) last_words_.clear();
+  last_words_[r.session] = query.words;
+
+  std::vector<const Document*> hits;
+  for (const Document& doc : a.documents) {
+    const std::vector<std::string> texts = TextsOf(a, doc.current());
+    if (Matches(query, doc.current(), texts) && Matches(restriction, doc.current(), texts)) hits.push_back(&doc);
+    if (query_max > 0 && static_cast<int64_t>(hits.size()) >= query_max) break;
+  }
+  const size_t shown = max_lines > 0 ? std::min(hits.size(), static_cast<size_t>(max_lines)) : hits.size();
+
+  std::string layouts;
+  for (const SegmentKind& s : a.segments) {
+    if (s.layout.empty()) continue;
+    if (!layouts.empty()) layouts += ';';
+    layouts += std::to_string(s.id) + "=" + s.layout;
+  }
+  bool multi_tiff = shown > 0;
+  for (size_t i = 0; i < shown && multi_tiff; ++i) {
+    bool image = false;
+    for (const Segment& s : hits[i]->current().segments) {
+      const SegmentKind& kind = *a.SegmentKindById(s.id);
+      image = image || (kind.type == kImageSegment && EqualsNoCase(kind.ext, "TIF"));
+    }
+    multi_tiff = image;
+  }
+
+  std::vector<std::string> types = {"0", "512", "512"};
+  std::vector<std::string> titles = {"Ablage", "Dokument", "Version"};
+  for (int id : columns) {
+    const Field& f = *a.FieldById(id);
+    types.push_back(f.type == kDateField ? "1024" : f.type == kNumberField ? "512" : "0");
+    titles.push_back(f.name);
+  }
+  Rows rows = {std::to_string(hits.size()), layouts, multi_tiff ? "1" : "0", Row(types), Row(titles)};
+  for (size_t i = 0; i < shown; ++i) {
+    const Version& v = hits[i]->current();
+    std::vector<std::string> line = {Reference(channel.name, a.name), hits[i]->id, std::to_string(v.version)};
+    for (int id : columns) {
+      const auto value = v.index.find(std::to_string(id));
+      line.push_back(value == v.index.end() ? std::string() : OneLine(value->second));
+    }
+    rows.push_back(Row(line));
+  }
+  return rows;
+}
+
+// ---- documents -------------------------------------------------------------------------------------------
+
+Commands::Rows Commands::GetDocumentInfo(const Request& r) {
+  const Target t = DocumentFor(r, 'R');
+  size_t length = 0;
+  int counts[4] = {0, 0, 0, 0};  // all, text, image, blob
+  for (const Segment& s : t.version->segments) {
+    length += SegmentBytes(*t.archive, s).size();
+    const int type = t.archive->SegmentKindById(s.id)->type;
+    ++counts[0];
+    ++counts[type == kTextSegment ? 1 : type == kImageSegment ? 2 : 3];
+  }
+  return {Row({t.channel->name, t.archive->name, t.document->id, std::to_string(t.version->version),
+               std::to_string(length), t.document->created, t.version->changed, OneLine(t.version->title),
+               std::to_string(counts[0]), std::to_string(counts[1]), std::to_string(counts[2]),
+               std::to_string(counts[3])})};
+}
+
+Commands::Rows Commands::GetSegmentDescription(const Request& r) {
+  const Target t = DocumentFor(r, 'R');
+  const std::string thumbnails = r.args[4];
+  const auto words = last_words_.find(r.session);
+  Rows rows = {std::to_string(t.document->notes.size())};
+  for (const Segment& s : t.version->segments) {
+    const SegmentKind& kind = *t.archive->SegmentKindById(s.id);
+    const std::string bytes = SegmentBytes(*t.archive, s);
+    int hits = 0;
+    if (kind.type == kTextSegment && words != last_words_.end()) MarkWords(bytes, words->second, "", "", &hits);
+    size_t thumbnail = 0;
+    if (kind.type == kImageSegment && !Trim(thumbnails).empty()) {
+      if (const auto pages = ReadTiff(bytes)) {
+        const std::string small = WriteTiff({pages->front()});
+        const std::string name = "TN_" + t.document->id + "_" + std::to_string(t.version->version) + "_" +
+                                 std::to_string(s.id) + ".TIF";
+        WriteWholeFile(blob_.ResolveFile(thumbnails, name), small);
+        thumbnail = small.size();
+      }
+    }
+    const size_t slash = s.file.find_last_of("/\\");
+    const std::string file_name = kind.type == kReferenceSegment
+                                      ? t.document->id + "." + kind.ext
+                                      : (slash == std::string::npos ? s.file : s.file.substr(slash + 1));
+    rows.push_back(Row({std::to_string(s.id), kind.code,
+                        std::to_string(kind.type == kTextSegment ? bytes.size() : 0), std::to_string(hits),
+                        std::to_string(kind.type == kImageSegment ? bytes.size() : 0), kind.ext,
+                        std::to_string(kind.type), kind.title, file_name, "0", kind.layout,
+                        std::to_string(thumbnail)}));
+  }
+  return rows;
+}
+
+Commands::Rows Commands::GetSegmentText(const Request& r) {
+  const Target t = DocumentFor(r, 'R');
+  const std::vector<std::string> words = FreeTextWords(r.args[4]);
+  const std::string& blank = r.args[7];
+  Rows rows;
+  for (const Segment& s : t.version->segments) {
+    if (t.archive->SegmentKindById(s.id)->type != kTextSegment) continue;
+    std::string text = MarkWords(SegmentBytes(*t.archive, s), words, r.args[5], r.args[6], nullptr);
+    if (!blank.empty()) ReplaceAll(text, " ", blank);
+    std::vector<std::string> lines = SplitLines(text);
+    if (lines.empty()) lines.emplace_back();
+    lines.front().insert(0, "^");
+    lines.back() += '^';
+    rows.insert(rows.end(), lines.begin(), lines.end());
+  }
+  return rows;
+}
+
+Commands::Rows Commands::GetNotes(const Request& r) {
+  const Target t = DocumentFor(r, 'R');
+  Rows rows;
+  int number = 0;
+  for (const Note& n : t.document->notes) {
+    rows.push_back(Row({std::to_string(++number), n.author, n.date, n.time}));
+    std::vector<std::string> lines = SplitLines(n.text);
+    if (lines.empty()) lines.emplace_back();
+    lines.front().insert(0, "^");
+    lines.back() += '^';
+    rows.insert(rows.end(), lines.begin(), lines.end());
+  }
+  return rows;
+}
+
+Commands::Rows Commands::WriteNote(const Request& r) {
+  const Target t = DocumentFor(r, 'R');
+  std::string text = r.args[4];
+  const std::string& line_break = r.args[5];
+  if (!line_break.empty() && line_break != kCrLf) ReplaceAll(text, line_break, kCrLf);
+  t.document->notes.push_back({r.user, Today(), LocalNow("%H:%M:%S"), Join(SplitLines(text), kCrLf)});
+  store_.Save();
+  return {};
+}
+
+Commands::Rows Commands::DeleteNotes(const Request& r) {
+  const Target t = DocumentFor(r, 'E');
+  t.document->notes.clear();
+  store_.Save();
+  return {};
+}
+
+// ---- downloads -------------------------------------------------------------------------------------------
+
+namespace {
+
+std::string DownloadName(const Document& d, const Version& v, const std::string& rest) {
+  return d.id + "_" + std::to_string(v.version) + "_" + rest;
+}
+
+}  // namespace
+
+Commands::Rows Commands::GetSegmentData(const Request& r) {
+  const Target t = DocumentFor(r, 'R');
+  const Segment& s = SegmentOf(*t.archive, *t.version, r.args[4]);
+  const SegmentKind& kind = *t.archive->SegmentKindById(s.id);
+  Rows rows;
+  WriteDownload(r.args[5], DownloadName(*t.document, *t.version, std::to_string(s.id) + "." + kind.ext),
+                SegmentBytes(*t.archive, s), rows);
+  return rows;
+}
+
+Commands::Rows Commands::GetSegmentPdf(const Request& r, const std::string& segment, const std::string& layout_id,
+                                       const std::string& folder, const std::string& suffix) {
+  const Target t = DocumentFor(r, 'R');
+  const Segment& s = SegmentOf(*t.archive, *t.version, segment);
+  const SegmentKind& kind = *t.archive->SegmentKindById(s.id);
+  const std::string wanted = Trim(layout_id);
+  const Layout* layout = nullptr;
+  if (!wanted.empty() && wanted != "0") {
+    layout = t.archive->FindLayout(wanted);
+    if (layout == nullptr) Fail(kUnknownLayout, wanted);
+  } else if (!kind.layout.empty()) {
+    layout = t.archive->FindLayout(kind.layout);
+  }
+  const std::string bytes = SegmentBytes(*t.archive, s);
+  const std::string name = DownloadName(*t.document, *t.version,
+                                        std::to_string(s.id) + "_L" + (layout ? layout->id : "0") + suffix + ".PDF");
+  Rows rows;
+  if (EqualsNoCase(kind.ext, "PDF")) {
+    WriteDownload(folder, name, bytes, rows);  // already a PDF
+    return rows;
+  }
+  std::vector<std::string> lines = {
+      "Archiv: " + Reference(t.channel->name, t.archive->name),
+      "Dokument: " + t.document->id + "  Version " + std::to_string(t.version->version) + "  vom " +
+          t.version->changed,
+      "Titel: " + OneLine(t.version->title)};
+  if (layout != nullptr) {
+    for (int id : layout->fields) {
+      const auto value = t.version->index.find(std::to_string(id));
+      lines.push_back(t.archive->FieldById(id)->name + ": " +
+                      (value == t.version->index.end() ? std::string() : OneLine(value->second)));
+    }
+  }
+  lines.push_back("");
+  lines.push_back(kind.title + ":");
+  if (kind.type == kTextSegment || kind.type == kReferenceSegment) {
+    for (std::string& line : SplitLines(bytes)) lines.push_back(std::move(line));
+  } else if (const auto pages = kind.type == kImageSegment ? ReadTiff(bytes) : std::nullopt) {
+    lines.push_back("Bild, " + std::to_string(pages->size()) + " Seite(n), " + std::to_string(bytes.size()) +
+                    " Bytes");
+  } else {
+    lines.push_back("Datei (" + kind.ext + "), " + std::to_string(bytes.size()) + " Bytes");
+  }
+  WriteDownload(folder, name, RenderTextPdf(layout ? layout->name : kind.title, lines), rows);
+  return rows;
+}
+
+Commands::Rows Commands::GetSegmentPrintfile(const Request& r) {
+  const std::string mode = Trim(r.args[7]);
+  if (mode.empty() || mode == "0") return GetSegmentPdf(r, r.args[4], r.args[5], r.args[6], "_P");
+  if (mode != "1") Fail(kBadArgument, "intMode");
+  const Target t = DocumentFor(r, 'R');
+  const Segment& s = SegmentOf(*t.archive, *t.version, r.args[4]);
+  const SegmentKind& kind = *t.archive->SegmentKindById(s.id);
+  const std::string wanted = Trim(r.args[5]);
+  if (!wanted.empty() && wanted != "0" && t.archive->FindLayout(wanted) == nullptr) Fail(kUnknownLayout, wanted);
+  const auto pages = kind.type == kImageSegment ? ReadTiff(SegmentBytes(*t.archive, s)) : std::nullopt;
+  if (!pages) Fail(kBadArgument, "Segment " + std::to_string(s.id) + " ist kein TIFF-Bild");
+  Rows rows;
+  WriteDownload(r.args[6], DownloadName(*t.document, *t.version, std::to_string(s.id) + "_P.TIF"),
+                WriteTiff(*pages), rows);
+  return rows;
+}
+
+Commands::Rows Commands::GetSegmentMultiTif(const Request& r) {
+  const Target t = DocumentFor(r, 'R');
+  std::vector<TiffPage> all;
+  for (const Segment& s : t.version->segments) {
+    if (t.archive->SegmentKindById(s.id)->type != kImageSegment) continue;
+    auto pages = ReadTiff(SegmentBytes(*t.archive, s));
+    if (!pages) Fail(kBadArgument, "Segment " + std::to_string(s.id) + " ist kein TIFF-Bild");
+    for (TiffPage& p : *pages) all.push_back(std::move(p));
+  }
+  if (all.empty()) Fail(kNoSuchPage, "Dokument ohne Bildseiten");
+  std::vector<TiffPage> chosen;
+  const std::vector<int64_t> wanted = PageList(r.args[4]);
+  for (int64_t page : wanted) {
+    if (page > static_cast<int64_t>(all.size())) Fail(kNoSuchPage, std::to_string(page));
+    chosen.push_back(all[static_cast<size_t>(page - 1)]);
+  }
+  if (wanted.empty()) chosen = all;
+  Rows rows;
+  WriteDownload(r.args[5], DownloadName(*t.document, *t.version, "MULTI.TIF"), WriteTiff(chosen), rows);
+  return rows;
+}
+
+Commands::Rows Commands::GetSegmentErf(const Request& r) {
+  const Target t = DocumentFor(r, 'R');
+  const Segment& s = SegmentOf(*t.archive, *t.version, r.args[4]);
+  if (t.archive->SegmentKindById(s.id)->type != kReferenceSegment) {
+    Fail(kBadArgument, "Segment " + std::to_string(s.id) + " ist kein Verweissegment");
+  }
+  return s.references;
+}
+
+// ---- blob transfer and upload ----------------------------------------------------------------------------
+
+Answer Commands::TransferBlob(const Request& r) {
+  try {
+    return {ReadWholeFile(blob_.Resolve(r.args[0])), true};
+  } catch (const GatewayError&) {
+    return {{}, true};  // no header to carry an error: the connection just ends
+  }
+}
+
+Commands::Rows Commands::UploadFile(const Request& r) {
+  WriteWholeFile(blob_.ResolveFile(r.args[0], r.args[1]), r.body);
+  return {std::to_string(r.body.size())};
+}
+
+// ---- create, edit, delete --------------------------------------------------------------------------------
+
+Commands::Rows Commands::ImportDocuments(const Request& r, bool edit) {
+  const std::string& import_path = r.args[0];
+  const std::vector<ImportDescription> descriptions = ParseImportFile(ReadWholeFile(blob_.Resolve(import_path)));
+  const size_t cut = import_path.find_last_of('\\');
+  const std::string import_folder = cut == std::string::npos ? std::string() : import_path.substr(0, cut);
+  if (edit && descriptions.size() != 1) Fail(kBadImportFile, "genau eine Beschreibung erwartet");
+
+  // Everything is checked and the new versions made before the archive changes.
+  struct Planned {
+    Archive* archive;
+    Document* existing;  // edit: the document that gets the version
+    Document fresh;      // create: the new document
+    Version version;
+    std::vector<std::pair<std::string, std::string>> files;  // content file, bytes (UTF-8 for text)
+  };
+  std::vector<Planned> plans;
+  int64_t next_id = *ParseInteger(store_.NewDocumentId());
+  for (const ImportDescription& d : descriptions) {
+    Planned p{};
+    p.archive = &ArchiveFor(d.channel, d.archive, r.user, edit ? 'E' : 'C');
+    if (edit) {
+      std::string id = Trim(r.args[1]);
+      std::string base_version;
+      if (const size_t comma = id.find(','); comma != std::string::npos) {
+        base_version = Trim(id.substr(comma + 1));
+        id = Trim(id.substr(0, comma));
+      }
+      p.existing = p.archive->FindDocument(id);
+      if (p.existing == nullptr) Fail(kUnknownDocument, id);
+      const Version* base = &p.existing->current();
+      if (!base_version.empty()) {
+        base = nullptr;
+        for (const Version& v : p.existing->versions) {
+          if (std::to_string(v.version) == base_version) base = &v;
+        }
+        if (base == nullptr) Fail(kUnknownDocument, id + " Version " + base_version);
+      }
+      p.version = *base;
+      p.version.version = p.existing->current().version + 1;
+      if (!d.title.empty()) p.version.title = d.title;
+    } else {
+      p.fresh.id = std::to_string(next_id++);
+      p.fresh.created = Today();
+      p.version.title = d.title;
+    }
+    p.version.changed = Today();
+    const std::string& doc_id = edit ? p.existing->id : p.fresh.id;
+    for (const ImportGroup& g : d.groups) {
+      if (g.type >= kTextField && g.type <= kDateField) {
+        const Field* f = p.archive->FindField(g.id);
+        if (f == nullptr) Fail(kUnknownField, g.id);
+        const std::string value = OneLine(g.value);
+        if (f->type != g.type) Fail(kBadImportFile, "Feldtyp von " + f->name);
+        if (f->type == kNumberField && !value.empty() && !IsDecimalNumber(value)) Fail(kBadImportFile, f->name);
+        if (f->type == kDateField && !value.empty() && !IsDate(value)) Fail(kBadImportFile, f->name);
+        if (f->size > 0 && value.size() > static_cast<size_t>(f->size)) Fail(kBadImportFile, f->name + " zu lang");
+        p.version.index[std::to_string(f->id)] = value;
+        continue;
+      }
+      if (g.type != 4 && g.type != 5) Fail(kBadImportFile, "Feldtyp " + std::to_string(g.type));
+      const SegmentKind* kind = p.archive->FindSegmentKind(g.id);
+      if (kind == nullptr) Fail(kUnknownField, "Segment " + g.id);
+      const bool text = g.type == 4;
+      if (text != (kind->type == kTextSegment) || kind->type == kReferenceSegment) {
+        Fail(kBadImportFile, "Feldtyp von Segment " + g.id);
+      }
+      std::string bytes = text ? FromWire(g.value) : ReadWholeFile(blob_.ResolveFile(import_folder, g.value));
+      const std::string file = "files/" + doc_id + "_" + std::to_string(p.version.version) + "_" +
+                               std::to_string(kind->id) + "." + (text ? std::string("txt") : kind->ext);
+      std::erase_if(p.version.segments, [&](const Segment& s) { return s.id == kind->id; });
+      p.version.segments.push_back({kind->id, file, {}});
+      p.files.emplace_back(file, std::move(bytes));
+    }
+    std::sort(p.version.segments.begin(), p.version.segments.end(),
+              [](const Segment& a, const Segment& b) { return a.id < b.id; });
+    plans.push_back(std::move(p));
+  }
+
+  Rows rows;
+  for (Planned& p : plans) {
+    for (const auto& [file, bytes] : p.files) {
+      WriteWholeFile(store_.ContentPath(file), bytes);
+      text_cache_.erase(file);
+    }
+    if (p.existing != nullptr) {
+      p.existing->versions.push_back(p.version);
+      rows.push_back(p.existing->id + "," + std::to_string(p.version.version));
+    } else {
+      p.fresh.versions.push_back(p.version);
+      rows.push_back(p.fresh.id + "," + std::to_string(p.version.version));
+      p.archive->documents.push_back(std::move(p.fresh));
+    }
+  }
+  store_.Save();
+  return rows;
+}
+
+Commands::Rows Commands::DeleteDocument(const Request& r) {
+  const Target t = DocumentFor(r, 'D');
+  std::vector<Version>& versions = t.document->versions;
+  if (!Trim(r.args[3]).empty() && versions.size() > 1) {
+    std::erase_if(versions, [&](const Version& v) { return &v == t.version; });
+  } else {
+    std::erase_if(t.archive->documents, [&](const Document& d) { return &d == t.document; });
+  }
+  store_.Save();
+  return {};
+}
+
+}  // namespace halqvantor::gateway
