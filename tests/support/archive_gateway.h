@@ -1,0 +1,43 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "halqvantor/RuntimeError.h"
+#include "halqvantor/clsVantor.h"
+#include "support/fake_clock.h"
+#include "support/gateway_session.h"
+#include "support/scripted_gateway.h"
+
+namespace halqvantor::testing {
+
+// The head of every request a GatewaySession sends (session, user, encoded password).
+inline const std::string kRequestHead = "^S1^,^u^,^ABA1^";
+
+// Runs body(object, gateway) on a fresh thread, with an Init'ed object talking to a gateway whose
+// connection i answers with the reply of payloads[i] (the last one repeats).
+template <typename F>
+void WithAnswers(const std::vector<std::string>& payloads, F body) {
+  FakeClock clock;
+  ScriptedGateway gateway;
+  for (const std::string& payload : payloads) {
+    gateway.Script({ScriptedGateway::Send(ScriptedGateway::Reply(payload))});
+  }
+  OnFreshThread([&] {
+    GatewaySession session(gateway);
+    body(session.object(), gateway);
+  });
+}
+
+// The number of the RuntimeError that `call` raises; 0 when it raises none.
+template <typename F>
+int32_t ErrorOf(F call) {
+  try {
+    call();
+  } catch (const RuntimeError& e) {
+    return e.number();
+  }
+  return 0;
+}
+
+}  // namespace halqvantor::testing
