@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -8,6 +9,18 @@
 #include "support/fake_clock.h"
 #include "support/gateway_session.h"
 #include "support/scripted_gateway.h"
+
+namespace halqvantor {
+
+// Variants in failure messages: type and text.
+inline void PrintTo(const Variant& v, std::ostream* os) {
+  static const char* const kNames[] = {"Empty", "Null", "Integer", "Long", "Double",
+                                       "Date",  "String", "Boolean", "Byte", "Missing"};
+  *os << kNames[static_cast<int>(v.type())];
+  if (!v.IsEmpty() && !v.IsNull() && !v.IsMissing()) *os << " \"" << v.ToString() << '"';
+}
+
+}  // namespace halqvantor
 
 namespace halqvantor::testing {
 
