@@ -20,19 +20,13 @@ TEST(NoteRows, HeaderCommaAndTextJoinedWithCrLf) {
   };
   EXPECT_EQ(join({"Mia 01.02.2002", "^kurz^", "Tom", "^eins", "", "drei^", "Eva", "^^"}),
             (Notes{"Mia 01.02.2002,kurz", "Tom,eins\r\n\r\ndrei", "Eva,"}));
-  EXPECT_EQ(join({}), Notes{});
-  // The opening character is dropped whole.
-  EXPECT_EQ(join({"h", "äx^"}), Notes{"h,x"});
+  EXPECT_EQ(join({"h", "äx^"}), Notes{"h,x"});  // the opening character is dropped whole
 
   // A header without its text row, a text that never closes: the notes before stay appended.
   Notes notes;
   EXPECT_EQ(ErrorOf([&] { archive::JoinNotes({"Mia", "^a^", "Tom"}, notes); }), 9);
   EXPECT_EQ(notes, Notes{"Mia,a"});
-  EXPECT_EQ(ErrorOf([] {
-              Notes n;
-              archive::JoinNotes({"Mia", "^a", "b"}, n);
-            }),
-            9);
+  EXPECT_EQ(ErrorOf([&] { archive::JoinNotes({"Mia", "^a", "b"}, notes); }), 9);
 }
 
 TEST(Notes, ReadReplacesSegmentTextAndTheOtherWayRound) {
@@ -60,25 +54,24 @@ TEST(Notes, ReadReplacesSegmentTextAndTheOtherWayRound) {
 }
 
 TEST(Notes, WriteSendsTheFirst8000CharactersAndTheLineBreak) {
-  WithAnswers({"Status: OK\r\nignored", "Status: OK", "Status: Error 5 nein"},
-              [](clsVantor& v, testing::ScriptedGateway& gateway) {
-                // 8001 characters of two bytes each in UTF-8, one byte each on the wire.
-                std::string note;
-                for (int i = 0; i < 8001; ++i) note += "ä";
-                Variant status("old");
-                const Variant written = v.EASYWriteNote("K1", "A1", "D7", "2", note, Variant::missing(), &status);
-                EXPECT_EQ(written, Variant(int16_t{1}));
-                EXPECT_EQ(status, Variant(""));
-                EXPECT_EQ(v.EASYWriteNote("K1", "A1", "D7", "2", "a<br>b", "<br>"), Variant(int16_t{1}));
-                EXPECT_EQ(v.EASYDeleteNotes("K1", "A1", "D7", "2", &status), Variant(int16_t{-1}));
-                EXPECT_EQ(status, Variant("Error 5 nein"));
+  WithAnswers({"Status: OK\r\nignored", "Status: OK", "Status: Error 5 nein"}, [](clsVantor& v,
+                                                                                  testing::ScriptedGateway& gateway) {
+    // 8001 characters of two bytes each in UTF-8, one byte each on the wire.
+    std::string note;
+    for (int i = 0; i < 8001; ++i) note += "ä";
+    Variant status("old");
+    const Variant written = v.EASYWriteNote("K1", "A1", "D7", "2", note, Variant::missing(), &status);
+    EXPECT_EQ(written, Variant(int16_t{1}));
+    EXPECT_EQ(status, Variant(""));
+    EXPECT_EQ(v.EASYWriteNote("K1", "A1", "D7", "2", "a<br>b", "<br>"), Variant(int16_t{1}));
+    EXPECT_EQ(v.EASYDeleteNotes("K1", "A1", "D7", "2", &status), Variant(int16_t{-1}));
+    EXPECT_EQ(status, Variant("Error 5 nein"));
 
-                const auto requests = gateway.Requests();
-                EXPECT_EQ(requests[0], kRequestHead + ",^WriteNote^,^K1^,^A1^,^D7^,^2^,^" + std::string(8000, '\xE4') +
-                                           "^,^\r\n^");
-                EXPECT_EQ(requests[1], kRequestHead + ",^WriteNote^,^K1^,^A1^,^D7^,^2^,^a<br>b^,^<br>^");
-                EXPECT_EQ(requests[2], kRequestHead + ",^DeleteNotes^,^K1^,^A1^,^D7^,^2^");
-              });
+    const auto requests = gateway.Requests();
+    EXPECT_EQ(requests[0], kRequestHead + ",^WriteNote^,^K1^,^A1^,^D7^,^2^,^" + std::string(8000, '\xE4') + "^,^\r\n^");
+    EXPECT_EQ(requests[1], kRequestHead + ",^WriteNote^,^K1^,^A1^,^D7^,^2^,^a<br>b^,^<br>^");
+    EXPECT_EQ(requests[2], kRequestHead + ",^DeleteNotes^,^K1^,^A1^,^D7^,^2^");
+  });
 }
 
 }  // namespace

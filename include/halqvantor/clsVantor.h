@@ -76,9 +76,8 @@ class clsVantor {
                               Variant* strStatus = nullptr);
   // Success: the number of segments (Long; answer rows less the notes row), lngNotes the notes row (String),
   // strStatus "". Failure: -1 (Integer) and the failure text. The thumbnails land where the server is told.
-  Variant EASYGetSegmentDescriptionInit(const Variant& strChannel, const Variant& strArchive,
-                                        const Variant& strDocID, const Variant& strVer,
-                                        const Variant& strThumbnailPath = Variant::missing(),
+  Variant EASYGetSegmentDescriptionInit(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                                        const Variant& strVer, const Variant& strThumbnailPath = Variant::missing(),
                                         Variant* lngNotes = nullptr, Variant* strStatus = nullptr);
   // Column 1 of the next segment (String) with the other columns in the outs, all as Strings; "" after the
   // last segment, outs untouched. A row with too few columns raises 5.

@@ -45,14 +45,13 @@ void JoinTextPieces(const std::vector<std::string>& rows, std::string_view line_
 using archive::FailureResult;
 using archive::SetOut;
 
-Variant clsVantor::EASYGetDocumentInfo(const Variant& strChannel, const Variant& strArchive,
-                                       const Variant& strDocID, const Variant& strVer, Variant* lngLaenge,
-                                       Variant* strErstelldat, Variant* strAenderDat, Variant* strTitel,
-                                       Variant* intFelderGes, Variant* intTextFelder, Variant* intBildFelder,
-                                       Variant* intBlobFelder, Variant* strStatus) {
+Variant clsVantor::EASYGetDocumentInfo(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                                       const Variant& strVer, Variant* lngLaenge, Variant* strErstelldat,
+                                       Variant* strAenderDat, Variant* strTitel, Variant* intFelderGes,
+                                       Variant* intTextFelder, Variant* intBildFelder, Variant* intBlobFelder,
+                                       Variant* strStatus) {
   Impl& d = *impl_;
-  if (!archive::SendListRequest(d, {Variant("GetDocumentInfo"), strChannel, strArchive, strDocID, strVer},
-                                strStatus)) {
+  if (!archive::SendListRequest(d, {Variant("GetDocumentInfo"), strChannel, strArchive, strDocID, strVer}, strStatus)) {
     return FailureResult();
   }
   if (d.ResultCount > 0) {
@@ -91,25 +90,25 @@ Variant clsVantor::EASYGetSegmentDescriptionNext(Variant* intFeldID, Variant* ln
   if (d.ResultCursor < 0 || d.ResultCursor >= d.ResultCount) return Variant("");
   const auto columns = archive::SegmentColumns(d.ResultRows[d.ResultCursor]);
   // Column 1 is the result; the others go to the outs in column order.
-  Variant* outs[] = {intFeldID,  nullptr,      lngTextLaenge, intTrefferZahl, lngNCILaenge,     strExt,
-                     intFeldTyp, strFeldtitel, strDateiname,  intStatus,      strLayoutID, lngThumbnailSize};
+  Variant* outs[] = {intFeldID,  nullptr,      lngTextLaenge, intTrefferZahl, lngNCILaenge, strExt,
+                     intFeldTyp, strFeldtitel, strDateiname,  intStatus,      strLayoutID,  lngThumbnailSize};
   for (size_t k = 0; k < columns.size(); ++k) SetOut(outs[k], Variant(std::string(columns[k])));
   d.ResultCursor += 1;
   return Variant(std::string(columns[1]));
 }
 
-Variant clsVantor::EASYGetSegmentTextInit(const Variant& strChannel, const Variant& strArchive,
-                                          const Variant& strDocID, const Variant& strVer, const Variant& strQuery,
-                                          const Variant& strMarkOn, const Variant& strMarkOff,
-                                          const Variant& strCRLF, const Variant& strBlank, Variant* strStatus) {
+Variant clsVantor::EASYGetSegmentTextInit(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                                          const Variant& strVer, const Variant& strQuery, const Variant& strMarkOn,
+                                          const Variant& strMarkOff, const Variant& strCRLF, const Variant& strBlank,
+                                          Variant* strStatus) {
   Impl& d = *impl_;
   const std::string line_break = strCRLF.IsMissing() ? d.LineBreak : strCRLF.ToString();
   // The line break is applied here when the answer is joined; the server never sees it.
-  if (!archive::SendListRequest(d,
-                                {Variant("GetSegmentText"), strChannel, strArchive, strDocID, strVer,
-                                 archive::OrDefault(strQuery, ""), archive::OrDefault(strMarkOn, ""),
-                                 archive::OrDefault(strMarkOff, ""), archive::OrDefault(strBlank, "")},
-                                strStatus)) {
+  if (!archive::SendListRequest(
+          d,
+          {Variant("GetSegmentText"), strChannel, strArchive, strDocID, strVer, archive::OrDefault(strQuery, ""),
+           archive::OrDefault(strMarkOn, ""), archive::OrDefault(strMarkOff, ""), archive::OrDefault(strBlank, "")},
+          strStatus)) {
     return FailureResult();
   }
   d.TextPieces.Pieces.clear();

@@ -57,9 +57,9 @@ Variant clsVantor::EASYGetMasksNext(Variant* strMaskName) {
   return Variant(archive::GroupLength(d.ResultRows, d.ResultCursor, archive::kMaskMark));
 }
 
-Variant clsVantor::EASYGetMasksNextField(Variant* lngTabIndex, Variant* lngWidth, Variant* strAlign,
-                                         Variant* strName, Variant* blnMandatory, Variant* strInitText,
-                                         Variant* blnListOnly, Variant* strList) {
+Variant clsVantor::EASYGetMasksNextField(Variant* lngTabIndex, Variant* lngWidth, Variant* strAlign, Variant* strName,
+                                         Variant* blnMandatory, Variant* strInitText, Variant* blnListOnly,
+                                         Variant* strList) {
   Impl& d = *impl_;
   // The row at the cursor is read even when the cursor stands at the answer's end, which raises 9.
   if (!archive::InGroup(d.ResultRows, d.ResultCursor, archive::kMaskMark)) return FailureResult();

@@ -78,8 +78,7 @@ Variant clsVantor::EASYWriteNote(const Variant& strChannel, const Variant& strAr
 Variant clsVantor::EASYDeleteNotes(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                    const Variant& strVer, Variant* strStatus) {
   Impl& d = *impl_;
-  if (!archive::SendListRequest(d, {Variant("DeleteNotes"), strChannel, strArchive, strDocID, strVer},
-                                strStatus)) {
+  if (!archive::SendListRequest(d, {Variant("DeleteNotes"), strChannel, strArchive, strDocID, strVer}, strStatus)) {
     return FailureResult();
   }
   SetOut(strStatus, Variant(""));

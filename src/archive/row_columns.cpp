@@ -67,9 +67,7 @@ std::string_view ColumnAt(std::string_view row, int k) {
   return cursor.Next();
 }
 
-std::string_view WithoutFirst(std::string_view text) {
-  return text.empty() ? text : text.substr(CharLength(text, 0));
-}
+std::string_view WithoutFirst(std::string_view text) { return text.empty() ? text : text.substr(CharLength(text, 0)); }
 
 std::string_view WithoutEnds(std::string_view text) {
   if (text.empty()) MissingSeparator();

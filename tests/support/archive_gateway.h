@@ -14,9 +14,9 @@ namespace halqvantor {
 
 // Variants in failure messages: type and text.
 inline void PrintTo(const Variant& v, std::ostream* os) {
-  static const char* const kNames[] = {"Empty", "Null", "Integer", "Long", "Double",
+  static const char* const kTypes[] = {"Empty", "Null",   "Integer", "Long", "Double",
                                        "Date",  "String", "Boolean", "Byte", "Missing"};
-  *os << kNames[static_cast<int>(v.type())];
+  *os << kTypes[static_cast<int>(v.type())];
   if (!v.IsEmpty() && !v.IsNull() && !v.IsMissing()) *os << " \"" << v.ToString() << '"';
 }
 
