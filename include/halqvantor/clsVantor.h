@@ -111,6 +111,96 @@ class clsVantor {
   // password, or "" and "" when either is NULL; 0 when not found (the outputs are left as they were).
   Variant GetUserEASYUser(const Variant& strUserID, Variant* strEASYUser, Variant* strEASYPasswd);
 
+  // ---- Documents: info, segment description, segment text (a document is named by channel, archive,
+  // document id and version, as the hit list hands them out)
+
+  // One request. Success: the number of answer rows (Long), strStatus ""; when there is a row, columns 4 to
+  // 11 of row 0 go to the eight outs as Strings. Failure: -1 (Integer), strStatus the failure text, the other
+  // outs untouched. A row with too few columns raises 5.
+  Variant EASYGetDocumentInfo(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                              const Variant& strVer, Variant* lngLaenge = nullptr, Variant* strErstelldat = nullptr,
+                              Variant* strAenderDat = nullptr, Variant* strTitel = nullptr,
+                              Variant* intFelderGes = nullptr, Variant* intTextFelder = nullptr,
+                              Variant* intBildFelder = nullptr, Variant* intBlobFelder = nullptr,
+                              Variant* strStatus = nullptr);
+  // Success: the number of segments (Long; answer rows less the notes row), lngNotes the notes row (String),
+  // strStatus "". Failure: -1 (Integer) and the failure text. The thumbnails land where the server is told.
+  Variant EASYGetSegmentDescriptionInit(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                                        const Variant& strVer, const Variant& strThumbnailPath = Variant::missing(),
+                                        Variant* lngNotes = nullptr, Variant* strStatus = nullptr);
+  // Column 1 of the next segment (String) with the other columns in the outs, all as Strings; "" after the
+  // last segment, outs untouched. A row with too few columns raises 5.
+  Variant EASYGetSegmentDescriptionNext(Variant* intFeldID = nullptr, Variant* lngTextLaenge = nullptr,
+                                        Variant* intTrefferZahl = nullptr, Variant* lngNCILaenge = nullptr,
+                                        Variant* strExt = nullptr, Variant* intFeldTyp = nullptr,
+                                        Variant* strFeldtitel = nullptr, Variant* strDateiname = nullptr,
+                                        Variant* intStatus = nullptr, Variant* strLayoutID = nullptr,
+                                        Variant* lngThumbnailSize = nullptr);
+  // Success: the number of text pieces (Long), strStatus "": the answer's "^"-enclosed units, a unit broken
+  // over several lines joined with strCRLF (default CR LF, never sent). Failure: -1 (Integer), the failure
+  // text, the pieces held before kept. A piece shorter than its two "^" raises 5.
+  Variant EASYGetSegmentTextInit(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                                 const Variant& strVer, const Variant& strQuery = Variant::missing(),
+                                 const Variant& strMarkOn = Variant::missing(),
+                                 const Variant& strMarkOff = Variant::missing(),
+                                 const Variant& strCRLF = Variant::missing(),
+                                 const Variant& strBlank = Variant::missing(), Variant* strStatus = nullptr);
+  // The next text piece (String), "" after the last.
+  Variant EASYGetSegmentTextNext();
+
+  // ---- Notes of a document (held in the same text pieces as segment text: each read replaces the other)
+
+  // Success: the number of notes (Long), strStatus "": each note is its header row, ",", and its text
+  // without the enclosing "^", lines joined with CR LF. Failure: -1 (Integer), the failure text, the pieces
+  // held before kept. An answer whose last note is cut short raises 9.
+  Variant EASYGetNotesInit(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                           const Variant& strVer, Variant* strStatus = nullptr);
+  // The next note (String), "" after the last.
+  Variant EASYGetNotesNext();
+  // Adds a note (its first 8000 characters) whose line break is strCRLF (default CR LF); DeleteNotes removes
+  // all notes of the document. Result 1 or -1, both Integer; strStatus "" or the failure text.
+  Variant EASYWriteNote(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                        const Variant& strVer, const Variant& strNote, const Variant& strCRLF = Variant::missing(),
+                        Variant* strStatus = nullptr);
+  Variant EASYDeleteNotes(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                          const Variant& strVer, Variant* strStatus = nullptr);
+
+  // ---- Entry masks: a two-level walk over "@" mask rows and the field rows under each
+
+  // Success: the number of masks (Long), strStatus "". Failure: -1 (Integer) and the failure text.
+  Variant EASYGetMasksInit(const Variant& strChannel, const Variant& strArchive, Variant* strStatus = nullptr);
+  // Skips the unread fields of the current mask; the number of fields of the next mask (Long) with its name
+  // in strMaskName, or -1 (Integer) and "" after the last mask.
+  Variant EASYGetMasksNext(Variant* strMaskName = nullptr);
+  // Column 0 of the next field row (Long) with the columns 1 to 7 in the outs (Long, Long, String, String,
+  // Boolean, String, Boolean) and, for rows of more than eight columns, the raw rest in strList (else left
+  // alone); -1 (Integer) at the next mask row. Raises 9 at the answer's end, 5/13/6 for a malformed row.
+  Variant EASYGetMasksNextField(Variant* lngTabIndex = nullptr, Variant* lngWidth = nullptr,
+                                Variant* strAlign = nullptr, Variant* strName = nullptr,
+                                Variant* blnMandatory = nullptr, Variant* strInitText = nullptr,
+                                Variant* blnListOnly = nullptr, Variant* strList = nullptr);
+  // Back to the first mask.
+  void EASYGetMasksFirst();
+
+  // ---- Extended archive list ("#" channel rows with the archive rows under each) and archive properties
+
+  // Success: the number of channels (Long), strStatus "". Failure: -1 (Integer) and the failure text.
+  Variant EASYGetAllArchivesExtInit(Variant* strStatus = nullptr);
+  // Skips the unread archives of the current channel; the number of archives of the next channel (Long) with
+  // its name and description, or -1 (Integer) and both "" after the last channel.
+  Variant EASYGetAllArchivesExtNext(Variant* strChannel = nullptr, Variant* strDescription = nullptr);
+  // The next archive row of the current channel (String), "" at the next channel row; raises 9 at the
+  // answer's end.
+  Variant EASYGetAllArchivesExtNextArchive();
+  // Back to the first channel.
+  void EASYGetAllArchivesExtFirst();
+  // Success: the fifth value of the answer (Long), the four permissions as Booleans (true for "1" exactly),
+  // strStatus ""; an answer without rows gives an Empty result and writes only strStatus. Failure: -1
+  // (Integer) and the failure text. Fewer than four commas raise 5, a fifth value not a number 13 (or 6).
+  Variant EASYGetArchiveProperties(const Variant& strChannel, const Variant& strArchive, Variant* blnCreate = nullptr,
+                                   Variant* blnEdit = nullptr, Variant* blnDelete = nullptr,
+                                   Variant* blnIndex = nullptr, Variant* strStatus = nullptr);
+
   // The object's private side: slot, request state, result rows and the state of each operation family.
   struct Impl;
 

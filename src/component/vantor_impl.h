@@ -34,6 +34,15 @@ struct clsVantor::Impl {
   // The user database connection: created (closed) by Init, opened there when asked, closed at the end.
   std::unique_ptr<platform::Connection> DBConnection;
 
+  // Text pieces: the joined segment text or the notes of the last successful read of either
+  // (src/archive/document.cpp, notes.cpp); they survive other requests.
+  struct TextPieceList {
+    std::vector<std::string> Pieces;
+    int32_t Cursor = 0;  // index of the next piece to hand out
+  } TextPieces;
+  // The next text piece, or "" when all have been handed out.
+  Variant NextTextPiece();
+
   std::shared_ptr<ScriptingContext> context;  // kept by OnStartPage
   std::shared_ptr<PageRequest> request;       // its Request object
 

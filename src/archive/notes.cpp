@@ -1,0 +1,88 @@
+#include "archive/notes.h"
+
+#include "archive/results.h"
+#include "archive/row_columns.h"
+#include "halqvantor/clsVantor.h"
+#include "platform/vb_runtime.h"
+
+namespace halqvantor {
+namespace archive {
+namespace {
+
+// A note is cut to this many characters before it is sent.
+constexpr int64_t kMaxNoteCharacters = 8000;
+constexpr std::string_view kNoteLineBreak = "\r\n";
+
+const std::string& RowAt(const std::vector<std::string>& rows, size_t index) {
+  if (index >= rows.size()) vb::Raise(ErrorNumber::kSubscriptOutOfRange);
+  return rows[index];
+}
+
+}  // namespace
+
+void JoinNotes(const std::vector<std::string>& rows, std::vector<std::string>& notes) {
+  size_t i = 0;
+  while (i < rows.size()) {
+    std::string current = rows[i];
+    current.push_back(',');
+    current.append(WithoutFirst(RowAt(rows, i + 1)));
+    size_t j = i + 1;
+    while (current.back() != '^') {
+      ++j;
+      const std::string& next = RowAt(rows, j);
+      current.append(kNoteLineBreak);
+      current.append(next);
+    }
+    current.pop_back();
+    notes.push_back(std::move(current));
+    i = j + 1;
+  }
+}
+
+}  // namespace archive
+
+using archive::FailureResult;
+using archive::SetOut;
+
+Variant clsVantor::EASYGetNotesInit(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                                    const Variant& strVer, Variant* strStatus) {
+  Impl& d = *impl_;
+  if (!archive::SendListRequest(d, {Variant("GetNotes"), strChannel, strArchive, strDocID, strVer}, strStatus)) {
+    return FailureResult();
+  }
+  d.TextPieces.Pieces.clear();
+  d.TextPieces.Cursor = 0;
+  archive::JoinNotes(d.ResultRows, d.TextPieces.Pieces);
+  SetOut(strStatus, Variant(""));
+  return Variant(static_cast<int32_t>(d.TextPieces.Pieces.size()));
+}
+
+Variant clsVantor::EASYGetNotesNext() { return impl_->NextTextPiece(); }
+
+Variant clsVantor::EASYWriteNote(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                                 const Variant& strVer, const Variant& strNote, const Variant& strCRLF,
+                                 Variant* strStatus) {
+  Impl& d = *impl_;
+  const Variant note(vb::Left(strNote.ToString(), archive::kMaxNoteCharacters));
+  // The line break travels with the note: it tells the server how the note's lines are separated.
+  if (!archive::SendListRequest(d,
+                                {Variant("WriteNote"), strChannel, strArchive, strDocID, strVer, note,
+                                 strCRLF.IsMissing() ? Variant(d.LineBreak) : strCRLF},
+                                strStatus)) {
+    return FailureResult();
+  }
+  SetOut(strStatus, Variant(""));
+  return Variant(int16_t{1});
+}
+
+Variant clsVantor::EASYDeleteNotes(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                                   const Variant& strVer, Variant* strStatus) {
+  Impl& d = *impl_;
+  if (!archive::SendListRequest(d, {Variant("DeleteNotes"), strChannel, strArchive, strDocID, strVer}, strStatus)) {
+    return FailureResult();
+  }
+  SetOut(strStatus, Variant(""));
+  return Variant(int16_t{1});
+}
+
+}  // namespace halqvantor

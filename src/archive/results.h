@@ -1,0 +1,47 @@
+#pragma once
+
+// What the archive operations share around a request: the failure result, out-arguments written only when
+// passed, and the round trip that hands its failure text to strStatus.
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "component/vantor_impl.h"
+#include "halqvantor/Variant.h"
+
+namespace halqvantor::archive {
+
+// -1 as a 16-bit Integer: the result of a failed request or of a walk that found no further group.
+inline Variant FailureResult() { return Variant(int16_t{-1}); }
+
+// Writes an out-argument when the caller passed it.
+inline void SetOut(Variant* out, Variant value) {
+  if (out != nullptr) *out = std::move(value);
+}
+
+// An optional input argument, or `fallback` when it was not passed.
+inline Variant OrDefault(const Variant& argument, const char* fallback) {
+  return argument.IsMissing() ? Variant(fallback) : argument;
+}
+
+// BuildRequest + RequestList. On failure strStatus (when passed) receives the failure text and the result
+// is false; on success strStatus is left for the caller to clear once the answer has been read.
+bool SendListRequest(clsVantor::Impl& d, const std::vector<Variant>& args, Variant* strStatus);
+
+// True when the row's first character is `mark` (the group lines of the two-level walks).
+inline bool BeginsWith(std::string_view row, char mark) { return !row.empty() && row.front() == mark; }
+
+// The two-level walks over group rows (their first character is `mark`) and the member rows under each.
+// Number of group rows.
+int32_t CountGroups(const std::vector<std::string>& rows, char mark);
+// The index of the first group row at or after `cursor`; rows.size() when there is none.
+int32_t SkipToGroup(const std::vector<std::string>& rows, int32_t cursor, char mark);
+// Number of member rows from `from` up to the next group row or the end.
+int32_t GroupLength(const std::vector<std::string>& rows, int32_t from, char mark);
+// True when the row at `cursor` is a member row, false at a group row. Reads the row even at the end of
+// the rows, so a cursor outside them raises 9.
+bool InGroup(const std::vector<std::string>& rows, int32_t cursor, char mark);
+
+}  // namespace halqvantor::archive
