@@ -260,13 +260,10 @@ TEST(SocketErrors, ResetAndEarlyCloseDuringTheReply) {
 }
 
 // A file system whose binary files fail every write with "Disk full".
-class FullDisk : public platform::FileSystem {
+class FullDisk : public platform::FileSystemWrapper {
  public:
-  FullDisk() : previous_(platform::InstallFileSystem(this)) {}
+  FullDisk() : FileSystemWrapper(&platform::CurrentFileSystem()), previous_(platform::InstallFileSystem(this)) {}
   ~FullDisk() override { platform::InstallFileSystem(previous_ == Default() ? nullptr : previous_); }
-  int AppendToFile(const std::string& path, std::string_view bytes) override {
-    return previous_->AppendToFile(path, bytes);
-  }
   int OpenForBinaryWrite(const std::string&, std::unique_ptr<platform::WritableFile>* file) override {
     struct Full : platform::WritableFile {
       int Write(std::string_view) override { return 61; }
