@@ -14,6 +14,9 @@
 namespace halqvantor {
 
 class frmComm;
+namespace platform {
+class SendSource;
+}
 
 struct clsVantor::Impl {
   explicit Impl(clsVantor& owner);
@@ -60,11 +63,13 @@ struct clsVantor::Impl {
   // When a request is under way: sets `status` to the refusal text, logs it, clears RequestPending (so the
   // call after it runs) and returns true.
   bool RefuseNestedRequest(std::string& status);
-  // Connect, send `bytes` (already in the gateway's code page), wait for the reply, disconnect, with the
-  // log lines of the exchange; `request` is the text the send line shows. The caller has set the slot's
-  // Mode (and, for byte mode, its counters and File) and manages RequestPending. True when the reply is
-  // complete; false with the status text of the failure (socket error, time-out, failing socket call).
-  bool RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status);
+  // Connect, send `bytes` (already in the gateway's code page) followed by the bytes of `body` when there is
+  // one, wait for the reply, disconnect, with the log lines of the exchange; `request` is the text the send
+  // line shows. The caller has set the slot's Mode (and, for byte mode, its counters and File) and manages
+  // RequestPending. True when the reply is complete; false with the status text of the failure (socket
+  // error, time-out, failing socket call).
+  bool RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status,
+                    std::shared_ptr<platform::SendSource> body = nullptr);
   // RequestExchange without copying the reply: on success it stays in the slot's Response.
   bool ExchangeText(const std::string& request, std::string& status, std::string* response);
   // The end of the object.

@@ -21,6 +21,8 @@ namespace {
 // Bytes read in one recv call, and the most that waits unread before the socket stops reading.
 constexpr size_t kReadChunk = 256 * 1024;
 constexpr size_t kMaxUnread = 4 * 1024 * 1024;
+// Bytes of a stream pulled from its source at a time.
+constexpr size_t kStreamChunk = 256 * 1024;
 
 std::vector<Socket*>& Registry() {
   thread_local std::vector<Socket*> sockets;
@@ -190,11 +192,41 @@ void Socket::SendData(std::string_view bytes) {
   if (state_ != kSckConnected) {
     throw RuntimeError(40006, "Wrong protocol or connection state for the requested transaction or request");
   }
+  if (source_ != nullptr || stream_offset_ < stream_length_) {
+    throw RuntimeError(40020, "Invalid operation at current state");
+  }
   if (send_offset_ == send_queue_.size()) {
     send_queue_.clear();
     send_offset_ = 0;
   }
   send_queue_.append(bytes);
+}
+
+void Socket::SendStream(std::shared_ptr<SendSource> source) {
+  SendData({});
+  source_ = std::move(source);
+}
+
+bool Socket::HasPendingSend() const {
+  return send_offset_ < send_queue_.size() || stream_offset_ < stream_length_ || source_ != nullptr;
+}
+
+// The bytes to send next: the rest of the queue, else the rest of the stream's chunk, refilled from the
+// source when it is used up. Empty when nothing is left.
+std::string_view Socket::PendingBytes() {
+  if (send_offset_ < send_queue_.size()) return std::string_view(send_queue_).substr(send_offset_);
+  send_queue_.clear();
+  send_offset_ = 0;
+  while (stream_offset_ == stream_length_ && source_ != nullptr) {
+    if (!stream_chunk_) stream_chunk_ = std::make_unique<char[]>(kStreamChunk);
+    const std::shared_ptr<SendSource> source = source_;  // kept alive should the read close the socket
+    const int64_t n = source->Read(stream_chunk_.get(), kStreamChunk);
+    if (!stream_chunk_) return {};
+    stream_offset_ = 0;
+    stream_length_ = n > 0 ? static_cast<size_t>(n) : 0;
+    if (n <= 0) source_.reset();
+  }
+  return {stream_chunk_.get() + stream_offset_, stream_length_ - stream_offset_};
 }
 
 std::string Socket::GetData(int32_t max_bytes) {
@@ -215,6 +247,10 @@ void Socket::Close() {
   next_address_ = 0;
   send_queue_.clear();
   send_offset_ = 0;
+  source_.reset();
+  stream_chunk_.reset();
+  stream_length_ = 0;
+  stream_offset_ = 0;
   received_.clear();
   received_.shrink_to_fit();
   due_.clear();
@@ -236,7 +272,7 @@ short Socket::WantedEvents() const {
     case kSckConnected: {
       short wanted = 0;
       if (received_.size() < kMaxUnread) wanted |= POLLIN;
-      if (send_offset_ < send_queue_.size()) wanted |= POLLOUT;
+      if (HasPendingSend()) wanted |= POLLOUT;
       return wanted;
     }
     default:
@@ -293,7 +329,7 @@ int Socket::HandleReady(short revents) {
 
   int delivered = 0;
   const uint64_t generation = generation_;
-  if ((revents & POLLOUT) != 0 && send_offset_ < send_queue_.size()) {
+  if ((revents & POLLOUT) != 0 && HasPendingSend()) {
     delivered += FlushSendQueue();
     if (generation != generation_ || state_ != kSckConnected) return delivered;
   }
@@ -302,18 +338,22 @@ int Socket::HandleReady(short revents) {
 }
 
 int Socket::FlushSendQueue() {
-  while (send_offset_ < send_queue_.size()) {
-    const ssize_t n =
-        ::send(fd_, send_queue_.data() + send_offset_, send_queue_.size() - send_offset_, MSG_NOSIGNAL);
+  const uint64_t generation = generation_;
+  for (std::string_view bytes = PendingBytes(); !bytes.empty(); bytes = PendingBytes()) {
+    // A source may report its failure to whoever waits; the socket itself goes on as it is.
+    if (generation != generation_ || state_ != kSckConnected) return 0;
+    const ssize_t n = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     if (n < 0) {
       if (errno == EINTR) continue;
       if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;
       return Fail(SocketErrorFromErrno(errno));
     }
-    send_offset_ += static_cast<size_t>(n);
+    if (send_offset_ < send_queue_.size()) {
+      send_offset_ += static_cast<size_t>(n);
+    } else {
+      stream_offset_ += static_cast<size_t>(n);
+    }
   }
-  send_queue_.clear();
-  send_offset_ = 0;
   return 0;
 }
 
