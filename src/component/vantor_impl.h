@@ -74,6 +74,18 @@ struct clsVantor::Impl {
   bool ExchangeText(const std::string& request, std::string& status, std::string* response);
   // The end of the object.
   void Terminate();
+
+  // ---- Document files (src/documents/).
+
+  // A segment file request (segment_downloads.cpp): runs `args` through RequestList and fills the file
+  // outputs from rows 0 and 1; kMapName and kMultiTif apply the extension mapping, kMultiTif also sets ""
+  // and 0 when fewer than two rows came. The 16-bit result 1 or -1.
+  enum class SegmentFileKind { kMapName, kKeepName, kMultiTif };
+  Variant RequestSegmentFile(const std::vector<Variant>& args, SegmentFileKind kind, Variant* strFileName,
+                             Variant* lngFileLen, Variant* strStatus);
+  // Renames the file *strFileName of strBlobPathLocal by strChangeFileExt (silently not at all when that
+  // fails) and gives *strFileName the new extension. Raises 13 when a mapping is set and strFileName is null.
+  void ChangeFileExtension(Variant* strFileName);
 };
 
 // Access to the private side for in-tree code: tests, the dispatch layer.
