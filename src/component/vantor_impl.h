@@ -4,6 +4,7 @@
 // member functions are defined in the sources of those families.
 
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -86,6 +87,10 @@ struct clsVantor::Impl {
   // Renames the file *strFileName of strBlobPathLocal by strChangeFileExt (silently not at all when that
   // fails) and gives *strFileName the new extension. Raises 13 when a mapping is set and strFileName is null.
   void ChangeFileExtension(Variant* strFileName);
+  // The file error handler of the blob transfer and upload (blob_transfer.cpp): closes a connection still
+  // open, sets *strStatus to "File Error (" number " - " text ")", logs "Datei-Fehler (...)", clears
+  // RequestPending and gives the result -1.
+  Variant FileErrorResult(const std::exception& error, Variant* strStatus);
 };
 
 // Access to the private side for in-tree code: tests, the dispatch layer.
