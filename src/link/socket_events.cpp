@@ -82,7 +82,8 @@ void frmComm::ctlWinsock_DataArrival(int16_t Index, int32_t bytesTotal) {
   WriteSlotLog(Index, WinsockPrefix(Index) + "DataArrival-Event Start.");
   try {
     if (slot->Mode == "STRING") {
-      const std::string packet = ctlWinsock(Index).GetData(bytesTotal);
+      std::string& packet = packet_;
+      ctlWinsock(Index).GetData(packet, bytesTotal);
       if (IsFirstPacket(packet)) {
         WriteSlotLog(Index, "    First packet received (mode: STRING).");
         ReceiveFirstPacket(*slot, packet);
@@ -91,7 +92,8 @@ void frmComm::ctlWinsock_DataArrival(int16_t Index, int32_t bytesTotal) {
         ReceiveNextPacket(*slot, packet);
       }
     } else if (slot->Mode == "BYTE") {
-      const std::string packet = ctlWinsock(Index).GetData(bytesTotal);
+      std::string& packet = packet_;
+      ctlWinsock(Index).GetData(packet, bytesTotal);
       slot->BytesReceived =
           vb::CheckedInt32(static_cast<int64_t>(slot->BytesReceived) + static_cast<int64_t>(packet.size()));
       WriteSlotLog(Index, "    Packet received (mode: BYTE).");

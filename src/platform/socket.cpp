@@ -18,9 +18,11 @@
 namespace halqvantor::platform {
 namespace {
 
-// Bytes read in one recv call, and the most that waits unread before the socket stops reading.
+// Bytes read in one recv call, and the most that waits unread before the socket stops reading. One chunk
+// per pass: the receiver handles each piece while it is still in the cache, which keeps a long byte-mode
+// reception (written to a file as it comes) close to the speed of a plain read/write loop.
 constexpr size_t kReadChunk = 256 * 1024;
-constexpr size_t kMaxUnread = 4 * 1024 * 1024;
+constexpr size_t kMaxUnread = kReadChunk;
 // Bytes of a stream pulled from its source at a time.
 constexpr size_t kStreamChunk = 256 * 1024;
 
@@ -238,6 +240,16 @@ std::string Socket::GetData(int32_t max_bytes) {
   std::string part = received_.substr(0, static_cast<size_t>(max_bytes));
   received_.erase(0, static_cast<size_t>(max_bytes));
   return part;
+}
+
+void Socket::GetData(std::string& out, int32_t max_bytes) {
+  if (max_bytes < 0 || static_cast<size_t>(max_bytes) >= received_.size()) {
+    out.clear();
+    out.swap(received_);
+    return;
+  }
+  out.assign(received_, 0, static_cast<size_t>(max_bytes));
+  received_.erase(0, static_cast<size_t>(max_bytes));
 }
 
 void Socket::Close() {

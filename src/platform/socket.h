@@ -94,6 +94,9 @@ class Socket {
   void SendStream(std::shared_ptr<SendSource> source);
   // Takes up to `max_bytes` of the received bytes (all of them when `max_bytes` is negative).
   std::string GetData(int32_t max_bytes = -1);
+  // The same into `out`, whose memory the socket keeps for what arrives next: a receiver that passes the
+  // same buffer every time reads without allocating.
+  void GetData(std::string& out, int32_t max_bytes = -1);
   // Received bytes that GetData has not taken yet.
   int32_t BytesAvailable() const { return static_cast<int32_t>(received_.size()); }
   // Ends the connection, if any, and drops what was queued or received; the State becomes 0. No event.
