@@ -108,8 +108,8 @@ class Server {
     } else {
       const std::string line = head.substr(0, eol);
       const size_t last = line.rfind("^,^");
-      int64_t left = std::stoll(line.substr(last + 3, line.size() - last - 4)) -
-                     static_cast<int64_t>(head.size() - eol - 2);
+      int64_t left =
+          std::stoll(line.substr(last + 3, line.size() - last - 4)) - static_cast<int64_t>(head.size() - eol - 2);
       while (left > 0) {
         const ssize_t n = ::recv(c, buf.data(), buf.size(), 0);
         if (n <= 0) return;
@@ -243,11 +243,11 @@ int main(int argc, char** argv) {
         ResetPeakMemory();
         halqvantor::Variant status;
         transfer.component = std::min(transfer.component, Seconds([&] {
-          if (v.EASYTransferBLOB("bench.bin", static_cast<int32_t>(kFileBytes), &status) !=
-              halqvantor::Variant(int16_t{1})) {
-            throw std::runtime_error("EASYTransferBLOB: " + status.ToString());
-          }
-        }));
+                                        if (v.EASYTransferBLOB("bench.bin", static_cast<int32_t>(kFileBytes),
+                                                               &status) != halqvantor::Variant(int16_t{1})) {
+                                          throw std::runtime_error("EASYTransferBLOB: " + status.ToString());
+                                        }
+                                      }));
         transfer.peak_mb = std::max(transfer.peak_mb, PeakMemoryMB());
       }
     }
@@ -274,10 +274,10 @@ int main(int argc, char** argv) {
         ResetPeakMemory();
         halqvantor::Variant status;
         upload.component = std::min(upload.component, Seconds([&] {
-          if (v.EASYUploadFile("bench.bin", &status) != halqvantor::Variant(int16_t{1})) {
-            throw std::runtime_error("EASYUploadFile: " + status.ToString());
-          }
-        }));
+                                      if (v.EASYUploadFile("bench.bin", &status) != halqvantor::Variant(int16_t{1})) {
+                                        throw std::runtime_error("EASYUploadFile: " + status.ToString());
+                                      }
+                                    }));
         upload.peak_mb = std::max(upload.peak_mb, PeakMemoryMB());
       }
     }

@@ -57,7 +57,9 @@ TEST(BlobTransfer, BytesGoIntoTheLocalFileOverItsStart) {
     EXPECT_TRUE(Contains(s.LogLines(), "    Packet received (mode: BYTE)."));
   });
   // No status line is read: the bytes are the file; the old file's tail stays.
-  EXPECT_EQ(testing::ReadFile(blob.File("f.bin")), std::string("ab\0\xFF" "456789", 10));
+  EXPECT_EQ(testing::ReadFile(blob.File("f.bin")), std::string("ab\0\xFF"
+                                                               "456789",
+                                                               10));
 }
 
 TEST(BlobTransfer, LocalNamesThatLeaveTheFolderAreFileErrors) {

@@ -95,7 +95,8 @@ TEST_F(BrowserUpload, NoNameOrABrokenBodyStoresNothing) {
   const std::vector<std::string> log = Log();
   ASSERT_EQ(log.size(), 5u);  // a part without a file name is no failure
   auto text = [&](size_t i) { return log[i].substr(22); };
-  EXPECT_EQ(text(0), "Allgemeiner Fehler in Funktion 'UploadFile': 91 - Object variable or With block variable not set.");
+  EXPECT_EQ(text(0),
+            "Allgemeiner Fehler in Funktion 'UploadFile': 91 - Object variable or With block variable not set.");
   EXPECT_EQ(text(1), "Allgemeiner Fehler in Funktion 'UploadFile': 9 - Subscript out of range.");
   EXPECT_EQ(text(2), "Allgemeiner Fehler in Funktion 'UploadFile': 9 - Subscript out of range.");
   EXPECT_EQ(text(3), "Allgemeiner Fehler in Funktion 'UploadFile': 75 - Path/File access error.");

@@ -18,7 +18,9 @@ using testing::TempDir;
 const Variant kOne(int16_t{1});
 const Variant kMinusOne(int16_t{-1});
 
-ScriptedGateway::Step Answer(std::string_view payload) { return ScriptedGateway::Send(ScriptedGateway::Reply(payload)); }
+ScriptedGateway::Step Answer(std::string_view payload) {
+  return ScriptedGateway::Send(ScriptedGateway::Reply(payload));
+}
 
 int ErrorOf(auto call) {
   try {

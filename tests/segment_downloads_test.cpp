@@ -1,8 +1,9 @@
+#include "documents/segment_downloads.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
 
-#include "documents/segment_downloads.h"
 #include "support/fake_clock.h"
 #include "support/gateway_session.h"
 #include "support/scripted_gateway.h"
@@ -22,7 +23,9 @@ const std::string kHead = "^S1^,^u^,^ABA1^";
 const Variant kOne(int16_t{1});
 const Variant kMinusOne(int16_t{-1});
 
-ScriptedGateway::Step Answer(std::string_view payload) { return ScriptedGateway::Send(ScriptedGateway::Reply(payload)); }
+ScriptedGateway::Step Answer(std::string_view payload) {
+  return ScriptedGateway::Send(ScriptedGateway::Reply(payload));
+}
 
 TEST(SegmentFiles, RequestsCarryTheirArgumentsInOrderAndFillTheOutputs) {
   FakeClock clock;
@@ -92,9 +95,10 @@ TEST(SegmentFiles, ExtensionMappingRenamesInTheLocalFolder) {
   ScriptedGateway gateway;
   gateway.Script({Answer("Status: OK\r\n3\r\nA1.TIF")});
   gateway.Script({Answer("Status: OK\r\n3\r\nA1.DOC")});
-  gateway.Script({Answer("Status: OK\r\n3\r\nZ9.tif")});    // no such file here
-  gateway.Script({Answer("Status: OK\r\n3\r\nB2.TIF")});    // the new name is taken
-  gateway.Script({Answer("Status: OK\r\n3\r\n../" + std::filesystem::path(outside.path()).filename().string() + "/x.TIF")});
+  gateway.Script({Answer("Status: OK\r\n3\r\nZ9.tif")});  // no such file here
+  gateway.Script({Answer("Status: OK\r\n3\r\nB2.TIF")});  // the new name is taken
+  gateway.Script(
+      {Answer("Status: OK\r\n3\r\n../" + std::filesystem::path(outside.path()).filename().string() + "/x.TIF")});
   gateway.Script({Answer("Status: OK\r\n3\r\nA1.TIF")});
   OnFreshThread([&] {
     GatewaySession s(gateway);
@@ -143,8 +147,16 @@ TEST(SegmentFiles, MappedNamesReplaceTheLastThreeCharacters) {
 
 TEST(PageLists, PiecesAndRanges) {
   const std::pair<std::string, std::string> cases[] = {
-      {"1-3;7;5-4", "1,2,3,7,5,4"}, {"0-5", "5"}, {"3-0", "3"}, {"0", ""},       {"", ""},
-      {"2-2", "2"},                 {"5-3", "5,4,3"}, {"0-0", "0"}, {";;4;x;-2", "4,2"}, {"1.5-2", "2"},
+      {"1-3;7;5-4", "1,2,3,7,5,4"},
+      {"0-5", "5"},
+      {"3-0", "3"},
+      {"0", ""},
+      {"", ""},
+      {"2-2", "2"},
+      {"5-3", "5,4,3"},
+      {"0-0", "0"},
+      {";;4;x;-2", "4,2"},
+      {"1.5-2", "2"},
       {"1-2000000000", ""},  // too long to make
   };
   for (const auto& [pages, list] : cases) EXPECT_EQ(ExpandPageList(pages), list) << pages;

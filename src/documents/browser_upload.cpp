@@ -107,8 +107,8 @@ bool clsVantor::UploadFile(const Variant& strSubDir, Variant* strFileNameParam, 
     }
     std::unique_ptr<platform::WritableFile> file;
     Check(fs.OpenForBinaryWrite(path, &file));
-    Check(file->Write(std::string_view(reinterpret_cast<const char*>(body.data()) + part.first,
-                                       static_cast<size_t>(size))));
+    Check(file->Write(
+        std::string_view(reinterpret_cast<const char*>(body.data()) + part.first, static_cast<size_t>(size))));
     Check(file->Close());
 
     SetOut(strFileNameParam, Variant(part.name));

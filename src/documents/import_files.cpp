@@ -46,10 +46,9 @@ Variant FirstRow(const clsVantor::Impl& d) {
 
 }  // namespace
 
-Variant clsVantor::CreateImportFile(const Variant& strImportFile, const Variant& strChannel,
-                                   const Variant& strArchive, const Variant& strTitle, const Variant& strFieldTypes,
-                                   const Variant& strFieldIDs, const Variant& strFieldContents,
-                                   const Variant& strCharSet, Variant* strStatus) {
+Variant clsVantor::CreateImportFile(const Variant& strImportFile, const Variant& strChannel, const Variant& strArchive,
+                                    const Variant& strTitle, const Variant& strFieldTypes, const Variant& strFieldIDs,
+                                    const Variant& strFieldContents, const Variant& strCharSet, Variant* strStatus) {
   const std::string& crlf = impl_->LineBreak;
   std::string text = "@DB,$(#" + TextOf(strChannel) + ")\\" + TextOf(strArchive) + crlf;
   if (!strCharSet.IsMissing()) text += "@CHARSET," + TextOf(strCharSet) + crlf;
@@ -90,8 +89,7 @@ Variant clsVantor::EASYDeleteDocument(const Variant& strChannel, const Variant& 
                                       const Variant& strVer, Variant* strStatus) {
   Impl& d = *impl_;
   std::string status;
-  if (!d.RequestList(d.BuildRequest({Variant("DeleteDocument"), strChannel, strArchive, strDocID, strVer}),
-                     status)) {
+  if (!d.RequestList(d.BuildRequest({Variant("DeleteDocument"), strChannel, strArchive, strDocID, strVer}), status)) {
     SetOut(strStatus, Variant(status));
     return Failed();
   }

@@ -20,7 +20,7 @@ namespace {
 
 // A page list longer than this is not made: no document has that many pages, and a range such as
 // 1-2000000000 must not eat the memory.
-constexpr size_t kMaxPageListBytes = 8 * 1024 * 1024;
+constexpr size_t kMaxPageListBytes = 1024 * 1024;
 
 struct PageListTooLong : std::exception {};
 
@@ -121,16 +121,16 @@ void clsVantor::Impl::ChangeFileExtension(Variant* strFileName) {
 Variant clsVantor::EASYGetSegmentData(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                       const Variant& strVer, const Variant& intFieldIndex, Variant* strFileName,
                                       Variant* lngFileLen, Variant* strStatus) {
-  return impl_->RequestSegmentFile({Variant("GetSegmentData"), strChannel, strArchive, strDocID, strVer,
-                                    intFieldIndex, Variant(strBlobPathRemote)},
-                                   Impl::SegmentFileKind::kMapName, strFileName, lngFileLen, strStatus);
+  return impl_->RequestSegmentFile(
+      {Variant("GetSegmentData"), strChannel, strArchive, strDocID, strVer, intFieldIndex, Variant(strBlobPathRemote)},
+      Impl::SegmentFileKind::kMapName, strFileName, lngFileLen, strStatus);
 }
 
 Variant clsVantor::EASYGetSegmentPDF(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                      const Variant& strVer, const Variant& intFieldIndex, const Variant& intLayoutID,
                                      Variant* strFileName, Variant* lngFileLen, Variant* strStatus) {
-  return impl_->RequestSegmentFile({Variant("GetSegmentPDF"), strChannel, strArchive, strDocID, strVer,
-                                    intFieldIndex, intLayoutID, Variant(strBlobPathRemote)},
+  return impl_->RequestSegmentFile({Variant("GetSegmentPDF"), strChannel, strArchive, strDocID, strVer, intFieldIndex,
+                                    intLayoutID, Variant(strBlobPathRemote)},
                                    Impl::SegmentFileKind::kKeepName, strFileName, lngFileLen, strStatus);
 }
 
@@ -144,9 +144,9 @@ Variant clsVantor::EASYGetSegmentPrintfile(const Variant& strChannel, const Vari
                                    Impl::SegmentFileKind::kMapName, strFileName, lngFileLen, strStatus);
 }
 
-Variant clsVantor::EASYGetSegmentMultiTIF(const Variant& strChannel, const Variant& strArchive,
-                                          const Variant& strDocID, const Variant& strVer, const Variant& strPages,
-                                          Variant* strFileName, Variant* lngFileLen, Variant* strStatus) {
+Variant clsVantor::EASYGetSegmentMultiTIF(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                                          const Variant& strVer, const Variant& strPages, Variant* strFileName,
+                                          Variant* lngFileLen, Variant* strStatus) {
   // A page text that is no text expands to nothing, as any failure of the expansion does.
   std::string pages;
   try {
@@ -158,9 +158,8 @@ Variant clsVantor::EASYGetSegmentMultiTIF(const Variant& strChannel, const Varia
                                    Impl::SegmentFileKind::kMultiTif, strFileName, lngFileLen, strStatus);
 }
 
-Variant clsVantor::EASYGetSegmentERFInit(const Variant& strChannel, const Variant& strArchive,
-                                         const Variant& strDocID, const Variant& strVer, const Variant& intFieldIndex,
-                                         Variant* strStatus) {
+Variant clsVantor::EASYGetSegmentERFInit(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                                         const Variant& strVer, const Variant& intFieldIndex, Variant* strStatus) {
   Impl& d = *impl_;
   std::string status;
   if (!d.RequestList(
@@ -173,8 +172,7 @@ Variant clsVantor::EASYGetSegmentERFInit(const Variant& strChannel, const Varian
   return Variant(d.ResultCount);
 }
 
-Variant clsVantor::EASYGetSegmentERFNext(Variant* strChannel, Variant* strArchive, Variant* strDocID,
-                                         Variant* strVer) {
+Variant clsVantor::EASYGetSegmentERFNext(Variant* strChannel, Variant* strArchive, Variant* strDocID, Variant* strVer) {
   Impl& d = *impl_;
   if (d.ResultCursor >= d.ResultCount) return Variant("");
   const std::string line = d.ResultRows[static_cast<size_t>(d.ResultCursor)];

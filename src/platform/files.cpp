@@ -150,9 +150,7 @@ class PosixFileSystem final : public FileSystem {
     return err == 0 ? 0 : ErrorFromErrno(err);
   }
 
-  int RemoveFolder(const std::string& path) override {
-    return ::rmdir(path.c_str()) == 0 ? 0 : ErrorFromErrno(errno);
-  }
+  int RemoveFolder(const std::string& path) override { return ::rmdir(path.c_str()) == 0 ? 0 : ErrorFromErrno(errno); }
 };
 
 std::atomic<FileSystem*> g_installed{nullptr};
