@@ -65,6 +65,7 @@ TEST(SegmentFiles, FailuresAndShortRepliesLeaveTheOutputsAlone) {
   ScriptedGateway gateway;
   gateway.Script({Answer("Status: Error 3 Archiv unbekannt")});
   gateway.Script({Answer("Status: OK\r\n77")});
+  gateway.Script({Answer("Status: OK")});
   OnFreshThread([&] {
     GatewaySession s(gateway);
     clsVantor& v = s.object();
@@ -79,6 +80,9 @@ TEST(SegmentFiles, FailuresAndShortRepliesLeaveTheOutputsAlone) {
     EXPECT_EQ(status, Variant(""));
     EXPECT_EQ(name, Variant("keep"));
     EXPECT_EQ(len, Variant(int32_t{5}));
+    // No rows at all: the same.
+    EXPECT_EQ(v.EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name, &len, &status), kOne);
+    EXPECT_EQ(name, Variant("keep"));
     EXPECT_EQ(v.EASYGetSegmentMultiTIF("C", "A", "D", "V", "1", &name, &len), kOne);
     EXPECT_EQ(name, Variant(""));
     EXPECT_EQ(len, Variant(int16_t{0}));
