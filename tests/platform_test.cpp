@@ -1,13 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <string>
 
 #include "halqvantor/Variant.h"
 #include "platform/clock.h"
 #include "platform/cp1252.h"
+#include "platform/files.h"
 #include "platform/sorted_list.h"
 #include "platform/vb_runtime.h"
 #include "support/errors.h"
+#include "support/temp_dir.h"
 
 namespace halqvantor {
 namespace {
@@ -112,6 +116,65 @@ TEST(Calendar, DaysAndAutomationDates) {
   EXPECT_EQ(platform::FormatDate({2026, 11, 5}), "05.11.2026");
   EXPECT_TRUE(platform::IsValidDate(2024, 2, 29));
   EXPECT_FALSE(platform::IsValidDate(2023, 2, 29));
+}
+
+TEST(Wildcards, StarAndQuestionMarkAgainstWholeNames) {
+  using platform::MatchesWildcard;
+  EXPECT_TRUE(MatchesWildcard("S1_a.pdf", "S1_*"));
+  EXPECT_TRUE(MatchesWildcard("S1_", "S1_*"));
+  EXPECT_FALSE(MatchesWildcard("xS1_a", "S1_*"));
+  EXPECT_TRUE(MatchesWildcard("a.b.c", "*.c"));
+  EXPECT_TRUE(MatchesWildcard("aXbXc", "a*b*c"));
+  EXPECT_FALSE(MatchesWildcard("aXbXd", "a*b*c"));
+  EXPECT_TRUE(MatchesWildcard("ä1.tif", "?1.tif"));  // one character, not one byte
+  EXPECT_FALSE(MatchesWildcard("1.tif", "?1.tif"));
+  EXPECT_FALSE(MatchesWildcard("A.TIF", "*.tif"));
+  EXPECT_TRUE(MatchesWildcard("noext", "*.*"));
+  EXPECT_TRUE(MatchesWildcard("exact", "exact"));
+  EXPECT_FALSE(MatchesWildcard("exact", ""));
+}
+
+TEST(Files, SizesRenamesDeletesAndListings) {
+  testing::TempDir dir;
+  platform::FileSystem& fs = platform::CurrentFileSystem();
+  testing::WriteFile(dir.File("a"), "12345");
+  testing::WriteFile(dir.File("b"), "x");
+  std::filesystem::create_directory(dir.File("sub"));
+  std::filesystem::create_directory_symlink(dir.path(), dir.File("link"));
+
+  int64_t size = 0;
+  EXPECT_EQ(fs.FileSize(dir.File("a"), &size), 0);
+  EXPECT_EQ(size, 5);
+  EXPECT_EQ(fs.FileSize(dir.File("missing"), &size), 53);
+  EXPECT_EQ(fs.FileSize(dir.File("sub"), &size), 75);
+  std::unique_ptr<platform::ReadableFile> file;
+  EXPECT_EQ(fs.OpenForRead(dir.File("sub"), &file), 75);
+  EXPECT_EQ(fs.OpenForRead(dir.File("nope/a"), &file), 53);
+
+  // An existing target is never replaced; a free one is taken.
+  EXPECT_EQ(fs.RenameWithoutReplacing(dir.File("a"), dir.File("b")), 58);
+  EXPECT_EQ(testing::ReadFile(dir.File("b")), "x");
+  EXPECT_EQ(fs.RenameWithoutReplacing(dir.File("a"), dir.File("c")), 0);
+  EXPECT_EQ(fs.RenameWithoutReplacing(dir.File("a"), dir.File("d")), 53);
+
+  std::vector<platform::FolderEntry> entries;
+  ASSERT_EQ(fs.ListFolder(dir.path(), &entries), 0);
+  std::vector<std::string> folders, files;
+  for (const auto& e : entries) (e.is_folder ? folders : files).push_back(e.name);
+  std::sort(files.begin(), files.end());
+  EXPECT_EQ(folders, std::vector<std::string>{"sub"});  // a link to a folder is no folder
+  EXPECT_EQ(files, (std::vector<std::string>{"b", "c", "link"}));
+  EXPECT_EQ(fs.ListFolder(dir.File("missing"), &entries), 76);
+
+  EXPECT_TRUE(fs.FileExists(dir.File("link")));
+  EXPECT_FALSE(fs.FileExists(dir.File("sub")));
+  EXPECT_EQ(fs.DeleteFile(dir.File("link")), 0);  // the link goes, its folder stays
+  EXPECT_TRUE(std::filesystem::exists(dir.File("c")));
+  EXPECT_EQ(fs.DeleteFile(dir.File("sub")), 75);
+  testing::WriteFile(dir.File("sub/x"), "");
+  EXPECT_NE(fs.RemoveFolder(dir.File("sub")), 0);
+  EXPECT_EQ(fs.DeleteFile(dir.File("sub/x")), 0);
+  EXPECT_EQ(fs.RemoveFolder(dir.File("sub")), 0);
 }
 
 }  // namespace

@@ -148,12 +148,10 @@ TEST(SocketErrors, RefusedConnectionAndUnknownHost) {
 }
 
 // A file system whose binary files fail every write with "Disk full".
-struct FullDisk : platform::FileSystem {
-  platform::FileSystem* previous = platform::InstallFileSystem(this);
-  ~FullDisk() override { platform::InstallFileSystem(nullptr); }
-  int AppendToFile(const std::string& path, std::string_view bytes) override {
-    return previous->AppendToFile(path, bytes);
-  }
+class FullDisk : public platform::FileSystemWrapper {
+ public:
+  FullDisk() : FileSystemWrapper(&platform::CurrentFileSystem()), previous_(platform::InstallFileSystem(this)) {}
+  ~FullDisk() override { platform::InstallFileSystem(previous_ == Default() ? nullptr : previous_); }
   int OpenForBinaryWrite(const std::string&, std::unique_ptr<platform::WritableFile>* file) override {
     struct Full : platform::WritableFile {
       int Write(std::string_view) override { return 61; }
@@ -162,6 +160,9 @@ struct FullDisk : platform::FileSystem {
     *file = std::make_unique<Full>();
     return 0;
   }
+
+ private:
+  platform::FileSystem* previous_;
 };
 
 TEST(ByteMode, EveryByteGoesIntoTheFileOpenUnderTheSlotsNumber) {

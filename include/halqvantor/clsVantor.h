@@ -200,6 +200,80 @@ class clsVantor {
   Variant EASYGetArchiveProperties(const Variant& strChannel, const Variant& strArchive, Variant* blnCreate = nullptr,
                                    Variant* blnEdit = nullptr, Variant* blnDelete = nullptr,
                                    Variant* blnIndex = nullptr, Variant* strStatus = nullptr);
+  // ---- Segment downloads: the gateway writes a segment into the blob folder (strBlobPathRemote as it sees
+  // it) and names the file. Result 1 (16-bit) whenever the request succeeded, -1 with strStatus set to the
+  // failure text otherwise. With two or more reply rows strFileName gets row 1 and lngFileLen row 0 (as
+  // text); with fewer they stay untouched (EASYGetSegmentMultiTIF sets "" and 0). Data, Printfile and
+  // MultiTIF then apply strChangeFileExt: the file in strBlobPathLocal is renamed (never replacing one,
+  // silently not at all when that fails) and strFileName carries the new extension either way; a call
+  // without strFileName raises 13 while strChangeFileExt is set.
+  Variant EASYGetSegmentData(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                             const Variant& strVer, const Variant& intFieldIndex, Variant* strFileName = nullptr,
+                             Variant* lngFileLen = nullptr, Variant* strStatus = nullptr);
+  // Never maps the extension.
+  Variant EASYGetSegmentPDF(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                            const Variant& strVer, const Variant& intFieldIndex, const Variant& intLayoutID,
+                            Variant* strFileName = nullptr, Variant* lngFileLen = nullptr,
+                            Variant* strStatus = nullptr);
+  // intMode: intPrintPDF (the default) or intPrintTIF.
+  Variant EASYGetSegmentPrintfile(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                                  const Variant& strVer, const Variant& strFieldID, const Variant& strLayoutID,
+                                  const Variant& intMode = Variant::missing(), Variant* strFileName = nullptr,
+                                  Variant* lngFileLen = nullptr, Variant* strStatus = nullptr);
+  // strPages: pieces separated by ";", each a page or a range "from-to" (descending when from > to).
+  Variant EASYGetSegmentMultiTIF(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                                 const Variant& strVer, const Variant& strPages, Variant* strFileName = nullptr,
+                                 Variant* lngFileLen = nullptr, Variant* strStatus = nullptr);
+  // The references of a segment: the row count (32-bit) and strStatus "", or -1 and the failure text.
+  Variant EASYGetSegmentERFInit(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                                const Variant& strVer, const Variant& intFieldIndex, Variant* strStatus = nullptr);
+  // The next reference line, its parts in the out-arguments ("$(#" channel ")\" archive "," id "," version);
+  // "" with nothing written once the list is used up.
+  Variant EASYGetSegmentERFNext(Variant* strChannel = nullptr, Variant* strArchive = nullptr,
+                                Variant* strDocID = nullptr, Variant* strVer = nullptr);
+
+  // ---- Blob transfer and server upload, each its own round trip on the object's slot. Result 1 (16-bit) or
+  // -1; strStatus is written only on failure: the exchange's failure texts, or "File Error (" number " - "
+  // text ")" for a local file that cannot be opened, sized, read or written.
+
+  // Fetches strBlobPathRemote + "\" + strFile from the gateway into strBlobPathLocal under the name after
+  // the last "\" of strFile, writing lngFileLen bytes as they arrive over the start of that file (a longer
+  // old file keeps its tail).
+  Variant EASYTransferBLOB(const Variant& strFile, const Variant& lngFileLen, Variant* strStatus = nullptr);
+  // Sends the file strFileName of strBlobPathLocal: the "UploadFile" request line, CR LF, the file's bytes,
+  // streamed from disk. The gateway's answer is logged, not read. An empty file is a file error.
+  Variant EASYUploadFile(const Variant& strFileName, Variant* strStatus = nullptr);
+
+  // ---- Import files and documents.
+
+  // Appends to strImportFile (created when missing) the description of a document in Windows-1252 with
+  // CR LF lines: "@DB,$(#" channel ")\" archive, "@CHARSET," strCharSet (only when passed), "@FOLDER,FT:"
+  // title with "," type ":" id per pair of the two comma lists, then strFieldContents. Result 1 (16-bit) and
+  // strStatus ""; raises the file's failure (strStatus untouched).
+  Variant CreateImportFile(const Variant& strImportFile, const Variant& strChannel, const Variant& strArchive,
+                           const Variant& strTitle, const Variant& strFieldTypes, const Variant& strFieldIDs,
+                           const Variant& strFieldContents, const Variant& strCharSet = Variant::missing(),
+                           Variant* strStatus = nullptr);
+  // Imports the file (a path the gateway can read) as a new document: the row count (32-bit), strDocIDVer
+  // = the first row; -1 and strStatus on failure. Raises 9 when a reply without rows must fill strDocIDVer.
+  Variant EASYCreateDocument(const Variant& strImportFile, Variant* strDocIDVer = nullptr,
+                             Variant* strStatus = nullptr);
+  // The same as a new state of the document *strDocIDVer, which then holds the returned reference.
+  Variant EASYEditDocument(const Variant& strImportFile, Variant* strDocIDVer, Variant* strStatus = nullptr);
+  // Result 1 (16-bit) and strStatus "", or -1 and the failure text.
+  Variant EASYDeleteDocument(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
+                             const Variant& strVer, Variant* strStatus = nullptr);
+
+  // ---- Browser upload and local clean-up (no gateway).
+
+  // Stores the file part of the posted multipart body in strBlobPathLocal (as strSubDir + "_" + name when a
+  // prefix is given), replacing a file of that name. True with the client's bare file name and the size in
+  // the out-arguments; false when the part names no file or anything fails (logged; outs untouched).
+  bool UploadFile(const Variant& strSubDir = Variant::missing(), Variant* strFileNameParam = nullptr,
+                  Variant* lngFileSizeParam = nullptr);
+  // Deletes the files that match strFile (a path whose last part may hold "*" and "?"), then, for each
+  // matching folder, the files in it and the folder itself when that leaves it empty. Reports nothing.
+  void DeleteFTPObjects(const Variant& strFile);
 
   // The object's private side: slot, request state, result rows and the state of each operation family.
   struct Impl;

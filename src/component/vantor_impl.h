@@ -4,6 +4,7 @@
 // member functions are defined in the sources of those families.
 
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -15,6 +16,9 @@
 namespace halqvantor {
 
 class frmComm;
+namespace platform {
+class SendSource;
+}
 
 struct clsVantor::Impl {
   explicit Impl(clsVantor& owner);
@@ -73,15 +77,33 @@ struct clsVantor::Impl {
   // When a request is under way: sets `status` to the refusal text, logs it, clears RequestPending (so the
   // call after it runs) and returns true.
   bool RefuseNestedRequest(std::string& status);
-  // Connect, send `bytes` (already in the gateway's code page), wait for the reply, disconnect, with the
-  // log lines of the exchange; `request` is the text the send line shows. The caller has set the slot's
-  // Mode (and, for byte mode, its counters and File) and manages RequestPending. True when the reply is
-  // complete; false with the status text of the failure (socket error, time-out, failing socket call).
-  bool RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status);
+  // Connect, send `bytes` (already in the gateway's code page) followed by the bytes of `body` when there is
+  // one, wait for the reply, disconnect, with the log lines of the exchange; `request` is the text the send
+  // line shows. The caller has set the slot's Mode (and, for byte mode, its counters and File) and manages
+  // RequestPending. True when the reply is complete; false with the status text of the failure (socket
+  // error, time-out, failing socket call).
+  bool RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status,
+                    std::shared_ptr<platform::SendSource> body = nullptr);
   // RequestExchange without copying the reply: on success it stays in the slot's Response.
   bool ExchangeText(const std::string& request, std::string& status, std::string* response);
   // The end of the object.
   void Terminate();
+
+  // ---- Document files (src/documents/).
+
+  // A segment file request (segment_downloads.cpp): runs `args` through RequestList and fills the file
+  // outputs from rows 0 and 1; kMapName and kMultiTif apply the extension mapping, kMultiTif also sets ""
+  // and 0 when fewer than two rows came. The 16-bit result 1 or -1.
+  enum class SegmentFileKind { kMapName, kKeepName, kMultiTif };
+  Variant RequestSegmentFile(const std::vector<Variant>& args, SegmentFileKind kind, Variant* strFileName,
+                             Variant* lngFileLen, Variant* strStatus);
+  // Renames the file *strFileName of strBlobPathLocal by strChangeFileExt (silently not at all when that
+  // fails) and gives *strFileName the new extension. Raises 13 when a mapping is set and strFileName is null.
+  void ChangeFileExtension(Variant* strFileName);
+  // The file error handler of the blob transfer and upload (blob_transfer.cpp): closes a connection still
+  // open, sets *strStatus to "File Error (" number " - " text ")", logs "Datei-Fehler (...)", clears
+  // RequestPending and gives the result -1.
+  Variant FileErrorResult(const std::exception& error, Variant* strStatus);
 };
 
 // Access to the private side for in-tree code: tests, the dispatch layer.

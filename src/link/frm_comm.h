@@ -107,11 +107,11 @@ class frmComm final : private platform::SocketEventSink {
   SlotState& Record(int32_t slot);
   void LoadElement();
 
-  std::string packet_;  // the bytes of the DataArrival being handled; its memory is reused
   int32_t slot_count_ = 0;
   std::deque<SlotState> slots_;  // index 0 unused; a deque keeps references stable as slots load
   std::vector<std::unique_ptr<platform::Socket>> sockets_;
   std::deque<platform::SortedList> lists_;
+  std::string packet_;  // DataArrival reads into it; its memory goes back and forth with the socket's
 };
 
 }  // namespace halqvantor

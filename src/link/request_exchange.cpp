@@ -105,7 +105,8 @@ bool clsVantor::Impl::RefuseNestedRequest(std::string& status) {
   return true;
 }
 
-bool clsVantor::Impl::RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status) {
+bool clsVantor::Impl::RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status,
+                                   std::shared_ptr<platform::SendSource> body) {
   try {
     platform::Socket& socket = form.ctlWinsock(SlotIndex);
     if (socket.State() != platform::kSckClosed) {
@@ -128,6 +129,7 @@ bool clsVantor::Impl::RunRoundTrip(std::string_view request, std::string_view by
       WriteLog(line);
       form.SetReady(SlotIndex, false);
       socket.SendData(bytes);
+      if (body != nullptr) socket.SendStream(std::move(body));
       ok = WaitForReply();
     }
     if (ok) {

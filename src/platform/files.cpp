@@ -1,6 +1,9 @@
 #include "platform/files.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -8,6 +11,7 @@
 
 #include "halqvantor/RuntimeError.h"
 #include "platform/installed.h"
+#include "platform/cp1252.h"
 
 namespace halqvantor::platform {
 namespace {
@@ -43,6 +47,31 @@ class PosixWritableFile final : public WritableFile {
   int fd_;
 };
 
+// The error of a call that names one file: a missing file is "File not found" there.
+int FileErrorFromErrno(int err) { return err == ENOENT ? 53 : ErrorFromErrno(err); }
+
+constexpr int kNotAFile = 75;  // Path/File access error: a folder where a file was meant
+
+class PosixReadableFile final : public ReadableFile {
+ public:
+  explicit PosixReadableFile(int fd) : fd_(fd) {}
+  ~PosixReadableFile() override { ::close(fd_); }
+
+  int Read(char* buffer, size_t capacity, size_t* count) override {
+    for (;;) {
+      const ssize_t n = ::read(fd_, buffer, capacity);
+      if (n >= 0) {
+        *count = static_cast<size_t>(n);
+        return 0;
+      }
+      if (errno != EINTR) return ErrorFromErrno(errno);
+    }
+  }
+
+ private:
+  int fd_;
+};
+
 class PosixFileSystem final : public FileSystem {
  public:
   int OpenForBinaryWrite(const std::string& path, std::unique_ptr<WritableFile>* file) override {
@@ -59,6 +88,69 @@ class PosixFileSystem final : public FileSystem {
     if (::close(fd) != 0 && result == 0) result = ErrorFromErrno(errno);
     return result;
   }
+
+  int OpenForRead(const std::string& path, std::unique_ptr<ReadableFile>* file) override {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return FileErrorFromErrno(errno);
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) {
+      ::close(fd);
+      return kNotAFile;
+    }
+    *file = std::make_unique<PosixReadableFile>(fd);
+    return 0;
+  }
+
+  int FileSize(const std::string& path, int64_t* size) override {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) return FileErrorFromErrno(errno);
+    if (S_ISDIR(st.st_mode)) return kNotAFile;
+    *size = static_cast<int64_t>(st.st_size);
+    return 0;
+  }
+
+  bool FileExists(const std::string& path) override {
+    struct stat st {};
+    return ::lstat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
+  }
+
+  int DeleteFile(const std::string& path) override {
+    if (::unlink(path.c_str()) == 0) return 0;
+    return errno == EISDIR ? kNotAFile : FileErrorFromErrno(errno);
+  }
+
+  int RenameWithoutReplacing(const std::string& from, const std::string& to) override {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+    if (errno != EINVAL && errno != ENOSYS) return FileErrorFromErrno(errno);
+    // A file system without the atomic form: look first, then rename.
+    struct stat st {};
+    if (::lstat(to.c_str(), &st) == 0) return ErrorFromErrno(EEXIST);
+    if (::rename(from.c_str(), to.c_str()) == 0) return 0;
+    return FileErrorFromErrno(errno);
+  }
+
+  int ListFolder(const std::string& folder, std::vector<FolderEntry>* entries) override {
+    const std::string dir_path = folder.empty() ? "." : folder;
+    DIR* dir = ::opendir(dir_path.c_str());
+    if (dir == nullptr) return ErrorFromErrno(errno);
+    entries->clear();
+    errno = 0;
+    while (const dirent* e = ::readdir(dir)) {
+      const std::string_view name = e->d_name;
+      if (name == "." || name == "..") continue;
+      FolderEntry entry{std::string(name), e->d_type == DT_DIR};
+      if (e->d_type == DT_UNKNOWN) {
+        struct stat st {};
+        entry.is_folder = ::fstatat(::dirfd(dir), e->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
+      }
+      entries->push_back(std::move(entry));
+    }
+    const int err = errno;
+    ::closedir(dir);
+    return err == 0 ? 0 : ErrorFromErrno(err);
+  }
+
+  int RemoveFolder(const std::string& path) override { return ::rmdir(path.c_str()) == 0 ? 0 : ErrorFromErrno(errno); }
 };
 
 constexpr int kMaxFileNumber = 255;
@@ -160,6 +252,31 @@ std::string JoinPath(std::string_view folder, std::string_view name) {
 bool IsPlainFileName(std::string_view name) {
   if (name.empty() || name == "." || name == "..") return false;
   return name.find_first_of(std::string_view("/\\\0", 3)) == std::string_view::npos;
+}
+
+bool MatchesWildcard(std::string_view name, std::string_view pattern) {
+  if (pattern == "*.*") pattern = "*";
+  std::u32string n, p;
+  for (size_t pos = 0; pos < name.size();) n.push_back(NextUtf8Char(name, pos));
+  for (size_t pos = 0; pos < pattern.size();) p.push_back(NextUtf8Char(pattern, pos));
+  // Greedy matching with one back-track point: the last "*" seen and where its run would end next.
+  size_t i = 0, j = 0, star = std::u32string::npos, resume = 0;
+  while (i < n.size()) {
+    if (j < p.size() && (p[j] == U'?' || p[j] == n[i])) {
+      ++i;
+      ++j;
+    } else if (j < p.size() && p[j] == U'*') {
+      star = j++;
+      resume = i;
+    } else if (star != std::u32string::npos) {
+      j = star + 1;
+      i = ++resume;
+    } else {
+      return false;
+    }
+  }
+  while (j < p.size() && p[j] == U'*') ++j;
+  return j == p.size();
 }
 
 }  // namespace halqvantor::platform

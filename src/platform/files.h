@@ -4,9 +4,11 @@
 // Errors are VB run-time error numbers (53 file not found, 70 permission denied, 75 path/file access error,
 // 76 path not found, 61 disk full, ...), mapped from errno in one place (ErrorFromErrno).
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace halqvantor::platform {
 
@@ -20,17 +22,77 @@ class WritableFile {
   virtual int Close() = 0;
 };
 
+// A file open for reading raw bytes from its first byte on.
+class ReadableFile {
+ public:
+  virtual ~ReadableFile() = default;
+  // Reads up to `capacity` bytes into `buffer`, setting `*count` (0 at the end of the file). 0, else the
+  // error number.
+  virtual int Read(char* buffer, size_t capacity, size_t* count) = 0;
+};
+
+// One entry of a folder listing.
+struct FolderEntry {
+  std::string name;
+  bool is_folder = false;  // a folder itself, not a link to one
+};
+
+// Every call answers 0 on success, else the VB error number of the failure; a missing file is 53 (File not
+// found) for the calls that name one existing file (read, size, delete, rename).
 class FileSystem {
  public:
   virtual ~FileSystem() = default;
-  // Opens `path` for appending (creating it), writes `bytes`, closes it. 0 on success, else the error number.
+  // Opens `path` for appending (creating it), writes `bytes`, closes it.
   virtual int AppendToFile(const std::string& path, std::string_view bytes) = 0;
   // Opens `path` for writing raw bytes from its first byte on, creating it when it is missing and keeping
-  // its length (bytes past what is written stay). 0 with `*file` set, else the error number.
+  // its length (bytes past what is written stay); `*file` is set on success.
   virtual int OpenForBinaryWrite(const std::string& path, std::unique_ptr<WritableFile>* file) = 0;
+  // Opens the file `path` for reading; `*file` is set on success. A folder is not a file (75).
+  virtual int OpenForRead(const std::string& path, std::unique_ptr<ReadableFile>* file) = 0;
+  // The length in bytes of the file `path`. A folder is not a file (75).
+  virtual int FileSize(const std::string& path, int64_t* size) = 0;
+  // True when `path` names something that is not a folder.
+  virtual bool FileExists(const std::string& path) = 0;
+  // Deletes the file `path` (a link itself, never what it points to). A folder is not a file (75).
+  virtual int DeleteFile(const std::string& path) = 0;
+  // Renames `from` to `to`, never replacing an existing `to` (58 then).
+  virtual int RenameWithoutReplacing(const std::string& from, const std::string& to) = 0;
+  // The entries of `folder` ("" is the current folder) in the order the system lists them, without "." and
+  // "..". `*entries` is replaced.
+  virtual int ListFolder(const std::string& folder, std::vector<FolderEntry>* entries) = 0;
+  // Removes the empty folder `path`.
+  virtual int RemoveFolder(const std::string& path) = 0;
 
   // The real file system.
   static FileSystem* Default();
+};
+
+// Forwards every call to another file system, so that a test overrides only the calls it fails.
+class FileSystemWrapper : public FileSystem {
+ public:
+  explicit FileSystemWrapper(FileSystem* target) : target_(target) {}
+  int AppendToFile(const std::string& path, std::string_view bytes) override {
+    return target_->AppendToFile(path, bytes);
+  }
+  int OpenForBinaryWrite(const std::string& path, std::unique_ptr<WritableFile>* file) override {
+    return target_->OpenForBinaryWrite(path, file);
+  }
+  int OpenForRead(const std::string& path, std::unique_ptr<ReadableFile>* file) override {
+    return target_->OpenForRead(path, file);
+  }
+  int FileSize(const std::string& path, int64_t* size) override { return target_->FileSize(path, size); }
+  bool FileExists(const std::string& path) override { return target_->FileExists(path); }
+  int DeleteFile(const std::string& path) override { return target_->DeleteFile(path); }
+  int RenameWithoutReplacing(const std::string& from, const std::string& to) override {
+    return target_->RenameWithoutReplacing(from, to);
+  }
+  int ListFolder(const std::string& folder, std::vector<FolderEntry>* entries) override {
+    return target_->ListFolder(folder, entries);
+  }
+  int RemoveFolder(const std::string& path) override { return target_->RemoveFolder(path); }
+
+ private:
+  FileSystem* target_;
 };
 
 // The installed file system: the default one unless a test installed its own.
@@ -55,5 +117,8 @@ int ErrorFromErrno(int err);
 std::string JoinPath(std::string_view folder, std::string_view name);
 // True for a name that stays inside its folder: not empty, not "." or "..", no "/" or "\" and no NUL.
 bool IsPlainFileName(std::string_view name);
+// True when `name` matches `pattern`, in which "*" stands for any run of characters (none too) and "?" for
+// exactly one; everything else matches itself, letter case included. "*.*" matches every name, dot or not.
+bool MatchesWildcard(std::string_view name, std::string_view pattern);
 
 }  // namespace halqvantor::platform

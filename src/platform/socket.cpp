@@ -18,10 +18,13 @@
 namespace halqvantor::platform {
 namespace {
 
-// The receive buffer starts at kMinBuffer bytes and doubles as a large reply needs, up to kMaxUnread: the
-// most that waits unread before the socket stops reading. Close keeps up to kMinBuffer of it.
-constexpr size_t kMinBuffer = 64 * 1024;
-constexpr size_t kMaxUnread = 4 * 1024 * 1024;
+// Bytes read in one recv call, and the most that waits unread before the socket stops reading. One chunk
+// per pass: the receiver handles each piece while it is still in the cache, which keeps a long byte-mode
+// reception (written to a file as it comes) close to the speed of a plain read/write loop.
+constexpr size_t kReadChunk = 256 * 1024;
+constexpr size_t kMaxUnread = kReadChunk;
+// Bytes of a stream pulled from its source at a time.
+constexpr size_t kStreamChunk = 256 * 1024;
 
 std::vector<Socket*>& Registry() {
   thread_local std::vector<Socket*> sockets;
@@ -189,6 +192,9 @@ void Socket::SendData(std::string_view bytes) {
   if (state_ != kSckConnected) {
     throw RuntimeError(40006, "Wrong protocol or connection state for the requested transaction or request");
   }
+  if (source_ != nullptr || stream_offset_ < stream_length_) {
+    throw RuntimeError(40020, "Invalid operation at current state");
+  }
   if (send_offset_ == send_queue_.size()) {
     send_queue_.clear();
     send_offset_ = 0;
@@ -196,17 +202,52 @@ void Socket::SendData(std::string_view bytes) {
   send_queue_.append(bytes);
 }
 
-void Socket::GetData(std::string& data, int32_t max_bytes) {
-  const size_t n = max_bytes < 0 ? received_size_ : std::min(received_size_, static_cast<size_t>(max_bytes));
-  data.assign(received_.get(), n);
-  if (n < received_size_) std::memmove(received_.get(), received_.get() + n, received_size_ - n);
-  received_size_ -= n;
+void Socket::SendStream(std::shared_ptr<SendSource> source) {
+  SendData({});
+  source_ = std::move(source);
+}
+
+bool Socket::HasPendingSend() const {
+  return send_offset_ < send_queue_.size() || stream_offset_ < stream_length_ || source_ != nullptr;
+}
+
+// The bytes to send next: the rest of the queue, else the rest of the stream's chunk, refilled from the
+// source when it is used up. Empty when nothing is left.
+std::string_view Socket::PendingBytes() {
+  if (send_offset_ < send_queue_.size()) return std::string_view(send_queue_).substr(send_offset_);
+  send_queue_.clear();
+  send_offset_ = 0;
+  while (stream_offset_ == stream_length_ && source_ != nullptr) {
+    if (!stream_chunk_) stream_chunk_ = std::make_unique<char[]>(kStreamChunk);
+    const std::shared_ptr<SendSource> source = source_;  // kept alive should the read close the socket
+    const int64_t n = source->Read(stream_chunk_.get(), kStreamChunk);
+    if (!stream_chunk_) return {};
+    stream_offset_ = 0;
+    stream_length_ = n > 0 ? static_cast<size_t>(n) : 0;
+    if (n <= 0) source_.reset();
+  }
+  return {stream_chunk_.get() + stream_offset_, stream_length_ - stream_offset_};
 }
 
 std::string Socket::GetData(int32_t max_bytes) {
-  std::string data;
-  GetData(data, max_bytes);
-  return data;
+  if (max_bytes < 0 || static_cast<size_t>(max_bytes) >= received_.size()) {
+    std::string all = std::move(received_);
+    received_.clear();
+    return all;
+  }
+  std::string part = received_.substr(0, static_cast<size_t>(max_bytes));
+  received_.erase(0, static_cast<size_t>(max_bytes));
+  return part;
+}
+
+void Socket::GetData(std::string& out, int32_t max_bytes) {
+  if (max_bytes < 0 || static_cast<size_t>(max_bytes) >= received_.size()) {
+    out.clear();
+    out.swap(received_);
+    return;
+  }
+  out.assign(received_, 0, static_cast<size_t>(max_bytes));
+  received_.erase(0, static_cast<size_t>(max_bytes));
 }
 
 void Socket::Close() {
@@ -216,11 +257,12 @@ void Socket::Close() {
   next_address_ = 0;
   send_queue_.clear();
   send_offset_ = 0;
-  received_size_ = 0;
-  if (received_capacity_ > kMinBuffer) {
-    received_.reset();
-    received_capacity_ = 0;
-  }
+  source_.reset();
+  stream_chunk_.reset();
+  stream_length_ = 0;
+  stream_offset_ = 0;
+  received_.clear();
+  received_.shrink_to_fit();
   due_.clear();
 }
 
@@ -239,8 +281,8 @@ short Socket::WantedEvents() const {
       return POLLOUT;
     case kSckConnected: {
       short wanted = 0;
-      if (received_size_ < kMaxUnread) wanted |= POLLIN;
-      if (send_offset_ < send_queue_.size()) wanted |= POLLOUT;
+      if (received_.size() < kMaxUnread) wanted |= POLLIN;
+      if (HasPendingSend()) wanted |= POLLOUT;
       return wanted;
     }
     default:
@@ -297,7 +339,7 @@ int Socket::HandleReady(short revents) {
 
   int delivered = 0;
   const uint64_t generation = generation_;
-  if ((revents & POLLOUT) != 0 && send_offset_ < send_queue_.size()) {
+  if ((revents & POLLOUT) != 0 && HasPendingSend()) {
     delivered += FlushSendQueue();
     if (generation != generation_ || state_ != kSckConnected) return delivered;
   }
@@ -306,33 +348,37 @@ int Socket::HandleReady(short revents) {
 }
 
 int Socket::FlushSendQueue() {
-  while (send_offset_ < send_queue_.size()) {
-    const ssize_t n = ::send(fd_, send_queue_.data() + send_offset_, send_queue_.size() - send_offset_, MSG_NOSIGNAL);
+  const uint64_t generation = generation_;
+  for (std::string_view bytes = PendingBytes(); !bytes.empty(); bytes = PendingBytes()) {
+    // A source may report its failure to whoever waits; the socket itself goes on as it is.
+    if (generation != generation_ || state_ != kSckConnected) return 0;
+    const ssize_t n = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     if (n < 0) {
       if (errno == EINTR) continue;
       if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;
       return Fail(SocketErrorFromErrno(errno));
     }
-    send_offset_ += static_cast<size_t>(n);
+    if (send_offset_ < send_queue_.size()) {
+      send_offset_ += static_cast<size_t>(n);
+    } else {
+      stream_offset_ += static_cast<size_t>(n);
+    }
   }
-  send_queue_.clear();
-  send_offset_ = 0;
   return 0;
 }
 
 // Reads what the connection holds (up to the unread limit), then reports it: DataArrival for new bytes,
 // followed by Close when the peer has closed or Error when the connection failed.
 int Socket::ReadAvailable() {
-  const size_t before = received_size_;
+  const size_t before = received_.size();
   bool peer_closed = false;
   int read_error = 0;
-  while (received_size_ < kMaxUnread) {
-    if (received_size_ == received_capacity_) GrowReceiveBuffer();
-    const ssize_t n = ::recv(fd_, received_.get() + received_size_, received_capacity_ - received_size_, 0);
-    if (n > 0) {
-      received_size_ += static_cast<size_t>(n);
-      continue;
-    }
+  while (received_.size() < kMaxUnread) {
+    const size_t used = received_.size();
+    received_.resize(used + kReadChunk);
+    const ssize_t n = ::recv(fd_, received_.data() + used, kReadChunk, 0);
+    received_.resize(used + (n > 0 ? static_cast<size_t>(n) : 0));
+    if (n > 0) continue;
     if (n == 0) {
       peer_closed = true;
     } else if (errno == EINTR) {
@@ -345,9 +391,9 @@ int Socket::ReadAvailable() {
 
   int delivered = 0;
   const uint64_t generation = generation_;
-  if (received_size_ > before) {
+  if (received_.size() > before) {
     ++delivered;
-    if (sink_ != nullptr) sink_->SocketDataArrival(index_, static_cast<int32_t>(received_size_));
+    if (sink_ != nullptr) sink_->SocketDataArrival(index_, static_cast<int32_t>(received_.size()));
     if (generation != generation_ || state_ != kSckConnected) return delivered;
   }
   if (read_error != 0) return delivered + Fail(SocketErrorFromErrno(read_error));
@@ -357,14 +403,6 @@ int Socket::ReadAvailable() {
     if (sink_ != nullptr) sink_->SocketClose(index_);
   }
   return delivered;
-}
-
-void Socket::GrowReceiveBuffer() {
-  const size_t capacity = received_capacity_ == 0 ? kMinBuffer : std::min(received_capacity_ * 2, kMaxUnread);
-  auto buffer = std::make_unique_for_overwrite<char[]>(capacity);
-  if (received_size_ > 0) std::memcpy(buffer.get(), received_.get(), received_size_);
-  received_ = std::move(buffer);
-  received_capacity_ = capacity;
 }
 
 const std::vector<Socket*>& ThreadSockets() { return Registry(); }

@@ -53,6 +53,16 @@ class SocketEventSink {
   virtual void SocketError(int32_t index, int32_t number, const std::string& description) = 0;
 };
 
+// Bytes sent after what SendData queued, pulled while the connection takes them, so that a large body (a
+// file) goes out from where it lies instead of from memory.
+class SendSource {
+ public:
+  virtual ~SendSource() = default;
+  // Copies the next bytes into `buffer`, at most `capacity`: their count, 0 at the end, or -1 when the
+  // source failed (it reports its failure itself). 0 and -1 end the stream.
+  virtual int64_t Read(char* buffer, size_t capacity) = 0;
+};
+
 class Socket {
  public:
   // A closed socket of the calling thread; it takes part in that thread's DoEvents while it lives.
@@ -75,14 +85,20 @@ class Socket {
   // completes in DoEvents with a Connect event, or an Error event when it fails (an unknown host too).
   // Raises 40020 when the socket is not closed and 380 for a port outside 0..65535.
   void Connect();
-  // Queues bytes for sending; DoEvents sends them. Raises 40006 when the socket is not connected.
+  // Queues bytes for sending; DoEvents sends them. Raises 40006 when the socket is not connected, 40020
+  // while a stream is being sent.
   void SendData(std::string_view bytes);
-  // Takes up to `max_bytes` of the received bytes (all of them when `max_bytes` is negative) into `data`,
-  // replacing its content (and reusing its memory).
-  void GetData(std::string& data, int32_t max_bytes = -1);
+  // Queues the bytes of `source` after everything queued so far: DoEvents pulls and sends them as the
+  // connection takes them, one chunk in memory at a time. The socket keeps the source until it ends or the
+  // socket is closed. Raises as SendData does.
+  void SendStream(std::shared_ptr<SendSource> source);
+  // Takes up to `max_bytes` of the received bytes (all of them when `max_bytes` is negative).
   std::string GetData(int32_t max_bytes = -1);
+  // The same into `out`, whose memory the socket keeps for what arrives next: a receiver that passes the
+  // same buffer every time reads without allocating.
+  void GetData(std::string& out, int32_t max_bytes = -1);
   // Received bytes that GetData has not taken yet.
-  int32_t BytesAvailable() const { return static_cast<int32_t>(received_size_); }
+  int32_t BytesAvailable() const { return static_cast<int32_t>(received_.size()); }
   // Ends the connection, if any, and drops what was queued or received; the State becomes 0. No event.
   void Close();
 
@@ -107,8 +123,9 @@ class Socket {
   void StartNextAddress();
   void FinishConnect();
   int FlushSendQueue();
+  bool HasPendingSend() const;
+  std::string_view PendingBytes();
   int ReadAvailable();
-  void GrowReceiveBuffer();
   void CloseDescriptor();
   int Fail(const SocketError& error);
   void Deliver(const DueEvent& event);
@@ -123,10 +140,11 @@ class Socket {
   int last_connect_error_ = 0;
   std::string send_queue_;
   size_t send_offset_ = 0;
-  // Received bytes not taken yet: the first received_size_ bytes of a buffer that is kept between reads.
-  std::unique_ptr<char[]> received_;
-  size_t received_size_ = 0;
-  size_t received_capacity_ = 0;
+  std::shared_ptr<SendSource> source_;  // the stream after the queue, until it ends
+  std::unique_ptr<char[]> stream_chunk_;
+  size_t stream_length_ = 0;
+  size_t stream_offset_ = 0;
+  std::string received_;
   std::vector<DueEvent> due_;
 };
 

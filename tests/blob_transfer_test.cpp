@@ -1,0 +1,191 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+
+#include "support/fake_clock.h"
+#include "support/gateway_session.h"
+#include "support/installed_file_system.h"
+#include "support/scripted_gateway.h"
+#include "support/temp_dir.h"
+#include "support/variant_print.h"
+
+namespace halqvantor {
+namespace {
+
+using testing::FakeClock;
+using testing::GatewaySession;
+using testing::OnFreshThread;
+using testing::ScriptedGateway;
+using testing::TempDir;
+
+const Variant kOne(int16_t{1});
+const Variant kMinusOne(int16_t{-1});
+
+bool Contains(const std::vector<std::string>& lines, const std::string& line) {
+  return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+// An upload is complete when the file bytes announced by the request line's last field are in.
+bool UploadComplete(std::string_view request) {
+  const size_t eol = request.find("\r\n");
+  if (eol == std::string_view::npos) return false;
+  const std::string_view head = request.substr(0, eol);
+  const size_t last = head.rfind("^,^");
+  const size_t length = std::stoul(std::string(head.substr(last + 3, head.size() - last - 4)));
+  return request.size() >= eol + 2 + length;
+}
+
+TEST(BlobTransfer, BytesGoIntoTheLocalFileOverItsStart) {
+  FakeClock clock;
+  TempDir blob;
+  testing::WriteFile(blob.File("f.bin"), "0123456789");
+  ScriptedGateway gateway;
+  gateway.Script({ScriptedGateway::Send(std::string("ab\0\xFF", 4))});
+  OnFreshThread([&] {
+    GatewaySession s(gateway.port());
+    clsVantor& v = s.object();
+    v.strBlobPathLocal = blob.path();
+    v.strBlobPathRemote = "\\\\srv\\blob";
+    Variant status = "untouched";
+    EXPECT_EQ(v.EASYTransferBLOB("sub\\f.bin", int32_t{4}, &status), kOne);
+    EXPECT_EQ(status, Variant("untouched"));
+    EXPECT_FALSE(s.impl().RequestPending);
+    EXPECT_EQ(gateway.Requests(),
+              std::vector<std::string>{"^S1^,^u^,^ABA1^,^TransferBLOB^,^\\\\srv\\blob\\sub\\f.bin^"});
+    EXPECT_TRUE(Contains(s.LogLines(), "    Packet received (mode: BYTE)."));
+  });
+  // No status line is read: the bytes are the file; the old file's tail stays.
+  EXPECT_EQ(testing::ReadFile(blob.File("f.bin")), std::string("ab\0\xFF"
+                                                               "456789",
+                                                               10));
+}
+
+TEST(BlobTransfer, LocalNamesThatLeaveTheFolderAreFileErrors) {
+  FakeClock clock;
+  TempDir blob;
+  ScriptedGateway gateway;
+  OnFreshThread([&] {
+    GatewaySession s(gateway.port());
+    s.object().strBlobPathLocal = blob.path() + "/in";
+    for (const char* file : {"x\\..", "a/../../x", "dir\\"}) {
+      Variant status;
+      EXPECT_EQ(s.object().EASYTransferBLOB(file, int32_t{4}, &status), kMinusOne) << file;
+      EXPECT_EQ(status, Variant("File Error (75 - Path/File access error)"));
+      EXPECT_FALSE(s.impl().RequestPending);
+    }
+    EXPECT_TRUE(Contains(s.LogLines(), "Datei-Fehler (75 - Path/File access error)."));
+    EXPECT_EQ(gateway.connections(), 0);
+  });
+}
+
+TEST(BlobTransfer, ExchangeFailuresAndTheBusyGuard) {
+  FakeClock clock;
+  TempDir blob;
+  testing::WriteFile(blob.File("u.bin"), "data");
+  OnFreshThread([&] {
+    GatewaySession s(ScriptedGateway::UnusedPort());
+    clsVantor& v = s.object();
+    v.strBlobPathLocal = blob.path();
+    Variant status;
+    EXPECT_EQ(v.EASYTransferBLOB("t.bin", int32_t{4}, &status), kMinusOne);
+    EXPECT_EQ(status, Variant("Winsock Error (10061 - Connection is forcefully rejected)"));
+    EXPECT_TRUE(std::filesystem::exists(blob.File("t.bin")));
+    EXPECT_EQ(v.EASYUploadFile("u.bin", &status), kMinusOne);
+    EXPECT_EQ(status, Variant("Winsock Error (10061 - Connection is forcefully rejected)"));
+
+    // A call made while a request is under way is refused once and releases the guard.
+    for (int upload = 0; upload < 2; ++upload) {
+      s.impl().RequestPending = true;
+      status = Variant();
+      EXPECT_EQ(upload ? v.EASYUploadFile("u.bin", &status) : v.EASYTransferBLOB("t.bin", int32_t{4}, &status),
+                kMinusOne);
+      EXPECT_EQ(status, Variant("Winsock Error (previous request not finished properly)."));
+      EXPECT_FALSE(s.impl().RequestPending);
+    }
+    EXPECT_FALSE(s.impl().RequestPending);
+  });
+}
+
+TEST(ServerUpload, TheWireCarriesTheRequestLineAndTheFileAsOneStream) {
+  FakeClock clock;
+  TempDir blob;
+  std::string content;
+  for (int i = 0; i < 600 * 1024; ++i) content.push_back(static_cast<char>(i * 7 % 256));  // several chunks
+  testing::WriteFile(blob.File("Bericht.pdf"), content);
+  testing::WriteFile(blob.File("ten.txt"), "0123456789");
+  ScriptedGateway gateway;
+  gateway.request_complete = UploadComplete;
+  gateway.Script({ScriptedGateway::Send(ScriptedGateway::Reply("Status: Error 5 whatever"))});
+  OnFreshThread([&] {
+    GatewaySession s(gateway.port());
+    clsVantor& v = s.object();
+    v.strBlobPathLocal = blob.path();
+    v.strBlobPathRemote = "D:\\blob";
+    Variant status = "untouched";
+    // The answer is not read: even an error status is a success of the upload.
+    EXPECT_EQ(v.EASYUploadFile("Bericht.pdf", &status), kOne);
+    EXPECT_EQ(v.EASYUploadFile("ten.txt", &status), kOne);
+    EXPECT_EQ(status, Variant("untouched"));
+    const std::vector<std::string> requests = gateway.Requests();
+    ASSERT_EQ(requests.size(), 2u);
+    const std::string head = "^S1^,^u^,^ABA1^,^UploadFile^,^D:\\blob^,^Bericht.pdf^,^614400^\r\n";
+    EXPECT_EQ(requests[0].size(), head.size() + content.size());
+    EXPECT_TRUE(requests[0] == head + content);
+    EXPECT_EQ(requests[1], "^S1^,^u^,^ABA1^,^UploadFile^,^D:\\blob^,^ten.txt^,^10^\r\n0123456789");
+    EXPECT_TRUE(Contains(s.LogLines(), "Weitergabe Abfrageergebnis an IIS (Status: Error 5 whatever)"));
+  });
+}
+
+// Reads fail after the first chunk of every file.
+class FailingReads : public testing::InstalledFileSystem {
+ public:
+  int OpenForRead(const std::string& path, std::unique_ptr<platform::ReadableFile>* file) override {
+    struct Failing : platform::ReadableFile {
+      explicit Failing(std::unique_ptr<platform::ReadableFile> f) : inner(std::move(f)) {}
+      int Read(char* buffer, size_t capacity, size_t* count) override {
+        return reads++ == 0 ? inner->Read(buffer, capacity, count) : 57;
+      }
+      std::unique_ptr<platform::ReadableFile> inner;
+      int reads = 0;
+    };
+    const int error = FileSystemWrapper::OpenForRead(path, file);
+    if (error == 0) *file = std::make_unique<Failing>(std::move(*file));
+    return error;
+  }
+};
+
+TEST(ServerUpload, LocalFileFailuresEndInTheFileErrorHandler) {
+  FakeClock clock;
+  TempDir blob;
+  testing::WriteFile(blob.File("empty"), "");
+  testing::WriteFile(blob.File("big"), std::string(1024 * 1024, 'x'));
+  ScriptedGateway gateway;
+  gateway.request_complete = UploadComplete;
+  gateway.Script({ScriptedGateway::Send(ScriptedGateway::Reply("Status: OK"))});
+  OnFreshThread([&] {
+    GatewaySession s(gateway.port());
+    clsVantor& v = s.object();
+    v.strBlobPathLocal = blob.path();
+    Variant status;
+    EXPECT_EQ(v.EASYUploadFile("missing", &status), kMinusOne);
+    EXPECT_EQ(status, Variant("File Error (53 - File not found)"));
+    EXPECT_EQ(v.EASYUploadFile("empty", &status), kMinusOne);
+    EXPECT_EQ(status, Variant("File Error (9 - Subscript out of range)"));
+    EXPECT_EQ(v.EASYUploadFile("../x", &status), kMinusOne);
+    EXPECT_EQ(status, Variant("File Error (75 - Path/File access error)"));
+    EXPECT_EQ(gateway.connections(), 0);
+    EXPECT_TRUE(Contains(s.LogLines(), "Datei-Fehler (53 - File not found)."));
+
+    FailingReads disk;
+    EXPECT_EQ(v.EASYUploadFile("big", &status), kMinusOne);
+    EXPECT_EQ(status, Variant("File Error (57 - Device I/O error)"));
+    EXPECT_FALSE(s.impl().RequestPending);
+    EXPECT_EQ(s.form().ctlWinsock(s.slot()).State(), platform::kSckClosed);
+    EXPECT_TRUE(Contains(s.LogLines(), "Datei-Fehler (57 - Device I/O error)."));
+  });
+}
+
+}  // namespace
+}  // namespace halqvantor

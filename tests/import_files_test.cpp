@@ -1,0 +1,116 @@
+#include <gtest/gtest.h>
+
+#include "support/fake_clock.h"
+#include "support/gateway_session.h"
+#include "support/scripted_gateway.h"
+#include "support/temp_dir.h"
+#include "support/variant_print.h"
+
+namespace halqvantor {
+namespace {
+
+using testing::FakeClock;
+using testing::GatewaySession;
+using testing::OnFreshThread;
+using testing::ScriptedGateway;
+using testing::TempDir;
+
+const Variant kOne(int16_t{1});
+const Variant kMinusOne(int16_t{-1});
+
+ScriptedGateway::Step Answer(std::string_view payload) {
+  return ScriptedGateway::Send(ScriptedGateway::Reply(payload));
+}
+
+int ErrorOf(auto call) {
+  try {
+    call();
+  } catch (const RuntimeError& e) {
+    return e.number();
+  }
+  return 0;
+}
+
+TEST(ImportFiles, DescriptionsAreAppendedInTheCodePage) {
+  TempDir dir;
+  clsVantor v;
+  Variant status = "old";
+  const std::string a = dir.File("a.imp");
+  EXPECT_EQ(v.CreateImportFile(a, "CH", "AR", "Müller € 4711", "1,1,3", "NR,NAME", "NR=1\r\nNAME=x", Variant::missing(),
+                               &status),
+            kOne);
+  EXPECT_EQ(status, Variant(""));
+  const std::string once =
+      "@DB,$(#CH)\\AR\r\n@FOLDER,FT:M\xFCller \x80 4711,1:NR,1:NAME\r\nNR=1\r\nNAME=x\r\n";  // the third type dropped
+  EXPECT_EQ(testing::ReadFile(a), once);
+  EXPECT_EQ(v.CreateImportFile(a, "CH", "AR", "Müller € 4711", "1,1,3", "NR,NAME", "NR=1\r\nNAME=x"), kOne);
+  EXPECT_EQ(testing::ReadFile(a), once + once);
+
+  // A charset passed as "" still gives its line; an empty list gives no field pairs.
+  const std::string b = dir.File("b.imp");
+  EXPECT_EQ(v.CreateImportFile(b, "CH", "AR", "T", "", "NR", "", ""), kOne);
+  EXPECT_EQ(v.CreateImportFile(b, "CH", "AR", "T,:x", "1,2", "", "c", "ISO-8859-1"), kOne);
+  EXPECT_EQ(testing::ReadFile(b),
+            "@DB,$(#CH)\\AR\r\n@CHARSET,\r\n@FOLDER,FT:T\r\n\r\n"
+            "@DB,$(#CH)\\AR\r\n@CHARSET,ISO-8859-1\r\n@FOLDER,FT:T,:x\r\nc\r\n");
+
+  status = "old";
+  EXPECT_EQ(ErrorOf([&] { v.CreateImportFile(dir.File("no/such.imp"), "C", "A", "T", "1", "N", "c", "", &status); }),
+            76);
+  EXPECT_EQ(status, Variant("old"));
+}
+
+TEST(Documents, CreateEditAndDeleteRequestsAndTheirResults) {
+  FakeClock clock;
+  ScriptedGateway gateway;
+  gateway.Script({Answer("Status: OK\r\nDOC1;1\r\nmore")});
+  gateway.Script({Answer("Status: OK\r\nDOC1;2")});
+  gateway.Script({Answer("Status: OK")});
+  gateway.Script({Answer("Status: Error 4 gesperrt")});
+  OnFreshThread([&] {
+    GatewaySession s(gateway.port());
+    clsVantor& v = s.object();
+    Variant ref, status = "old";
+    EXPECT_EQ(v.EASYCreateDocument("\\\\srv\\imp\\a.imp", &ref, &status), Variant(int32_t{2}));
+    EXPECT_EQ(ref, Variant("DOC1;1"));
+    EXPECT_EQ(status, Variant(""));
+    EXPECT_EQ(v.EASYEditDocument("\\\\srv\\imp\\b.imp", &ref, &status), Variant(int32_t{1}));
+    EXPECT_EQ(ref, Variant("DOC1;2"));
+    status = "old";
+    EXPECT_EQ(v.EASYDeleteDocument("CH", "AR", "DOC1", int16_t{2}, &status), kOne);
+    EXPECT_EQ(status, Variant(""));
+    EXPECT_EQ(gateway.Requests(), (std::vector<std::string>{
+                                      "^S1^,^u^,^ABA1^,^CreateDocument^,^\\\\srv\\imp\\a.imp^",
+                                      "^S1^,^u^,^ABA1^,^EditDocument^,^\\\\srv\\imp\\b.imp^,^DOC1;1^",
+                                      "^S1^,^u^,^ABA1^,^DeleteDocument^,^CH^,^AR^,^DOC1^,^2^",
+                                  }));
+
+    // Error answers: -1 and the status text, the reference kept.
+    EXPECT_EQ(v.EASYEditDocument("x", &ref, &status), kMinusOne);
+    EXPECT_EQ(status, Variant("Error 4 gesperrt"));
+    EXPECT_EQ(ref, Variant("DOC1;2"));
+    EXPECT_EQ(v.EASYCreateDocument("x", &ref, &status), kMinusOne);
+    EXPECT_EQ(v.EASYDeleteDocument("CH", "AR", "DOC1", "2", &status), kMinusOne);
+    EXPECT_EQ(ref, Variant("DOC1;2"));
+    EXPECT_EQ(ErrorOf([&] { v.EASYEditDocument("x", nullptr); }), 449);
+  });
+}
+
+TEST(Documents, AReplyWithoutRowsCannotFillTheReference) {
+  FakeClock clock;
+  ScriptedGateway gateway;
+  gateway.Script({Answer("Status: OK")});
+  OnFreshThread([&] {
+    GatewaySession s(gateway.port());
+    clsVantor& v = s.object();
+    EXPECT_EQ(v.EASYCreateDocument("x"), Variant(int32_t{0}));
+    Variant ref = "R", status = "old";
+    EXPECT_EQ(ErrorOf([&] { v.EASYCreateDocument("x", &ref, &status); }), 9);
+    EXPECT_EQ(ErrorOf([&] { v.EASYEditDocument("x", &ref, &status); }), 9);
+    EXPECT_EQ(ref, Variant("R"));
+    EXPECT_EQ(status, Variant("old"));
+  });
+}
+
+}  // namespace
+}  // namespace halqvantor
