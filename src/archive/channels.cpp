@@ -11,13 +11,22 @@ namespace halqvantor {
 namespace archive {
 namespace {
 
-// A row that holds neither small ASCII letters nor non-ASCII characters is its own capital form.
-bool IsOwnCapitals(std::string_view row) {
+enum class CapitalsKind { kOwn, kAscii, kOther };
+
+// A row without small ASCII letters and non-ASCII characters is its own capital form; an ASCII row gets its
+// capitals byte by byte; any other row through UCase.
+CapitalsKind KindOf(std::string_view row) {
+  bool small = false;
   for (char c : row) {
     const auto b = static_cast<unsigned char>(c);
-    if (b >= 0x80 || (b >= 'a' && b <= 'z')) return false;
+    if (b >= 0x80) return CapitalsKind::kOther;
+    small = small || (b >= 'a' && b <= 'z');
   }
-  return true;
+  return small ? CapitalsKind::kAscii : CapitalsKind::kOwn;
+}
+
+void AppendAsciiCapitals(std::string& out, std::string_view row) {
+  for (char c : row) out.push_back(c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c);
 }
 
 }  // namespace
@@ -30,29 +39,37 @@ ChannelRow SplitChannelRow(std::string_view row) {
 
 void SortRowsByCapitals(std::vector<std::string>& rows) {
   if (rows.size() < 2) return;
-  // The capitals of the rows that need them go into one buffer; the others are compared where they lie.
-  // UTF-8 byte order is code point order, so the keys compare as the characters do.
+  // The capitals of the rows that need them go into one buffer; the other rows are compared where they lie.
+  // UTF-8 byte order is code point order, so the keys compare as their characters do.
   struct Entry {
     const char* data;
     uint32_t size;
     uint32_t index;
   };
-  std::vector<Entry> entries(rows.size());
-  std::vector<size_t> offsets(rows.size(), SIZE_MAX);
-  std::string capitals;
+  std::vector<CapitalsKind> kinds(rows.size());
+  size_t capital_bytes = 0;
   for (size_t i = 0; i < rows.size(); ++i) {
-    if (IsOwnCapitals(rows[i])) continue;
-    offsets[i] = capitals.size();
-    capitals += vb::UCase(rows[i]);
-    entries[i].size = static_cast<uint32_t>(capitals.size() - offsets[i]);
+    kinds[i] = KindOf(rows[i]);
+    if (kinds[i] != CapitalsKind::kOwn) capital_bytes += rows[i].size();
   }
+  std::string capitals;
+  capitals.reserve(capital_bytes);
+  std::vector<size_t> offsets(rows.size());
+  for (size_t i = 0; i < rows.size(); ++i) {
+    offsets[i] = capitals.size();
+    if (kinds[i] == CapitalsKind::kAscii) AppendAsciiCapitals(capitals, rows[i]);
+    if (kinds[i] == CapitalsKind::kOther) capitals += vb::UCase(rows[i]);
+  }
+  std::vector<Entry> entries(rows.size());
   for (size_t i = 0; i < rows.size(); ++i) {
     entries[i].index = static_cast<uint32_t>(i);
-    if (offsets[i] == SIZE_MAX) {
+    if (kinds[i] == CapitalsKind::kOwn) {
       entries[i].data = rows[i].data();
       entries[i].size = static_cast<uint32_t>(rows[i].size());
     } else {
+      const size_t end = i + 1 < rows.size() ? offsets[i + 1] : capitals.size();
       entries[i].data = capitals.data() + offsets[i];
+      entries[i].size = static_cast<uint32_t>(end - offsets[i]);
     }
   }
   std::stable_sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
