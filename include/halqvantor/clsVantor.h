@@ -92,14 +92,14 @@ class clsVantor {
   Variant EASYGetSegmentSelectListNext();
 
   // ---- Archive query and hit list
-  // QueryInit: on success the number of items for Next (title line plus hits) as a Long; lngTotalHits the
-  // server's total as a String, the layout ids (joined by "," and ";") only when both layout outs are
-  // passed, blnHitlistMultiTIFF a Boolean, strStatus ""; the hits are kept for sorting until the next
-  // successful query. On failure -1 as an Integer, strStatus the failure text, everything else untouched.
-  // Next / SortHitlistNext: the display columns of the title line, then of each hit (server's / sorted order),
-  // then "" with the outs untouched. SortHitlistInit returns the number of hits; each sort reverses the one
-  // before, the first one after a query goes against the server's order. DeleteFromHitlist removes hit
-  // lngLine (from 1, in the order last seen) from the kept hits and returns Empty; sort again after it.
+  // QueryInit: on success the count of title line plus hits (Long), lngTotalHits the server's total (String),
+  // the layout outs (only when both are passed) the field ids joined by "," and the layouts by ";",
+  // blnHitlistMultiTIFF a Boolean, strStatus "". On failure -1 (Integer) and strStatus the failure text, the
+  // rest untouched. Next and SortHitlistNext return the display columns of the title line, then of each hit
+  // (server's / sorted order), then "" with the outs untouched. SortHitlistInit returns the hit count; each
+  // sort reverses the one before, the first after a query goes against the server's order.
+  // DeleteFromHitlist removes hit lngLine (from 1, as last seen) and returns Empty; sort again after it.
+  // The query format list is a plain list: its rows whole, in the server's order.
   Variant EASYQueryArchiveInit(const Variant& strChannel, const Variant& strArchive, const Variant& strQuery,
                                const Variant& lngMaxLines, const Variant& lngQueryMax,
                                const Variant& strQueryFormat = Variant::missing(),
