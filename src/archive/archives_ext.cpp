@@ -36,8 +36,6 @@ std::array<std::string_view, 5> SplitArchiveProperties(std::string_view row) {
 
 }  // namespace archive
 
-using archive::FailureResult;
-using archive::SetOut;
 
 Variant clsVantor::EASYGetAllArchivesExtInit(Variant* strStatus) {
   Impl& d = *impl_;

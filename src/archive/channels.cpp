@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "archive/list_results.h"
+#include "component/results.h"
 #include "component/vantor_impl.h"
 #include "platform/vb_runtime.h"
 
@@ -84,8 +84,6 @@ void SortRowsByCapitals(std::vector<std::string>& rows) {
 
 }  // namespace archive
 
-using archive::FailureResult;
-using archive::SetIfPassed;
 
 const std::string& clsVantor::Impl::ResultRowAt(int32_t index) const {
   if (index < 0 || static_cast<size_t>(index) >= ResultRows.size()) vb::Raise(ErrorNumber::kSubscriptOutOfRange);
@@ -100,10 +98,10 @@ void clsVantor::Impl::SortResultRows() {
 Variant clsVantor::Impl::ListInit(const std::vector<Variant>& args, Variant* strStatus, bool sort_rows) {
   std::string status;
   if (!RequestList(BuildRequest(args), status)) {
-    SetIfPassed(strStatus, Variant(status));
+    SetOut(strStatus, Variant(status));
     return FailureResult();
   }
-  SetIfPassed(strStatus, Variant(""));
+  SetOut(strStatus, Variant(""));
   if (sort_rows) SortResultRows();
   return Variant(ResultCount);
 }
@@ -125,7 +123,7 @@ Variant clsVantor::EASYGetChannelsNext(Variant* strChannelDescription) {
   const std::string& row = d.ResultRowAt(d.ResultCursor);
   ++d.ResultCursor;
   const archive::ChannelRow channel = archive::SplitChannelRow(row);
-  SetIfPassed(strChannelDescription, Variant(std::string(channel.description)));
+  SetOut(strChannelDescription, Variant(std::string(channel.description)));
   return Variant(std::string(channel.name));
 }
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "archive/list_results.h"
+#include "component/results.h"
 #include "archive/row_columns.h"
 #include "component/vantor_impl.h"
 #include "platform/vb_runtime.h"
@@ -46,8 +46,6 @@ void SortFieldRecords(std::vector<FieldRecord>& records) {
 
 }  // namespace archive
 
-using archive::FailureResult;
-using archive::SetIfPassed;
 
 void clsVantor::Impl::LoadFieldRecords() {
   // Rows 1 .. count-1 become records 0 .. count-2; a line that does not split leaves the records after it
@@ -63,14 +61,14 @@ Variant clsVantor::EASYGetArchiveDescriptionInit(const Variant& strChannel, cons
   Impl& d = *impl_;
   std::string status;
   if (!d.RequestList(d.BuildRequest({Variant("GetArchiveDescription"), strChannel, strArchive}), status)) {
-    SetIfPassed(strStatus, Variant(status));
+    SetOut(strStatus, Variant(status));
     return FailureResult();
   }
   if (d.ResultCount > 1) d.LoadFieldRecords();
   // An answer without any line counts -1 fields, as a Long, and has no edit rights.
   const Variant result(d.ResultCount - 1);
-  SetIfPassed(strEditRights, Variant(d.ResultCount > 0 ? d.ResultRowAt(0) : std::string()));
-  SetIfPassed(strStatus, Variant(""));
+  SetOut(strEditRights, Variant(d.ResultCount > 0 ? d.ResultRowAt(0) : std::string()));
+  SetOut(strStatus, Variant(""));
   return result;
 }
 
@@ -84,12 +82,12 @@ Variant clsVantor::EASYGetArchiveDescriptionNext(Variant* intFieldID, Variant* i
     vb::Raise(ErrorNumber::kSubscriptOutOfRange);
   }
   const archive::FieldRecord& record = records[static_cast<size_t>(d.ResultCursor)];
-  SetIfPassed(intFieldID, Variant(record[0]));
-  SetIfPassed(intType, Variant(record[2]));
-  SetIfPassed(intSize, Variant(record[3]));
-  SetIfPassed(intState, Variant(record[4]));
-  SetIfPassed(intWeight, Variant(record[5]));
-  SetIfPassed(intSelectList, Variant(record[6]));
+  SetOut(intFieldID, Variant(record[0]));
+  SetOut(intType, Variant(record[2]));
+  SetOut(intSize, Variant(record[3]));
+  SetOut(intState, Variant(record[4]));
+  SetOut(intWeight, Variant(record[5]));
+  SetOut(intSelectList, Variant(record[6]));
   ++d.ResultCursor;
   return Variant(record[1]);
 }

@@ -1,6 +1,6 @@
 #include "archive/query.h"
 
-#include "archive/list_results.h"
+#include "component/results.h"
 #include "archive/row_columns.h"
 #include "component/vantor_impl.h"
 #include "link/frm_comm.h"
@@ -172,8 +172,6 @@ void SplitLayoutList(std::string_view layout_line, std::string& field_ids, std::
 
 }  // namespace archive
 
-using archive::FailureResult;
-using archive::SetIfPassed;
 
 namespace {
 
@@ -183,16 +181,16 @@ namespace {
 Variant HandOutHitLine(std::string_view line, bool title, Variant* strChannel, Variant* strArchive,
                        Variant* strDocID, Variant* strVer) {
   const archive::HitLine hit = archive::ParseHitLine(line);
-  SetIfPassed(strDocID, Variant(std::string(hit.doc_id)));
-  SetIfPassed(strVer, Variant(std::string(hit.version)));
+  SetOut(strDocID, Variant(std::string(hit.doc_id)));
+  SetOut(strVer, Variant(std::string(hit.version)));
   Variant result{std::string(hit.display)};
   if (title) {
-    SetIfPassed(strChannel, Variant("Channel"));
-    SetIfPassed(strArchive, Variant("Archive"));
+    SetOut(strChannel, Variant("Channel"));
+    SetOut(strArchive, Variant("Archive"));
   } else {
     archive::Location location = archive::SplitLocation(hit.location);
-    SetIfPassed(strChannel, Variant(std::move(location.channel)));
-    SetIfPassed(strArchive, Variant(std::move(location.archive)));
+    SetOut(strChannel, Variant(std::move(location.channel)));
+    SetOut(strArchive, Variant(std::move(location.archive)));
   }
   return result;
 }
@@ -212,7 +210,7 @@ Variant clsVantor::EASYQueryArchiveInit(const Variant& strChannel, const Variant
       {Variant("QueryArchive"), strChannel, strArchive, strQuery, format, lngMaxLines, lngQueryMax, rights});
   std::string status;
   if (!d.RequestList(request, status)) {
-    SetIfPassed(strStatus, Variant(status));
+    SetOut(strStatus, Variant(status));
     return FailureResult();
   }
 
@@ -245,7 +243,7 @@ Variant clsVantor::EASYQueryArchiveInit(const Variant& strChannel, const Variant
   h.SortDirection.clear();
   h.SortColumn = 0;
   d.ResultCursor = 4;
-  SetIfPassed(strStatus, Variant(""));
+  SetOut(strStatus, Variant(""));
   return result;
 }
 
