@@ -11,8 +11,8 @@ using testing::kRequestHead;
 using testing::WithAnswers;
 
 TEST(ArchivesExtRows, ChannelRowsAndPropertiesSplitAtCommas) {
-  EXPECT_EQ(archive::SplitChannelRow("#,").name, "");
-  EXPECT_EQ(RuntimeErrorNumber([] { archive::SplitChannelRow("#K1"); }), 5);
+  EXPECT_EQ(archive::SplitChannelGroupRow("#,").name, "");
+  EXPECT_EQ(RuntimeErrorNumber([] { archive::SplitChannelGroupRow("#K1"); }), 5);
 
   const auto values = archive::SplitArchiveProperties("1,,0,1,5,6");
   EXPECT_EQ(values[1], "");

@@ -14,7 +14,7 @@ constexpr char kChannelMark = '#';
 
 }  // namespace
 
-ChannelRow SplitChannelRow(std::string_view row) {
+ChannelRow SplitChannelGroupRow(std::string_view row) {
   const size_t comma = row.find(',');
   // The name runs from the second character to the comma: without a comma its length is negative.
   if (comma == std::string_view::npos || comma < 1) vb::Raise(ErrorNumber::kInvalidProcedureCall);
@@ -36,8 +36,6 @@ std::array<std::string_view, 5> SplitArchiveProperties(std::string_view row) {
 
 }  // namespace archive
 
-using archive::FailureResult;
-using archive::SetOut;
 
 Variant clsVantor::EASYGetAllArchivesExtInit(Variant* strStatus) {
   Impl& d = *impl_;
@@ -54,7 +52,7 @@ Variant clsVantor::EASYGetAllArchivesExtNext(Variant* strChannel, Variant* strDe
     SetOut(strDescription, Variant(""));
     return FailureResult();
   }
-  const archive::ChannelRow channel = archive::SplitChannelRow(d.ResultRows[d.ResultCursor]);
+  const archive::ChannelRow channel = archive::SplitChannelGroupRow(d.ResultRows[d.ResultCursor]);
   SetOut(strChannel, Variant(std::string(channel.name)));
   SetOut(strDescription, Variant(std::string(channel.description)));
   d.ResultCursor += 1;

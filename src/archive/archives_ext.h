@@ -6,15 +6,13 @@
 #include <array>
 #include <string_view>
 
+#include "archive/channels.h"
+
 namespace halqvantor::archive {
 
-struct ChannelRow {
-  std::string_view name;         // without the "#"
-  std::string_view description;  // everything after the first comma, commas included
-};
-
-// Splits a channel row at its first comma; raises 5 when it has none.
-ChannelRow SplitChannelRow(std::string_view row);
+// Splits a "#" channel row at its first comma: the name without the "#", and everything after the comma
+// (commas included). Raises 5 when it has no comma.
+ChannelRow SplitChannelGroupRow(std::string_view row);
 
 // The five values of a properties row: four between the first four commas, the fifth the rest of the row
 // (commas included). Raises 5 when the row has fewer than four commas.

@@ -42,8 +42,6 @@ void JoinTextPieces(const std::vector<std::string>& rows, std::string_view line_
 
 }  // namespace archive
 
-using archive::FailureResult;
-using archive::SetOut;
 
 Variant clsVantor::EASYGetDocumentInfo(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                        const Variant& strVer, Variant* lngLaenge, Variant* strErstelldat,
@@ -71,7 +69,7 @@ Variant clsVantor::EASYGetSegmentDescriptionInit(const Variant& strChannel, cons
   Impl& d = *impl_;
   if (!archive::SendListRequest(d,
                                 {Variant("GetSegmentDescription"), strChannel, strArchive, strDocID, strVer,
-                                 archive::OrDefault(strThumbnailPath, "")},
+                                 OrDefault(strThumbnailPath, "")},
                                 strStatus)) {
     return FailureResult();
   }
@@ -106,8 +104,8 @@ Variant clsVantor::EASYGetSegmentTextInit(const Variant& strChannel, const Varia
   // The line break is applied here when the answer is joined; the server never sees it.
   if (!archive::SendListRequest(
           d,
-          {Variant("GetSegmentText"), strChannel, strArchive, strDocID, strVer, archive::OrDefault(strQuery, ""),
-           archive::OrDefault(strMarkOn, ""), archive::OrDefault(strMarkOff, ""), archive::OrDefault(strBlank, "")},
+          {Variant("GetSegmentText"), strChannel, strArchive, strDocID, strVer, OrDefault(strQuery, ""),
+           OrDefault(strMarkOn, ""), OrDefault(strMarkOff, ""), OrDefault(strBlank, "")},
           strStatus)) {
     return FailureResult();
   }

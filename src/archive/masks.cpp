@@ -33,8 +33,6 @@ bool MaskFlag(std::string_view text) { return Variant(std::string(text)).ToByte(
 
 }  // namespace archive
 
-using archive::FailureResult;
-using archive::SetOut;
 
 Variant clsVantor::EASYGetMasksInit(const Variant& strChannel, const Variant& strArchive, Variant* strStatus) {
   Impl& d = *impl_;

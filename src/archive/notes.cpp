@@ -41,8 +41,6 @@ void JoinNotes(const std::vector<std::string>& rows, std::vector<std::string>& n
 
 }  // namespace archive
 
-using archive::FailureResult;
-using archive::SetOut;
 
 Variant clsVantor::EASYGetNotesInit(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                     const Variant& strVer, Variant* strStatus) {

@@ -1,30 +1,18 @@
 #pragma once
 
-// What the archive operations share around a request: the failure result, out-arguments written only when
-// passed, and the round trip that hands its failure text to strStatus.
+// What the archive operations share around a request: the round trip that hands its failure text to
+// strStatus, and the walks over grouped rows.
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "component/results.h"
 #include "component/vantor_impl.h"
 #include "halqvantor/Variant.h"
 
 namespace halqvantor::archive {
-
-// -1 as a 16-bit Integer: the result of a failed request or of a walk that found no further group.
-inline Variant FailureResult() { return Variant(int16_t{-1}); }
-
-// Writes an out-argument when the caller passed it.
-inline void SetOut(Variant* out, Variant value) {
-  if (out != nullptr) *out = std::move(value);
-}
-
-// An optional input argument, or `fallback` when it was not passed.
-inline Variant OrDefault(const Variant& argument, const char* fallback) {
-  return argument.IsMissing() ? Variant(fallback) : argument;
-}
 
 // BuildRequest + RequestList. On failure strStatus (when passed) receives the failure text and the result
 // is false; on success strStatus is left for the caller to clear once the answer has been read.

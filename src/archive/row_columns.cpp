@@ -25,6 +25,62 @@ size_t LastCharOffset(std::string_view s) {
 
 }  // namespace
 
+
+int64_t FindSeparator(std::string_view row, int64_t start) {
+  if (start < 1) vb::Raise(ErrorNumber::kInvalidProcedureCall);
+  const auto from = static_cast<uint64_t>(start - 1);
+  if (from > row.size()) return 0;
+  const size_t at = row.find(kColumnSeparator, static_cast<size_t>(from));
+  return at == std::string_view::npos ? 0 : static_cast<int64_t>(at) + 1;
+}
+
+std::string_view MidView(std::string_view row, int64_t start, int64_t length) {
+  if (start < 1 || length < 0) vb::Raise(ErrorNumber::kInvalidProcedureCall);
+  const auto from = static_cast<uint64_t>(start - 1);
+  if (from >= row.size()) return {};
+  return row.substr(static_cast<size_t>(from), static_cast<size_t>(length));
+}
+
+std::string_view MidView(std::string_view row, int64_t start) {
+  if (start < 1) vb::Raise(ErrorNumber::kInvalidProcedureCall);
+  const auto from = static_cast<uint64_t>(start - 1);
+  if (from >= row.size()) return {};
+  return row.substr(static_cast<size_t>(from));
+}
+
+// Position of the second character: the row's first character is skipped whole, whatever its length.
+int64_t SecondCharPosition(std::string_view row) {
+  return row.empty() ? 2 : 1 + static_cast<int64_t>(CharLength(row, 0));
+}
+
+std::string_view ColumnAt(std::string_view row, int k) {
+  int64_t start = SecondCharPosition(row);
+  int64_t end = FindSeparator(row, start);
+  for (int i = 0; i < k; ++i) {
+    if (end == 0) vb::Raise(ErrorNumber::kInvalidProcedureCall);
+    start = end + 3;
+    end = FindSeparator(row, start);
+  }
+  return MidView(row, start, end - start);
+}
+
+std::vector<std::string> SplitColumns(std::string_view row, int count) {
+  std::vector<std::string> columns;
+  if (count < 1) return columns;
+  columns.reserve(static_cast<size_t>(count));
+  // `sep` is the separator before the current column; the row's opening character stands before column 0.
+  int64_t sep = SecondCharPosition(row) - 3;
+  for (int k = 0; k + 1 < count; ++k) {
+    const int64_t next = FindSeparator(row, sep + 3);
+    columns.emplace_back(MidView(row, sep + 3, next - sep - 3));
+    sep = next;
+  }
+  // The last column ends before the row's last character (its closing "^").
+  const auto length = row.empty() ? 0 : static_cast<int64_t>(LastCharOffset(row)) + 1;
+  columns.emplace_back(MidView(row, sep + 3, length - sep - 3));
+  return columns;
+}
+
 ColumnCursor::ColumnCursor(std::string_view row) : row_(row), start_(row.empty() ? 0 : CharLength(row, 0)) {}
 
 std::string_view ColumnCursor::Next() {
@@ -59,12 +115,6 @@ std::string_view ColumnCursor::NextOrRowEnd() {
 std::string_view ColumnCursor::RestFromOpeningCaret() const {
   if (start_ == 0 || start_ > row_.size()) return {};
   return row_.substr(start_ - 1);
-}
-
-std::string_view ColumnAt(std::string_view row, int k) {
-  ColumnCursor cursor(row);
-  for (int i = 0; i < k; ++i) cursor.Next();
-  return cursor.Next();
 }
 
 std::string_view WithoutFirst(std::string_view text) { return text.empty() ? text : text.substr(CharLength(text, 0)); }

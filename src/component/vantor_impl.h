@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "archive/description.h"
+#include "archive/query.h"
 #include "halqvantor/clsVantor.h"
 #include "platform/database.h"
 
@@ -104,6 +106,22 @@ struct clsVantor::Impl {
   // open, sets *strStatus to "File Error (" number " - " text ")", logs "Datei-Fehler (...)", clears
   // RequestPending and gives the result -1.
   Variant FileErrorResult(const std::exception& error, Variant* strStatus);
+
+  // ---- Archive lists, descriptions and the hit list (src/archive/channels.cpp, description.cpp, query.cpp).
+  archive::DescriptionState description;  // field records of the last archive description
+  archive::HitListState hits;             // the hit list of the last successful query and its sort state
+
+  // ResultRows[index]; raises 9 outside the rows.
+  const std::string& ResultRowAt(int32_t index) const;
+  // The Init of a plain list: the request of `args`, then the row count as a Long and strStatus "", or -1 as
+  // an Integer and the failure text in strStatus. Sorts the rows (SortResultRows) when asked.
+  Variant ListInit(const std::vector<Variant>& args, Variant* strStatus, bool sort_rows);
+  // The Next of a plain list: the row at the cursor, whole, or "" after the last row.
+  Variant ListNext();
+  // Sorts ResultRows by their capitals, stably.
+  void SortResultRows();
+  // Rows 1 .. ResultCount-1 become the field records, sorted by weight.
+  void LoadFieldRecords();
 };
 
 // Access to the private side for in-tree code: tests, the dispatch layer.

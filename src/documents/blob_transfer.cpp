@@ -15,7 +15,7 @@
 
 #include "component/debug_log.h"
 #include "component/vantor_impl.h"
-#include "documents/out_args.h"
+#include "component/results.h"
 #include "link/frm_comm.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
@@ -90,7 +90,7 @@ Variant clsVantor::Impl::FileErrorResult(const std::exception& error, Variant* s
   SetOut(strStatus, Variant("File Error (" + detail + ")"));
   WriteLog("Datei-Fehler (" + detail + ").");
   RequestPending = false;
-  return Failed();
+  return FailureResult();
 }
 
 Variant clsVantor::EASYTransferBLOB(const Variant& strFile, const Variant& lngFileLen, Variant* strStatus) {
@@ -98,7 +98,7 @@ Variant clsVantor::EASYTransferBLOB(const Variant& strFile, const Variant& lngFi
   std::string status;
   if (d.RefuseNestedRequest(status)) {
     SetOut(strStatus, Variant(status));
-    return Failed();
+    return FailureResult();
   }
   d.RequestPending = true;
   std::string request;
@@ -125,9 +125,9 @@ Variant clsVantor::EASYTransferBLOB(const Variant& strFile, const Variant& lngFi
     d.RequestPending = false;
     if (!ok) {
       SetOut(strStatus, Variant(status));
-      return Failed();
+      return FailureResult();
     }
-    return Succeeded();
+    return SuccessResult();
   } catch (const std::exception& e) {
     if (number != 0) {
       try {
@@ -144,7 +144,7 @@ Variant clsVantor::EASYUploadFile(const Variant& strFileName, Variant* strStatus
   std::string status;
   if (d.RefuseNestedRequest(status)) {
     SetOut(strStatus, Variant(status));
-    return Failed();
+    return FailureResult();
   }
   d.RequestPending = true;
   try {
@@ -171,12 +171,12 @@ Variant clsVantor::EASYUploadFile(const Variant& strFileName, Variant* strStatus
     if (!ok) {
       d.RequestPending = false;
       SetOut(strStatus, Variant(status));
-      return Failed();
+      return FailureResult();
     }
     // The answer is logged and otherwise dropped: no status line is read.
     if (d.LogEnabled()) d.WriteLog("Weitergabe Abfrageergebnis an IIS (" + d.form.GetResponse(d.SlotIndex) + ")");
     d.RequestPending = false;
-    return Succeeded();
+    return SuccessResult();
   } catch (const std::exception& e) {
     return d.FileErrorResult(e, strStatus);
   }

@@ -10,7 +10,7 @@
 
 #include "component/debug_log.h"
 #include "component/vantor_impl.h"
-#include "documents/out_args.h"
+#include "component/results.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "component/vantor_impl.h"
-#include "documents/out_args.h"
+#include "component/results.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
 
@@ -57,7 +57,7 @@ Variant clsVantor::CreateImportFile(const Variant& strImportFile, const Variant&
   const int error = platform::CurrentFileSystem().AppendToFile(TextOf(strImportFile), platform::Utf8ToCp1252(text));
   if (error != 0) throw RuntimeError(error);
   SetOut(strStatus, Variant(""));
-  return Succeeded();
+  return SuccessResult();
 }
 
 Variant clsVantor::EASYCreateDocument(const Variant& strImportFile, Variant* strDocIDVer, Variant* strStatus) {
@@ -65,7 +65,7 @@ Variant clsVantor::EASYCreateDocument(const Variant& strImportFile, Variant* str
   std::string status;
   if (!d.RequestList(d.BuildRequest({Variant("CreateDocument"), strImportFile}), status)) {
     SetOut(strStatus, Variant(status));
-    return Failed();
+    return FailureResult();
   }
   if (strDocIDVer != nullptr) *strDocIDVer = FirstRow(d);
   SetOut(strStatus, Variant(""));
@@ -78,7 +78,7 @@ Variant clsVantor::EASYEditDocument(const Variant& strImportFile, Variant* strDo
   std::string status;
   if (!d.RequestList(d.BuildRequest({Variant("EditDocument"), strImportFile, *strDocIDVer}), status)) {
     SetOut(strStatus, Variant(status));
-    return Failed();
+    return FailureResult();
   }
   *strDocIDVer = FirstRow(d);
   SetOut(strStatus, Variant(""));
@@ -91,10 +91,10 @@ Variant clsVantor::EASYDeleteDocument(const Variant& strChannel, const Variant& 
   std::string status;
   if (!d.RequestList(d.BuildRequest({Variant("DeleteDocument"), strChannel, strArchive, strDocID, strVer}), status)) {
     SetOut(strStatus, Variant(status));
-    return Failed();
+    return FailureResult();
   }
   SetOut(strStatus, Variant(""));
-  return Succeeded();
+  return SuccessResult();
 }
 
 }  // namespace halqvantor

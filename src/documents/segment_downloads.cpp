@@ -11,7 +11,7 @@
 #include <limits>
 
 #include "component/vantor_impl.h"
-#include "documents/out_args.h"
+#include "component/results.h"
 #include "platform/files.h"
 #include "platform/vb_runtime.h"
 
@@ -89,7 +89,7 @@ Variant clsVantor::Impl::RequestSegmentFile(const std::vector<Variant>& args, Se
   std::string status;
   if (!RequestList(BuildRequest(args), status)) {
     SetOut(strStatus, Variant(status));
-    return Failed();
+    return FailureResult();
   }
   if (ResultCount >= 2) {
     SetOut(strFileName, Variant(ResultRows[1]));
@@ -100,7 +100,7 @@ Variant clsVantor::Impl::RequestSegmentFile(const std::vector<Variant>& args, Se
     SetOut(lngFileLen, Variant(int16_t{0}));
   }
   SetOut(strStatus, Variant(""));
-  return Succeeded();
+  return SuccessResult();
 }
 
 void clsVantor::Impl::ChangeFileExtension(Variant* strFileName) {
@@ -166,7 +166,7 @@ Variant clsVantor::EASYGetSegmentERFInit(const Variant& strChannel, const Varian
           d.BuildRequest({Variant("GetSegmentERF"), strChannel, strArchive, strDocID, strVer, intFieldIndex}),
           status)) {
     SetOut(strStatus, Variant(status));
-    return Failed();
+    return FailureResult();
   }
   SetOut(strStatus, Variant(""));
   return Variant(d.ResultCount);

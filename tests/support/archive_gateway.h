@@ -10,18 +10,7 @@
 #include "support/fake_clock.h"
 #include "support/gateway_session.h"
 #include "support/scripted_gateway.h"
-
-namespace halqvantor {
-
-// Variants in failure messages: type and text.
-inline void PrintTo(const Variant& v, std::ostream* os) {
-  static const char* const kTypes[] = {"Empty", "Null",   "Integer", "Long", "Double",
-                                       "Date",  "String", "Boolean", "Byte", "Missing"};
-  *os << kTypes[static_cast<int>(v.type())];
-  if (!v.IsEmpty() && !v.IsNull() && !v.IsMissing()) *os << " \"" << v.ToString() << '"';
-}
-
-}  // namespace halqvantor
+#include "support/variant_print.h"
 
 namespace halqvantor::testing {
 

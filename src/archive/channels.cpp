@@ -1,0 +1,142 @@
+#include "archive/channels.h"
+
+#include <algorithm>
+#include <cstdint>
+
+#include "component/results.h"
+#include "component/vantor_impl.h"
+#include "platform/vb_runtime.h"
+
+namespace halqvantor {
+namespace archive {
+namespace {
+
+enum class CapitalsKind { kOwn, kAscii, kOther };
+
+// A row without small ASCII letters and non-ASCII characters is its own capital form; an ASCII row gets its
+// capitals byte by byte; any other row through UCase.
+CapitalsKind KindOf(std::string_view row) {
+  bool small = false;
+  for (char c : row) {
+    const auto b = static_cast<unsigned char>(c);
+    if (b >= 0x80) return CapitalsKind::kOther;
+    small = small || (b >= 'a' && b <= 'z');
+  }
+  return small ? CapitalsKind::kAscii : CapitalsKind::kOwn;
+}
+
+void AppendAsciiCapitals(std::string& out, std::string_view row) {
+  for (char c : row) out.push_back(c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c);
+}
+
+}  // namespace
+
+ChannelRow SplitChannelRow(std::string_view row) {
+  const size_t comma = row.find(',');
+  if (comma == std::string_view::npos) return {row, {}};
+  return {row.substr(0, comma), row.substr(comma + 1)};
+}
+
+void SortRowsByCapitals(std::vector<std::string>& rows) {
+  if (rows.size() < 2) return;
+  // The capitals of the rows that need them go into one buffer; the other rows are compared where they lie.
+  // UTF-8 byte order is code point order, so the keys compare as their characters do.
+  struct Entry {
+    const char* data;
+    uint32_t size;
+    uint32_t index;
+  };
+  std::vector<CapitalsKind> kinds(rows.size());
+  size_t capital_bytes = 0;
+  for (size_t i = 0; i < rows.size(); ++i) {
+    kinds[i] = KindOf(rows[i]);
+    if (kinds[i] != CapitalsKind::kOwn) capital_bytes += rows[i].size();
+  }
+  std::string capitals;
+  capitals.reserve(capital_bytes);
+  std::vector<size_t> offsets(rows.size());
+  for (size_t i = 0; i < rows.size(); ++i) {
+    offsets[i] = capitals.size();
+    if (kinds[i] == CapitalsKind::kAscii) AppendAsciiCapitals(capitals, rows[i]);
+    if (kinds[i] == CapitalsKind::kOther) capitals += vb::UCase(rows[i]);
+  }
+  std::vector<Entry> entries(rows.size());
+  for (size_t i = 0; i < rows.size(); ++i) {
+    entries[i].index = static_cast<uint32_t>(i);
+    if (kinds[i] == CapitalsKind::kOwn) {
+      entries[i].data = rows[i].data();
+      entries[i].size = static_cast<uint32_t>(rows[i].size());
+    } else {
+      const size_t end = i + 1 < rows.size() ? offsets[i + 1] : capitals.size();
+      entries[i].data = capitals.data() + offsets[i];
+      entries[i].size = static_cast<uint32_t>(end - offsets[i]);
+    }
+  }
+  std::stable_sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
+    return std::string_view(a.data, a.size) < std::string_view(b.data, b.size);
+  });
+
+  std::vector<std::string> sorted;
+  sorted.reserve(rows.size());
+  for (const Entry& e : entries) sorted.push_back(std::move(rows[e.index]));
+  rows.swap(sorted);
+}
+
+}  // namespace archive
+
+
+const std::string& clsVantor::Impl::ResultRowAt(int32_t index) const {
+  if (index < 0 || static_cast<size_t>(index) >= ResultRows.size()) vb::Raise(ErrorNumber::kSubscriptOutOfRange);
+  return ResultRows[static_cast<size_t>(index)];
+}
+
+void clsVantor::Impl::SortResultRows() {
+  if (ResultCount < 2) return;
+  archive::SortRowsByCapitals(ResultRows);
+}
+
+Variant clsVantor::Impl::ListInit(const std::vector<Variant>& args, Variant* strStatus, bool sort_rows) {
+  std::string status;
+  if (!RequestList(BuildRequest(args), status)) {
+    SetOut(strStatus, Variant(status));
+    return FailureResult();
+  }
+  SetOut(strStatus, Variant(""));
+  if (sort_rows) SortResultRows();
+  return Variant(ResultCount);
+}
+
+Variant clsVantor::Impl::ListNext() {
+  if (ResultCursor >= ResultCount) return Variant("");
+  Variant row(ResultRowAt(ResultCursor));
+  ++ResultCursor;
+  return row;
+}
+
+Variant clsVantor::EASYGetChannelsInit(Variant* strStatus) {
+  return impl_->ListInit({Variant("GetChannels")}, strStatus, true);
+}
+
+Variant clsVantor::EASYGetChannelsNext(Variant* strChannelDescription) {
+  Impl& d = *impl_;
+  if (d.ResultCursor >= d.ResultCount) return Variant("");
+  const std::string& row = d.ResultRowAt(d.ResultCursor);
+  ++d.ResultCursor;
+  const archive::ChannelRow channel = archive::SplitChannelRow(row);
+  SetOut(strChannelDescription, Variant(std::string(channel.description)));
+  return Variant(std::string(channel.name));
+}
+
+Variant clsVantor::EASYGetArchivesInit(const Variant& strChannel, Variant* strStatus) {
+  return impl_->ListInit({Variant("GetArchives"), strChannel}, strStatus, true);
+}
+
+Variant clsVantor::EASYGetArchivesNext() { return impl_->ListNext(); }
+
+Variant clsVantor::EASYGetAllArchivesInit(Variant* strStatus) {
+  return impl_->ListInit({Variant("GetAllArchives")}, strStatus, true);
+}
+
+Variant clsVantor::EASYGetAllArchivesNext() { return impl_->ListNext(); }
+
+}  // namespace halqvantor

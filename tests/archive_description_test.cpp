@@ -1,0 +1,87 @@
+#include <gtest/gtest.h>
+
+#include "support/archive_fixture.h"
+
+namespace halqvantor {
+namespace {
+
+using testing::ErrorNumberOf;
+using ArchiveDescription = testing::ArchiveTest;
+
+std::string FieldLine(const std::string& id, const std::string& weight) {
+  return "^" + id + "^,^Feld " + id + "^,^C^,^40^,^0^,^" + weight + "^,^" + id + "L^";
+}
+
+TEST_F(ArchiveDescription, FieldsComeOutByWeightAsStrings) {
+  Answer("Status: OK\r\nRW-X\r\n" + FieldLine("1", "10") + "\r\n" + FieldLine("2", "9") + "\r\n" +
+         FieldLine("3", "9") + "\r\n");
+  Variant rights, status = "old";
+  EXPECT_EQ(v().EASYGetArchiveDescriptionInit("K1", "A1", &rights, &status), Variant(int32_t{3}));
+  EXPECT_EQ(rights, Variant("RW-X"));
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(Requests(), std::vector<std::string>{Request("^GetArchiveDescription^,^K1^,^A1^")});
+
+  Variant id, type, size, state, weight, select;
+  EXPECT_EQ(v().EASYGetArchiveDescriptionNext(&id, &type, &size, &state, &weight, &select), Variant("Feld 2"));
+  EXPECT_EQ(std::vector<Variant>({id, type, size, state, weight, select}),
+            (std::vector<Variant>{"2", "C", "40", "0", "9", "2L"}));
+  EXPECT_EQ(v().EASYGetArchiveDescriptionNext(&id), Variant("Feld 3"));
+  EXPECT_EQ(v().EASYGetArchiveDescriptionNext(&id, nullptr, nullptr, nullptr, &weight), Variant("Feld 1"));
+  EXPECT_EQ(weight, Variant("10"));
+  EXPECT_EQ(v().EASYGetArchiveDescriptionNext(&id, &type), Variant(""));
+  EXPECT_EQ(id, Variant("1"));
+  EXPECT_EQ(type, Variant("C"));
+}
+
+TEST_F(ArchiveDescription, ShortAnswersKeepTheOldRecordsButHandOutNothing) {
+  Answer("Status: OK\r\nR\r\n" + FieldLine("1", "1") + "\r\n" + FieldLine("2", "2"));
+  Answer("Status: OK\r\nR2");
+  Answer("Status: OK");
+  ASSERT_EQ(v().EASYGetArchiveDescriptionInit("K", "A"), Variant(int32_t{2}));
+
+  Variant rights = "old";
+  EXPECT_EQ(v().EASYGetArchiveDescriptionInit("K", "A", &rights), Variant(int32_t{0}));
+  EXPECT_EQ(rights, Variant("R2"));
+  EXPECT_EQ(impl().description.FieldRecords.size(), 2u);
+  EXPECT_EQ(v().EASYGetArchiveDescriptionNext(), Variant(""));
+  // No line at all: -1, but as a Long, and no edit rights.
+  EXPECT_EQ(v().EASYGetArchiveDescriptionInit("K", "A", &rights), Variant(int32_t{-1}));
+  EXPECT_EQ(rights, Variant(""));
+  EXPECT_EQ(v().EASYGetArchiveDescriptionNext(), Variant(""));
+}
+
+TEST_F(ArchiveDescription, FailuresAndMalformedAnswers) {
+  Answer("Status: Error 2 kein Archiv");
+  Answer("Status: OK\r\nR\r\n^1^,^a^,^b^,^c^,^d^,^e");
+  Answer("Status: OK\r\nR\r\n" + FieldLine("1", "x") + "\r\n" +
+                                                                FieldLine("2", "1"));
+  Variant rights = "old", status;
+  EXPECT_EQ(v().EASYGetArchiveDescriptionInit("K", "A", &rights, &status), Variant(int16_t{-1}));
+  EXPECT_EQ(status, Variant("Error 2 kein Archiv"));
+  EXPECT_EQ(rights, Variant("old"));
+
+  EXPECT_EQ(ErrorNumberOf([&] { v().EASYGetArchiveDescriptionInit("K", "A", &rights, &status); }), 5);
+  EXPECT_EQ(ErrorNumberOf([&] { v().EASYGetArchiveDescriptionInit("K", "A", &rights, &status); }), 13);
+  // The rows of the answer stay loaded; the outs were not reached.
+  EXPECT_EQ(impl().ResultCount, 3);
+  EXPECT_EQ(rights, Variant("old"));
+}
+
+TEST_F(ArchiveDescription, SelectListEntriesComeBackWholeInTheServersOrder) {
+  Answer("Status: OK\r\nR\r\n" + FieldLine("1", "1"));
+  Answer("Status: OK\r\nz\r\n^a^,^b^\r\nA");
+  ASSERT_EQ(v().EASYGetArchiveDescriptionInit("K", "A"), Variant(int32_t{1}));
+  Variant status = "old";
+  EXPECT_EQ(v().EASYGetSegmentSelectListInit("K", "A", Variant(int16_t{42}), &status), Variant(int32_t{3}));
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(Requests()[1], Request("^GetSegmentSelectList^,^K^,^A^,^42^"));
+  // The description's Next reads the field records, which hold one field where these rows count three.
+  EXPECT_EQ(v().EASYGetArchiveDescriptionNext(), Variant("Feld 1"));
+  EXPECT_EQ(ErrorNumberOf([&] { v().EASYGetArchiveDescriptionNext(); }), 9);
+  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant("^a^,^b^"));
+  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant("A"));
+  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant(""));
+}
+
+}  // namespace
+}  // namespace halqvantor

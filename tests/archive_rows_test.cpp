@@ -1,0 +1,146 @@
+#include <gtest/gtest.h>
+
+#include "archive/channels.h"
+#include "archive/description.h"
+#include "archive/query.h"
+#include "archive/row_columns.h"
+#include "support/archive_fixture.h"
+
+namespace halqvantor::archive {
+namespace {
+
+using halqvantor::testing::ErrorNumberOf;
+using Rows = std::vector<std::string>;
+
+TEST(RowColumns, ColumnsBetweenSeparatorsAndTheirMalformedRows) {
+  const std::string row = "^K1^,^Müller, Hans^,^^,^x^";
+  EXPECT_EQ(ColumnAt(row, 0), "K1");
+  EXPECT_EQ(ColumnAt(row, 1), "Müller, Hans");
+  EXPECT_EQ(ColumnAt(row, 2), "");
+  // The last column has no separator after it.
+  EXPECT_EQ(ErrorNumberOf([&] { ColumnAt(row, 3); }), 5);
+  EXPECT_EQ(ErrorNumberOf([&] { ColumnAt("", 0); }), 5);
+  EXPECT_EQ(SplitColumns(row, 4), (Rows{"K1", "Müller, Hans", "", "x"}));
+  // A further separator stays in the last column; the closing character is dropped unchecked.
+  EXPECT_EQ(SplitColumns(row, 3), (Rows{"K1", "Müller, Hans", "^,^x"}));
+  EXPECT_EQ(SplitColumns("^a^,^bc", 2), (Rows{"a", "b"}));
+  // A row that ends with its last separator has a last column of negative extent.
+  EXPECT_EQ(ErrorNumberOf([] { SplitColumns("^a^,^", 2); }), 5);
+}
+
+TEST(ChannelRows, NameBeforeTheFirstCommaAndCapitalOrder) {
+  EXPECT_EQ(SplitChannelRow("K1,Rechnungen, alt").name, "K1");
+  EXPECT_EQ(SplitChannelRow("K1,Rechnungen, alt").description, "Rechnungen, alt");
+  EXPECT_EQ(SplitChannelRow("K2").description, "");
+
+  Rows rows = {"b,2", "A,1", "a,0"};
+  SortRowsByCapitals(rows);
+  EXPECT_EQ(rows, (Rows{"a,0", "A,1", "b,2"}));
+  // Rows equal in capitals keep their order, whether or not they needed capitals made.
+  rows = {"b", "A", "a", "B", "ä", "Z", "Ä"};
+  SortRowsByCapitals(rows);
+  EXPECT_EQ(rows, (Rows{"A", "a", "b", "B", "Z", "ä", "Ä"}));
+}
+
+TEST(FieldRecords, SevenColumnsSortedByNumericWeightStably) {
+  EXPECT_EQ(ParseFieldLine("^1^,^Name^,^C^,^40^,^0^,^10^,^1^"),
+            (FieldRecord{"1", "Name", "C", "40", "0", "10", "1"}));
+  EXPECT_EQ(ErrorNumberOf([] { ParseFieldLine("^1^,^Name^,^C^,^40^,^0^,^10"); }), 5);
+
+  auto record = [](std::string id, std::string weight) { return FieldRecord{id, "", "", "", "", weight, ""}; };
+  std::vector<FieldRecord> records = {record("a", "10"), record("b", "9"), record("c", " 9 "), record("d", "-1")};
+  SortFieldRecords(records);
+  std::string ids;
+  for (const FieldRecord& r : records) ids += r[0];
+  EXPECT_EQ(ids, "dbca");
+
+  // A weight that is no number stops the sort after one exchange pass over the records before it.
+  records = {record("a", "10"), record("b", "9"), record("c", "8"), record("d", "x"), record("e", "1")};
+  EXPECT_EQ(ErrorNumberOf([&] { SortFieldRecords(records); }), 13);
+  ids.clear();
+  for (const FieldRecord& r : records) ids += r[0];
+  EXPECT_EQ(ids, "bcade");
+  records = {record("a", "1"), record("b", "99999999999")};
+  EXPECT_EQ(ErrorNumberOf([&] { SortFieldRecords(records); }), 6);
+  // A single record is never compared.
+  records = {record("a", "x")};
+  EXPECT_NO_THROW(SortFieldRecords(records));
+}
+
+TEST(HitLines, ColumnsLocationAndDisplayRest) {
+  const HitLine hit = ParseHitLine("^001K1)\\Rechnungen^,^4711^,^2^,^A^,^B^");
+  EXPECT_EQ(hit.location, "001K1)\\Rechnungen");
+  EXPECT_EQ(hit.doc_id, "4711");
+  EXPECT_EQ(hit.version, "2");
+  EXPECT_EQ(hit.display, "^A^,^B^");
+  // Three columns: no display columns, and the version ends one character before the line's end.
+  const HitLine three = ParseHitLine("^loc^,^4711^,^2^");
+  EXPECT_EQ(three.version, "2");
+  EXPECT_EQ(three.display, "");
+  EXPECT_EQ(ParseHitLine("^loc^,^4711^,^23").version, "2");
+  EXPECT_EQ(ErrorNumberOf([] { ParseHitLine("^loc^,^4711"); }), 5);
+  EXPECT_EQ(ErrorNumberOf([] { ParseHitLine(""); }), 5);
+
+  const Location location = SplitLocation("001K1)\\Rechnungen");
+  EXPECT_EQ(location.channel, "K1");
+  EXPECT_EQ(location.archive, "Rechnungen");
+  // The three leading characters are characters, not bytes.
+  EXPECT_EQ(SplitLocation("äöüKanal)\\Archiv").channel, "Kanal");
+  EXPECT_EQ(ErrorNumberOf([] { SplitLocation("001K1\\Rechnungen"); }), 5);
+  EXPECT_EQ(ErrorNumberOf([] { SplitLocation("0)\\1K1)\\A"); }), 5);
+}
+
+TEST(HitLines, SortColumnsIncludingTheLastAndThosePastTheEnd) {
+  const std::string line = "^loc^,^id^,^v^,^last^";
+  EXPECT_EQ(SortColumnText(line, 1), "loc");
+  EXPECT_EQ(SortColumnText(line, 2), "id");
+  EXPECT_EQ(SortColumnText(line, 4), "last");
+  EXPECT_EQ(SortColumnText(line, 0), "loc");
+  // Past the end the search starts over at position 3: "^a^,^b^" reads "", "b", then fails, round after
+  // round, however far the column lies.
+  EXPECT_EQ(ErrorNumberOf([] { SortColumnText("^a^,^b^", 3); }), 5);
+  EXPECT_EQ(SortColumnText("^a^,^b^", 4), "");
+  EXPECT_EQ(SortColumnText("^a^,^b^", 5), "b");
+  EXPECT_EQ(ErrorNumberOf([] { SortColumnText("^a^,^b^", 6); }), 5);
+  EXPECT_EQ(SortColumnText("^a^,^b^", 30001), "");
+  EXPECT_EQ(SortColumnText("^a^,^b^", 30002), "b");
+  EXPECT_EQ(ErrorNumberOf([] { SortColumnText("^a^,^b^", 30003); }), 5);
+}
+
+TEST(SortKeys, DatesAndZeroPaddedNumbers) {
+  EXPECT_EQ(SortKey("01.02.2002", kDateColumnFlag), "20020201");
+  EXPECT_EQ(SortKey("15.1.2002", kDateColumnFlag), "20020115");
+  EXPECT_EQ(SortKey(" 2002-01-15 ", kDateColumnFlag | kNumberColumnFlag), "20020115");
+  EXPECT_EQ(SortKey("15.01.2002 9:05", kDateColumnFlag), "20020115");
+  EXPECT_EQ(SortKey("2002-01-15T09:05:59", kDateColumnFlag), "20020115");
+  EXPECT_EQ(SortKey("29.02.2004", kDateColumnFlag), "20040229");
+  // Not dates: they stay as they are, even when they are numbers.
+  for (const char* text : {"29.02.2003", "1.2.02", "2002-1-15", "15.01.2002 24:00", "15.01.2002x", "12", ""}) {
+    EXPECT_EQ(SortKey(text, kDateColumnFlag | kNumberColumnFlag), text);
+  }
+  EXPECT_EQ(SortKey("9", kNumberColumnFlag), "00000000000000000009");
+  EXPECT_EQ(SortKey("-5", kNumberColumnFlag), "000000000000000000-5");
+  EXPECT_EQ(SortKey("1.5E3", kNumberColumnFlag), "0000000000000001.5E3");
+  EXPECT_EQ(SortKey("123456789012345678901234", kNumberColumnFlag), "56789012345678901234");
+  EXPECT_EQ(SortKey("12a", kNumberColumnFlag), "12a");
+  EXPECT_EQ(SortKey("9", 0), "9");
+}
+
+TEST(LayoutList, IdsJoinedByCommasLayoutsBySemicolons) {
+  std::string ids, layouts;
+  SplitLayoutList("1=A;7=B", ids, layouts);
+  EXPECT_EQ(ids, "1,7");
+  EXPECT_EQ(layouts, "A;B");
+  // A pair without "=" ends the split with the pairs before it kept.
+  ids.clear();
+  layouts.clear();
+  EXPECT_EQ(ErrorNumberOf([&] { SplitLayoutList("1=A;7", ids, layouts); }), 5);
+  EXPECT_EQ(ids, "1");
+  EXPECT_EQ(layouts, "A");
+  ids.clear();
+  layouts.clear();
+  EXPECT_EQ(ErrorNumberOf([&] { SplitLayoutList(std::string(40000, 'x'), ids, layouts); }), 6);
+}
+
+}  // namespace
+}  // namespace halqvantor::archive
