@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -84,6 +85,135 @@ class EndToEnd : public ::testing::Test {
   std::thread thread_;
   std::unique_ptr<clsVantor> vantor_;
 };
+
+// ---- channels, archives, description, select lists
+
+TEST_F(EndToEnd, ChannelsAndArchivesSortedByTheirCapitals) {
+  Variant status("old");
+  EXPECT_EQ(v().EASYGetChannelsInit(&status), Long(3));
+  EXPECT_EQ(status, Variant(""));
+  std::vector<Variant> channels, descriptions;
+  for (Variant d; channels.empty() || channels.back() != Variant("");) {
+    channels.push_back(v().EASYGetChannelsNext(&d));
+    descriptions.push_back(d);
+  }
+  EXPECT_EQ(channels, (std::vector<Variant>{"FIBU", "PERSONAL", "VERTRAG", ""}));
+  EXPECT_EQ(descriptions[0], Variant("Finanzbuchhaltung, Rechnungseingang und -ausgang"));
+
+  EXPECT_EQ(v().EASYGetArchivesInit(kFibu, &status), Long(2));
+  EXPECT_EQ(v().EASYGetArchivesNext(), Variant("Ausgangsrechnungen"));
+  EXPECT_EQ(v().EASYGetArchivesNext(), Variant(kIn));
+  EXPECT_EQ(v().EASYGetArchivesNext(), Variant(""));
+  EXPECT_EQ(v().EASYGetArchivesInit("KEIN", &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 30");
+
+  EXPECT_EQ(v().EASYGetAllArchivesInit(&status), Long(5));
+  std::vector<Variant> all;
+  for (Variant a = v().EASYGetAllArchivesNext(); a != Variant(""); a = v().EASYGetAllArchivesNext()) all.push_back(a);
+  EXPECT_EQ(all, (std::vector<Variant>{"$(#FIBU)\\Ausgangsrechnungen", "$(#FIBU)\\Eingangsrechnungen",
+                                       "$(#PERSONAL)\\Personalakten", "$(#VERTRAG)\\Korrespondenz",
+                                       "$(#VERTRAG)\\Verträge"}));
+}
+
+TEST_F(EndToEnd, ArchiveDescriptionByWeightAndSelectLists) {
+  Variant rights("old"), status("old");
+  EXPECT_EQ(v().EASYGetArchiveDescriptionInit(kFibu, kIn, &rights, &status), Long(6));
+  EXPECT_EQ(rights, Variant("RCEDI"));
+  EXPECT_EQ(status, Variant(""));
+  std::vector<Variant> names;
+  std::vector<std::vector<Variant>> fields;
+  for (;;) {
+    std::vector<Variant> f(6);
+    const Variant name = v().EASYGetArchiveDescriptionNext(&f[0], &f[1], &f[2], &f[3], &f[4], &f[5]);
+    if (name == Variant("")) break;
+    names.push_back(name);
+    fields.push_back(f);
+  }
+  ASSERT_EQ(fields.size(), 6u);
+  for (size_t i = 1; i < fields.size(); ++i) {
+    EXPECT_LE(std::stoi(fields[i - 1][4].ToString()), std::stoi(fields[i][4].ToString())) << i;
+  }
+  for (size_t i = 0; i < fields.size(); ++i) {
+    EXPECT_EQ(fields[i][5], Variant(fields[i][0] == Variant("5") || fields[i][0] == Variant("6") ? "1" : "0"));
+  }
+
+  EXPECT_EQ(v().EASYGetSegmentSelectListInit(kFibu, kIn, int16_t{6}, &status), Long(3));
+  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant("offen"));
+  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant("geprüft"));
+  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant("bezahlt"));
+  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant(""));
+  EXPECT_EQ(v().EASYGetSegmentSelectListInit(kFibu, kIn, int16_t{9}, &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 33");
+  // The gast account may read, nothing more.
+  v().strEASYUser = "gast";
+  v().strEASYPwd = "gast";
+  EXPECT_EQ(v().EASYGetArchiveDescriptionInit(kFibu, kIn, &rights), Long(6));
+  EXPECT_EQ(rights, Variant("R"));
+}
+
+// ---- query, hit list, sort, delete, query formats
+
+TEST_F(EndToEnd, QueryHitListSortAndDelete) {
+  Variant fields("old"), layouts("old"), total("old"), multi("old"), status("old");
+  const Variant count = v().EASYQueryArchiveInit(kFibu, kIn, "", int32_t{0}, int32_t{0}, "Kurz", Variant::missing(),
+                                                 &fields, &layouts, &total, &multi, &status);
+  EXPECT_EQ(count, Long(15));
+  EXPECT_EQ(total, Variant("14"));
+  EXPECT_EQ(fields, Variant("1,2"));
+  EXPECT_EQ(layouts, Variant("10;11"));
+  EXPECT_EQ(multi, Variant(true));  // every invoice has its scan
+  EXPECT_EQ(status, Variant(""));
+  std::vector<Variant> where(4);
+  EXPECT_EQ(v().EASYQueryArchiveNext(&where[0], &where[1], &where[2], &where[3]), Variant("^Rechnungsnummer^,^Lieferant^"));
+  EXPECT_EQ(where[0], Variant("Channel"));
+  EXPECT_EQ(v().EASYQueryArchiveNext(&where[0], &where[1], &where[2], &where[3]),
+            Variant("^2002-0117^,^Meier GmbH^"));
+  EXPECT_EQ(where, (std::vector<Variant>{kFibu, kIn, "1000001", "1"}));
+
+  // Sorting by the supplier twice: against the server's order, then back.
+  auto sorted = [&] {
+    std::vector<std::string> keys;
+    for (Variant row = v().EASYSortHitlistNext(); row != Variant(""); row = v().EASYSortHitlistNext()) {
+      keys.push_back(row.ToString());
+    }
+    return keys;
+  };
+  EXPECT_EQ(v().EASYSortHitlistInit(int32_t{2}), 14);
+  const std::vector<std::string> first = sorted();
+  ASSERT_EQ(first.size(), 15u);
+  EXPECT_EQ(v().EASYSortHitlistInit(int32_t{2}), 14);
+  const std::vector<std::string> seen = sorted();
+  ASSERT_EQ(seen.size(), 15u);
+  std::vector<std::string> second = seen;
+  EXPECT_EQ(first[0], second[0]);
+  std::reverse(second.begin() + 1, second.end());
+  EXPECT_EQ(std::vector<std::string>(first.begin() + 1, first.end()),
+            std::vector<std::string>(second.begin() + 1, second.end()));
+
+  // The first hit as last seen goes; a new sort shows 13.
+  EXPECT_EQ(v().EASYDeleteFromHitlist(int32_t{1}), Variant());
+  EXPECT_EQ(v().EASYSortHitlistInit(int32_t{2}), 13);
+  const std::vector<std::string> after = sorted();
+  EXPECT_EQ(std::count(after.begin(), after.end(), seen[1]), 0) << seen[1];
+  EXPECT_EQ(after.size(), 14u);
+
+  // Field conditions, the hit limit and a TIFF in every hit.
+  EXPECT_EQ(v().EASYQueryArchiveInit(kFibu, kIn, ".LIEFERANT=(meier*)", int32_t{1}, int32_t{0}, "Standard",
+                                     Variant::missing(), &fields, &layouts, &total, &multi),
+            Long(2));
+  EXPECT_GE(std::stoi(total.ToString()), 1);
+  EXPECT_EQ(v().EASYQueryArchiveNext(), Variant("^Rechnungsnummer^,^Lieferant^,^Rechnungsdatum^,^Betrag^"));
+  EXPECT_EQ(v().EASYQueryArchiveInit(kFibu, kIn, ".NIX=(1)", int32_t{0}, int32_t{0}, Variant::missing(),
+                                     Variant::missing(), nullptr, nullptr, nullptr, nullptr, &status),
+            kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 33");
+
+  EXPECT_EQ(v().EASYGetQueryFormatListInit(kFibu, kIn, &status), Long(3));
+  EXPECT_EQ(v().EASYGetQueryFormatListNext(), Variant("Standard"));
+  EXPECT_EQ(v().EASYGetQueryFormatListNext(), Variant("Kurz"));
+  EXPECT_EQ(v().EASYGetQueryFormatListNext(), Variant("Buchhaltung"));
+  EXPECT_EQ(v().EASYGetQueryFormatListNext(), Variant(""));
+}
 
 // ---- documents: info, segments, text, notes
 
