@@ -445,10 +445,10 @@ TEST_F(GatewayTest, DocumentInfoSegmentsAndMarkedText) {
   const Reply info = Ask({"GetDocumentInfo", kFibu, kIn, "1000001", "1"});
   ASSERT_EQ(info.rows.size(), 1u);
   const std::vector<std::string> c = SplitColumns(info.rows[0]);
-  ASSERT_EQ(c.size(), 12u);
+  ASSERT_EQ(c.size(), 13u);
   EXPECT_EQ(c[2], "1000001");
   EXPECT_EQ(c[7], "Rechnung 2002-0117 Meier GmbH");
-  EXPECT_EQ(std::vector<std::string>(c.begin() + 8, c.end()), (std::vector<std::string>{"4", "1", "1", "2"}));
+  EXPECT_EQ(std::vector<std::string>(c.begin() + 8, c.end()), (std::vector<std::string>{"4", "1", "1", "2", "1"}));
   EXPECT_EQ(Ask({"GetDocumentInfo", kFibu, kIn, "1000001", "7"}).status.substr(0, 16), "Status: Error 32");
   EXPECT_EQ(Ask({"GetDocumentInfo", kFibu, kIn, "4711", ""}).status.substr(0, 16), "Status: Error 32");
 

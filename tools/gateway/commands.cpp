@@ -419,6 +419,7 @@ Commands::Rows Commands::QueryArchive(const Request& r) {
 
 // ---- documents -------------------------------------------------------------------------------------------
 
+// Clients read the blob segment count up to the separator after it, so the version count follows it.
 Commands::Rows Commands::GetDocumentInfo(const Request& r) {
   const Target t = DocumentFor(r, 'R');
   size_t length = 0;
@@ -432,7 +433,7 @@ Commands::Rows Commands::GetDocumentInfo(const Request& r) {
   return {Row({t.channel->name, t.archive->name, t.document->id, std::to_string(t.version->version),
                std::to_string(length), t.document->created, t.version->changed, OneLine(t.version->title),
                std::to_string(counts[0]), std::to_string(counts[1]), std::to_string(counts[2]),
-               std::to_string(counts[3])})};
+               std::to_string(counts[3]), std::to_string(t.document->versions.size())})};
 }
 
 Commands::Rows Commands::GetSegmentDescription(const Request& r) {

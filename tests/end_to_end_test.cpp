@@ -1,0 +1,637 @@
+// clsVantor against the reference gateway, in-process on a loopback port over a copy of the sample archive:
+// every archive and document member with the values the sample holds.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "server.h"
+#include "support/archive_gateway.h"
+#include "support/temp_dir.h"
+
+namespace halqvantor {
+namespace {
+
+namespace fs = std::filesystem;
+using gateway::GatewayOptions;
+using gateway::GatewayServer;
+using testing::ReadFile;
+using testing::TempDir;
+using testing::WriteFile;
+
+const std::string kFibu = "FIBU";
+const std::string kIn = "Eingangsrechnungen";
+const Variant kOne(int16_t{1});
+const Variant kFailed(int16_t{-1});
+
+Variant Long(int32_t v) { return Variant(v); }
+
+class EndToEnd : public ::testing::Test {
+ protected:
+  // The number of requests the gateway answers busy before it serves.
+  virtual int Busy() const { return 0; }
+
+  void SetUp() override {
+    fs::copy(VANTOR_GATEWAY_SAMPLE, data(), fs::copy_options::recursive);
+    fs::create_directories(blob());
+    StartGateway(Busy());
+    vantor_ = std::make_unique<clsVantor>();
+    vantor_->strREMOTEHOST = "127.0.0.1";
+    vantor_->lngREMOTEPORT = server_->port();
+    vantor_->lngREQUESTTIMEOUT = 10;
+    vantor_->strSessionID = "E2E";
+    vantor_->strEASYUser = "easy";
+    vantor_->strEASYPwd = "easy";
+    vantor_->strBlobPathLocal = blob();
+    vantor_->strBlobPathRemote = blob();
+    vantor_->strDebugLogPath = dir_.File("");
+    vantor_->Init();
+  }
+  void TearDown() override {
+    vantor_.reset();
+    StopGateway();
+  }
+
+  void StartGateway(int busy) {
+    GatewayOptions options;
+    options.data_dir = data();
+    options.blob_dir = blob();
+    options.busy = busy;
+    server_ = std::make_unique<GatewayServer>(options);
+    thread_ = std::thread([this] { server_->Run(); });
+  }
+  void StopGateway() {
+    if (!server_) return;
+    server_->Stop();
+    thread_.join();
+    server_.reset();
+  }
+
+  std::string data() const { return dir_.File("data"); }
+  std::string blob() const { return dir_.File("blob"); }
+  std::string InBlob(const std::string& name) const { return blob() + "/" + name; }
+  // The remote form of a file of the blob folder, with the separator the gateway expects.
+  std::string Remote(const std::string& name) const { return blob() + "\\" + name; }
+
+  clsVantor& v() { return *vantor_; }
+
+  TempDir dir_;
+  std::unique_ptr<GatewayServer> server_;
+  std::thread thread_;
+  std::unique_ptr<clsVantor> vantor_;
+};
+
+// ---- channels, archives, description, select lists
+
+TEST_F(EndToEnd, ChannelsAndArchivesSortedByTheirCapitals) {
+  Variant status("old");
+  EXPECT_EQ(v().EASYGetChannelsInit(&status), Long(3));
+  EXPECT_EQ(status, Variant(""));
+  std::vector<Variant> channels, descriptions;
+  for (Variant d; channels.empty() || channels.back() != Variant("");) {
+    channels.push_back(v().EASYGetChannelsNext(&d));
+    descriptions.push_back(d);
+  }
+  EXPECT_EQ(channels, (std::vector<Variant>{"FIBU", "PERSONAL", "VERTRAG", ""}));
+  EXPECT_EQ(descriptions[0], Variant("Finanzbuchhaltung, Rechnungseingang und -ausgang"));
+
+  EXPECT_EQ(v().EASYGetArchivesInit(kFibu, &status), Long(2));
+  EXPECT_EQ(v().EASYGetArchivesNext(), Variant("Ausgangsrechnungen"));
+  EXPECT_EQ(v().EASYGetArchivesNext(), Variant(kIn));
+  EXPECT_EQ(v().EASYGetArchivesNext(), Variant(""));
+  EXPECT_EQ(v().EASYGetArchivesInit("KEIN", &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 30");
+
+  EXPECT_EQ(v().EASYGetAllArchivesInit(&status), Long(5));
+  std::vector<Variant> all;
+  for (Variant a = v().EASYGetAllArchivesNext(); a != Variant(""); a = v().EASYGetAllArchivesNext()) all.push_back(a);
+  EXPECT_EQ(all, (std::vector<Variant>{"$(#FIBU)\\Ausgangsrechnungen", "$(#FIBU)\\Eingangsrechnungen",
+                                       "$(#PERSONAL)\\Personalakten", "$(#VERTRAG)\\Korrespondenz",
+                                       "$(#VERTRAG)\\Verträge"}));
+}
+
+TEST_F(EndToEnd, ArchiveDescriptionByWeightAndSelectLists) {
+  Variant rights("old"), status("old");
+  EXPECT_EQ(v().EASYGetArchiveDescriptionInit(kFibu, kIn, &rights, &status), Long(6));
+  EXPECT_EQ(rights, Variant("RCEDI"));
+  EXPECT_EQ(status, Variant(""));
+  std::vector<Variant> names;
+  std::vector<std::vector<Variant>> fields;
+  for (;;) {
+    std::vector<Variant> f(6);
+    const Variant name = v().EASYGetArchiveDescriptionNext(&f[0], &f[1], &f[2], &f[3], &f[4], &f[5]);
+    if (name == Variant("")) break;
+    names.push_back(name);
+    fields.push_back(f);
+  }
+  ASSERT_EQ(fields.size(), 6u);
+  for (size_t i = 1; i < fields.size(); ++i) {
+    EXPECT_LE(std::stoi(fields[i - 1][4].ToString()), std::stoi(fields[i][4].ToString())) << i;
+  }
+  for (size_t i = 0; i < fields.size(); ++i) {
+    EXPECT_EQ(fields[i][5], Variant(fields[i][0] == Variant("5") || fields[i][0] == Variant("6") ? "1" : "0"));
+  }
+
+  EXPECT_EQ(v().EASYGetSegmentSelectListInit(kFibu, kIn, int16_t{6}, &status), Long(3));
+  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant("offen"));
+  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant("geprüft"));
+  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant("bezahlt"));
+  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant(""));
+  EXPECT_EQ(v().EASYGetSegmentSelectListInit(kFibu, kIn, int16_t{9}, &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 33");
+  // The gast account may read, nothing more.
+  v().strEASYUser = "gast";
+  v().strEASYPwd = "gast";
+  EXPECT_EQ(v().EASYGetArchiveDescriptionInit(kFibu, kIn, &rights), Long(6));
+  EXPECT_EQ(rights, Variant("R"));
+}
+
+// ---- query, hit list, sort, delete, query formats
+
+TEST_F(EndToEnd, QueryHitListSortAndDelete) {
+  Variant fields("old"), layouts("old"), total("old"), multi("old"), status("old");
+  const Variant count = v().EASYQueryArchiveInit(kFibu, kIn, "", int32_t{0}, int32_t{0}, "Kurz", Variant::missing(),
+                                                 &fields, &layouts, &total, &multi, &status);
+  EXPECT_EQ(count, Long(15));
+  EXPECT_EQ(total, Variant("14"));
+  EXPECT_EQ(fields, Variant("1,2"));
+  EXPECT_EQ(layouts, Variant("10;11"));
+  EXPECT_EQ(multi, Variant(true));  // every invoice has its scan
+  EXPECT_EQ(status, Variant(""));
+  std::vector<Variant> where(4);
+  EXPECT_EQ(v().EASYQueryArchiveNext(&where[0], &where[1], &where[2], &where[3]), Variant("^Rechnungsnummer^,^Lieferant^"));
+  EXPECT_EQ(where[0], Variant("Channel"));
+  EXPECT_EQ(v().EASYQueryArchiveNext(&where[0], &where[1], &where[2], &where[3]),
+            Variant("^2002-0117^,^Meier GmbH^"));
+  EXPECT_EQ(where, (std::vector<Variant>{kFibu, kIn, "1000001", "1"}));
+
+  // Sorting by the supplier twice: against the server's order, then back.
+  auto sorted = [&] {
+    std::vector<std::string> keys;
+    for (Variant row = v().EASYSortHitlistNext(); row != Variant(""); row = v().EASYSortHitlistNext()) {
+      keys.push_back(row.ToString());
+    }
+    return keys;
+  };
+  EXPECT_EQ(v().EASYSortHitlistInit(int32_t{2}), 14);
+  const std::vector<std::string> first = sorted();
+  ASSERT_EQ(first.size(), 15u);
+  EXPECT_EQ(v().EASYSortHitlistInit(int32_t{2}), 14);
+  const std::vector<std::string> seen = sorted();
+  ASSERT_EQ(seen.size(), 15u);
+  std::vector<std::string> second = seen;
+  EXPECT_EQ(first[0], second[0]);
+  std::reverse(second.begin() + 1, second.end());
+  EXPECT_EQ(std::vector<std::string>(first.begin() + 1, first.end()),
+            std::vector<std::string>(second.begin() + 1, second.end()));
+
+  // The first hit as last seen goes; a new sort shows 13.
+  EXPECT_EQ(v().EASYDeleteFromHitlist(int32_t{1}), Variant());
+  EXPECT_EQ(v().EASYSortHitlistInit(int32_t{2}), 13);
+  const std::vector<std::string> after = sorted();
+  EXPECT_EQ(std::count(after.begin(), after.end(), seen[1]), 0) << seen[1];
+  EXPECT_EQ(after.size(), 14u);
+
+  // Field conditions, the hit limit and a TIFF in every hit.
+  EXPECT_EQ(v().EASYQueryArchiveInit(kFibu, kIn, ".LIEFERANT=(meier*)", int32_t{1}, int32_t{0}, "Standard",
+                                     Variant::missing(), &fields, &layouts, &total, &multi),
+            Long(2));
+  EXPECT_GE(std::stoi(total.ToString()), 1);
+  EXPECT_EQ(v().EASYQueryArchiveNext(), Variant("^Rechnungsnummer^,^Lieferant^,^Rechnungsdatum^,^Betrag^"));
+  EXPECT_EQ(v().EASYQueryArchiveInit(kFibu, kIn, ".NIX=(1)", int32_t{0}, int32_t{0}, Variant::missing(),
+                                     Variant::missing(), nullptr, nullptr, nullptr, nullptr, &status),
+            kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 33");
+
+  EXPECT_EQ(v().EASYGetQueryFormatListInit(kFibu, kIn, &status), Long(3));
+  EXPECT_EQ(v().EASYGetQueryFormatListNext(), Variant("Standard"));
+  EXPECT_EQ(v().EASYGetQueryFormatListNext(), Variant("Kurz"));
+  EXPECT_EQ(v().EASYGetQueryFormatListNext(), Variant("Buchhaltung"));
+  EXPECT_EQ(v().EASYGetQueryFormatListNext(), Variant(""));
+}
+
+// ---- documents: info, segments, text, notes
+
+TEST_F(EndToEnd, DocumentInfoAndSegmentDescription) {
+  std::vector<Variant> info(8);
+  Variant status("old");
+  EXPECT_EQ(v().EASYGetDocumentInfo(kFibu, kIn, "1000001", "1", &info[0], &info[1], &info[2], &info[3], &info[4],
+                                    &info[5], &info[6], &info[7], &status),
+            Long(1));
+  EXPECT_EQ(status, Variant(""));
+  const std::string length = std::to_string(fs::file_size(data() + "/files/text/1000001.txt") +
+                                            fs::file_size(data() + "/files/eingang_beleg_a.tif") +
+                                            fs::file_size(data() + "/files/rechnung_original.pdf"));
+  EXPECT_EQ(info[0].type(), VarType::String);
+  EXPECT_GE(std::stoll(info[0].ToString()), std::stoll(length));
+  EXPECT_EQ(std::vector<Variant>(info.begin() + 1, info.end()),
+            (std::vector<Variant>{"01.01.2002", "01.01.2002", "Rechnung 2002-0117 Meier GmbH", "4", "1", "1", "2"}));
+  // An unknown version: the gateway's status, outs untouched.
+  EXPECT_EQ(v().EASYGetDocumentInfo(kFibu, kIn, "1000001", "7", &info[0], nullptr, nullptr, nullptr, nullptr,
+                                    nullptr, nullptr, nullptr, &status),
+            kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 32");
+  EXPECT_EQ(info[1], Variant("01.01.2002"));
+
+  Variant notes;
+  EXPECT_EQ(v().EASYGetSegmentDescriptionInit(kFibu, kIn, "1000001", "1", Variant::missing(), &notes, &status),
+            Long(4));
+  EXPECT_EQ(notes, Variant("2"));
+  EXPECT_EQ(status, Variant(""));
+  std::vector<std::vector<Variant>> segments;
+  std::vector<Variant> names;
+  for (;;) {
+    std::vector<Variant> out(11);
+    const Variant name = v().EASYGetSegmentDescriptionNext(&out[0], &out[1], &out[2], &out[3], &out[4], &out[5],
+                                                           &out[6], &out[7], &out[8], &out[9], &out[10]);
+    if (name == Variant("")) break;
+    names.push_back(name);
+    segments.push_back(out);
+  }
+  EXPECT_EQ(names, (std::vector<Variant>{"TEXT", "BELEG", "ORIGINAL", "VERWEISE"}));
+  ASSERT_EQ(segments.size(), 4u);
+  const std::string tif_len = std::to_string(fs::file_size(data() + "/files/eingang_beleg_a.tif"));
+  EXPECT_EQ(segments[0][0], Variant("1"));
+  EXPECT_GT(std::stoll(segments[0][1].ToString()), 200);
+  EXPECT_EQ(segments[1], (std::vector<Variant>{"2", "0", "0", tif_len, "TIF", "2", segments[1][6],
+                                               "eingang_beleg_a.tif", "0", "11", "0"}));
+  EXPECT_EQ(segments[2][4], Variant("PDF"));
+  EXPECT_EQ(segments[3][5], Variant("4"));
+  // Past the last segment: "" and the outs untouched.
+  Variant id("kept");
+  EXPECT_EQ(v().EASYGetSegmentDescriptionNext(&id), Variant(""));
+  EXPECT_EQ(id, Variant("kept"));
+
+  // Thumbnails land in the folder the request names.
+  EXPECT_EQ(v().EASYGetSegmentDescriptionInit(kFibu, kIn, "1000001", "1", blob(), &notes), Long(4));
+  std::vector<Variant> out(11);
+  v().EASYGetSegmentDescriptionNext();
+  v().EASYGetSegmentDescriptionNext(&out[0], &out[1], &out[2], &out[3], &out[4], &out[5], &out[6], &out[7], &out[8],
+                                    &out[9], &out[10]);
+  EXPECT_NE(out[10], Variant("0"));
+  EXPECT_EQ(std::to_string(fs::file_size(InBlob("TN_1000001_1_2.TIF"))), out[10].ToString());
+}
+
+TEST_F(EndToEnd, SegmentTextWithTheCallersMarkersAndLineBreak) {
+  Variant status("old");
+  EXPECT_EQ(v().EASYGetSegmentTextInit(kFibu, kIn, "1000001", "1", "meier", "<b>", "</b>", "<br>",
+                                       Variant::missing(), &status),
+            Long(1));
+  EXPECT_EQ(status, Variant(""));
+  const Variant piece = v().EASYGetSegmentTextNext();
+  ASSERT_EQ(piece.type(), VarType::String);
+  const std::string text = piece.ToString();
+  EXPECT_TRUE(text.starts_with("Rechnung 2002-0117<br>Lieferant: <b>Meier</b> GmbH<br>")) << text;
+  EXPECT_NE(text.find("Leistung: Büromaterial"), std::string::npos);  // Windows-1252 on the wire, UTF-8 here
+  EXPECT_EQ(text.find("\r\n"), std::string::npos);
+  EXPECT_EQ(v().EASYGetSegmentTextNext(), Variant(""));
+
+  // Blanks replaced by the caller's text; the default line break is CR LF.
+  EXPECT_EQ(v().EASYGetSegmentTextInit(kFibu, kIn, "1000001", "1", "", "", "", Variant::missing(), "_"), Long(1));
+  EXPECT_TRUE(v().EASYGetSegmentTextNext().ToString().starts_with("Rechnung_2002-0117\r\nLieferant:_Meier_GmbH"));
+
+  // An unknown archive: the gateway's status.
+  EXPECT_EQ(v().EASYGetSegmentTextInit(kFibu, "Rechnungen", "1000001", "1", "", "", "", "", "", &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 31");
+}
+
+TEST_F(EndToEnd, NotesReadWrittenAndDeleted) {
+  Variant status("old");
+  EXPECT_EQ(v().EASYGetNotesInit(kFibu, kIn, "1000001", "1", &status), Long(2));
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(v().EASYGetNotesNext(), Variant("^1^,^easy^,^05.02.2002^,^09:12:44^,Betrag mit Bestellung 4711 abgeglichen."));
+  EXPECT_EQ(v().EASYGetNotesNext(), Variant("^2^,^admin^,^06.02.2002^,^14:30:02^,Skonto nicht gezogen.\r\n"
+                                            "Bitte Rücksprache mit Herrn Meier.\r\nFrist: 15.02.2002"));
+  EXPECT_EQ(v().EASYGetNotesNext(), Variant(""));
+
+  // A note with the caller's line break, kept by the gateway with CR LF; then all notes deleted.
+  EXPECT_EQ(v().EASYWriteNote(kFibu, kIn, "1000003", "1", "Erste Zeile|Zweite Zeile", "|", &status), kOne);
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(v().EASYGetNotesInit(kFibu, kIn, "1000003", "1"), Long(1));
+  const std::string note = v().EASYGetNotesNext().ToString();
+  EXPECT_EQ(note.substr(0, 12), "^1^,^easy^,^");
+  EXPECT_TRUE(note.ends_with("^,Erste Zeile\r\nZweite Zeile")) << note;
+  // Only the first 8000 characters are sent.
+  EXPECT_EQ(v().EASYWriteNote(kFibu, kIn, "1000003", "1", std::string(8100, 'x')), kOne);
+  EXPECT_EQ(v().EASYGetNotesInit(kFibu, kIn, "1000003", "1"), Long(2));
+  v().EASYGetNotesNext();
+  const std::string second = v().EASYGetNotesNext().ToString();
+  EXPECT_EQ(second.substr(second.find(",x")), "," + std::string(8000, 'x'));
+
+  EXPECT_EQ(v().EASYDeleteNotes(kFibu, kIn, "1000003", "1", &status), kOne);
+  EXPECT_EQ(v().EASYGetNotesInit(kFibu, kIn, "1000003", "1"), Long(0));
+  EXPECT_EQ(v().EASYGetNotesNext(), Variant(""));
+  // Deleting needs the edit right, which easy lacks on the personnel files.
+  EXPECT_EQ(v().EASYDeleteNotes("PERSONAL", "Personalakten", "1000023", "1", &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 22");
+}
+
+// ---- entry masks, extended archive list, archive properties
+
+TEST_F(EndToEnd, MasksWithTheirFields) {
+  Variant status("old");
+  EXPECT_EQ(v().EASYGetMasksInit(kFibu, kIn, &status), Long(3));
+  EXPECT_EQ(status, Variant(""));
+  Variant name;
+  EXPECT_EQ(v().EASYGetMasksNext(&name), Long(6));
+  EXPECT_EQ(name, Variant("Erfassung"));
+  std::vector<Variant> field(8);
+  std::vector<Variant> ids;
+  std::vector<Variant> first;
+  for (;;) {
+    field[7] = Variant("untouched");
+    const Variant id = v().EASYGetMasksNextField(&field[0], &field[1], &field[2], &field[3], &field[4], &field[5],
+                                                 &field[6], &field[7]);
+    if (id == Variant(int16_t{-1})) break;
+    EXPECT_EQ(id.type(), VarType::Long);
+    if (ids.empty()) first = field;
+    ids.push_back(id);
+    if (id == Long(5)) {
+      EXPECT_EQ(field[7], Variant("^Einkauf^,^Vertrieb^,^Verwaltung^,^Technik^"));
+    }
+  }
+  EXPECT_EQ(ids.size(), 6u);
+  EXPECT_EQ(first[0].type(), VarType::Long);
+  EXPECT_EQ(first[4].type(), VarType::Boolean);
+  EXPECT_EQ(first[6].type(), VarType::Boolean);
+  EXPECT_EQ(first[7], Variant("untouched"));
+
+  // The second mask: names of its own or the field's, mandatory flags as Booleans.
+  EXPECT_EQ(v().EASYGetMasksNext(&name), Long(3));
+  EXPECT_EQ(name, Variant("Schnellerfassung"));
+  EXPECT_EQ(v().EASYGetMasksNextField(&field[0], &field[1], &field[2], &field[3], &field[4]), Long(1));
+  EXPECT_EQ(std::vector<Variant>(field.begin(), field.begin() + 5),
+            (std::vector<Variant>{Long(1), Long(12), "L", field[3], true}));
+  EXPECT_EQ(v().EASYGetMasksNextField(&field[0], &field[1], &field[2], &field[3], &field[4]), Long(2));
+  EXPECT_EQ(field[3], Variant("Firma"));
+  EXPECT_EQ(field[4], Variant(false));
+  // Next skips the unread field; the empty mask has none; then the end.
+  EXPECT_EQ(v().EASYGetMasksNext(&name), Long(0));
+  EXPECT_EQ(name, Variant("Leer"));
+  // A field read at the very end of the answer is a subscript error.
+  EXPECT_EQ(testing::RuntimeErrorNumber([&] { v().EASYGetMasksNextField(); }), 9);
+  EXPECT_EQ(v().EASYGetMasksNext(&name), Variant(int16_t{-1}));
+  EXPECT_EQ(name, Variant(""));
+  v().EASYGetMasksFirst();
+  EXPECT_EQ(v().EASYGetMasksNext(&name), Long(6));
+  EXPECT_EQ(name, Variant("Erfassung"));
+
+  EXPECT_EQ(v().EASYGetMasksInit("VERTRAG", "Korrespondenz"), Long(0));
+  EXPECT_EQ(v().EASYGetMasksInit(kFibu, "Keins", &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 31");
+}
+
+TEST_F(EndToEnd, ExtendedArchiveListAndProperties) {
+  Variant status("old");
+  EXPECT_EQ(v().EASYGetAllArchivesExtInit(&status), Long(3));
+  EXPECT_EQ(status, Variant(""));
+  Variant channel, description;
+  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel, &description), Long(2));
+  EXPECT_EQ(channel, Variant("FIBU"));
+  EXPECT_EQ(description, Variant("Finanzbuchhaltung, Rechnungseingang und -ausgang"));
+  EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant(kIn));
+  // Next skips the unread archive of FIBU.
+  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel, &description), Long(1));
+  EXPECT_EQ(channel, Variant("PERSONAL"));
+  EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant("Personalakten"));
+  EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant(""));
+  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel, &description), Long(2));
+  EXPECT_EQ(channel, Variant("VERTRAG"));
+  EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant("Verträge"));
+  EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant("Korrespondenz"));
+  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel, &description), Variant(int16_t{-1}));
+  EXPECT_EQ(channel, Variant(""));
+  EXPECT_EQ(description, Variant(""));
+  v().EASYGetAllArchivesExtFirst();
+  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel), Long(2));
+  EXPECT_EQ(channel, Variant("FIBU"));
+
+  std::vector<Variant> rights(4);
+  EXPECT_EQ(v().EASYGetArchiveProperties(kFibu, kIn, &rights[0], &rights[1], &rights[2], &rights[3], &status),
+            Long(14));
+  EXPECT_EQ(rights, (std::vector<Variant>{true, true, true, true}));
+  EXPECT_EQ(status, Variant(""));
+  // Contracts: easy may create, edit and index, not delete.
+  EXPECT_EQ(v().EASYGetArchiveProperties("VERTRAG", "Verträge", &rights[0], &rights[1], &rights[2], &rights[3]),
+            Long(6));
+  EXPECT_EQ(rights, (std::vector<Variant>{true, true, false, true}));
+  EXPECT_EQ(v().EASYGetArchiveProperties("KEIN", kIn, &rights[0], nullptr, nullptr, nullptr, &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 30");
+  EXPECT_EQ(rights[0], Variant(true));
+}
+
+// ---- segment downloads
+
+TEST_F(EndToEnd, SegmentFilesLandInTheBlobFolder) {
+  Variant name, length, status("old");
+  const std::string tif = ReadFile(data() + "/files/eingang_beleg_a.tif");
+  EXPECT_EQ(v().EASYGetSegmentData(kFibu, kIn, "1000001", "1", int16_t{2}, &name, &length, &status), kOne);
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(name, Variant("1000001_1_2.TIF"));
+  EXPECT_EQ(length, Variant(std::to_string(tif.size())));
+  EXPECT_EQ(ReadFile(InBlob("1000001_1_2.TIF")), tif);
+
+  // With an extension mapping the file is renamed in the local folder.
+  v().strChangeFileExt = "tif-Pdf,TXT-DOC";
+  EXPECT_EQ(v().EASYGetSegmentData(kFibu, kIn, "1000001", "1", "TEXT", &name, &length), kOne);
+  EXPECT_EQ(name, Variant("1000001_1_1.DOC"));
+  EXPECT_EQ(std::to_string(fs::file_size(InBlob("1000001_1_1.DOC"))), length.ToString());
+  EXPECT_FALSE(fs::exists(InBlob("1000001_1_1.TXT")));
+
+  // PDF through a layout: never mapped.
+  EXPECT_EQ(v().EASYGetSegmentPDF(kFibu, kIn, "1000001", "1", int16_t{1}, "10", &name, &length), kOne);
+  EXPECT_EQ(name, Variant("1000001_1_1_L10.PDF"));
+  EXPECT_EQ(ReadFile(InBlob("1000001_1_1_L10.PDF")).substr(0, 5), "%PDF-");
+  EXPECT_EQ(std::to_string(fs::file_size(InBlob("1000001_1_1_L10.PDF"))), length.ToString());
+  EXPECT_EQ(v().EASYGetSegmentPDF(kFibu, kIn, "1000001", "1", int16_t{1}, "99", &name, &length, &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 34");
+
+  // Print files: PDF by default, the TIFF in mode intPrintTIF, renamed by the mapping.
+  EXPECT_EQ(v().EASYGetSegmentPrintfile(kFibu, kIn, "1000001", "1", "2", "11", Variant::missing(), &name, &length),
+            kOne);
+  EXPECT_EQ(name, Variant("1000001_1_2_L11_P.PDF"));
+  EXPECT_EQ(ReadFile(InBlob("1000001_1_2_L11_P.PDF")).substr(0, 5), "%PDF-");
+  EXPECT_EQ(v().EASYGetSegmentPrintfile(kFibu, kIn, "1000001", "1", "2", "11", int16_t{intPrintTIF}, &name, &length),
+            kOne);
+  ASSERT_EQ(name.type(), VarType::String);
+  EXPECT_TRUE(name.ToString().ends_with("_P.Pdf")) << name.ToString();
+  EXPECT_EQ(ReadFile(InBlob(name.ToString())).substr(0, 2), "II");
+  v().strChangeFileExt = "";
+
+  // Multi-page TIFF of the pages 2 and 1 (the range expanded downwards).
+  EXPECT_EQ(v().EASYGetSegmentMultiTIF(kFibu, kIn, "1000001", "1", "2-1", &name, &length), kOne);
+  EXPECT_EQ(name, Variant("1000001_1_MULTI.TIF"));
+  const std::string multi = ReadFile(InBlob("1000001_1_MULTI.TIF"));
+  EXPECT_EQ(std::to_string(multi.size()), length.ToString());
+  EXPECT_TRUE(multi.substr(0, 4) == std::string("II*\0", 4) || multi.substr(0, 4) == std::string("MM\0*", 4));
+  EXPECT_EQ(v().EASYGetSegmentMultiTIF(kFibu, kIn, "1000001", "1", "9", &name, &length, &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 36");
+}
+
+TEST_F(EndToEnd, ReferencesOfASegment) {
+  Variant status("old");
+  EXPECT_EQ(v().EASYGetSegmentERFInit(kFibu, kIn, "1000001", "1", int16_t{4}, &status), Long(3));
+  EXPECT_EQ(status, Variant(""));
+  std::vector<Variant> parts(4);
+  EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1], &parts[2], &parts[3]),
+            Variant("$(#FIBU)\\Ausgangsrechnungen,1000016,1"));
+  EXPECT_EQ(parts, (std::vector<Variant>{"FIBU", "Ausgangsrechnungen", "1000016", "1"}));
+  EXPECT_EQ(v().EASYGetSegmentERFNext(), Variant("$(#FIBU)\\Eingangsrechnungen,1000002,2"));
+  EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1], &parts[2], &parts[3]),
+            Variant("$(#VERTRAG)\\Verträge,1000030,1"));
+  EXPECT_EQ(parts, (std::vector<Variant>{"VERTRAG", "Verträge", "1000030", "1"}));
+  EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0]), Variant(""));
+  EXPECT_EQ(parts[0], Variant("VERTRAG"));
+  // A segment that is no reference list.
+  EXPECT_EQ(v().EASYGetSegmentERFInit(kFibu, kIn, "1000001", "1", int16_t{1}, &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 41");
+}
+
+// ---- blob transfer and upload
+
+TEST_F(EndToEnd, TransferBlobAndUploadFile) {
+  std::string bytes(300000, '\0');
+  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>((i * 7919) >> 3);
+  fs::create_directories(InBlob("archiv"));
+  WriteFile(InBlob("archiv/scan.bin"), bytes);
+  Variant status("kept");
+  EXPECT_EQ(v().EASYTransferBLOB("archiv\\scan.bin", int32_t(bytes.size()), &status), kOne);
+  EXPECT_EQ(status, Variant("kept"));
+  EXPECT_EQ(ReadFile(InBlob("scan.bin")), bytes);
+  // A file the gateway does not have: the connection closes without a byte, which ends nothing; the wait
+  // runs into the time-out (a second per look at the clock here).
+  {
+    testing::FakeClock clock;
+    clock.on_read = [](testing::FakeClock& c) { c.AdvanceSeconds(1); };
+    EXPECT_EQ(v().EASYTransferBLOB("fehlt.bin", int32_t{10}, &status), kFailed);
+  }
+  EXPECT_EQ(status, Variant("Timeout of 10 seconds occured waiting for server response."));
+
+  // Upload into a folder below the gateway's blob folder.
+  WriteFile(InBlob("hoch.bin"), bytes.substr(0, 70000));
+  fs::create_directories(InBlob("eingang"));
+  v().strBlobPathRemote = Remote("eingang");
+  EXPECT_EQ(v().EASYUploadFile("hoch.bin", &status), kOne);
+  EXPECT_EQ(ReadFile(InBlob("eingang/hoch.bin")), bytes.substr(0, 70000));
+  // An empty file cannot be sent.
+  WriteFile(InBlob("leer.bin"), "");
+  EXPECT_EQ(v().EASYUploadFile("leer.bin", &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 12), "File Error (");
+}
+
+// ---- import files, create, edit, delete
+
+TEST_F(EndToEnd, ImportFileCreatesEditsAndDeletesADocument) {
+  const std::string import = InBlob("neu.txt");
+  Variant status("old");
+  EXPECT_EQ(v().CreateImportFile(import, kFibu, kIn, "Rechnung Grün", "1,1,3,2,4", "NR,LIEFERANT,DATUM,BETRAG,TEXT",
+                                 "^2002-4711^,^Grün & Söhne^,^15.03.2002^,^12,50^,^Zeile eins\r\nZeile zwei^",
+                                 Variant::missing(), &status),
+            kOne);
+  EXPECT_EQ(status, Variant(""));
+  Variant reference("old");
+  EXPECT_EQ(v().EASYCreateDocument(Remote("neu.txt"), &reference, &status), Long(1));
+  EXPECT_EQ(status, Variant(""));
+  const std::string ref = reference.ToString();
+  ASSERT_NE(ref.find(','), std::string::npos) << ref;
+  const std::string id = ref.substr(0, ref.find(','));
+  EXPECT_EQ(ref.substr(ref.find(',') + 1), "1");
+
+  std::vector<Variant> info(4);
+  EXPECT_EQ(v().EASYGetDocumentInfo(kFibu, kIn, id, "1", nullptr, nullptr, nullptr, &info[0], &info[1], &info[2]),
+            Long(1));
+  EXPECT_EQ(info[0], Variant("Rechnung Grün"));
+  EXPECT_EQ(info[1], Variant("1"));  // one text segment
+  EXPECT_EQ(v().EASYGetSegmentTextInit(kFibu, kIn, id, "1"), Long(1));
+  EXPECT_EQ(v().EASYGetSegmentTextNext(), Variant("Zeile eins\r\nZeile zwei"));
+  EXPECT_EQ(v().EASYGetArchiveProperties(kFibu, kIn), Long(15));
+
+  // A new state from a second import file.
+  const std::string change = InBlob("aenderung.txt");
+  EXPECT_EQ(v().CreateImportFile(change, kFibu, kIn, "Rechnung Grün bezahlt", "1", "STATUS", "^bezahlt^"), kOne);
+  Variant edited(ref);
+  EXPECT_EQ(v().EASYEditDocument(Remote("aenderung.txt"), &edited, &status), Long(1));
+  EXPECT_EQ(edited, Variant(id + ",2"));
+  EXPECT_EQ(v().EASYGetDocumentInfo(kFibu, kIn, id, "2", nullptr, nullptr, nullptr, &info[0]), Long(1));
+  EXPECT_EQ(info[0], Variant("Rechnung Grün bezahlt"));
+
+  // A broken import file: the gateway's reason, the reference kept.
+  const std::string broken = InBlob("kaputt.txt");
+  EXPECT_EQ(v().CreateImportFile(broken, kFibu, kIn, "x", "3", "DATUM", "^31.02.2002^"), kOne);
+  EXPECT_EQ(v().EASYEditDocument(Remote("kaputt.txt"), &edited, &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 53");
+  EXPECT_EQ(edited, Variant(id + ",2"));
+
+  // Deleting the second version, then the document.
+  EXPECT_EQ(v().EASYDeleteDocument(kFibu, kIn, id, "2", &status), kOne);
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(v().EASYGetDocumentInfo(kFibu, kIn, id, "2", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                    nullptr, nullptr, &status),
+            kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 32");
+  EXPECT_EQ(v().EASYDeleteDocument(kFibu, kIn, id, "1", &status), kOne);
+  EXPECT_EQ(v().EASYGetArchiveProperties(kFibu, kIn), Long(14));
+  EXPECT_EQ(v().EASYDeleteDocument(kFibu, kIn, id, "1", &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 32");
+}
+
+// ---- log-on and busy answers
+
+TEST_F(EndToEnd, AWrongPasswordEndsInTheGatewaysStatus) {
+  v().strEASYPwd = "falsch";
+  Variant status;
+  EXPECT_EQ(v().EASYGetAllArchivesExtInit(&status), kFailed);
+  EXPECT_EQ(status, Variant("Error 21 Anmeldung fehlgeschlagen"));
+  Variant name("kept");
+  EXPECT_EQ(v().EASYGetSegmentData(kFibu, kIn, "1000001", "1", int16_t{2}, &name, nullptr, &status), kFailed);
+  EXPECT_EQ(name, Variant("kept"));
+  EXPECT_EQ(status, Variant("Error 21 Anmeldung fehlgeschlagen"));
+  // The password is compared as the gateway's account holds it; the user name in any case.
+  v().strEASYPwd = "easy";
+  v().strEASYUser = "EASY";
+  EXPECT_EQ(v().EASYGetAllArchivesExtInit(&status), Long(3));
+}
+
+// A clock that moves a second per look while no connection is open, so the pauses between tries cost nothing.
+class BusyGateway : public EndToEnd {
+ protected:
+  int Busy() const override { return 2; }
+  void SetUp() override {
+    EndToEnd::SetUp();
+    clock_.on_read = [this](testing::FakeClock& c) {
+      if (!vantor_) return;
+      auto& impl = VantorAccess::Of(v());
+      if (impl.form.ctlWinsock(impl.SlotIndex).State() == platform::kSckClosed) c.AdvanceSeconds(1);
+    };
+  }
+  testing::FakeClock clock_;
+};
+
+class AlwaysBusyGateway : public BusyGateway {
+ protected:
+  int Busy() const override { return 1000; }
+};
+
+TEST_F(BusyGateway, AnswersAreRetriedUntilTheGatewayServes) {
+  v().lngREQUESTTIMEOUT = 30;
+  Variant status("old");
+  EXPECT_EQ(v().EASYGetAllArchivesExtInit(&status), Long(3));
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(server_->answered(), 3u);
+}
+
+TEST_F(AlwaysBusyGateway, TheBusyStatusOutlastingTheRetryPeriodIsTheFailure) {
+  v().lngREQUESTTIMEOUT = 12;
+  Variant status("old");
+  EXPECT_EQ(v().EASYGetAllArchivesExtInit(&status), kFailed);
+  EXPECT_EQ(status, Variant("Error 101 Server ausgelastet, bitte später erneut versuchen"));
+  EXPECT_GE(server_->answered(), 2u);
+}
+
+}  // namespace
+}  // namespace halqvantor
