@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "support/errors.h"
 #include "support/fake_clock.h"
 #include "support/gateway_session.h"
 #include "support/scripted_gateway.h"
@@ -13,20 +14,16 @@
 namespace halqvantor {
 namespace {
 
+using testing::Answer;
 using testing::FakeClock;
+using testing::kMinusOne;
+using testing::kOne;
 using testing::GatewaySession;
 using testing::OnFreshThread;
 using testing::ScriptedGateway;
 using testing::TempDir;
 
 const std::string kHead = "^S1^,^u^,^ABA1^";
-const Variant kOne(int16_t{1});
-const Variant kMinusOne(int16_t{-1});
-
-ScriptedGateway::Step Answer(std::string_view payload) {
-  return ScriptedGateway::Send(ScriptedGateway::Reply(payload));
-}
-
 TEST(SegmentFiles, RequestsCarryTheirArgumentsInOrderAndFillTheOutputs) {
   FakeClock clock;
   ScriptedGateway gateway;
