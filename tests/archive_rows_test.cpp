@@ -26,6 +26,16 @@ TEST(RowColumns, ColumnsBetweenSeparatorsAndTheirMalformedRows) {
   EXPECT_EQ(SplitColumns("^a^,^bc", 2), (Rows{"a", "b"}));
   // A row that ends with its last separator has a last column of negative extent.
   EXPECT_EQ(RuntimeErrorNumber([] { SplitColumns("^a^,^", 2); }), 5);
+  // The first character is skipped whole and unchecked; the search starts at the second one.
+  EXPECT_EQ(ColumnAt("äö^,^b", 0), "ö");
+  EXPECT_EQ(RuntimeErrorNumber([] { ColumnAt("^,^", 0); }), 5);
+  ColumnCursor cursor("^a^,^b^c");
+  cursor.Next();
+  EXPECT_EQ(cursor.NextToCaret(), "b");
+  EXPECT_EQ(RuntimeErrorNumber([&] { cursor.NextToCaret(); }), 5);
+  EXPECT_EQ(WithoutEnds("äxü"), "x");
+  EXPECT_EQ(WithoutEnds("^^"), "");
+  EXPECT_EQ(RuntimeErrorNumber([] { WithoutEnds("ä"); }), 5);
 }
 
 TEST(ChannelRows, NameBeforeTheFirstCommaAndCapitalOrder) {
