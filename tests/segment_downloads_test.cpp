@@ -129,12 +129,7 @@ TEST(SegmentFiles, ExtensionMappingRenamesInTheLocalFolder) {
     EXPECT_EQ(v.EASYGetSegmentPDF("C", "A", "D", "V", int16_t{1}, int16_t{1}, &name), kOne);
     EXPECT_EQ(name, Variant("A1.TIF"));
     EXPECT_TRUE(std::filesystem::exists(blob.File("A1.TIF")));
-    try {
-      v.EASYGetSegmentData("C", "A", "D", "V", int16_t{1});
-      ADD_FAILURE() << "no file name to map";
-    } catch (const RuntimeError& e) {
-      EXPECT_EQ(e.number(), 13);
-    }
+    EXPECT_EQ(testing::RuntimeErrorNumber([&] { v.EASYGetSegmentData("C", "A", "D", "V", int16_t{1}); }), 13);
   });
 }
 
