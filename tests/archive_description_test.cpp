@@ -5,7 +5,7 @@
 namespace halqvantor {
 namespace {
 
-using testing::ErrorNumberOf;
+using testing::RuntimeErrorNumber;
 using ArchiveDescription = testing::ArchiveTest;
 
 std::string FieldLine(const std::string& id, const std::string& weight) {
@@ -60,8 +60,8 @@ TEST_F(ArchiveDescription, FailuresAndMalformedAnswers) {
   EXPECT_EQ(status, Variant("Error 2 kein Archiv"));
   EXPECT_EQ(rights, Variant("old"));
 
-  EXPECT_EQ(ErrorNumberOf([&] { v().EASYGetArchiveDescriptionInit("K", "A", &rights, &status); }), 5);
-  EXPECT_EQ(ErrorNumberOf([&] { v().EASYGetArchiveDescriptionInit("K", "A", &rights, &status); }), 13);
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYGetArchiveDescriptionInit("K", "A", &rights, &status); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYGetArchiveDescriptionInit("K", "A", &rights, &status); }), 13);
   // The rows of the answer stay loaded; the outs were not reached.
   EXPECT_EQ(impl().ResultCount, 3);
   EXPECT_EQ(rights, Variant("old"));
@@ -77,7 +77,7 @@ TEST_F(ArchiveDescription, SelectListEntriesComeBackWholeInTheServersOrder) {
   EXPECT_EQ(Requests()[1], Request("^GetSegmentSelectList^,^K^,^A^,^42^"));
   // The description's Next reads the field records, which hold one field where these rows count three.
   EXPECT_EQ(v().EASYGetArchiveDescriptionNext(), Variant("Feld 1"));
-  EXPECT_EQ(ErrorNumberOf([&] { v().EASYGetArchiveDescriptionNext(); }), 9);
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYGetArchiveDescriptionNext(); }), 9);
   EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant("^a^,^b^"));
   EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant("A"));
   EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant(""));

@@ -5,7 +5,7 @@
 namespace halqvantor {
 namespace {
 
-using testing::ErrorNumberOf;
+using testing::RuntimeErrorNumber;
 using ArchiveQuery = testing::ArchiveTest;
 
 const std::string kTitle = "^Ort^,^Nr^,^Ver^,^Wert^";
@@ -84,7 +84,7 @@ TEST_F(ArchiveQuery, FailedAndShortAnswersLeaveTheHitListForSorting) {
   Answer("Status: Error 4 Syntax");
   Answer("Status: OK\r\n12\r\n1=A");
   Answer("Status: OK\r\nK1,Kanal");
-  EXPECT_EQ(ErrorNumberOf([&] { v().EASYSortHitlistInit(0); }), 9) << "no query yet";
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYSortHitlistInit(0); }), 9) << "no query yet";
   ASSERT_EQ(v().EASYQueryArchiveInit("K", "A", "q", 1, 1), Variant(int32_t{3}));
 
   Variant total = "old", status;
@@ -93,15 +93,15 @@ TEST_F(ArchiveQuery, FailedAndShortAnswersLeaveTheHitListForSorting) {
   EXPECT_EQ(status, Variant("Error 4 Syntax"));
   EXPECT_EQ(total, Variant("old"));
   // Three lines: the total is written, then the missing column-type line ends the call.
-  EXPECT_EQ(ErrorNumberOf([&] { v().EASYQueryArchiveInit("K", "A", "q", 1, 1, "", "", nullptr, nullptr, &total); }), 9);
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYQueryArchiveInit("K", "A", "q", 1, 1, "", "", nullptr, nullptr, &total); }), 9);
   EXPECT_EQ(total, Variant("12"));
   ASSERT_EQ(v().EASYGetChannelsInit(), Variant(int32_t{1}));
 
   EXPECT_EQ(v().EASYSortHitlistInit(0), 2);
   EXPECT_EQ(SortedIds(v()), "ab");
   // Columns past the type line's end: one of negative extent, then one that reads "", which is no number.
-  EXPECT_EQ(ErrorNumberOf([&] { v().EASYSortHitlistInit(3); }), 5);
-  EXPECT_EQ(ErrorNumberOf([&] { v().EASYSortHitlistInit(4); }), 13);
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYSortHitlistInit(3); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYSortHitlistInit(4); }), 13);
 }
 
 TEST_F(ArchiveQuery, NumbersSortZeroPaddedAndEverySortReversesTheLast) {
@@ -138,8 +138,8 @@ TEST_F(ArchiveQuery, DatesSortByYearMonthDayAndTextIgnoresCaseStably) {
 TEST_F(ArchiveQuery, DeletingCountsHitsInTheOrderThePageSawThem) {
   Answer(QueryAnswer("512", {Hit("a", "100"), Hit("b", "9"), Hit("c", "10"), Hit("d", "-5")}));
   ASSERT_EQ(v().EASYQueryArchiveInit("K", "A", "q", 1, 1), Variant(int32_t{5}));
-  EXPECT_EQ(ErrorNumberOf([&] { v().EASYDeleteFromHitlist(0); }), 9);
-  EXPECT_EQ(ErrorNumberOf([&] { v().EASYDeleteFromHitlist(5); }), 9);
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYDeleteFromHitlist(0); }), 9);
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYDeleteFromHitlist(5); }), 9);
   // Unsorted: the server's first hit.
   EXPECT_EQ(v().EASYDeleteFromHitlist(1).type(), VarType::Empty);
   EXPECT_EQ(v().EASYSortHitlistInit(2), 3);
@@ -152,7 +152,7 @@ TEST_F(ArchiveQuery, DeletingCountsHitsInTheOrderThePageSawThem) {
   v().EASYDeleteFromHitlist(1);
   EXPECT_EQ(v().EASYSortHitlistInit(2), 1);
   EXPECT_EQ(SortedIds(v()), "b");
-  EXPECT_EQ(ErrorNumberOf([&] { v().EASYDeleteFromHitlist(2); }), 9);
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYDeleteFromHitlist(2); }), 9);
 }
 
 }  // namespace

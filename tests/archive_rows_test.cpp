@@ -9,7 +9,7 @@
 namespace halqvantor::archive {
 namespace {
 
-using halqvantor::testing::ErrorNumberOf;
+using halqvantor::testing::RuntimeErrorNumber;
 using Rows = std::vector<std::string>;
 
 TEST(RowColumns, ColumnsBetweenSeparatorsAndTheirMalformedRows) {
@@ -18,14 +18,24 @@ TEST(RowColumns, ColumnsBetweenSeparatorsAndTheirMalformedRows) {
   EXPECT_EQ(ColumnAt(row, 1), "Müller, Hans");
   EXPECT_EQ(ColumnAt(row, 2), "");
   // The last column has no separator after it.
-  EXPECT_EQ(ErrorNumberOf([&] { ColumnAt(row, 3); }), 5);
-  EXPECT_EQ(ErrorNumberOf([&] { ColumnAt("", 0); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([&] { ColumnAt(row, 3); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([&] { ColumnAt("", 0); }), 5);
   EXPECT_EQ(SplitColumns(row, 4), (Rows{"K1", "Müller, Hans", "", "x"}));
   // A further separator stays in the last column; the closing character is dropped unchecked.
   EXPECT_EQ(SplitColumns(row, 3), (Rows{"K1", "Müller, Hans", "^,^x"}));
   EXPECT_EQ(SplitColumns("^a^,^bc", 2), (Rows{"a", "b"}));
   // A row that ends with its last separator has a last column of negative extent.
-  EXPECT_EQ(ErrorNumberOf([] { SplitColumns("^a^,^", 2); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([] { SplitColumns("^a^,^", 2); }), 5);
+  // The first character is skipped whole and unchecked; the search starts at the second one.
+  EXPECT_EQ(ColumnAt("äö^,^b", 0), "ö");
+  EXPECT_EQ(RuntimeErrorNumber([] { ColumnAt("^,^", 0); }), 5);
+  ColumnCursor cursor("^a^,^b^c");
+  cursor.Next();
+  EXPECT_EQ(cursor.NextToCaret(), "b");
+  EXPECT_EQ(RuntimeErrorNumber([&] { cursor.NextToCaret(); }), 5);
+  EXPECT_EQ(WithoutEnds("äxü"), "x");
+  EXPECT_EQ(WithoutEnds("^^"), "");
+  EXPECT_EQ(RuntimeErrorNumber([] { WithoutEnds("ä"); }), 5);
 }
 
 TEST(ChannelRows, NameBeforeTheFirstCommaAndCapitalOrder) {
@@ -45,7 +55,7 @@ TEST(ChannelRows, NameBeforeTheFirstCommaAndCapitalOrder) {
 TEST(FieldRecords, SevenColumnsSortedByNumericWeightStably) {
   EXPECT_EQ(ParseFieldLine("^1^,^Name^,^C^,^40^,^0^,^10^,^1^"),
             (FieldRecord{"1", "Name", "C", "40", "0", "10", "1"}));
-  EXPECT_EQ(ErrorNumberOf([] { ParseFieldLine("^1^,^Name^,^C^,^40^,^0^,^10"); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([] { ParseFieldLine("^1^,^Name^,^C^,^40^,^0^,^10"); }), 5);
 
   auto record = [](std::string id, std::string weight) { return FieldRecord{id, "", "", "", "", weight, ""}; };
   std::vector<FieldRecord> records = {record("a", "10"), record("b", "9"), record("c", " 9 "), record("d", "-1")};
@@ -56,12 +66,12 @@ TEST(FieldRecords, SevenColumnsSortedByNumericWeightStably) {
 
   // A weight that is no number stops the sort after one exchange pass over the records before it.
   records = {record("a", "10"), record("b", "9"), record("c", "8"), record("d", "x"), record("e", "1")};
-  EXPECT_EQ(ErrorNumberOf([&] { SortFieldRecords(records); }), 13);
+  EXPECT_EQ(RuntimeErrorNumber([&] { SortFieldRecords(records); }), 13);
   ids.clear();
   for (const FieldRecord& r : records) ids += r[0];
   EXPECT_EQ(ids, "bcade");
   records = {record("a", "1"), record("b", "99999999999")};
-  EXPECT_EQ(ErrorNumberOf([&] { SortFieldRecords(records); }), 6);
+  EXPECT_EQ(RuntimeErrorNumber([&] { SortFieldRecords(records); }), 6);
   // A single record is never compared.
   records = {record("a", "x")};
   EXPECT_NO_THROW(SortFieldRecords(records));
@@ -78,16 +88,16 @@ TEST(HitLines, ColumnsLocationAndDisplayRest) {
   EXPECT_EQ(three.version, "2");
   EXPECT_EQ(three.display, "");
   EXPECT_EQ(ParseHitLine("^loc^,^4711^,^23").version, "2");
-  EXPECT_EQ(ErrorNumberOf([] { ParseHitLine("^loc^,^4711"); }), 5);
-  EXPECT_EQ(ErrorNumberOf([] { ParseHitLine(""); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([] { ParseHitLine("^loc^,^4711"); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([] { ParseHitLine(""); }), 5);
 
   const Location location = SplitLocation("001K1)\\Rechnungen");
   EXPECT_EQ(location.channel, "K1");
   EXPECT_EQ(location.archive, "Rechnungen");
   // The three leading characters are characters, not bytes.
   EXPECT_EQ(SplitLocation("äöüKanal)\\Archiv").channel, "Kanal");
-  EXPECT_EQ(ErrorNumberOf([] { SplitLocation("001K1\\Rechnungen"); }), 5);
-  EXPECT_EQ(ErrorNumberOf([] { SplitLocation("0)\\1K1)\\A"); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([] { SplitLocation("001K1\\Rechnungen"); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([] { SplitLocation("0)\\1K1)\\A"); }), 5);
 }
 
 TEST(HitLines, SortColumnsIncludingTheLastAndThosePastTheEnd) {
@@ -98,13 +108,13 @@ TEST(HitLines, SortColumnsIncludingTheLastAndThosePastTheEnd) {
   EXPECT_EQ(SortColumnText(line, 0), "loc");
   // Past the end the search starts over at position 3: "^a^,^b^" reads "", "b", then fails, round after
   // round, however far the column lies.
-  EXPECT_EQ(ErrorNumberOf([] { SortColumnText("^a^,^b^", 3); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([] { SortColumnText("^a^,^b^", 3); }), 5);
   EXPECT_EQ(SortColumnText("^a^,^b^", 4), "");
   EXPECT_EQ(SortColumnText("^a^,^b^", 5), "b");
-  EXPECT_EQ(ErrorNumberOf([] { SortColumnText("^a^,^b^", 6); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([] { SortColumnText("^a^,^b^", 6); }), 5);
   EXPECT_EQ(SortColumnText("^a^,^b^", 30001), "");
   EXPECT_EQ(SortColumnText("^a^,^b^", 30002), "b");
-  EXPECT_EQ(ErrorNumberOf([] { SortColumnText("^a^,^b^", 30003); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([] { SortColumnText("^a^,^b^", 30003); }), 5);
 }
 
 TEST(SortKeys, DatesAndZeroPaddedNumbers) {
@@ -134,12 +144,12 @@ TEST(LayoutList, IdsJoinedByCommasLayoutsBySemicolons) {
   // A pair without "=" ends the split with the pairs before it kept.
   ids.clear();
   layouts.clear();
-  EXPECT_EQ(ErrorNumberOf([&] { SplitLayoutList("1=A;7", ids, layouts); }), 5);
+  EXPECT_EQ(RuntimeErrorNumber([&] { SplitLayoutList("1=A;7", ids, layouts); }), 5);
   EXPECT_EQ(ids, "1");
   EXPECT_EQ(layouts, "A");
   ids.clear();
   layouts.clear();
-  EXPECT_EQ(ErrorNumberOf([&] { SplitLayoutList(std::string(40000, 'x'), ids, layouts); }), 6);
+  EXPECT_EQ(RuntimeErrorNumber([&] { SplitLayoutList(std::string(40000, 'x'), ids, layouts); }), 6);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "support/errors.h"
 #include "support/fake_clock.h"
 #include "support/gateway_session.h"
 #include "support/scripted_gateway.h"
@@ -9,27 +10,15 @@
 namespace halqvantor {
 namespace {
 
+using testing::Answer;
 using testing::FakeClock;
+using testing::kMinusOne;
+using testing::kOne;
+using testing::RuntimeErrorNumber;
 using testing::GatewaySession;
 using testing::OnFreshThread;
 using testing::ScriptedGateway;
 using testing::TempDir;
-
-const Variant kOne(int16_t{1});
-const Variant kMinusOne(int16_t{-1});
-
-ScriptedGateway::Step Answer(std::string_view payload) {
-  return ScriptedGateway::Send(ScriptedGateway::Reply(payload));
-}
-
-int ErrorOf(auto call) {
-  try {
-    call();
-  } catch (const RuntimeError& e) {
-    return e.number();
-  }
-  return 0;
-}
 
 TEST(ImportFiles, DescriptionsAreAppendedInTheCodePage) {
   TempDir dir;
@@ -55,7 +44,7 @@ TEST(ImportFiles, DescriptionsAreAppendedInTheCodePage) {
             "@DB,$(#CH)\\AR\r\n@CHARSET,ISO-8859-1\r\n@FOLDER,FT:T,:x\r\nc\r\n");
 
   status = "old";
-  EXPECT_EQ(ErrorOf([&] { v.CreateImportFile(dir.File("no/such.imp"), "C", "A", "T", "1", "N", "c", "", &status); }),
+  EXPECT_EQ(RuntimeErrorNumber([&] { v.CreateImportFile(dir.File("no/such.imp"), "C", "A", "T", "1", "N", "c", "", &status); }),
             76);
   EXPECT_EQ(status, Variant("old"));
 }
@@ -92,7 +81,7 @@ TEST(Documents, CreateEditAndDeleteRequestsAndTheirResults) {
     EXPECT_EQ(v.EASYCreateDocument("x", &ref, &status), kMinusOne);
     EXPECT_EQ(v.EASYDeleteDocument("CH", "AR", "DOC1", "2", &status), kMinusOne);
     EXPECT_EQ(ref, Variant("DOC1;2"));
-    EXPECT_EQ(ErrorOf([&] { v.EASYEditDocument("x", nullptr); }), 449);
+    EXPECT_EQ(RuntimeErrorNumber([&] { v.EASYEditDocument("x", nullptr); }), 449);
   });
 }
 
@@ -105,8 +94,8 @@ TEST(Documents, AReplyWithoutRowsCannotFillTheReference) {
     clsVantor& v = s.object();
     EXPECT_EQ(v.EASYCreateDocument("x"), Variant(int32_t{0}));
     Variant ref = "R", status = "old";
-    EXPECT_EQ(ErrorOf([&] { v.EASYCreateDocument("x", &ref, &status); }), 9);
-    EXPECT_EQ(ErrorOf([&] { v.EASYEditDocument("x", &ref, &status); }), 9);
+    EXPECT_EQ(RuntimeErrorNumber([&] { v.EASYCreateDocument("x", &ref, &status); }), 9);
+    EXPECT_EQ(RuntimeErrorNumber([&] { v.EASYEditDocument("x", &ref, &status); }), 9);
     EXPECT_EQ(ref, Variant("R"));
     EXPECT_EQ(status, Variant("old"));
   });

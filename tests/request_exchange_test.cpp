@@ -9,6 +9,7 @@
 namespace halqvantor {
 namespace {
 
+using testing::Answer;
 using testing::FakeClock;
 using testing::GatewaySession;
 using testing::OnFreshThread;
@@ -16,10 +17,6 @@ using testing::QuickPump;
 using testing::ScriptedGateway;
 
 const std::string kRequest = "^S1^,^u^,^ABA1^,^GetChannels^";
-
-ScriptedGateway::Step Answer(std::string_view payload) {
-  return ScriptedGateway::Send(ScriptedGateway::Reply(payload));
-}
 
 TEST(RequestExchange, FramingAndTheLogOfOneGoodExchange) {
   FakeClock clock;

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "support/errors.h"
 #include "support/fake_clock.h"
 #include "support/gateway_session.h"
 #include "support/scripted_gateway.h"
@@ -13,20 +14,16 @@
 namespace halqvantor {
 namespace {
 
+using testing::Answer;
 using testing::FakeClock;
+using testing::kMinusOne;
+using testing::kOne;
 using testing::GatewaySession;
 using testing::OnFreshThread;
 using testing::ScriptedGateway;
 using testing::TempDir;
 
 const std::string kHead = "^S1^,^u^,^ABA1^";
-const Variant kOne(int16_t{1});
-const Variant kMinusOne(int16_t{-1});
-
-ScriptedGateway::Step Answer(std::string_view payload) {
-  return ScriptedGateway::Send(ScriptedGateway::Reply(payload));
-}
-
 TEST(SegmentFiles, RequestsCarryTheirArgumentsInOrderAndFillTheOutputs) {
   FakeClock clock;
   ScriptedGateway gateway;
@@ -132,12 +129,7 @@ TEST(SegmentFiles, ExtensionMappingRenamesInTheLocalFolder) {
     EXPECT_EQ(v.EASYGetSegmentPDF("C", "A", "D", "V", int16_t{1}, int16_t{1}, &name), kOne);
     EXPECT_EQ(name, Variant("A1.TIF"));
     EXPECT_TRUE(std::filesystem::exists(blob.File("A1.TIF")));
-    try {
-      v.EASYGetSegmentData("C", "A", "D", "V", int16_t{1});
-      ADD_FAILURE() << "no file name to map";
-    } catch (const RuntimeError& e) {
-      EXPECT_EQ(e.number(), 13);
-    }
+    EXPECT_EQ(testing::RuntimeErrorNumber([&] { v.EASYGetSegmentData("C", "A", "D", "V", int16_t{1}); }), 13);
   });
 }
 

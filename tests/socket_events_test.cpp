@@ -12,6 +12,7 @@
 namespace halqvantor {
 namespace {
 
+using testing::Answer;
 using testing::FakeClock;
 using testing::GatewaySession;
 using testing::OnFreshThread;
@@ -113,7 +114,7 @@ TEST(Reception, HeadersThatAreNotRecognised) {
   // with a complete reply is complete again at once.
   FakeClock clock;
   ScriptedGateway gateway;
-  gateway.Script({ScriptedGateway::Send(ScriptedGateway::Reply("Hallo"))});
+  gateway.Script({Answer("Hallo")});
   gateway.Script(Chunks({"Total", "Bytes:5\r\nWelt!"}));
   OnFreshThread([&] {
     GatewaySession s(gateway.port());

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "support/errors.h"
 #include "support/fake_clock.h"
 #include "support/gateway_session.h"
 #include "support/scripted_gateway.h"
@@ -19,7 +20,7 @@ class ArchiveTest : public ::testing::Test {
  protected:
   static constexpr std::string_view kHead = "^S1^,^u^,^ABA1^";
 
-  void Answer(std::string_view payload) { gateway_.Script({ScriptedGateway::Send(ScriptedGateway::Reply(payload))}); }
+  void Answer(std::string_view payload) { gateway_.Script({testing::Answer(payload)}); }
   clsVantor& v() {
     if (!session_) session_ = std::make_unique<GatewaySession>(gateway_.port());
     return session_->object();
@@ -33,16 +34,5 @@ class ArchiveTest : public ::testing::Test {
   ScriptedGateway gateway_;
   std::unique_ptr<GatewaySession> session_;
 };
-
-// Runs `call` and returns the number of the RuntimeError it raises, or 0 when it raises none.
-template <typename F>
-int32_t ErrorNumberOf(F call) {
-  try {
-    call();
-  } catch (const RuntimeError& e) {
-    return e.number();
-  }
-  return 0;
-}
 
 }  // namespace halqvantor::testing

@@ -24,7 +24,7 @@ void WithAnswers(const std::vector<std::string>& payloads, F body) {
   FakeClock clock;
   ScriptedGateway gateway;
   for (const std::string& payload : payloads) {
-    gateway.Script({ScriptedGateway::Send(ScriptedGateway::Reply(payload))});
+    gateway.Script({Answer(payload)});
   }
   OnFreshThread([&] {
     GatewaySession session(gateway.port());

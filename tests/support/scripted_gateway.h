@@ -65,4 +65,9 @@ class ScriptedGateway {
   std::thread thread_;
 };
 
+// A step that sends the reply of `payload`.
+inline ScriptedGateway::Step Answer(std::string_view payload) {
+  return ScriptedGateway::Send(ScriptedGateway::Reply(payload));
+}
+
 }  // namespace halqvantor::testing

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/errors.h"
 #include "users/user_directory_fixture.h"
 
 namespace halqvantor::testing {
@@ -12,12 +13,7 @@ using users::ExpandDateTokens;
 constexpr platform::CivilDate kToday{2026, 11, 15};
 
 int ErrorOf(const std::string& value) {
-  try {
-    ExpandDateTokens(value, kToday);
-  } catch (const RuntimeError& e) {
-    return e.number();
-  }
-  return 0;
+  return RuntimeErrorNumber([&] { ExpandDateTokens(value, kToday); });
 }
 
 TEST(DateTokens, ExpandInAnyCaseWithSigns) {
