@@ -28,6 +28,8 @@
 #include "archive/row_columns.h"
 #include "halqvantor/clsVantor.h"
 
+#include "support/loopback.h"
+
 namespace {
 
 using halqvantor::Variant;
@@ -42,16 +44,7 @@ constexpr int kRuns = 3;
 class MiniServer {
  public:
   explicit MiniServer(std::string reply) : reply_(std::move(reply)) {
-    fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || ::listen(fd_, 4) != 0) {
-      throw std::runtime_error("cannot listen on 127.0.0.1");
-    }
-    socklen_t len = sizeof addr;
-    ::getsockname(fd_, reinterpret_cast<sockaddr*>(&addr), &len);
-    port_ = ntohs(addr.sin_port);
+    fd_ = halqvantor::testing::ListenOnLoopback(4, &port_);
     thread_ = std::thread([this] { Serve(); });
   }
   ~MiniServer() {

@@ -28,6 +28,8 @@
 
 #include "halqvantor/clsVantor.h"
 
+#include "support/loopback.h"
+
 namespace {
 
 constexpr int64_t kFileBytes = int64_t{1} << 30;
@@ -59,14 +61,7 @@ std::vector<char> Pattern() {
 class Server {
  public:
   Server() : pattern_(Pattern()) {
-    fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    Require(::bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 && ::listen(fd_, 4) == 0, "listen");
-    socklen_t len = sizeof addr;
-    ::getsockname(fd_, reinterpret_cast<sockaddr*>(&addr), &len);
-    port_ = ntohs(addr.sin_port);
+    fd_ = halqvantor::testing::ListenOnLoopback(4, &port_);
     thread_ = std::thread([this] { Serve(); });
   }
   ~Server() {

@@ -31,6 +31,8 @@
 #include "halqvantor/clsVantor.h"
 #include "link/frm_comm.h"
 
+#include "support/loopback.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -182,17 +184,8 @@ int main() {
   using halqvantor::Variant;
 
   // The gateway process, forked before this process has any threads.
-  const int listen_fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t len = sizeof addr;
-  if (::bind(listen_fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || ::listen(listen_fd, 64) != 0) {
-    std::perror("listen");
-    return 1;
-  }
-  ::getsockname(listen_fd, reinterpret_cast<sockaddr*>(&addr), &len);
-  const int port = ntohs(addr.sin_port);
+  int port = 0;
+  const int listen_fd = halqvantor::testing::ListenOnLoopback(64, &port);
   const pid_t gateway = ::fork();
   if (gateway == 0) ServeForever(listen_fd);
   ::close(listen_fd);

@@ -111,7 +111,6 @@ class frmComm final : private platform::SocketEventSink {
   std::deque<SlotState> slots_;  // index 0 unused; a deque keeps references stable as slots load
   std::vector<std::unique_ptr<platform::Socket>> sockets_;
   std::deque<platform::SortedList> lists_;
-  std::string packet_;  // DataArrival reads into it; its memory goes back and forth with the socket's
 };
 
 }  // namespace halqvantor

@@ -80,10 +80,17 @@ void frmComm::ctlWinsock_DataArrival(int16_t Index, int32_t bytesTotal) {
     return;  // not a slot (the design-time element): nothing to receive into
   }
   WriteSlotLog(Index, WinsockPrefix(Index) + "DataArrival-Event Start.");
+  // The handler reads all bytesTotal bytes: they are gone from the socket however it ends.
+  platform::Socket& socket = ctlWinsock(Index);
+  struct ConsumeAtEnd {
+    platform::Socket& socket;
+    size_t count = 0;
+    ~ConsumeAtEnd() { socket.Consume(count); }
+  } consume{socket};
   try {
     if (slot->Mode == "STRING") {
-      std::string& packet = packet_;
-      ctlWinsock(Index).GetData(packet, bytesTotal);
+      const std::string_view packet = socket.PeekData(bytesTotal);
+      consume.count = packet.size();
       if (IsFirstPacket(packet)) {
         WriteSlotLog(Index, "    First packet received (mode: STRING).");
         ReceiveFirstPacket(*slot, packet);
@@ -92,8 +99,8 @@ void frmComm::ctlWinsock_DataArrival(int16_t Index, int32_t bytesTotal) {
         ReceiveNextPacket(*slot, packet);
       }
     } else if (slot->Mode == "BYTE") {
-      std::string& packet = packet_;
-      ctlWinsock(Index).GetData(packet, bytesTotal);
+      const std::string_view packet = socket.PeekData(bytesTotal);
+      consume.count = packet.size();
       slot->BytesReceived =
           vb::CheckedInt32(static_cast<int64_t>(slot->BytesReceived) + static_cast<int64_t>(packet.size()));
       WriteSlotLog(Index, "    Packet received (mode: BYTE).");

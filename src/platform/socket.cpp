@@ -21,8 +21,7 @@ namespace {
 // Bytes read in one recv call, and the most that waits unread before the socket stops reading. One chunk
 // per pass: the receiver handles each piece while it is still in the cache, which keeps a long byte-mode
 // reception (written to a file as it comes) close to the speed of a plain read/write loop.
-constexpr size_t kReadChunk = 256 * 1024;
-constexpr size_t kMaxUnread = kReadChunk;
+constexpr size_t kMaxUnread = 256 * 1024;
 // Bytes of a stream pulled from its source at a time.
 constexpr size_t kStreamChunk = 256 * 1024;
 
@@ -229,25 +228,21 @@ std::string_view Socket::PendingBytes() {
   return {stream_chunk_.get() + stream_offset_, stream_length_ - stream_offset_};
 }
 
-std::string Socket::GetData(int32_t max_bytes) {
-  if (max_bytes < 0 || static_cast<size_t>(max_bytes) >= received_.size()) {
-    std::string all = std::move(received_);
-    received_.clear();
-    return all;
-  }
-  std::string part = received_.substr(0, static_cast<size_t>(max_bytes));
-  received_.erase(0, static_cast<size_t>(max_bytes));
-  return part;
+std::string_view Socket::PeekData(int32_t max_bytes) const {
+  const size_t n = max_bytes < 0 ? received_size_ : std::min(received_size_, static_cast<size_t>(max_bytes));
+  return {received_.get(), n};
 }
 
-void Socket::GetData(std::string& out, int32_t max_bytes) {
-  if (max_bytes < 0 || static_cast<size_t>(max_bytes) >= received_.size()) {
-    out.clear();
-    out.swap(received_);
-    return;
-  }
-  out.assign(received_, 0, static_cast<size_t>(max_bytes));
-  received_.erase(0, static_cast<size_t>(max_bytes));
+void Socket::Consume(size_t count) {
+  count = std::min(count, received_size_);
+  if (count < received_size_) std::memmove(received_.get(), received_.get() + count, received_size_ - count);
+  received_size_ -= count;
+}
+
+std::string Socket::GetData(int32_t max_bytes) {
+  std::string data(PeekData(max_bytes));
+  Consume(data.size());
+  return data;
 }
 
 void Socket::Close() {
@@ -261,8 +256,7 @@ void Socket::Close() {
   stream_chunk_.reset();
   stream_length_ = 0;
   stream_offset_ = 0;
-  received_.clear();
-  received_.shrink_to_fit();
+  received_size_ = 0;  // the buffer stays for the next connection of the slot
   due_.clear();
 }
 
@@ -281,7 +275,7 @@ short Socket::WantedEvents() const {
       return POLLOUT;
     case kSckConnected: {
       short wanted = 0;
-      if (received_.size() < kMaxUnread) wanted |= POLLIN;
+      if (received_size_ < kMaxUnread) wanted |= POLLIN;
       if (HasPendingSend()) wanted |= POLLOUT;
       return wanted;
     }
@@ -370,15 +364,17 @@ int Socket::FlushSendQueue() {
 // Reads what the connection holds (up to the unread limit), then reports it: DataArrival for new bytes,
 // followed by Close when the peer has closed or Error when the connection failed.
 int Socket::ReadAvailable() {
-  const size_t before = received_.size();
+  const size_t before = received_size_;
   bool peer_closed = false;
   int read_error = 0;
-  while (received_.size() < kMaxUnread) {
-    const size_t used = received_.size();
-    received_.resize(used + kReadChunk);
-    const ssize_t n = ::recv(fd_, received_.data() + used, kReadChunk, 0);
-    received_.resize(used + (n > 0 ? static_cast<size_t>(n) : 0));
-    if (n > 0) continue;
+  // One buffer for the socket's life: recv writes straight into it, and receivers read it where it lies.
+  if (!received_) received_ = std::make_unique_for_overwrite<char[]>(kMaxUnread);
+  while (received_size_ < kMaxUnread) {
+    const ssize_t n = ::recv(fd_, received_.get() + received_size_, kMaxUnread - received_size_, 0);
+    if (n > 0) {
+      received_size_ += static_cast<size_t>(n);
+      continue;
+    }
     if (n == 0) {
       peer_closed = true;
     } else if (errno == EINTR) {
@@ -391,9 +387,9 @@ int Socket::ReadAvailable() {
 
   int delivered = 0;
   const uint64_t generation = generation_;
-  if (received_.size() > before) {
+  if (received_size_ > before) {
     ++delivered;
-    if (sink_ != nullptr) sink_->SocketDataArrival(index_, static_cast<int32_t>(received_.size()));
+    if (sink_ != nullptr) sink_->SocketDataArrival(index_, static_cast<int32_t>(received_size_));
     if (generation != generation_ || state_ != kSckConnected) return delivered;
   }
   if (read_error != 0) return delivered + Fail(SocketErrorFromErrno(read_error));

@@ -94,11 +94,12 @@ class Socket {
   void SendStream(std::shared_ptr<SendSource> source);
   // Takes up to `max_bytes` of the received bytes (all of them when `max_bytes` is negative).
   std::string GetData(int32_t max_bytes = -1);
-  // The same into `out`, whose memory the socket keeps for what arrives next: a receiver that passes the
-  // same buffer every time reads without allocating.
-  void GetData(std::string& out, int32_t max_bytes = -1);
+  // GetData without a copy: the received bytes where they lie (valid until the next Consume, Close or pump
+  // pass), then Consume drops the first `count` of them.
+  std::string_view PeekData(int32_t max_bytes = -1) const;
+  void Consume(size_t count);
   // Received bytes that GetData has not taken yet.
-  int32_t BytesAvailable() const { return static_cast<int32_t>(received_.size()); }
+  int32_t BytesAvailable() const { return static_cast<int32_t>(received_size_); }
   // Ends the connection, if any, and drops what was queued or received; the State becomes 0. No event.
   void Close();
 
@@ -144,7 +145,8 @@ class Socket {
   std::unique_ptr<char[]> stream_chunk_;
   size_t stream_length_ = 0;
   size_t stream_offset_ = 0;
-  std::string received_;
+  std::unique_ptr<char[]> received_;  // received bytes not taken yet: the first received_size_ of them
+  size_t received_size_ = 0;
   std::vector<DueEvent> due_;
 };
 

@@ -1,5 +1,7 @@
 #include "support/scripted_gateway.h"
 
+#include "support/loopback.h"
+
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -17,17 +19,6 @@ namespace {
 // No wait of the gateway lasts longer: a broken test fails instead of hanging.
 constexpr int kSafetyMs = 10000;
 
-int LoopbackSocket(sockaddr_in& addr) {
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  addr = {};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t len = sizeof addr;
-  if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), len) != 0) throw std::runtime_error("bind");
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
-  return fd;
-}
-
 }  // namespace
 
 std::string ScriptedGateway::Reply(std::string_view payload) {
@@ -40,10 +31,8 @@ ScriptedGateway::ScriptedGateway() {
     for (size_t p = r.find("^,^"); p != std::string_view::npos; p = r.find("^,^", p + 3)) ++separators;
     return separators >= 3 && r.back() == '^';
   };
-  sockaddr_in addr;
-  listen_fd_ = LoopbackSocket(addr);
-  if (::listen(listen_fd_, 16) != 0 || ::pipe2(stop_pipe_, O_CLOEXEC) != 0) throw std::runtime_error("listen");
-  port_ = ntohs(addr.sin_port);
+  listen_fd_ = ListenOnLoopback(16, &port_);
+  if (::pipe2(stop_pipe_, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
   thread_ = std::thread([this] { Serve(); });
 }
 
@@ -75,10 +64,9 @@ std::vector<std::string> ScriptedGateway::Requests() const {
 }
 
 int ScriptedGateway::UnusedPort() {
-  sockaddr_in addr;
-  const int fd = LoopbackSocket(addr);
-  ::close(fd);  // bound once, never listening: a connection is refused
-  return ntohs(addr.sin_port);
+  int port = 0;
+  ::close(ListenOnLoopback(1, &port));  // closed again: a connection to it is refused
+  return port;
 }
 
 bool ScriptedGateway::Readable(int fd, int timeout_ms) {
