@@ -7,6 +7,7 @@
 #include "halqvantor/PageEngine.h"
 #include "halqvantor/RuntimeError.h"
 #include "halqvantor/Variant.h"
+#include "halqvantor/Dispatch.h"
 
 namespace halqvantor {
 

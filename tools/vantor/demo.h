@@ -1,0 +1,21 @@
+#pragma once
+
+// `vantor demo`: a whole portal session against a reference gateway over a temporary copy of the sample
+// archive and a fresh SQLite user database, printing what a page would show.
+
+#include <ostream>
+#include <string>
+
+namespace vantor {
+
+struct DemoOptions {
+  std::string gateway_program;  // vantor-gateway to start; "" finds it beside vantor or in the build tree
+  std::string sample_dir;       // the sample archive to copy; "" finds the installed or the build tree's one
+  bool keep = false;            // keep the temporary folder (log, blob folder, database) and say where it is
+};
+
+// Runs the session. Exit code: 0 when every step gave what it should, 1 otherwise (each failed step is
+// reported on `err`), 2 when the demo could not be set up (no gateway program, no sample).
+int RunDemo(const DemoOptions& options, std::ostream& out, std::ostream& err);
+
+}  // namespace vantor

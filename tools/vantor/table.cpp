@@ -1,0 +1,74 @@
+#include "table.h"
+
+#include <algorithm>
+
+namespace vantor {
+namespace {
+
+std::string OneLine(const std::string& cell) {
+  std::string out;
+  out.reserve(cell.size());
+  for (size_t i = 0; i < cell.size(); ++i) {
+    if (cell[i] == '\r' && i + 1 < cell.size() && cell[i + 1] == '\n') {
+      out += "\u23ce";
+      ++i;
+    } else if (cell[i] == '\n' || cell[i] == '\r') {
+      out += "\u23ce";
+    } else if (cell[i] == '\t') {
+      out += ' ';
+    } else {
+      out += cell[i];
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+size_t DisplayWidth(const std::string& text) {
+  size_t width = 0;
+  for (unsigned char c : text) {
+    if ((c & 0xC0) != 0x80) ++width;  // count lead bytes only
+  }
+  return width;
+}
+
+Table::Table(std::vector<std::string> headings) : headings_(std::move(headings)) {}
+
+void Table::AddRow(std::vector<std::string> cells) {
+  cells.resize(std::max(cells.size(), headings_.size()));
+  for (auto& cell : cells) cell = OneLine(cell);
+  rows_.push_back(std::move(cells));
+}
+
+void Table::Print(std::ostream& out) const {
+  size_t columns = headings_.size();
+  for (const auto& row : rows_) columns = std::max(columns, row.size());
+  std::vector<size_t> widths(columns, 0);
+  for (size_t c = 0; c < headings_.size(); ++c) widths[c] = DisplayWidth(headings_[c]);
+  for (const auto& row : rows_) {
+    for (size_t c = 0; c < row.size(); ++c) widths[c] = std::max(widths[c], DisplayWidth(row[c]));
+  }
+  auto print_line = [&](const std::vector<std::string>& cells) {
+    std::string line;
+    for (size_t c = 0; c < columns; ++c) {
+      const std::string cell = c < cells.size() ? cells[c] : std::string();
+      if (c > 0) line += "  ";
+      line += cell;
+      if (c + 1 < columns) line.append(widths[c] - DisplayWidth(cell), ' ');
+    }
+    while (!line.empty() && line.back() == ' ') line.pop_back();
+    out << line << '\n';
+  };
+  print_line(headings_);
+  std::vector<std::string> rule;
+  for (size_t c = 0; c < columns; ++c) {
+    std::string dashes;
+    for (size_t i = 0; i < widths[c]; ++i) dashes += "\u2500";
+    rule.push_back(dashes);
+  }
+  print_line(rule);
+  for (const auto& row : rows_) print_line(row);
+}
+
+}  // namespace vantor
