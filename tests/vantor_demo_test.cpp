@@ -1,14 +1,13 @@
 // `vantor demo` in-process against the built reference gateway: the whole session, a session whose archive
 // does not hold what the pages expect, and the set-up failures.
 
-#include "demo.h"
-
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <sstream>
 #include <string>
 
+#include "demo.h"
 #include "support/temp_dir.h"
 
 namespace vantor {
@@ -92,6 +91,12 @@ TEST(VantorDemo, SetUpFailuresEndWithTwoAndSayWhy) {
   run = Demo(silent);
   EXPECT_EQ(run.code, 2);
   EXPECT_EQ(run.err, "vantor demo: /bin/false ended before it was listening\n");
+  // One that prints something else (echo prints its arguments).
+  silent.gateway_program = "/bin/echo";
+  run = Demo(silent);
+  EXPECT_EQ(run.code, 2);
+  EXPECT_TRUE(run.err.starts_with("vantor demo: /bin/echo printed \"--data /")) << run.err;
+  EXPECT_TRUE(run.err.ends_with("--port 0\" instead of its listening address\n")) << run.err;
 
   TempDir empty;
   DemoOptions no_sample;

@@ -1,15 +1,16 @@
 #include "demo.h"
 
+#include <halqvantor/clsVantor.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <vector>
-
-#include <halqvantor/clsVantor.h>
 
 #include "demo_setup.h"
 #include "platform/cp1252.h"
@@ -66,6 +67,23 @@ std::vector<std::string> Columns(const std::string& row) {
   }
   columns.push_back(inner.substr(start));
   return columns;
+}
+
+// A note as the component hands it out: the header row (number, author, date, time: four columns, eight
+// "^"), a comma, then the text.
+struct Note {
+  std::vector<std::string> header;
+  std::string text;
+};
+std::optional<Note> ParseNote(const std::string& note) {
+  size_t end = 0;
+  for (int caret = 0; caret < 8; ++caret) {
+    end = note.find('^', caret == 0 ? 0 : end + 1);
+    if (end == std::string::npos) return std::nullopt;
+  }
+  Note parsed{Columns(note.substr(0, end + 1)), note.substr(std::min(note.size(), end + 2))};
+  parsed.header.resize(4);
+  return parsed;
 }
 
 // The items of a list joined by `separator`, without the wrapping characters `trim` (the "^" or "[]"
@@ -294,13 +312,13 @@ void Session::UserRights() {
   Check(channel_items == std::vector<std::string>{"FIBU", "VERTRAG"}, "channels: " + Show(channels));
   Check(archive_items == std::vector<std::string>{"Ausgangsrechnungen", "Eingangsrechnungen", "Verträge"},
         "archives: " + Show(archives));
-  Check(edit_items == std::vector<std::string>{"Eingangsrechnungen,N,E,D", "Verträge,E"},
-        "edit rights: " + Show(edit));
+  Check(edit_items == std::vector<std::string>{"Eingangsrechnungen,N,E,D", "Verträge,E"}, "edit rights: " + Show(edit));
   Check(documents == Variant("[$(#FIBU)\\Eingangsrechnungen;(6<>\"offen\",1,0)]"),
         "document rights: " + Show(documents));
   const std::string search_text = Str(search);
-  Check(search_text.starts_with("$(#FIBU)\\Eingangsrechnungen;.3=(>") && search_text.find("$(DATE") == std::string::npos,
-        "search rights: " + Show(search));
+  Check(
+      search_text.starts_with("$(#FIBU)\\Eingangsrechnungen;.3=(>") && search_text.find("$(DATE") == std::string::npos,
+      "search rights: " + Show(search));
   Check(hidden == Variant("$(#FIBU)\\Eingangsrechnungen;.4") && unmatched == Variant("$(#FIBU)\\Eingangsrechnungen;.2"),
         "hidden / unmatched fields: " + Show(hidden) + " / " + Show(unmatched));
 
@@ -352,7 +370,9 @@ void Session::Archives() {
 
   // The archive properties replace the list's rows, so they are asked for once the list is read.
   Table table({"Archive", "Documents", "Create", "Edit", "Delete", "Index"});
-  auto yes = [](const Variant& flag) { return flag.type() == VarType::Boolean ? (flag.ToBoolean() ? "yes" : "no") : "?"; };
+  auto yes = [](const Variant& flag) {
+    return flag.type() == VarType::Boolean ? (flag.ToBoolean() ? "yes" : "no") : "?";
+  };
   for (const auto& name : names) {
     Variant create, edit, remove, index;
     const Variant documents = page->EASYGetArchiveProperties(kChannel, name, &create, &edit, &remove, &index, &status);
@@ -445,8 +465,8 @@ void Session::DocumentInfo() {
   table.AddRow({"created", Str(created)});
   table.AddRow({"changed", Str(changed)});
   table.AddRow({"length (bytes)", Str(length)});
-  table.AddRow({"segments: all / text / image / blob", Str(segments) + " / " + Str(texts) + " / " + Str(images) +
-                                                         " / " + Str(blobs)});
+  table.AddRow({"segments: all / text / image / blob",
+                Str(segments) + " / " + Str(texts) + " / " + Str(images) + " / " + Str(blobs)});
   table.Print(out_);
 }
 
@@ -462,9 +482,8 @@ void Session::SegmentDescription() {
   std::vector<std::string> names;
   for (;;) {
     Variant id, text_length, hits, image_length, ext, type, title, file, state, layout, thumbnail;
-    const std::string name = Str(page->EASYGetSegmentDescriptionNext(&id, &text_length, &hits, &image_length, &ext,
-                                                                     &type, &title, &file, &state, &layout,
-                                                                     &thumbnail));
+    const std::string name = Str(page->EASYGetSegmentDescriptionNext(
+        &id, &text_length, &hits, &image_length, &ext, &type, &title, &file, &state, &layout, &thumbnail));
     if (name.empty()) break;
     names.push_back(name);
     table.AddRow({Str(id), name, Str(title), Str(type), Str(ext), Str(text_length), Str(image_length), Str(file)});
@@ -476,9 +495,10 @@ void Session::SegmentDescription() {
 void Session::SegmentText() {
   auto page = OpenPage();
   Variant status("unset");
-  const Variant pieces = page->EASYGetSegmentTextInit(kChannel, kArchive, kDocument, "1", "meier", "\u00bb",
-                                                      "\u00ab", "\n", Variant::missing(), &status);
-  Check(IsLong(pieces, 1) && status == Variant(""), "EASYGetSegmentTextInit gave " + Show(pieces) + ", " + Show(status));
+  const Variant pieces = page->EASYGetSegmentTextInit(kChannel, kArchive, kDocument, "1", "meier", "\u00bb", "\u00ab",
+                                                      "\n", Variant::missing(), &status);
+  Check(IsLong(pieces, 1) && status == Variant(""),
+        "EASYGetSegmentTextInit gave " + Show(pieces) + ", " + Show(status));
   const std::string text = Str(page->EASYGetSegmentTextNext());
   Check(page->EASYGetSegmentTextNext() == Variant(""), "the text has more than one piece");
   Check(text.find("Lieferant: \u00bbMeier\u00ab GmbH\n") != std::string::npos, "\"Meier\" is not marked in the text");
@@ -508,24 +528,19 @@ void Session::SegmentDownload() {
 void Session::Notes() {
   auto page = OpenPage();
   Variant status("unset");
-  const Variant written = page->EASYWriteNote(kChannel, kArchive, kDocument, "1",
-                                              "Demo: Rechnung geprüft|Freigabe erteilt", "|", &status);
+  const Variant written =
+      page->EASYWriteNote(kChannel, kArchive, kDocument, "1", "Demo: Rechnung geprüft|Freigabe erteilt", "|", &status);
   Check(written == Variant(int16_t{1}), "EASYWriteNote gave " + Show(written) + ", " + Show(status));
   const Variant count = page->EASYGetNotesInit(kChannel, kArchive, kDocument, "1", &status);
   Check(IsLong(count, 3), "EASYGetNotesInit gave " + Show(count) + ", " + Show(status));
   Table table({"#", "Author", "Date", "Time", "Note"});
   std::string last_author, last_text;
   for (std::string note = Str(page->EASYGetNotesNext()); !note.empty(); note = Str(page->EASYGetNotesNext())) {
-    // The header row (four columns, eight "^") and the text after the comma that follows it.
-    size_t header_end = 0;
-    for (int carets = 0; carets < 8 && header_end != std::string::npos; ++carets) {
-      header_end = note.find('^', carets == 0 ? 0 : header_end + 1);
-    }
-    if (!Check(header_end != std::string::npos, "a note without its header: " + note)) break;
-    std::vector<std::string> header = Columns(note.substr(0, header_end + 1));
-    header.resize(4);
+    const std::optional<Note> parsed = ParseNote(note);
+    if (!Check(parsed.has_value(), "a note without its header: " + note)) break;
+    const auto& header = parsed->header;
     last_author = header[1];
-    last_text = note.substr(std::min(note.size(), header_end + 2));
+    last_text = parsed->text;
     table.AddRow({header[0], header[1], header[2], header[3], last_text});
   }
   table.Print(out_);
@@ -551,9 +566,9 @@ void Session::NewDocument() {
   Check(!id.empty() && ref == id + ",1", "the new document is " + Show(reference));
 
   Variant total;
-  const Variant count = page->EASYQueryArchiveInit(kChannel, kArchive, ".NR=(2002-9001)", int32_t{0}, int32_t{0},
-                                                   "Standard", Variant::missing(), nullptr, nullptr, &total, nullptr,
-                                                   &status);
+  const Variant count =
+      page->EASYQueryArchiveInit(kChannel, kArchive, ".NR=(2002-9001)", int32_t{0}, int32_t{0}, "Standard",
+                                 Variant::missing(), nullptr, nullptr, &total, nullptr, &status);
   Check(IsLong(count, 2), "the query for it gave " + Show(count) + ", " + Show(status));
   std::vector<Hit> rows_found = ReadHits(*page, false);
   if (!Check(rows_found.size() == 2, "the query found " + std::to_string(rows_found.size()) + " rows")) return;
@@ -628,8 +643,8 @@ int RunDemo(const DemoOptions& options, std::ostream& out, std::ostream& err) {
     fs::copy(sample, folder->File("data"), fs::copy_options::recursive);
     fs::create_directories(setting.blob);
     demo::CreateUserDatabase(setting.database);
-    gateway = std::make_unique<demo::GatewayProcess>(program, folder->File("data"), setting.blob,
-                                                     std::chrono::seconds(10));
+    gateway =
+        std::make_unique<demo::GatewayProcess>(program, folder->File("data"), setting.blob, std::chrono::seconds(10));
     setting.port = gateway->port();
     out << "vantor demo\n"
         << "  gateway        " << program << ", listening on " << gateway->address() << ":" << gateway->port() << "\n"

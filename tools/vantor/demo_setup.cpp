@@ -47,7 +47,8 @@ std::string ReadFirstLine(int fd, std::chrono::steady_clock::time_point deadline
   std::string line;
   *timed_out = false;
   for (;;) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     if (left.count() <= 0) {
       *timed_out = true;
       return "";
@@ -108,7 +109,8 @@ GatewayProcess::GatewayProcess(const std::string& program, const std::string& da
   posix_spawnattr_setsigdefault(&attributes, &defaults);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 
-  std::vector<std::string> args{program, "--data", data_dir, "--blob", blob_dir, "--listen", "127.0.0.1", "--port", "0"};
+  std::vector<std::string> args{program,    "--data",    data_dir, "--blob", blob_dir,
+                                "--listen", "127.0.0.1", "--port", "0"};
   std::vector<char*> argv;
   for (auto& arg : args) argv.push_back(arg.data());
   argv.push_back(nullptr);
@@ -190,8 +192,9 @@ std::string FindSample(const std::string& given, bool installed) {
     if (!IsFile(given + "/archive.json")) throw Failure("the sample folder " + given + " holds no archive.json");
     return given;
   }
-  const std::vector<std::string> places = installed ? std::vector<std::string>{VANTOR_INSTALL_SAMPLE, VANTOR_BUILD_SAMPLE}
-                                                    : std::vector<std::string>{VANTOR_BUILD_SAMPLE, VANTOR_INSTALL_SAMPLE};
+  const std::vector<std::string> places = installed
+                                              ? std::vector<std::string>{VANTOR_INSTALL_SAMPLE, VANTOR_BUILD_SAMPLE}
+                                              : std::vector<std::string>{VANTOR_BUILD_SAMPLE, VANTOR_INSTALL_SAMPLE};
   for (const auto& place : places) {
     if (IsFile(place + "/archive.json")) return place;
   }
@@ -205,8 +208,9 @@ const SampleUser kPortalUser{"anna", "Portal2002", "easy", "easy"};
 void CreateUserDatabase(const std::string& path) {
   using halqvantor::EncodeText;
   auto text = [](const std::string& value) { return "'" + value + "'"; };
-  const std::string anna = std::string("INSERT INTO Users VALUES (1, 'anna', ") + text(EncodeText(kPortalUser.password)) +
-                           ", " + text(kPortalUser.easy_user) + ", " + text(EncodeText(kPortalUser.easy_password)) + ")";
+  const std::string anna = std::string("INSERT INTO Users VALUES (1, 'anna', ") +
+                           text(EncodeText(kPortalUser.password)) + ", " + text(kPortalUser.easy_user) + ", " +
+                           text(EncodeText(kPortalUser.easy_password)) + ")";
   const std::string bert = "INSERT INTO Users VALUES (2, 'bert', " + text(EncodeText("bert")) + ", 'gast', " +
                            text(EncodeText("gast")) + ")";
   const std::vector<std::string> rows{
