@@ -647,7 +647,9 @@ int RunDemo(const DemoOptions& options, std::ostream& out, std::ostream& err) {
         std::make_unique<demo::GatewayProcess>(program, folder->File("data"), setting.blob, std::chrono::seconds(10));
     setting.port = gateway->port();
     out << "vantor demo\n"
-        << "  gateway        " << program << ", listening on " << gateway->address() << ":" << gateway->port() << "\n"
+        << "  folder         " << folder->path()
+        << (options.keep ? " (kept at the end)\n" : " (removed at the end; --keep keeps it)\n") << "  gateway        "
+        << program << ", listening on " << gateway->address() << ":" << gateway->port() << "\n"
         << "  archive        " << folder->File("data") << " (a copy of " << sample << ")\n"
         << "  blob folder    " << setting.blob << "\n"
         << "  user database  " << setting.database << "\n";
