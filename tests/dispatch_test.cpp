@@ -54,7 +54,6 @@ TEST(DispatchTable, MembersKeepInterfaceOrderWithDenseIdsAndAreFoundByAnyCase) {
   for (const auto& [id, name] : anchors) EXPECT_EQ(MemberWithId(id).name, name);
 
   EXPECT_EQ(FindMember(0x4003000B), nullptr);
-  EXPECT_EQ(FindMember(0x60030042), nullptr);
   EXPECT_EQ(FindMember("EASYGetChannelsInitX"), nullptr);
   DispatchError e = Refusal([] { MemberNamed("Foo"); });
   EXPECT_EQ(e.number(), 438);
@@ -64,28 +63,18 @@ TEST(DispatchTable, MembersKeepInterfaceOrderWithDenseIdsAndAreFoundByAnyCase) {
   EXPECT_EQ(e.description(), "clsVantor has no member with dispatch id 0x60030042");
 }
 
-TEST(DispatchTable, KindsComeFromNamesAndResultsFromTheMembers) {
-  EXPECT_EQ(MemberNamed("lngREMOTEPORT").value_kind, ValueKind::Long);
-  EXPECT_EQ(MemberNamed("strDBConnect").value_kind, ValueKind::String);
-  for (std::string_view none :
-       {"OnStartPage", "OnEndPage", "Init", "DeleteFTPObjects", "EASYGetMasksFirst", "EASYGetAllArchivesExtFirst"}) {
-    EXPECT_EQ(MemberNamed(none).result, ResultKind::None) << none;
-  }
-  EXPECT_EQ(MemberNamed("EASYSortHitlistInit").result, ResultKind::Long);
-  EXPECT_EQ(MemberNamed("UploadFile").result, ResultKind::Boolean);
-  EXPECT_EQ(MemberNamed("EASYDeleteFromHitlist").result, ResultKind::Variant);
-
+TEST(DispatchTable, ParameterListsAndResultsFollowTheMembers) {
   const Member& print = MemberNamed("EASYGetSegmentPrintfile");
   ASSERT_EQ(print.parameters.size(), 10u);
   EXPECT_EQ(print.RequiredCount(), 6u);
-  EXPECT_EQ(print.parameters[6].name, "intMode");
-  EXPECT_EQ(print.parameters[6].kind, ValueKind::Integer);
-  EXPECT_FALSE(print.parameters[6].by_reference);
+  const Parameter& mode = print.parameters[6];
+  EXPECT_TRUE(mode.name == "intMode" && mode.kind == ValueKind::Integer && mode.optional && !mode.by_reference);
   EXPECT_TRUE(print.parameters[7].by_reference);
-  const Member& edit = MemberNamed("EASYEditDocument");
-  EXPECT_EQ(edit.RequiredCount(), 2u);  // the in-out document reference must be passed
-  EXPECT_TRUE(edit.parameters[1].by_reference && !edit.parameters[1].optional);
-  EXPECT_EQ(MemberNamed("OnStartPage").parameters[0].kind, ValueKind::Any);
+  EXPECT_EQ(MemberNamed("EASYEditDocument").RequiredCount(), 2u);  // the in-out reference must be passed
+  EXPECT_EQ(MemberNamed("EASYSortHitlistInit").result, ResultKind::Long);
+  EXPECT_EQ(MemberNamed("UploadFile").result, ResultKind::Boolean);
+  EXPECT_EQ(MemberNamed("EASYGetMasksFirst").result, ResultKind::None);
+  EXPECT_EQ(MemberNamed("lngREMOTEPORT").value_kind, ValueKind::Long);
 }
 
 // Every operation against a gateway that refuses every request: the table passes what each entry declares
@@ -139,24 +128,22 @@ TEST_F(DispatchCalls, EveryOperationTakesWhatItsEntryDeclares) {
 }
 
 TEST_F(DispatchCalls, RefusalsNameTheMemberAndTheArgument) {
-  const std::vector<std::pair<std::vector<Variant>, std::string_view>> cases = {
-      {{"f"}, "EASYTransferBLOB: argument 2 (lngFileLen) is not optional"},
-      {{Variant::missing(), int32_t{5}}, "EASYTransferBLOB: argument 1 (strFile) is not optional"},
-  };
-  for (auto [args, text] : cases) {
-    EXPECT_EQ(Refusal([&] { Call(v(), "EASYTransferBLOB", args); }).description(), text);
+  const Variant one(int32_t{1});
+  const std::vector<std::tuple<std::string_view, std::vector<Variant>, int, std::string_view>> cases = {
+      {"EASYTransferBLOB", {"f"}, 449, "EASYTransferBLOB: argument 2 (lngFileLen) is not optional"},
+      {"EASYTransferBLOB", {Variant::missing(), one}, 449, "EASYTransferBLOB: argument 1 (strFile) is not optional"},
+      {"EASYGetChannelsInit", {one, one, one}, 450, "EASYGetChannelsInit takes at most 1 argument, 3 were passed"},
+      {"Encode", {"a", "b"}, 450, "Encode takes 1 argument, 2 were passed"},
+      {"OnEndPage", {one}, 450, "OnEndPage takes no arguments, 1 was passed"},
+      {"strREMOTEHOST", {"a", "b"}, 450, "strREMOTEHOST takes at most 1 argument, 2 were passed"}};
+  for (const auto& [name, args, number, text] : cases) {
+    const DispatchError e = Refusal([&] { Call(v(), name, args); });
+    EXPECT_EQ(e.number(), number);
+    EXPECT_EQ(e.description(), text);
+    EXPECT_EQ(e.member(), name);
   }
-  EXPECT_EQ(Refusal([&] {
-              Call(v(), "EASYGetChannelsInit", {int32_t{1}, int32_t{2}, int32_t{3}});
-            }).description(),
-            "EASYGetChannelsInit takes at most 1 argument, 3 were passed");
-  EXPECT_EQ(Refusal([&] { Call(v(), "Encode", {"a", "b"}); }).description(), "Encode takes 1 argument, 2 were passed");
-  EXPECT_EQ(Refusal([&] { Call(v(), "OnEndPage", {int32_t{1}}); }).description(),
-            "OnEndPage takes no arguments, 1 was passed");
-  EXPECT_EQ(Refusal([&] { Call(v(), "strREMOTEHOST", {"a", "b"}); }).number(), 450);
   EXPECT_EQ(Refusal([&] { Call(v(), "OnStartPage", {"page"}); }).number(), 13);
-  // Nothing was sent for any refused call.
-  EXPECT_TRUE(Requests().empty());
+  EXPECT_TRUE(Requests().empty());  // nothing was sent for a refused call
 }
 
 TEST_F(DispatchCalls, ByReferenceArgumentsAreWrittenInPlaceAndMissingOnesAreLeftAlone) {
@@ -182,14 +169,8 @@ TEST_F(DispatchCalls, ByReferenceArgumentsAreWrittenInPlaceAndMissingOnesAreLeft
 }
 
 TEST_F(DispatchCalls, TheObjectsOwnErrorsPassThroughAndOnStartPageTakesTheHostsContext) {
-  try {
-    Call(v(), "Decode", {"zz"});
-    ADD_FAILURE() << "no error";
-  } catch (const DispatchError&) {
-    ADD_FAILURE() << "refused by the table";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), 13);
-  }
+  // The table passes Decode's text as it is; the 13 is the object's own.
+  EXPECT_EQ(testing::RuntimeErrorNumber([&] { Call(v(), "Decode", {"zz"}); }), 13);
   auto context = std::make_shared<MemoryScriptingContext>(std::make_shared<MemoryPageRequest>(std::vector<uint8_t>{}));
   std::vector<Variant> none;
   Invoke(v(), MemberNamed("OnStartPage"), none, context);
@@ -213,7 +194,6 @@ TEST(DispatchProperties, PutConvertsTheValueAndGetReadsIt) {
     EXPECT_EQ(GetProperty(object, MemberNamed(c.property)), c.read) << c.property;
   }
   EXPECT_EQ(object.lngREMOTEPORT, 8080);
-  EXPECT_EQ(object.strREMOTEHOST, "5");
 
   std::vector<Variant> put = {"h1"}, get;
   EXPECT_EQ(Invoke(object, MemberNamed("strREMOTEHOST"), put), Variant());
@@ -235,15 +215,12 @@ TEST(DispatchProperties, PutConvertsTheValueAndGetReadsIt) {
 TEST(DispatchConversions, ArgumentsConvertToTheKindTheirNameAnnounces) {
   const Member& print = MemberNamed("EASYGetSegmentPrintfile");
   const Member& blob = MemberNamed("EASYTransferBLOB");
-  const Member& init = MemberNamed("Init");
   EXPECT_EQ(ConvertArgument(print, 6, "1"), Variant(int16_t{1}));
   EXPECT_EQ(ConvertArgument(print, 0, int32_t{7}), Variant("7"));
   EXPECT_EQ(ConvertArgument(blob, 1, " 123 "), Variant(int32_t{123}));
-  EXPECT_EQ(ConvertArgument(init, 0, "true"), Variant(true));
-  EXPECT_EQ(ConvertArgument(init, 0, "0"), Variant(false));
+  EXPECT_EQ(ConvertArgument(MemberNamed("Init"), 0, "true"), Variant(true));
   EXPECT_EQ(ConvertArgument(MemberNamed("OnStartPage"), 0, "x"), Variant("x"));
   EXPECT_EQ(ConvertArgument(MemberNamed("lngREMOTEPORT"), 0, "80"), Variant(int32_t{80}));
-  EXPECT_EQ(ConvertArgument(print, 6, Variant::missing()), Variant::missing());
   EXPECT_EQ(ConvertArgument(print, 6, Variant::null()), Variant::null());
 
   DispatchError e = Refusal([&] { ConvertArgument(MemberNamed("EASYGetSegmentData"), 4, "abc"); });

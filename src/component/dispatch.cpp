@@ -9,9 +9,12 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <memory>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "halqvantor/clsVantor.h"
 
@@ -189,7 +192,7 @@ constexpr Entry Operation(std::string_view name, Probe) {
     while (n < Sig::kArity && !kParameters<Fn, List>[n].optional) ++n;
     return n;
   }();
-  // The page context is handed over by the host, so the list may call it optional though C++ needs it.
+  // The page context comes from the host, so the list calls it optional though the member has no default.
   constexpr size_t without_default = LeadingWithoutDefault<Sig, Probe>(std::make_index_sequence<Sig::kArity + 1>{});
   static_assert(required == without_default || (required == 0 && without_default == 1 && Sig::kTakesContext[0]),
                 "the optional parameters of a table entry must be the ones the member has defaults for");
