@@ -389,12 +389,7 @@ Variant Converted(ValueKind kind, const Variant& value) {
     case ValueKind::Integer:
       return Variant(value.ToInteger());
     case ValueKind::Boolean:
-      // CBool also reads the words True and False.
-      if (value.type() == VarType::String) {
-        if (SameTextIgnoringCase(value.StringValue(), "True")) return Variant(true);
-        if (SameTextIgnoringCase(value.StringValue(), "False")) return Variant(false);
-      }
-      return Variant(value.ToBoolean());
+      return Variant(value.ToBoolean());  // CBool: numbers, and the words True and False
     case ValueKind::Any:
       break;
   }
