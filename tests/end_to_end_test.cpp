@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "server.h"
-#include "support/archive_gateway.h"
+#include "support/session_fixture.h"
 #include "support/temp_dir.h"
 
 namespace halqvantor {
