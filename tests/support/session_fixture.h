@@ -22,6 +22,12 @@ class SessionTest : public ::testing::Test {
  protected:
   static constexpr std::string_view kHead = "^S1^,^u^,^ABA1^";
 
+  // A clock hook may hold the test body's locals, which are gone when the object ends (and logs).
+  void TearDown() override {
+    clock_.on_read = nullptr;
+    session_.reset();
+  }
+
   void Answer(std::string_view payload) { gateway_.Script({testing::Answer(payload)}); }
   void Answers(const std::vector<std::string>& payloads) {
     for (const std::string& p : payloads) Answer(p);
