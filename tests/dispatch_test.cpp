@@ -4,7 +4,7 @@
 
 #include <cctype>
 
-#include "support/archive_fixture.h"
+#include "support/session_fixture.h"
 #include "support/temp_dir.h"
 
 namespace halqvantor {
@@ -79,7 +79,7 @@ TEST(DispatchTable, ParameterListsAndResultsFollowTheMembers) {
 
 // Every operation against a gateway that refuses every request: the table passes what each entry declares
 // and refuses one argument too many or a required one left out.
-class DispatchCalls : public testing::ArchiveTest {
+class DispatchCalls : public testing::SessionTest {
  protected:
   // A value for each parameter: by-reference ones start as "old", inputs name nothing that exists.
   std::vector<Variant> Arguments(const Member& m, size_t count) {
