@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "platform/files.h"
+#include "support/installed_file_system.h"
 #include "support/session_fixture.h"
 
 namespace halqvantor {
@@ -135,10 +136,7 @@ TEST(SocketErrors, RefusedConnectionAndUnknownHost) {
 }
 
 // A file system whose binary files fail every write with "Disk full".
-class FullDisk : public platform::FileSystemWrapper {
- public:
-  FullDisk() : FileSystemWrapper(&platform::CurrentFileSystem()), previous_(platform::InstallFileSystem(this)) {}
-  ~FullDisk() override { platform::InstallFileSystem(previous_ == Default() ? nullptr : previous_); }
+struct FullDisk : testing::InstalledFileSystem {
   int OpenForBinaryWrite(const std::string&, std::unique_ptr<platform::WritableFile>* file) override {
     struct Full : platform::WritableFile {
       int Write(std::string_view) override { return 61; }
@@ -147,9 +145,6 @@ class FullDisk : public platform::FileSystemWrapper {
     *file = std::make_unique<Full>();
     return 0;
   }
-
- private:
-  platform::FileSystem* previous_;
 };
 
 TEST(ByteMode, EveryByteGoesIntoTheFileOpenUnderTheSlotsNumber) {
