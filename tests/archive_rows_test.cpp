@@ -78,22 +78,18 @@ TEST(FieldRecords, SevenColumnsSortedByNumericWeightStably) {
 }
 
 TEST(HitLines, ColumnsLocationAndDisplayRest) {
-  const HitLine hit = ParseHitLine("^001K1)\\Rechnungen^,^4711^,^2^,^A^,^B^");
-  EXPECT_EQ(hit.location, "001K1)\\Rechnungen");
-  EXPECT_EQ(hit.doc_id, "4711");
-  EXPECT_EQ(hit.version, "2");
-  EXPECT_EQ(hit.display, "^A^,^B^");
+  auto parts = [](const HitLine& h) { return Rows{std::string(h.location), std::string(h.doc_id),
+                                                   std::string(h.version), std::string(h.display)}; };
+  EXPECT_EQ(parts(ParseHitLine("^001K1)\\Rechnungen^,^4711^,^2^,^A^,^B^")),
+            (Rows{"001K1)\\Rechnungen", "4711", "2", "^A^,^B^"}));
   // Three columns: no display columns, and the version ends one character before the line's end.
-  const HitLine three = ParseHitLine("^loc^,^4711^,^2^");
-  EXPECT_EQ(three.version, "2");
-  EXPECT_EQ(three.display, "");
+  EXPECT_EQ(parts(ParseHitLine("^loc^,^4711^,^2^")), (Rows{"loc", "4711", "2", ""}));
   EXPECT_EQ(ParseHitLine("^loc^,^4711^,^23").version, "2");
   EXPECT_EQ(RuntimeErrorNumber([] { ParseHitLine("^loc^,^4711"); }), 5);
   EXPECT_EQ(RuntimeErrorNumber([] { ParseHitLine(""); }), 5);
 
   const Location location = SplitLocation("001K1)\\Rechnungen");
-  EXPECT_EQ(location.channel, "K1");
-  EXPECT_EQ(location.archive, "Rechnungen");
+  EXPECT_EQ((Rows{location.channel, location.archive}), (Rows{"K1", "Rechnungen"}));
   // The three leading characters are characters, not bytes.
   EXPECT_EQ(SplitLocation("äöüKanal)\\Archiv").channel, "Kanal");
   EXPECT_EQ(RuntimeErrorNumber([] { SplitLocation("001K1\\Rechnungen"); }), 5);

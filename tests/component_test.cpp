@@ -2,7 +2,6 @@
 
 #include <filesystem>
 
-#include "component/debug_log.h"
 #include "component/vantor_impl.h"
 #include "halqvantor/clsVantor.h"
 #include "link/frm_comm.h"
@@ -77,13 +76,11 @@ TEST(ComponentObject, SessionIdChangedAfterInitSplitsTheLog) {
     VantorAccess::Of(v).WriteLog("Objekt");
     frmComm::ForThisThread().WriteSlotLog(VantorAccess::Of(v).SlotIndex, "    Slot");
   });
-  const auto a = ReadLines(dir.File("A.LOG"));
-  const auto b = ReadLines(dir.File("B.LOG"));
-  ASSERT_EQ(a.size(), 3u);
-  EXPECT_EQ(a[2], "15.11.2002 14:03:07       Slot");  // the slot keeps the id copied by Init
-  ASSERT_EQ(b.size(), 3u);                            // the object's own line and its end
-  EXPECT_EQ(b[0], "15.11.2002 14:03:07   Objekt");
-  EXPECT_EQ(b[2], "15.11.2002 14:03:07   Sitzung beendet.");
+  // The slot keeps the id copied by Init; the object's own lines go to the new one.
+  EXPECT_EQ(ReadLines(dir.File("A.LOG"))[2], "15.11.2002 14:03:07       Slot");
+  EXPECT_EQ(ReadLines(dir.File("B.LOG")), (std::vector<std::string>{"15.11.2002 14:03:07   Objekt",
+                                                                    "15.11.2002 14:03:07   Winsock-Instanz 1 wieder freigegeben.",
+                                                                    "15.11.2002 14:03:07   Sitzung beendet."}));
 }
 
 TEST(ComponentObject, UnwritableLogChangesNothingButTheLine) {
@@ -124,28 +121,6 @@ TEST(ComponentObject, InitLogsItsFailuresAndReturns) {
   const auto lines = ReadLines(dir.File("S.LOG"));
   ASSERT_FALSE(lines.empty());
   EXPECT_EQ(lines[0], "15.11.2002 14:03:07   Allgemeiner Fehler in Funktion 'Init': 13 - Type mismatch.");
-}
-
-TEST(ComponentObject, PageContextIsKeptUntilTheEndOfThePage) {
-  auto request = std::make_shared<MemoryPageRequest>(std::vector<uint8_t>{'a', 'b', 'c'});
-  auto context = std::make_shared<MemoryScriptingContext>(request);
-  clsVantor v;
-  v.OnStartPage(context);
-  EXPECT_EQ(VantorAccess::Of(v).context, context);
-  EXPECT_EQ(VantorAccess::Of(v).request, request);
-  v.OnEndPage();
-  EXPECT_EQ(VantorAccess::Of(v).context, nullptr);
-  EXPECT_EQ(VantorAccess::Of(v).request, nullptr);
-  EXPECT_EQ(request->TotalBytes(), 3);
-  EXPECT_EQ(request->BinaryRead(2), (std::vector<uint8_t>{'a', 'b'}));
-  EXPECT_EQ(request->BinaryRead(5), (std::vector<uint8_t>{'c'}));
-}
-
-TEST(GeneralFailure, LineCarriesNumberAndText) {
-  EXPECT_EQ(GeneralFailureLine("CheckLogon", RuntimeError(ErrorNumber::kOverflow)),
-            "Allgemeiner Fehler in Funktion 'CheckLogon': 6 - Overflow.");
-  EXPECT_EQ(GeneralFailureLine("X", RuntimeError(3021, "Kein Datensatz")),
-            "Allgemeiner Fehler in Funktion 'X': 3021 - Kein Datensatz.");
 }
 
 }  // namespace

@@ -63,20 +63,6 @@ TEST(DispatchTable, MembersKeepInterfaceOrderWithDenseIdsAndAreFoundByAnyCase) {
   EXPECT_EQ(e.description(), "clsVantor has no member with dispatch id 0x60030042");
 }
 
-TEST(DispatchTable, ParameterListsAndResultsFollowTheMembers) {
-  const Member& print = MemberNamed("EASYGetSegmentPrintfile");
-  ASSERT_EQ(print.parameters.size(), 10u);
-  EXPECT_EQ(print.RequiredCount(), 6u);
-  const Parameter& mode = print.parameters[6];
-  EXPECT_TRUE(mode.name == "intMode" && mode.kind == ValueKind::Integer && mode.optional && !mode.by_reference);
-  EXPECT_TRUE(print.parameters[7].by_reference);
-  EXPECT_EQ(MemberNamed("EASYEditDocument").RequiredCount(), 2u);  // the in-out reference must be passed
-  EXPECT_EQ(MemberNamed("EASYSortHitlistInit").result, ResultKind::Long);
-  EXPECT_EQ(MemberNamed("UploadFile").result, ResultKind::Boolean);
-  EXPECT_EQ(MemberNamed("EASYGetMasksFirst").result, ResultKind::None);
-  EXPECT_EQ(MemberNamed("lngREMOTEPORT").value_kind, ValueKind::Long);
-}
-
 // Every operation against a gateway that refuses every request: the table passes what each entry declares
 // and refuses one argument too many or a required one left out.
 class DispatchCalls : public testing::SessionTest {

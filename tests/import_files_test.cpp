@@ -5,13 +5,9 @@
 namespace halqvantor {
 namespace {
 
-using testing::FakeClock;
-using testing::GatewaySession;
 using testing::kMinusOne;
 using testing::kOne;
-using testing::OnFreshThread;
 using testing::RuntimeErrorNumber;
-using testing::ScriptedGateway;
 using testing::TempDir;
 using Documents = testing::SessionTest;
 

@@ -9,7 +9,8 @@ namespace {
 
 using testing::FakeClock;
 using testing::GatewaySession;
-using testing::OnFreshThread;
+using testing::Exchange;
+using testing::InFreshSession;
 using testing::QuickPump;
 using testing::ScriptedGateway;
 using RequestExchange = testing::SessionTest;
@@ -71,66 +72,48 @@ TEST_F(RequestExchange, ANestedRequestIsRefusedOnceAndTheNextOneRuns) {
 
 TEST(WaitForReply, TimeOutsCountClockSeconds) {
   QuickPump pump;
-  {
-    // The gateway's close plays no part: the wait ends with the time-out, 5 clock seconds and a little on.
-    FakeClock clock;
-    ScriptedGateway gateway;
-    gateway.Script({ScriptedGateway::Send("TotalBytes:10\r\nHal"), ScriptedGateway::Close()});
-    OnFreshThread([&] {
-      GatewaySession s(gateway.port());
-      int seconds = 0;
-      clock.on_read = [&](FakeClock& c) {
-        if (s.socket().State() == platform::kSckClosing) c.AdvanceSeconds(1), ++seconds;
-      };
-      std::string response, status;
-      EXPECT_FALSE(s.impl().RequestExchange(kRequest, response, status));
-      EXPECT_EQ(status, "Timeout of 5 seconds occured waiting for server response.");
-      const std::vector<std::string> lines = s.LogLines();
-      EXPECT_NE(std::find(lines.begin(), lines.end(), "    Winsock(1)-Close-Event."), lines.end());
-      EXPECT_EQ(lines.back(), "Timeout-Fehler (last winsock state: 8).");
-      EXPECT_EQ(s.socket().State(), platform::kSckClosed);
-      EXPECT_GE(seconds, 6);
-      EXPECT_LE(seconds, 9);
-    });
-  }
-  {
-    // A time-out of 0 ends at the first look after the second changed.
-    FakeClock clock;
-    ScriptedGateway gateway;
-    gateway.Script({ScriptedGateway::Silence()});
-    OnFreshThread([&] {
-      GatewaySession s(gateway.port());
-      s.object().lngREQUESTTIMEOUT = 0;
-      s.object().strDebugLogPath = "";  // only the waits read the clock
-      int reads = 0;
-      clock.on_read = [&](FakeClock& c) {
-        if (s.socket().State() == platform::kSckConnected && ++reads == 6) c.AdvanceSeconds(1);
-      };
-      std::string response, status;
-      EXPECT_FALSE(s.impl().RequestExchange(kRequest, response, status));
-      EXPECT_EQ(status, "Timeout of 0 seconds occured waiting for server response.");
-      EXPECT_EQ(reads, 6);
-    });
-  }
-  {
-    // A wait that starts before midnight cannot time out after it.
-    FakeClock clock({{2002, 11, 15}, 23, 59, 58});
-    ScriptedGateway gateway;
-    gateway.Script({ScriptedGateway::Await(), testing::Answer("Status: OK")});
-    OnFreshThread([&] {
-      GatewaySession s(gateway.port());
-      s.object().lngREQUESTTIMEOUT = 2;
-      int advanced = 0;
-      clock.on_read = [&](FakeClock& c) {
-        if (gateway.Requests() != std::vector<std::string>{kRequest}) return;  // until the reply wait
-        c.AdvanceSeconds(5);
-        if (++advanced == 5) gateway.Continue();  // 00:00:23
-      };
-      std::string response, status;
-      EXPECT_TRUE(s.impl().RequestExchange(kRequest, response, status)) << status;
-      EXPECT_GE(advanced, 5);
-    });
-  }
+  // The gateway's close plays no part: the wait ends with the time-out, 5 clock seconds and a little on.
+  InFreshSession({{ScriptedGateway::Send("TotalBytes:10\r\nHal"), ScriptedGateway::Close()}},
+                 [](GatewaySession& s, ScriptedGateway&, FakeClock& clock) {
+                   int seconds = 0;
+                   clock.on_read = [&](FakeClock& c) {
+                     if (s.socket().State() == platform::kSckClosing) c.AdvanceSeconds(1), ++seconds;
+                   };
+                   EXPECT_EQ(Exchange(s, kRequest).status, "Timeout of 5 seconds occured waiting for server response.");
+                   const std::vector<std::string> lines = s.LogLines();
+                   EXPECT_NE(std::find(lines.begin(), lines.end(), "    Winsock(1)-Close-Event."), lines.end());
+                   EXPECT_EQ(lines.back(), "Timeout-Fehler (last winsock state: 8).");
+                   EXPECT_EQ(s.socket().State(), platform::kSckClosed);
+                   EXPECT_GE(seconds, 6);
+                   EXPECT_LE(seconds, 9);
+                 });
+  // A time-out of 0 ends at the first look after the second changed.
+  InFreshSession({{ScriptedGateway::Silence()}}, [](GatewaySession& s, ScriptedGateway&, FakeClock& clock) {
+    s.object().lngREQUESTTIMEOUT = 0;
+    s.object().strDebugLogPath = "";  // only the waits read the clock
+    int reads = 0;
+    clock.on_read = [&](FakeClock& c) {
+      if (s.socket().State() == platform::kSckConnected && ++reads == 6) c.AdvanceSeconds(1);
+    };
+    EXPECT_EQ(Exchange(s, kRequest).status, "Timeout of 0 seconds occured waiting for server response.");
+    EXPECT_EQ(reads, 6);
+  });
+  // A wait that starts before midnight cannot time out after it.
+  InFreshSession(
+      {{ScriptedGateway::Await(), testing::Answer("Status: OK")}},
+      [](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
+        s.object().lngREQUESTTIMEOUT = 2;
+        int advanced = 0;
+        clock.on_read = [&](FakeClock& c) {
+          if (gateway.Requests() != std::vector<std::string>{kRequest}) return;  // until the reply wait
+          c.AdvanceSeconds(5);
+          if (++advanced == 5) gateway.Continue();  // 00:00:23
+        };
+        const auto got = Exchange(s, kRequest);
+        EXPECT_TRUE(got.ok) << got.status;
+        EXPECT_GE(advanced, 5);
+      },
+      {{2002, 11, 15}, 23, 59, 58});
 }
 
 TEST_F(RequestList, RowsAfterTheStatusLine) {
@@ -172,36 +155,29 @@ TEST(BusyAnswers, AreRetriedEveryThreeSecondsUntilTheRetryPeriodEnds) {
   QuickPump pump;
   for (const auto& [code, retried] :
        std::vector<std::pair<std::string, bool>>{{"1", true}, {"12", true}, {"7", true}, {"2", false}}) {
-    FakeClock clock;
-    ScriptedGateway gateway;
-    gateway.Script({testing::Answer("Status: Error " + code + " x\r\n")});
-    OnFreshThread([&] {
-      GatewaySession s(gateway.port());
-      s.object().lngREQUESTTIMEOUT = 30;
-      s.object().strDebugLogPath = "";
-      // Time passes between the exchanges only, a second per look at the clock.
-      clock.on_read = [&](FakeClock& c) {
-        if (s.socket().State() == platform::kSckClosed) c.AdvanceSeconds(1);
-      };
-      std::string status;
-      EXPECT_FALSE(s.impl().RequestList(kRequest, status));
-      EXPECT_EQ(status, "Error " + code + " x");
-      // Pause(3) reads the clock 4 times, the retry test once: 5 seconds a try, until 30 have passed.
-      EXPECT_EQ(gateway.connections(), retried ? 7 : 1) << code;
-    });
+    InFreshSession({{testing::Answer("Status: Error " + code + " x\r\n")}},
+                   [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
+                     s.object().lngREQUESTTIMEOUT = 30;
+                     s.object().strDebugLogPath = "";
+                     // Time passes between the exchanges only, a second per look at the clock.
+                     clock.on_read = [&](FakeClock& c) {
+                       if (s.socket().State() == platform::kSckClosed) c.AdvanceSeconds(1);
+                     };
+                     std::string status;
+                     EXPECT_FALSE(s.impl().RequestList(kRequest, status));
+                     EXPECT_EQ(status, "Error " + code + " x");
+                     // Pause(3) reads the clock 4 times, the retry test once: 5 seconds a try, until 30 passed.
+                     EXPECT_EQ(gateway.connections(), retried ? 7 : 1) << code;
+                   });
   }
-  FakeClock clock;
-  ScriptedGateway gateway;
-  gateway.Script({testing::Answer("Status: Error 1 busy")});
-  gateway.Script({testing::Answer("Status: OK\r\nrow")});
-  OnFreshThread([&] {
-    GatewaySession s(gateway.port());
-    clock.on_read = [](FakeClock& c) { c.AdvanceSeconds(1); };
-    s.object().lngREQUESTTIMEOUT = 1000;
-    std::string status;
-    EXPECT_TRUE(s.impl().RequestList(kRequest, status)) << status;
-    EXPECT_EQ(s.impl().ResultRows, std::vector<std::string>{"row"});
-  });
+  InFreshSession({{testing::Answer("Status: Error 1 busy")}, {testing::Answer("Status: OK\r\nrow")}},
+                 [](GatewaySession& s, ScriptedGateway&, FakeClock& clock) {
+                   clock.on_read = [](FakeClock& c) { c.AdvanceSeconds(1); };
+                   s.object().lngREQUESTTIMEOUT = 1000;
+                   std::string status;
+                   EXPECT_TRUE(s.impl().RequestList(kRequest, status)) << status;
+                   EXPECT_EQ(s.impl().ResultRows, std::vector<std::string>{"row"});
+                 });
 }
 
 TEST_F(RequestList, MalformedRepliesEndWithinTheTimeOut) {

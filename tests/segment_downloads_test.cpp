@@ -9,12 +9,8 @@
 namespace halqvantor {
 namespace {
 
-using testing::FakeClock;
-using testing::GatewaySession;
 using testing::kMinusOne;
 using testing::kOne;
-using testing::OnFreshThread;
-using testing::ScriptedGateway;
 using testing::TempDir;
 using SegmentFiles = testing::SessionTest;
 using SegmentReferences = testing::SessionTest;
@@ -139,24 +135,18 @@ TEST_F(SegmentReferences, LinesAreSplitAtTheirMarkers) {
   Variant status = "old";
   ASSERT_EQ(v().EASYGetSegmentERFInit("C", "A", "D", "V", int16_t{1}, &status), Variant(int32_t{3}));
   EXPECT_EQ(status, Variant(""));
-  Variant ch = "-", ar = "-", doc = "-", ver = "-";
-  EXPECT_EQ(v().EASYGetSegmentERFNext(&ch, &ar, &doc, &ver), Variant("$(#CH1)\\ARCH,DOC9,3"));
-  EXPECT_EQ(ch, Variant("CH1"));
-  EXPECT_EQ(ar, Variant("ARCH"));
-  EXPECT_EQ(doc, Variant("DOC9"));
-  EXPECT_EQ(ver, Variant("3"));
+  std::vector<Variant> parts(4, Variant("-"));
+  EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1], &parts[2], &parts[3]), Variant("$(#CH1)\\ARCH,DOC9,3"));
+  EXPECT_EQ(parts, (std::vector<Variant>{"CH1", "ARCH", "DOC9", "3"}));
   // Without ")\" the channel and archive stay; the commas still give what follows them.
-  ch = ar = doc = ver = "-";
-  EXPECT_EQ(v().EASYGetSegmentERFNext(&ch, &ar, &doc, &ver), Variant("no marker, here,x"));
-  EXPECT_EQ(ch, Variant("-"));
-  EXPECT_EQ(ar, Variant("-"));
-  EXPECT_EQ(doc, Variant(" here"));
-  EXPECT_EQ(ver, Variant("x"));
-  EXPECT_EQ(v().EASYGetSegmentERFNext(&ch, &ar), Variant("$(#C)\\A"));
-  EXPECT_EQ(ch, Variant("C"));
-  EXPECT_EQ(ar, Variant("-"));  // no comma after the archive: left alone
-  EXPECT_EQ(v().EASYGetSegmentERFNext(&ch), Variant(""));
-  EXPECT_EQ(ch, Variant("C"));
+  parts.assign(4, Variant("-"));
+  EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1], &parts[2], &parts[3]), Variant("no marker, here,x"));
+  EXPECT_EQ(parts, (std::vector<Variant>{"-", "-", " here", "x"}));
+  // No comma after the archive: it is left alone.
+  EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1]), Variant("$(#C)\\A"));
+  EXPECT_EQ(std::vector<Variant>(parts.begin(), parts.begin() + 2), (std::vector<Variant>{"C", "-"}));
+  EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0]), Variant(""));
+  EXPECT_EQ(parts[0], Variant("C"));
 }
 
 }  // namespace

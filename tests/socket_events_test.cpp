@@ -5,9 +5,8 @@
 #include <tuple>
 
 #include "platform/files.h"
-#include "support/fake_clock.h"
-#include "support/gateway_session.h"
-#include "support/scripted_gateway.h"
+#include "support/installed_file_system.h"
+#include "support/session_fixture.h"
 
 namespace halqvantor {
 namespace {
@@ -15,7 +14,8 @@ namespace {
 using testing::Answer;
 using testing::FakeClock;
 using testing::GatewaySession;
-using testing::OnFreshThread;
+using testing::Exchange;
+using testing::InFreshSession;
 using testing::ScriptedGateway;
 
 const std::string kRequest = "^S1^,^u^,^p^,^Test^";
@@ -73,15 +73,11 @@ TEST(Reception, RepliesEndWhenTheAnnouncedBytesAreIn) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.response);
-    FakeClock clock;
-    ScriptedGateway gateway;
-    gateway.Script(Chunks(c.chunks));
-    OnFreshThread([&] {
-      GatewaySession s(gateway.port());
+    InFreshSession({Chunks(c.chunks)}, [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
       ReleaseOnProgress(clock, s, gateway);
-      std::string response, status;
-      EXPECT_TRUE(s.impl().RequestExchange(kRequest, response, status)) << status;
-      EXPECT_EQ(response, c.response);
+      const auto got = Exchange(s, kRequest);
+      EXPECT_TRUE(got.ok) << got.status;
+      EXPECT_EQ(got.response, c.response);
       EXPECT_TRUE(s.state().Ready);
       EXPECT_EQ(ReceptionLines(s), c.lines);
     });
@@ -93,52 +89,43 @@ TEST(Reception, HeadersThatAreNotRecognised) {
            {"TotalBytes:5", "5 - Invalid procedure call or argument"},  // no CR LF (yet)
            {"TotalBytes:abc\r\nHallo", "13 - Type mismatch"},
            {"TotalBytes:99999999999\r\nHallo", "6 - Overflow"}}) {
-    FakeClock clock;
-    ScriptedGateway gateway;
-    gateway.Script({ScriptedGateway::Send(reply), ScriptedGateway::Silence()});
-    OnFreshThread([&] {
-      GatewaySession s(gateway.port());
-      std::string response, status;
-      EXPECT_FALSE(s.impl().RequestExchange(kRequest, response, status));
-      EXPECT_EQ(status, "Winsock Error (DataArrival Error (" + error + "))");
-      EXPECT_FALSE(s.state().Ready);
-      std::vector<std::string> lines = s.LogLines();
-      EXPECT_EQ(lines[lines.size() - 4], "    Error occured: DataArrival Error (" + error + ").");
-      EXPECT_EQ(lines.back(), "Winsock-Fehler (DataArrival Error (" + error + ") - 7).");
-      // The connection stays open; the next request closes it first.
-      EXPECT_FALSE(s.impl().RequestExchange(kRequest, response, status));
-      EXPECT_EQ(s.LogLines(lines.size())[0], "Schließe noch offene Verbindung (letzter Winsock-Status: 0).");
-    });
+    InFreshSession({{ScriptedGateway::Send(reply), ScriptedGateway::Silence()}},
+                   [&](GatewaySession& s, ScriptedGateway&, FakeClock&) {
+                     const auto got = Exchange(s, kRequest);
+                     EXPECT_FALSE(got.ok);
+                     EXPECT_EQ(got.status, "Winsock Error (DataArrival Error (" + error + "))");
+                     EXPECT_FALSE(s.state().Ready);
+                     std::vector<std::string> lines = s.LogLines();
+                     EXPECT_EQ(lines[lines.size() - 4], "    Error occured: DataArrival Error (" + error + ").");
+                     EXPECT_EQ(lines.back(), "Winsock-Fehler (DataArrival Error (" + error + ") - 7).");
+                     // The connection stays open; the next request closes it first.
+                     EXPECT_FALSE(Exchange(s, kRequest).ok);
+                     EXPECT_EQ(s.LogLines(lines.size())[0],
+                               "Schließe noch offene Verbindung (letzter Winsock-Status: 0).");
+                   });
   }
   // A header split inside its keyword is no header: the piece follows whatever the slot held, and a slot
   // with a complete reply is complete again at once.
-  FakeClock clock;
-  ScriptedGateway gateway;
-  gateway.Script({Answer("Hallo")});
-  gateway.Script(Chunks({"Total", "Bytes:5\r\nWelt!"}));
-  OnFreshThread([&] {
-    GatewaySession s(gateway.port());
-    std::string response, status;
-    ASSERT_TRUE(s.impl().RequestExchange(kRequest, response, status));
-    ASSERT_TRUE(s.impl().RequestExchange(kRequest, response, status)) << status;
-    EXPECT_EQ(response, "HalloTotal");
-    EXPECT_EQ(ReceptionLines(s).back(), End(10, 5));
-  });
+  InFreshSession({{Answer("Hallo")}, Chunks({"Total", "Bytes:5\r\nWelt!"})},
+                 [&](GatewaySession& s, ScriptedGateway&, FakeClock&) {
+                   ASSERT_TRUE(Exchange(s, kRequest).ok);
+                   const auto got = Exchange(s, kRequest);
+                   ASSERT_TRUE(got.ok) << got.status;
+                   EXPECT_EQ(got.response, "HalloTotal");
+                   EXPECT_EQ(ReceptionLines(s).back(), End(10, 5));
+                 });
 }
 
 TEST(SocketErrors, RefusedConnectionAndUnknownHost) {
-  FakeClock clock;
   for (const auto& [host, number, words] : std::vector<std::tuple<std::string, std::string, std::string>>{
            {"127.0.0.1", "10061", "Connection is forcefully rejected"},
            {"no-such-host.invalid", "11001", "Authoritative answer: Host not found"}}) {
-    OnFreshThread([&] {
-      GatewaySession s(ScriptedGateway::UnusedPort());
+    InFreshSession({}, [&](GatewaySession& s, ScriptedGateway&, FakeClock&) {
+      s.socket().RemotePort = ScriptedGateway::UnusedPort();
       s.socket().RemoteHost = host;
       const size_t before = s.LogLines().size();
-      std::string response, status;
-      EXPECT_FALSE(s.impl().RequestExchange(kRequest, response, status));
       const std::string error = number + " - " + words;
-      EXPECT_EQ(status, "Winsock Error (" + error + ")");
+      EXPECT_EQ(Exchange(s, kRequest).status, "Winsock Error (" + error + ")");
       EXPECT_EQ(s.LogLines(before),
                 (std::vector<std::string>{"Verbindungsaufbau.", "  Starte Warteschleife für Anfrageergebnis.",
                                           "    Winsock(1)-Error-Event (" + number + "- " + words + ").",
@@ -149,10 +136,7 @@ TEST(SocketErrors, RefusedConnectionAndUnknownHost) {
 }
 
 // A file system whose binary files fail every write with "Disk full".
-class FullDisk : public platform::FileSystemWrapper {
- public:
-  FullDisk() : FileSystemWrapper(&platform::CurrentFileSystem()), previous_(platform::InstallFileSystem(this)) {}
-  ~FullDisk() override { platform::InstallFileSystem(previous_ == Default() ? nullptr : previous_); }
+struct FullDisk : testing::InstalledFileSystem {
   int OpenForBinaryWrite(const std::string&, std::unique_ptr<platform::WritableFile>* file) override {
     struct Full : platform::WritableFile {
       int Write(std::string_view) override { return 61; }
@@ -161,20 +145,14 @@ class FullDisk : public platform::FileSystemWrapper {
     *file = std::make_unique<Full>();
     return 0;
   }
-
- private:
-  platform::FileSystem* previous_;
 };
 
 TEST(ByteMode, EveryByteGoesIntoTheFileOpenUnderTheSlotsNumber) {
   testing::TempDir dir;
   const std::string path = dir.File("blob.bin");
   testing::WriteFile(path, "0123456789ABCDEF");
-  FakeClock clock;
-  ScriptedGateway gateway;
-  gateway.Script(Chunks({"TotalBytes:", std::string("\0\xFF\r\n", 4)}));
-  gateway.Script({ScriptedGateway::Send("abc")});
-  auto run = [&](GatewaySession& s, const std::string& file, int32_t expected, std::string& status) {
+  auto run = [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock, const std::string& file,
+                 int32_t expected, std::string& status) {
     const int number = platform::FreeFile();
     platform::OpenFileForBinaryWrite(number, file);
     s.form().SetMode(s.slot(), "BYTE");
@@ -186,18 +164,19 @@ TEST(ByteMode, EveryByteGoesIntoTheFileOpenUnderTheSlotsNumber) {
     platform::CloseFile(number);
     return ok;
   };
-  OnFreshThread([&] {
-    GatewaySession s(gateway.port());
-    std::string status;
-    EXPECT_TRUE(run(s, path, 15, status)) << status;
-    EXPECT_EQ(ReceptionLines(s), (std::vector<std::string>{"    Packet received (mode: BYTE).", End(11, 15),
-                                                           "    Packet received (mode: BYTE).", End(15, 15)}));
-    // A failing write is a file error; the bytes count all the same.
-    FullDisk disk;
-    EXPECT_FALSE(run(s, "/nowhere/blob.bin", 3, status));
-    EXPECT_EQ(status, "Winsock Error (File Error (61 - Disk full))");
-    EXPECT_EQ(s.state().BytesReceived, 3);
-  });
+  InFreshSession({Chunks({"TotalBytes:", std::string("\0\xFF\r\n", 4)}), {ScriptedGateway::Send("abc")}},
+                 [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
+                   std::string status;
+                   EXPECT_TRUE(run(s, gateway, clock, path, 15, status)) << status;
+                   EXPECT_EQ(ReceptionLines(s),
+                             (std::vector<std::string>{"    Packet received (mode: BYTE).", End(11, 15),
+                                                       "    Packet received (mode: BYTE).", End(15, 15)}));
+                   // A failing write is a file error; the bytes count all the same.
+                   FullDisk disk;
+                   EXPECT_FALSE(run(s, gateway, clock, "/nowhere/blob.bin", 3, status));
+                   EXPECT_EQ(status, "Winsock Error (File Error (61 - Disk full))");
+                   EXPECT_EQ(s.state().BytesReceived, 3);
+                 });
   // Written from the first byte on: the longer old file keeps its tail.
   EXPECT_EQ(testing::ReadFile(path), std::string("TotalBytes:\0\xFF\r\nF", 16));
 }

@@ -47,4 +47,31 @@ class SessionTest : public ::testing::Test {
   std::unique_ptr<GatewaySession> session_;
 };
 
+// The outcome of one RequestExchange.
+struct Exchanged {
+  bool ok = false;
+  std::string response, status;
+};
+inline Exchanged Exchange(GatewaySession& s, const std::string& request) {
+  Exchanged out;
+  out.ok = s.impl().RequestExchange(request, out.response, out.status);
+  return out;
+}
+
+// For table rows that each need a new link: a fresh gateway playing `scripts`, a fake clock starting at
+// `start`, and a session on a thread of its own (so a slot table of its own). The clock hook goes before
+// the session does.
+template <typename F>
+void InFreshSession(const std::vector<std::vector<ScriptedGateway::Step>>& scripts, F body,
+                    platform::LocalDateTime start = {{2002, 11, 15}, 14, 3, 7}) {
+  FakeClock clock(start);
+  ScriptedGateway gateway;
+  for (const auto& script : scripts) gateway.Script(script);
+  OnFreshThread([&] {
+    GatewaySession s(gateway.port());
+    body(s, gateway, clock);
+    clock.on_read = nullptr;
+  });
+}
+
 }  // namespace halqvantor::testing

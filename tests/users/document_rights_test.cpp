@@ -58,13 +58,5 @@ TEST_P(DocumentRights, ShorterArchiveListFailsKeepingTheTextSoFar) {
                 "Allgemeiner Fehler in Funktion 'GetUserDocRights': 5 - Invalid procedure call or argument."});
 }
 
-TEST_P(DocumentRights, GuardRefusesApostropheAndNonNumericUser) {
-  Variant text;
-  EXPECT_EQ(v->GetUserDocRights(1, "C'1", "A1", &text), Variant(int16_t{-1}));
-  EXPECT_EQ(v->GetUserDocRights("x", "C1", "A1", &text), Variant(int16_t{-1}));
-  EXPECT_TRUE(recorder.statements.empty());
-  EXPECT_EQ(Failures().size(), 2u);
-}
-
 }  // namespace
 }  // namespace halqvantor::testing

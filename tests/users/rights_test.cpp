@@ -71,23 +71,13 @@ TEST_P(Rights, EditRightsSummedOverGroupsOneLinePerArchive) {
             (std::vector<std::string>{"ARCH1,N,E", "ARCH2", "ARCH3,D"}));
 }
 
-TEST_P(Rights, FailuresKeepTheClearedTextAndLog) {
-  Variant text("old");
-  EXPECT_EQ(v->GetUserGroups("", &text), Variant(int16_t{-1}));
-  EXPECT_EQ(text, Variant(""));
-  EXPECT_EQ(v->GetUserEditRights("abc", &text), Variant(int16_t{-1}));
-  EXPECT_TRUE(recorder.statements.empty());
-  // A database failure is logged with the driver's number and text.
+TEST_P(Rights, ADatabaseFailureClearsTheTextAndIsLogged) {
   recorder.fail_at = 1;
+  Variant text("old");
   EXPECT_EQ(v->GetUserArchives(1, &text), Variant(int16_t{-1}));
   EXPECT_EQ(text, Variant(""));
   EXPECT_EQ(Failures(),
-            (std::vector<std::string>{
-                "Allgemeiner Fehler in Funktion 'GetUserGroups': 5 - Invalid procedure call or argument (strUserID '' "
-                "is not a whole number).",
-                "Allgemeiner Fehler in Funktion 'GetUserEditRights': 5 - Invalid procedure call or argument "
-                "(strUserID 'abc' is not a whole number).",
-                "Allgemeiner Fehler in Funktion 'GetUserArchives': 4711 - injected failure."}));
+            std::vector<std::string>{"Allgemeiner Fehler in Funktion 'GetUserArchives': 4711 - injected failure."});
 }
 
 TEST_P(Rights, ClosedConnectionEndsInMinusOne) {
@@ -103,11 +93,11 @@ TEST_P(Rights, ClosedConnectionEndsInMinusOne) {
   EXPECT_EQ(closed.GetUserSearchRights(1, &text, &text, &text), Variant(int16_t{-1}));
   const std::vector<std::string> log = Failures();
   ASSERT_EQ(log.size(), 4u);
-  EXPECT_EQ(log[0],
-            "Allgemeiner Fehler in Funktion 'GetUserRights': 91 - Object variable or With block variable not set.");
-  EXPECT_EQ(log[1],
-            "Allgemeiner Fehler in Funktion 'GetUserRights': 3704 - Operation is not allowed when the object is "
-            "closed.");
+  EXPECT_EQ(std::vector<std::string>(log.begin(), log.begin() + 2),
+            (std::vector<std::string>{
+                "Allgemeiner Fehler in Funktion 'GetUserRights': 91 - Object variable or With block variable not set.",
+                "Allgemeiner Fehler in Funktion 'GetUserRights': 3704 - Operation is not allowed when the object is "
+                "closed."}));
 }
 
 }  // namespace
