@@ -269,6 +269,60 @@ TEST_F(VantorCli, FailuresAndBadUsage) {
   EXPECT_THAT(help.out, HasSubstr("Examples:\n  vantor"));
 }
 
+TEST_F(VantorCli, CallAnyMemberByNameWithTypedArgumentsAndOutputs) {
+  if (Run({"call", "lngREMOTEPORT"}).err.find("not available in this build") != std::string::npos) {
+    GTEST_SKIP() << "this build has no dispatch table yet";
+  }
+  // Properties read after the options are applied, and written with the value converted.
+  EXPECT_EQ(Run({"call", "lngremoteport"}).out, "lngREMOTEPORT = " + port_ + " (Long)\n");
+  EXPECT_EQ(Run({"call", "strREMOTEHOST", "gw.example"}).out, "strREMOTEHOST = gw.example (String)\n");
+
+  // By-reference arguments not given are passed so that their values show.
+  Outcome channels = Run({"call", "easygetchannelsinit"});
+  ASSERT_EQ(channels.code, 0) << channels.err;
+  EXPECT_EQ(channels.out, "EASYGetChannelsInit = 3 (Long)\nstrStatus =  (String)\n");
+  Outcome info = Run({"call", "EASYGetDocumentInfo", "FIBU", "Eingangsrechnungen", "1000001", "1"});
+  EXPECT_THAT(info.out, HasSubstr("strTitel = Rechnung 2002-0117 Meier GmbH (String)\n"));
+
+  json archives = Run({"--json", "call", "EASYGetArchivesInit", "FIBU"}).Json();
+  EXPECT_EQ(archives["member"], "EASYGetArchivesInit");
+  EXPECT_EQ(archives["result"], json({{"type", "Long"}, {"value", 2}}));
+  EXPECT_EQ(archives["outputs"]["strStatus"], json({{"type", "String"}, {"value", ""}}));
+
+  // "str:" keeps a text as it is where the parameter would convert it; ":missing" leaves an argument out.
+  std::vector<std::string> segment = {"call", "EASYGetSegmentData", "FIBU", "Eingangsrechnungen", "1000001", "1"};
+  segment.push_back("BELEG");
+  Outcome mismatch = Run(segment);
+  EXPECT_EQ(mismatch.code, 2);
+  EXPECT_THAT(mismatch.err, HasSubstr("intFieldIndex"));
+  segment.back() = "str:BELEG";
+  EXPECT_THAT(Run(segment).out, HasSubstr("strFileName = 1000001_1_2.TIF (String)\n"));
+  Outcome sort = Run({"call", "EASYSortHitlistInit", ":missing"});
+  EXPECT_EQ(sort.code, 2);
+  EXPECT_THAT(sort.err, HasSubstr("lngCol"));
+
+  // A browser upload from a posted body.
+  local_ = dir_.File("local");
+  fs::create_directories(local_);
+  WriteFile(dir_.File("body"),
+            "-----------------------------7d41b838504d8\r\nContent-Disposition: form-data; name=\"f\"; filename=\"a.txt\""
+            "\r\nContent-Type: text/plain\r\n\r\nabc\r\n-----------------------------7d41b838504d8--\r\n");
+  Outcome upload = Run({"call", "UploadFile", "--post", dir_.File("body")});
+  EXPECT_THAT(upload.out, HasSubstr("UploadFile = True (Boolean)\nstrFileNameParam = a.txt (String)\n"));
+  EXPECT_EQ(ReadFile(local_ + "/a.txt"), "abc");
+
+  Outcome failed = Run({"call", "EASYGetArchivesInit", "Nix"});
+  EXPECT_EQ(failed.code, 1);
+  EXPECT_THAT(failed.out, HasSubstr("EASYGetArchivesInit = -1 (Integer)\n"));
+  EXPECT_THAT(failed.err, HasSubstr("EASYGetArchivesInit: Error 30"));
+  Outcome unknown = Run({"call", "EASYFrobnicate"});
+  EXPECT_EQ(unknown.code, 2);
+  EXPECT_THAT(unknown.err, HasSubstr("EASYFrobnicate"));
+  Outcome short_of_arguments = Run({"call", "EASYTransferBLOB", "x"});
+  EXPECT_EQ(short_of_arguments.code, 2);
+  EXPECT_THAT(short_of_arguments.err, HasSubstr("lngFileLen"));
+}
+
 TEST(VantorCliRuntimeError, NamesTheMemberThatRaisedIt) {
   // A document info row with too few columns is a malformed answer: a run-time error, not a status.
   halqvantor::testing::ScriptedGateway gateway;
