@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Developer entry point: sets the machine up (Debian packages), builds, and runs things.
 #
+#   ./dev.sh demo [--keep]     build the vantor program and run `vantor demo` (a portal session against a
+#                              local reference gateway)
 #   ./dev.sh test              build and run the whole test suite
 #   ./dev.sh test --sanitize   the same, built with AddressSanitizer and UndefinedBehaviorSanitizer
 #   ./dev.sh build             build only (build/)
@@ -27,7 +29,7 @@ deps() {
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-build() {  # build DIR [cmake options...]
+build() {  # build DIR [cmake options...]; only the target $BUILD_TARGET when that is set
   local dir=$1; shift
   deps
   if [ ! -f "$dir/build.ninja" ]; then
@@ -35,7 +37,7 @@ build() {  # build DIR [cmake options...]
     cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
   fi
   say "building $dir"
-  cmake --build "$dir" -- -j"$(nproc)"
+  cmake --build "$dir" ${BUILD_TARGET:+--target "$BUILD_TARGET"} -- -j"$(nproc)"
 }
 
 cmd=${1:-test}
@@ -43,6 +45,11 @@ shift || true
 case "$cmd" in
   deps) deps ;;
   build) build build ;;
+  demo)
+    BUILD_TARGET=vantor build build
+    say "running vantor demo"
+    exec build/tools/vantor/vantor demo "$@"
+    ;;
   test)
     dir=build
     opts=()
@@ -65,7 +72,7 @@ case "$cmd" in
     done
     ;;
   *)
-    echo "usage: ./dev.sh {test [--sanitize]|build|bench|deps}" >&2
+    echo "usage: ./dev.sh {demo [--keep]|test [--sanitize]|build|bench|deps}" >&2
     exit 2
     ;;
 esac

@@ -1,14 +1,14 @@
 #include <gtest/gtest.h>
 
 #include "archive/archives_ext.h"
-#include "support/archive_gateway.h"
+#include "support/session_fixture.h"
 
 namespace halqvantor {
 namespace {
 
 using testing::RuntimeErrorNumber;
-using testing::kRequestHead;
-using testing::WithAnswers;
+using ArchiveProperties = testing::SessionTest;
+using ArchivesExt = testing::SessionTest;
 
 TEST(ArchivesExtRows, ChannelRowsAndPropertiesSplitAtCommas) {
   EXPECT_EQ(archive::SplitChannelGroupRow("#,").name, "");
@@ -20,63 +20,59 @@ TEST(ArchivesExtRows, ChannelRowsAndPropertiesSplitAtCommas) {
   EXPECT_EQ(RuntimeErrorNumber([] { archive::SplitArchiveProperties("1,0,1,5"); }), 5);
 }
 
-TEST(ArchivesExt, TwoLevelWalkWithSkipsRestartAndTheEnd) {
-  WithAnswers({"Status: OK\r\n#K1,Rechnungen, alt\r\nA1\r\nA2\r\n#K2,leer\r\n#K3,x\r\nB1"},
-              [](clsVantor& v, testing::ScriptedGateway& gateway) {
-                Variant status("old"), channel, description;
-                EXPECT_EQ(v.EASYGetAllArchivesExtInit(&status), Variant(int32_t{3}));
-                EXPECT_EQ(status, Variant(""));
-                EXPECT_EQ(gateway.Requests()[0], kRequestHead + ",^GetAllArchivesExt^");
-                EXPECT_EQ(v.EASYGetAllArchivesExtNext(&channel, &description), Variant(int32_t{2}));
-                EXPECT_EQ(channel, Variant("K1"));
-                EXPECT_EQ(description, Variant("Rechnungen, alt"));
-                EXPECT_EQ(v.EASYGetAllArchivesExtNextArchive(), Variant("A1"));
-                // A2 is skipped; a channel without archives gives 0 and "" without moving.
-                EXPECT_EQ(v.EASYGetAllArchivesExtNext(&channel), Variant(int32_t{0}));
-                EXPECT_EQ(channel, Variant("K2"));
-                EXPECT_EQ(v.EASYGetAllArchivesExtNextArchive(), Variant(""));
-                EXPECT_EQ(v.EASYGetAllArchivesExtNextArchive(), Variant(""));
-                EXPECT_EQ(v.EASYGetAllArchivesExtNext(&channel), Variant(int32_t{1}));
-                EXPECT_EQ(channel, Variant("K3"));
-                EXPECT_EQ(v.EASYGetAllArchivesExtNextArchive(), Variant("B1"));
-                EXPECT_EQ(RuntimeErrorNumber([&] { v.EASYGetAllArchivesExtNextArchive(); }), 9);
-                EXPECT_EQ(v.EASYGetAllArchivesExtNext(&channel, &description), Variant(int16_t{-1}));
-                EXPECT_EQ(channel, Variant(""));
-                EXPECT_EQ(description, Variant(""));
+TEST_F(ArchivesExt, TwoLevelWalkWithSkipsRestartAndTheEnd) {
+  Answers({"Status: OK\r\n#K1,Rechnungen, alt\r\nA1\r\nA2\r\n#K2,leer\r\n#K3,x\r\nB1"});
+  Variant status("old"), channel, description;
+  EXPECT_EQ(v().EASYGetAllArchivesExtInit(&status), Variant(int32_t{3}));
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(Requests()[0], std::string(kHead) + ",^GetAllArchivesExt^");
+  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel, &description), Variant(int32_t{2}));
+  EXPECT_EQ(channel, Variant("K1"));
+  EXPECT_EQ(description, Variant("Rechnungen, alt"));
+  EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant("A1"));
+  // A2 is skipped; a channel without archives gives 0 and "" without moving.
+  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel), Variant(int32_t{0}));
+  EXPECT_EQ(channel, Variant("K2"));
+  EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant(""));
+  EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant(""));
+  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel), Variant(int32_t{1}));
+  EXPECT_EQ(channel, Variant("K3"));
+  EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant("B1"));
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYGetAllArchivesExtNextArchive(); }), 9);
+  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel, &description), Variant(int16_t{-1}));
+  EXPECT_EQ(channel, Variant(""));
+  EXPECT_EQ(description, Variant(""));
 
-                v.EASYGetAllArchivesExtFirst();
-                EXPECT_EQ(v.EASYGetAllArchivesExtNext(&channel), Variant(int32_t{2}));
-                EXPECT_EQ(channel, Variant("K1"));
-              });
+  v().EASYGetAllArchivesExtFirst();
+  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel), Variant(int32_t{2}));
+  EXPECT_EQ(channel, Variant("K1"));
 }
 
-TEST(ArchiveProperties, FourPermissionsAndTheFifthValue) {
-  WithAnswers({"Status: OK\r\n1,0,1,0,5", "Status: OK", "Status: OK\r\n1,1,2,true,viele", "Status: Error 2 x"},
-              [](clsVantor& v, testing::ScriptedGateway& gateway) {
-                std::vector<Variant> out(4, Variant("untouched"));
-                Variant status("old");
-                auto properties = [&] {
-                  return v.EASYGetArchiveProperties("K1", "A1", &out[0], &out[1], &out[2], &out[3], &status);
-                };
-                EXPECT_EQ(properties(), Variant(int32_t{5}));
-                EXPECT_EQ(out, (std::vector<Variant>{Variant(true), Variant(false), Variant(true), Variant(false)}));
-                EXPECT_EQ(status, Variant(""));
-                EXPECT_EQ(gateway.Requests()[0], kRequestHead + ",^GetArchiveProperties^,^K1^,^A1^");
+TEST_F(ArchiveProperties, FourPermissionsAndTheFifthValue) {
+  Answers({"Status: OK\r\n1,0,1,0,5", "Status: OK", "Status: OK\r\n1,1,2,true,viele", "Status: Error 2 x"});
+  std::vector<Variant> out(4, Variant("untouched"));
+  Variant status("old");
+  auto properties = [&] {
+    return v().EASYGetArchiveProperties("K1", "A1", &out[0], &out[1], &out[2], &out[3], &status);
+  };
+  EXPECT_EQ(properties(), Variant(int32_t{5}));
+  EXPECT_EQ(out, (std::vector<Variant>{Variant(true), Variant(false), Variant(true), Variant(false)}));
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(Requests()[0], std::string(kHead) + ",^GetArchiveProperties^,^K1^,^A1^");
 
-                // No row: an Empty result and only the status written.
-                out.assign(4, Variant("untouched"));
-                status = Variant("old");
-                EXPECT_EQ(properties(), Variant());
-                EXPECT_EQ(out[0], Variant("untouched"));
-                EXPECT_EQ(status, Variant(""));
-                // A fifth value that is no number raises after the permissions were written ("1" exactly).
-                status = Variant("old");
-                EXPECT_EQ(RuntimeErrorNumber(properties), 13);
-                EXPECT_EQ(out, (std::vector<Variant>{Variant(true), Variant(true), Variant(false), Variant(false)}));
-                EXPECT_EQ(status, Variant("old"));
-                EXPECT_EQ(properties(), Variant(int16_t{-1}));
-                EXPECT_EQ(status, Variant("Error 2 x"));
-              });
+  // No row: an Empty result and only the status written.
+  out.assign(4, Variant("untouched"));
+  status = Variant("old");
+  EXPECT_EQ(properties(), Variant());
+  EXPECT_EQ(out[0], Variant("untouched"));
+  EXPECT_EQ(status, Variant(""));
+  // A fifth value that is no number raises after the permissions were written ("1" exactly).
+  status = Variant("old");
+  EXPECT_EQ(RuntimeErrorNumber(properties), 13);
+  EXPECT_EQ(out, (std::vector<Variant>{Variant(true), Variant(true), Variant(false), Variant(false)}));
+  EXPECT_EQ(status, Variant("old"));
+  EXPECT_EQ(properties(), Variant(int16_t{-1}));
+  EXPECT_EQ(status, Variant("Error 2 x"));
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
-#include "support/archive_fixture.h"
+#include "support/session_fixture.h"
 
 namespace halqvantor {
 namespace {
 
-using ChannelLists = testing::ArchiveTest;
+using ChannelLists = testing::SessionTest;
 
 TEST_F(ChannelLists, ChannelsAreSortedByCapitalsAndSplitAtTheFirstComma) {
   Answer("Status: OK\r\nb,2\r\nK1,Rechnungen, alt\r\nA,1\r\na,0\r\n\r\nK2");

@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
-#include "support/archive_fixture.h"
+#include "support/session_fixture.h"
 
 namespace halqvantor {
 namespace {
 
 using testing::RuntimeErrorNumber;
-using ArchiveDescription = testing::ArchiveTest;
+using ArchiveDescription = testing::SessionTest;
 
 std::string FieldLine(const std::string& id, const std::string& weight) {
   return "^" + id + "^,^Feld " + id + "^,^C^,^40^,^0^,^" + weight + "^,^" + id + "L^";

@@ -1,14 +1,15 @@
 #include <gtest/gtest.h>
 
 #include "archive/document.h"
-#include "support/archive_gateway.h"
+#include "support/session_fixture.h"
 
 namespace halqvantor {
 namespace {
 
 using testing::RuntimeErrorNumber;
-using testing::kRequestHead;
-using testing::WithAnswers;
+using DocumentInfo = testing::SessionTest;
+using SegmentText = testing::SessionTest;
+using SegmentDescription = testing::SessionTest;
 using Pieces = std::vector<std::string>;
 
 const std::string kInfoRow = "^K1^,^A1^,^D7^,^2^,^1234^,^01.02.2002^,^15.01.2003^,^Titel^,^4^,^2^,^1^,^1^,^x^";
@@ -20,7 +21,8 @@ std::vector<Variant> Texts(const Pieces& texts) { return {texts.begin(), texts.e
 TEST(DocumentRows, InfoAndSegmentColumns) {
   EXPECT_EQ(archive::DocumentInfoColumns(kInfoRow)[3], "Titel");
   // Column 11 needs its separator: a row that ends there is one column short.
-  EXPECT_EQ(RuntimeErrorNumber([] { archive::DocumentInfoColumns("^0^,^1^,^2^,^3^,^4^,^5^,^6^,^7^,^8^,^9^,^10^,^11^"); }), 5);
+  EXPECT_EQ(
+      RuntimeErrorNumber([] { archive::DocumentInfoColumns("^0^,^1^,^2^,^3^,^4^,^5^,^6^,^7^,^8^,^9^,^10^,^11^"); }), 5);
   const std::string longer = kSegmentRow + ",^ignored";
   EXPECT_EQ(archive::SegmentColumns(longer)[11], "77");
   EXPECT_EQ(RuntimeErrorNumber([] { archive::SegmentColumns(kSegmentRow.substr(0, kSegmentRow.size() - 1)); }), 5);
@@ -43,83 +45,75 @@ TEST(DocumentRows, TextPiecesSplitWhereACaretEndMeetsACaretStart) {
   EXPECT_EQ(pieces, Pieces{"a"});
 }
 
-TEST(DocumentInfo, ColumnsFourToElevenAsTextAndTheRowCount) {
-  WithAnswers({"Status: OK\r\n" + kInfoRow + "\r\nnext", "Status: OK", "Status: Error 3 Archiv unbekannt"},
-              [](clsVantor& v, testing::ScriptedGateway& gateway) {
-                std::vector<Variant> out(8);
-                Variant status("old");
-                EXPECT_EQ(v.EASYGetDocumentInfo("K1", "A1", "D7", int32_t{2}, &out[0], &out[1], &out[2], &out[3],
-                                                &out[4], &out[5], &out[6], &out[7], &status),
-                          Variant(int32_t{2}));
-                EXPECT_EQ(out, Texts({"1234", "01.02.2002", "15.01.2003", "Titel", "4", "2", "1", "1"}));
-                EXPECT_EQ(status, Variant(""));
-                EXPECT_EQ(gateway.Requests()[0], kRequestHead + ",^GetDocumentInfo^,^K1^,^A1^,^D7^,^2^");
-                // No row: 0 and no field written; a failure: -1 as an Integer and the status text.
-                EXPECT_EQ(v.EASYGetDocumentInfo("K1", "A1", "D7", "2", &out[0]), Variant(int32_t{0}));
-                EXPECT_EQ(v.EASYGetDocumentInfo("K1", "A1", "D7", "2", &out[0], nullptr, nullptr, nullptr, nullptr,
-                                                nullptr, nullptr, nullptr, &status),
-                          Variant(int16_t{-1}));
-                EXPECT_EQ(out[0], Variant("1234"));
-                EXPECT_EQ(status, Variant("Error 3 Archiv unbekannt"));
-              });
+TEST_F(DocumentInfo, ColumnsFourToElevenAsTextAndTheRowCount) {
+  Answers({"Status: OK\r\n" + kInfoRow + "\r\nnext", "Status: OK", "Status: Error 3 Archiv unbekannt"});
+  std::vector<Variant> out(8);
+  Variant status("old");
+  EXPECT_EQ(v().EASYGetDocumentInfo("K1", "A1", "D7", int32_t{2}, &out[0], &out[1], &out[2], &out[3], &out[4], &out[5],
+                                    &out[6], &out[7], &status),
+            Variant(int32_t{2}));
+  EXPECT_EQ(out, Texts({"1234", "01.02.2002", "15.01.2003", "Titel", "4", "2", "1", "1"}));
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(Requests()[0], std::string(kHead) + ",^GetDocumentInfo^,^K1^,^A1^,^D7^,^2^");
+  // No row: 0 and no field written; a failure: -1 as an Integer and the status text.
+  EXPECT_EQ(v().EASYGetDocumentInfo("K1", "A1", "D7", "2", &out[0]), Variant(int32_t{0}));
+  EXPECT_EQ(v().EASYGetDocumentInfo("K1", "A1", "D7", "2", &out[0], nullptr, nullptr, nullptr, nullptr, nullptr,
+                                    nullptr, nullptr, &status),
+            Variant(int16_t{-1}));
+  EXPECT_EQ(out[0], Variant("1234"));
+  EXPECT_EQ(status, Variant("Error 3 Archiv unbekannt"));
 }
 
-TEST(SegmentDescription, NotesRowThenOneSegmentPerNext) {
-  WithAnswers({"Status: OK\r\n2\r\n" + kSegmentRow + "\r\n^4^,^Bild^,^0^,^0^,^9^,^TIF^,^2^,^Scan^,^s.tif^,^0^,^^,^0^",
-               "Status: OK\r\n0", "Status: OK"},
-              [](clsVantor& v, testing::ScriptedGateway& gateway) {
-                Variant notes, status("old");
-                EXPECT_EQ(v.EASYGetSegmentDescriptionInit("K1", "A1", "D7", "2", Variant::missing(), &notes, &status),
-                          Variant(int32_t{2}));
-                EXPECT_EQ(notes, Variant("2"));
-                EXPECT_EQ(status, Variant(""));
-                std::vector<Variant> out(11);
-                EXPECT_EQ(v.EASYGetSegmentDescriptionNext(&out[0], &out[1], &out[2], &out[3], &out[4], &out[5], &out[6],
-                                                          &out[7], &out[8], &out[9], &out[10]),
-                          Variant("Text"));
-                EXPECT_EQ(out, Texts({"3", "120", "2", "0", "TXT", "1", "Inhalt", "d.txt", "0", "L1", "77"}));
-                EXPECT_EQ(v.EASYGetSegmentDescriptionNext(&out[0]), Variant("Bild"));
-                EXPECT_EQ(v.EASYGetSegmentDescriptionNext(&out[0]), Variant(""));
-                EXPECT_EQ(out[0], Variant("4"));
+TEST_F(SegmentDescription, NotesRowThenOneSegmentPerNext) {
+  Answers({"Status: OK\r\n2\r\n" + kSegmentRow + "\r\n^4^,^Bild^,^0^,^0^,^9^,^TIF^,^2^,^Scan^,^s.tif^,^0^,^^,^0^",
+           "Status: OK\r\n0", "Status: OK"});
+  Variant notes, status("old");
+  EXPECT_EQ(v().EASYGetSegmentDescriptionInit("K1", "A1", "D7", "2", Variant::missing(), &notes, &status),
+            Variant(int32_t{2}));
+  EXPECT_EQ(notes, Variant("2"));
+  EXPECT_EQ(status, Variant(""));
+  std::vector<Variant> out(11);
+  EXPECT_EQ(v().EASYGetSegmentDescriptionNext(&out[0], &out[1], &out[2], &out[3], &out[4], &out[5], &out[6], &out[7],
+                                              &out[8], &out[9], &out[10]),
+            Variant("Text"));
+  EXPECT_EQ(out, Texts({"3", "120", "2", "0", "TXT", "1", "Inhalt", "d.txt", "0", "L1", "77"}));
+  EXPECT_EQ(v().EASYGetSegmentDescriptionNext(&out[0]), Variant("Bild"));
+  EXPECT_EQ(v().EASYGetSegmentDescriptionNext(&out[0]), Variant(""));
+  EXPECT_EQ(out[0], Variant("4"));
 
-                // Only the notes row: no segment. No row at all: -1 as a Long and an empty notes count.
-                EXPECT_EQ(v.EASYGetSegmentDescriptionInit("K1", "A1", "D7", "2", "\\\\srv\\thumbs"),
-                          Variant(int32_t{0}));
-                EXPECT_EQ(v.EASYGetSegmentDescriptionNext(), Variant(""));
-                EXPECT_EQ(v.EASYGetSegmentDescriptionInit("K1", "A1", "D7", "2", "", &notes), Variant(int32_t{-1}));
-                EXPECT_EQ(notes, Variant(""));
-                EXPECT_EQ(v.EASYGetSegmentDescriptionNext(), Variant(""));
-                const auto requests = gateway.Requests();
-                EXPECT_EQ(requests[0], kRequestHead + ",^GetSegmentDescription^,^K1^,^A1^,^D7^,^2^,^^");
-                EXPECT_EQ(requests[1], kRequestHead + ",^GetSegmentDescription^,^K1^,^A1^,^D7^,^2^,^\\\\srv\\thumbs^");
-              });
+  // Only the notes row: no segment. No row at all: -1 as a Long and an empty notes count.
+  EXPECT_EQ(v().EASYGetSegmentDescriptionInit("K1", "A1", "D7", "2", "\\\\srv\\thumbs"), Variant(int32_t{0}));
+  EXPECT_EQ(v().EASYGetSegmentDescriptionNext(), Variant(""));
+  EXPECT_EQ(v().EASYGetSegmentDescriptionInit("K1", "A1", "D7", "2", "", &notes), Variant(int32_t{-1}));
+  EXPECT_EQ(notes, Variant(""));
+  EXPECT_EQ(v().EASYGetSegmentDescriptionNext(), Variant(""));
+  const auto requests = Requests();
+  EXPECT_EQ(requests[0], std::string(kHead) + ",^GetSegmentDescription^,^K1^,^A1^,^D7^,^2^,^^");
+  EXPECT_EQ(requests[1], std::string(kHead) + ",^GetSegmentDescription^,^K1^,^A1^,^D7^,^2^,^\\\\srv\\thumbs^");
 }
 
-TEST(SegmentText, PiecesJoinedWithTheCallersLineBreakWhichIsNeverSent) {
+TEST_F(SegmentText, PiecesJoinedWithTheCallersLineBreakWhichIsNeverSent) {
   const std::string text = "Status: OK\r\n^Zeile 1\r\nZeile 2^\r\n^zwei^";
-  WithAnswers(
-      {text, text, "Status: OK\r\n" + kInfoRow, "Status: Error 2 x", "Status: OK"},
-      [](clsVantor& v, testing::ScriptedGateway& gateway) {
-        EXPECT_EQ(v.EASYGetSegmentTextInit("K1", "A1", "D7", "2"), Variant(int32_t{2}));
-        EXPECT_EQ(v.EASYGetSegmentTextNext(), Variant("Zeile 1\r\nZeile 2"));
-        EXPECT_EQ(v.EASYGetSegmentTextInit("K1", "A1", "D7", "2", "Suche", "<b>", "</b>", "<br>", "&nbsp;"),
-                  Variant(int32_t{2}));
-        EXPECT_EQ(v.EASYGetSegmentTextNext(), Variant("Zeile 1<br>Zeile 2"));
-        // The pieces outlive other requests and a failed read.
-        v.EASYGetDocumentInfo("K1", "A1", "D7", "2");
-        Variant status("old");
-        EXPECT_EQ(v.EASYGetSegmentTextInit("K1", "A1", "D7", "2", "", "", "", "", "", &status), Variant(int16_t{-1}));
-        EXPECT_EQ(status, Variant("Error 2 x"));
-        EXPECT_EQ(v.EASYGetSegmentTextNext(), Variant("zwei"));
-        EXPECT_EQ(v.EASYGetSegmentTextNext(), Variant(""));
-        // An answer without rows holds no piece.
-        EXPECT_EQ(v.EASYGetSegmentTextInit("K1", "A1", "D7", "2", "", "", "", "", "", &status), Variant(int32_t{0}));
-        EXPECT_EQ(status, Variant(""));
-        EXPECT_EQ(v.EASYGetSegmentTextNext(), Variant(""));
-        const auto requests = gateway.Requests();
-        EXPECT_EQ(requests[0], kRequestHead + ",^GetSegmentText^,^K1^,^A1^,^D7^,^2^,^^,^^,^^,^^");
-        EXPECT_EQ(requests[1], kRequestHead + ",^GetSegmentText^,^K1^,^A1^,^D7^,^2^,^Suche^,^<b>^,^</b>^,^&nbsp;^");
-      });
+  Answers({text, text, "Status: OK\r\n" + kInfoRow, "Status: Error 2 x", "Status: OK"});
+  EXPECT_EQ(v().EASYGetSegmentTextInit("K1", "A1", "D7", "2"), Variant(int32_t{2}));
+  EXPECT_EQ(v().EASYGetSegmentTextNext(), Variant("Zeile 1\r\nZeile 2"));
+  EXPECT_EQ(v().EASYGetSegmentTextInit("K1", "A1", "D7", "2", "Suche", "<b>", "</b>", "<br>", "&nbsp;"),
+            Variant(int32_t{2}));
+  EXPECT_EQ(v().EASYGetSegmentTextNext(), Variant("Zeile 1<br>Zeile 2"));
+  // The pieces outlive other requests and a failed read.
+  v().EASYGetDocumentInfo("K1", "A1", "D7", "2");
+  Variant status("old");
+  EXPECT_EQ(v().EASYGetSegmentTextInit("K1", "A1", "D7", "2", "", "", "", "", "", &status), Variant(int16_t{-1}));
+  EXPECT_EQ(status, Variant("Error 2 x"));
+  EXPECT_EQ(v().EASYGetSegmentTextNext(), Variant("zwei"));
+  EXPECT_EQ(v().EASYGetSegmentTextNext(), Variant(""));
+  // An answer without rows holds no piece.
+  EXPECT_EQ(v().EASYGetSegmentTextInit("K1", "A1", "D7", "2", "", "", "", "", "", &status), Variant(int32_t{0}));
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(v().EASYGetSegmentTextNext(), Variant(""));
+  const auto requests = Requests();
+  EXPECT_EQ(requests[0], std::string(kHead) + ",^GetSegmentText^,^K1^,^A1^,^D7^,^2^,^^,^^,^^,^^");
+  EXPECT_EQ(requests[1], std::string(kHead) + ",^GetSegmentText^,^K1^,^A1^,^D7^,^2^,^Suche^,^<b>^,^</b>^,^&nbsp;^");
 }
 
 }  // namespace

@@ -1,14 +1,13 @@
 #include <gtest/gtest.h>
 
 #include "archive/masks.h"
-#include "support/archive_gateway.h"
+#include "support/session_fixture.h"
 
 namespace halqvantor {
 namespace {
 
 using testing::RuntimeErrorNumber;
-using testing::kRequestHead;
-using testing::WithAnswers;
+using Masks = testing::SessionTest;
 
 const std::string kEightColumns = "^10^,^1^,^30^,^L^,^Name^,^1^,^Herr^,^0^";
 const std::string kTenColumns = "^11^,^2^,^8^,^R^,^Ort^,^2^,^^,^1^,^Bonn^,^Bern^";
@@ -32,67 +31,63 @@ TEST(MaskRows, EightColumnsEndAtTheClosingCaretAndMoreBecomeTheList) {
   EXPECT_EQ(RuntimeErrorNumber([] { archive::MaskFlag(""); }), 13);
 }
 
-TEST(Masks, TwoLevelWalkWithSkipsRestartAndTheEnd) {
-  WithAnswers(
+TEST_F(Masks, TwoLevelWalkWithSkipsRestartAndTheEnd) {
+  Answers(
       {"Status: OK\r\n@Person\r\n" + kEightColumns + "\r\n" + kTenColumns + "\r\n@Leer\r\n@Firma\r\n" + kEightColumns,
-       "Status: Error 3 Archiv unbekannt"},
-      [](clsVantor& v, testing::ScriptedGateway& gateway) {
-        Variant status("old"), name;
-        EXPECT_EQ(v.EASYGetMasksInit("K1", "A1", &status), Variant(int32_t{3}));
-        EXPECT_EQ(status, Variant(""));
-        EXPECT_EQ(gateway.Requests()[0], kRequestHead + ",^GetMasks^,^K1^,^A1^");
-        EXPECT_EQ(v.EASYGetMasksNext(&name), Variant(int32_t{2}));
-        EXPECT_EQ(name, Variant("Person"));
+       "Status: Error 3 Archiv unbekannt"});
+  Variant status("old"), name;
+  EXPECT_EQ(v().EASYGetMasksInit("K1", "A1", &status), Variant(int32_t{3}));
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(Requests()[0], std::string(kHead) + ",^GetMasks^,^K1^,^A1^");
+  EXPECT_EQ(v().EASYGetMasksNext(&name), Variant(int32_t{2}));
+  EXPECT_EQ(name, Variant("Person"));
 
-        std::vector<Variant> out(8, Variant("untouched"));
-        auto next_field = [&] {
-          return v.EASYGetMasksNextField(&out[0], &out[1], &out[2], &out[3], &out[4], &out[5], &out[6], &out[7]);
-        };
-        EXPECT_EQ(next_field(), Variant(int32_t{10}));
-        EXPECT_EQ(out, (std::vector<Variant>{Variant(int32_t{1}), Variant(int32_t{30}), Variant("L"), Variant("Name"),
-                                             Variant(true), Variant("Herr"), Variant(false), Variant("untouched")}));
-        EXPECT_EQ(next_field(), Variant(int32_t{11}));
-        EXPECT_EQ(out[4], Variant(false));  // mandatory "2"
-        EXPECT_EQ(out[6], Variant(true));
-        EXPECT_EQ(out[7], Variant("^Bonn^,^Bern^"));
-        // At the next mask row: -1 without moving.
-        EXPECT_EQ(next_field(), Variant(int16_t{-1}));
-        EXPECT_EQ(v.EASYGetMasksNext(&name), Variant(int32_t{0}));
-        EXPECT_EQ(name, Variant("Leer"));
-        EXPECT_EQ(next_field(), Variant(int16_t{-1}));
-        EXPECT_EQ(v.EASYGetMasksNext(&name), Variant(int32_t{1}));
-        EXPECT_EQ(next_field(), Variant(int32_t{10}));
-        // The cursor stands at the answer's end: the row there is read and does not exist.
-        EXPECT_EQ(RuntimeErrorNumber([&] { next_field(); }), 9);
-        EXPECT_EQ(v.EASYGetMasksNext(&name), Variant(int16_t{-1}));
-        EXPECT_EQ(name, Variant(""));
+  std::vector<Variant> out(8, Variant("untouched"));
+  auto next_field = [&] {
+    return v().EASYGetMasksNextField(&out[0], &out[1], &out[2], &out[3], &out[4], &out[5], &out[6], &out[7]);
+  };
+  EXPECT_EQ(next_field(), Variant(int32_t{10}));
+  EXPECT_EQ(out, (std::vector<Variant>{Variant(int32_t{1}), Variant(int32_t{30}), Variant("L"), Variant("Name"),
+                                       Variant(true), Variant("Herr"), Variant(false), Variant("untouched")}));
+  EXPECT_EQ(next_field(), Variant(int32_t{11}));
+  EXPECT_EQ(out[4], Variant(false));  // mandatory "2"
+  EXPECT_EQ(out[6], Variant(true));
+  EXPECT_EQ(out[7], Variant("^Bonn^,^Bern^"));
+  // At the next mask row: -1 without moving.
+  EXPECT_EQ(next_field(), Variant(int16_t{-1}));
+  EXPECT_EQ(v().EASYGetMasksNext(&name), Variant(int32_t{0}));
+  EXPECT_EQ(name, Variant("Leer"));
+  EXPECT_EQ(next_field(), Variant(int16_t{-1}));
+  EXPECT_EQ(v().EASYGetMasksNext(&name), Variant(int32_t{1}));
+  EXPECT_EQ(next_field(), Variant(int32_t{10}));
+  // The cursor stands at the answer's end: the row there is read and does not exist.
+  EXPECT_EQ(RuntimeErrorNumber([&] { next_field(); }), 9);
+  EXPECT_EQ(v().EASYGetMasksNext(&name), Variant(int16_t{-1}));
+  EXPECT_EQ(name, Variant(""));
 
-        // From the start again; Next skips the fields that were not read.
-        v.EASYGetMasksFirst();
-        EXPECT_EQ(v.EASYGetMasksNext(), Variant(int32_t{2}));
-        EXPECT_EQ(v.EASYGetMasksNext(&name), Variant(int32_t{0}));
-        EXPECT_EQ(name, Variant("Leer"));
+  // From the start again; Next skips the fields that were not read.
+  v().EASYGetMasksFirst();
+  EXPECT_EQ(v().EASYGetMasksNext(), Variant(int32_t{2}));
+  EXPECT_EQ(v().EASYGetMasksNext(&name), Variant(int32_t{0}));
+  EXPECT_EQ(name, Variant("Leer"));
 
-        EXPECT_EQ(v.EASYGetMasksInit("K1", "A1", &status), Variant(int16_t{-1}));
-        EXPECT_EQ(status, Variant("Error 3 Archiv unbekannt"));
-        EXPECT_EQ(v.EASYGetMasksNext(&name), Variant(int16_t{-1}));
-      });
+  EXPECT_EQ(v().EASYGetMasksInit("K1", "A1", &status), Variant(int16_t{-1}));
+  EXPECT_EQ(status, Variant("Error 3 Archiv unbekannt"));
+  EXPECT_EQ(v().EASYGetMasksNext(&name), Variant(int16_t{-1}));
 }
 
-TEST(Masks, AMalformedFieldRaisesAfterTheOutsBeforeItAndDoesNotMove) {
-  WithAnswers({"Status: OK\r\n@M\r\n^x^,^4^,^5^,^L^,^N^,^0^,^^,^0^\r\n^7^,^4^,^5^,^L^,^N^,^300^,^^,^0^"},
-              [](clsVantor& v, testing::ScriptedGateway&) {
-                EXPECT_EQ(v.EASYGetMasksInit("K1", "A1"), Variant(int32_t{1}));
-                v.EASYGetMasksNext();
-                Variant tab, width;
-                // Column 0 is read last: the outs are written, the cursor stays.
-                EXPECT_EQ(RuntimeErrorNumber([&] { v.EASYGetMasksNextField(&tab, &width); }), 13);
-                EXPECT_EQ(tab, Variant(int32_t{4}));
-                EXPECT_EQ(RuntimeErrorNumber([&] { v.EASYGetMasksNextField(); }), 13);
-                // A flag out of the byte range raises even when its out-argument is not passed.
-                VantorAccess::Of(v).ResultCursor = 2;
-                EXPECT_EQ(RuntimeErrorNumber([&] { v.EASYGetMasksNextField(&tab); }), 6);
-              });
+TEST_F(Masks, AMalformedFieldRaisesAfterTheOutsBeforeItAndDoesNotMove) {
+  Answers({"Status: OK\r\n@M\r\n^x^,^4^,^5^,^L^,^N^,^0^,^^,^0^\r\n^7^,^4^,^5^,^L^,^N^,^300^,^^,^0^"});
+  EXPECT_EQ(v().EASYGetMasksInit("K1", "A1"), Variant(int32_t{1}));
+  v().EASYGetMasksNext();
+  Variant tab, width;
+  // Column 0 is read last: the outs are written, the cursor stays.
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYGetMasksNextField(&tab, &width); }), 13);
+  EXPECT_EQ(tab, Variant(int32_t{4}));
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYGetMasksNextField(); }), 13);
+  // A flag out of the byte range raises even when its out-argument is not passed.
+  impl().ResultCursor = 2;
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYGetMasksNextField(&tab); }), 6);
 }
 
 }  // namespace

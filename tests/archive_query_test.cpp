@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
-#include "support/archive_fixture.h"
+#include "support/session_fixture.h"
 
 namespace halqvantor {
 namespace {
 
 using testing::RuntimeErrorNumber;
-using ArchiveQuery = testing::ArchiveTest;
+using ArchiveQuery = testing::SessionTest;
 
 const std::string kTitle = "^Ort^,^Nr^,^Ver^,^Wert^";
 

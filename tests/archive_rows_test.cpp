@@ -4,7 +4,7 @@
 #include "archive/description.h"
 #include "archive/query.h"
 #include "archive/row_columns.h"
-#include "support/archive_fixture.h"
+#include "support/session_fixture.h"
 
 namespace halqvantor::archive {
 namespace {

@@ -4,25 +4,21 @@
 #include <filesystem>
 #include <memory>
 
-#include "support/errors.h"
-#include "support/fake_clock.h"
-#include "support/gateway_session.h"
 #include "support/installed_file_system.h"
-#include "support/scripted_gateway.h"
-#include "support/temp_dir.h"
-#include "support/variant_print.h"
+#include "support/session_fixture.h"
 
 namespace halqvantor {
 namespace {
 
-using testing::Answer;
 using testing::FakeClock;
+using testing::GatewaySession;
 using testing::kMinusOne;
 using testing::kOne;
-using testing::GatewaySession;
 using testing::OnFreshThread;
 using testing::ScriptedGateway;
 using testing::TempDir;
+using BlobTransfer = testing::SessionTest;
+using ServerUpload = testing::SessionTest;
 
 bool Contains(const std::vector<std::string>& lines, const std::string& line) {
   return std::find(lines.begin(), lines.end(), line) != lines.end();
@@ -38,50 +34,38 @@ bool UploadComplete(std::string_view request) {
   return request.size() >= eol + 2 + length;
 }
 
-TEST(BlobTransfer, BytesGoIntoTheLocalFileOverItsStart) {
-  FakeClock clock;
+TEST_F(BlobTransfer, BytesGoIntoTheLocalFileOverItsStart) {
   TempDir blob;
   testing::WriteFile(blob.File("f.bin"), "0123456789");
-  ScriptedGateway gateway;
-  gateway.Script({ScriptedGateway::Send(std::string("ab\0\xFF", 4))});
-  OnFreshThread([&] {
-    GatewaySession s(gateway.port());
-    clsVantor& v = s.object();
-    v.strBlobPathLocal = blob.path();
-    v.strBlobPathRemote = "\\\\srv\\blob";
-    Variant status = "untouched";
-    EXPECT_EQ(v.EASYTransferBLOB("sub\\f.bin", int32_t{4}, &status), kOne);
-    EXPECT_EQ(status, Variant("untouched"));
-    EXPECT_FALSE(s.impl().RequestPending);
-    EXPECT_EQ(gateway.Requests(),
-              std::vector<std::string>{"^S1^,^u^,^ABA1^,^TransferBLOB^,^\\\\srv\\blob\\sub\\f.bin^"});
-    EXPECT_TRUE(Contains(s.LogLines(), "    Packet received (mode: BYTE)."));
-  });
+  gateway_.Script({ScriptedGateway::Send(std::string("ab\0\xFF", 4))});
+  v().strBlobPathLocal = blob.path();
+  v().strBlobPathRemote = "\\\\srv\\blob";
+  Variant status = "untouched";
+  EXPECT_EQ(v().EASYTransferBLOB("sub\\f.bin", int32_t{4}, &status), kOne);
+  EXPECT_EQ(status, Variant("untouched"));
+  EXPECT_FALSE(s().impl().RequestPending);
+  EXPECT_EQ(Requests(), std::vector<std::string>{"^S1^,^u^,^ABA1^,^TransferBLOB^,^\\\\srv\\blob\\sub\\f.bin^"});
+  EXPECT_TRUE(Contains(s().LogLines(), "    Packet received (mode: BYTE)."));
   // No status line is read: the bytes are the file; the old file's tail stays.
   EXPECT_EQ(testing::ReadFile(blob.File("f.bin")), std::string("ab\0\xFF"
                                                                "456789",
                                                                10));
 }
 
-TEST(BlobTransfer, LocalNamesThatLeaveTheFolderAreFileErrors) {
-  FakeClock clock;
+TEST_F(BlobTransfer, LocalNamesThatLeaveTheFolderAreFileErrors) {
   TempDir blob;
-  ScriptedGateway gateway;
-  OnFreshThread([&] {
-    GatewaySession s(gateway.port());
-    s.object().strBlobPathLocal = blob.path() + "/in";
-    for (const char* file : {"x\\..", "a/../../x", "dir\\"}) {
-      Variant status;
-      EXPECT_EQ(s.object().EASYTransferBLOB(file, int32_t{4}, &status), kMinusOne) << file;
-      EXPECT_EQ(status, Variant("File Error (75 - Path/File access error)"));
-      EXPECT_FALSE(s.impl().RequestPending);
-    }
-    EXPECT_TRUE(Contains(s.LogLines(), "Datei-Fehler (75 - Path/File access error)."));
-    EXPECT_EQ(gateway.connections(), 0);
-  });
+  s().object().strBlobPathLocal = blob.path() + "/in";
+  for (const char* file : {"x\\..", "a/../../x", "dir\\"}) {
+    Variant status;
+    EXPECT_EQ(s().object().EASYTransferBLOB(file, int32_t{4}, &status), kMinusOne) << file;
+    EXPECT_EQ(status, Variant("File Error (75 - Path/File access error)"));
+    EXPECT_FALSE(s().impl().RequestPending);
+  }
+  EXPECT_TRUE(Contains(s().LogLines(), "Datei-Fehler (75 - Path/File access error)."));
+  EXPECT_EQ(gateway_.connections(), 0);
 }
 
-TEST(BlobTransfer, ExchangeFailuresAndTheBusyGuard) {
+TEST(TransferAndUpload, ExchangeFailuresAndTheBusyGuard) {
   FakeClock clock;
   TempDir blob;
   testing::WriteFile(blob.File("u.bin"), "data");
@@ -108,34 +92,28 @@ TEST(BlobTransfer, ExchangeFailuresAndTheBusyGuard) {
   });
 }
 
-TEST(ServerUpload, TheWireCarriesTheRequestLineAndTheFileAsOneStream) {
-  FakeClock clock;
+TEST_F(ServerUpload, TheWireCarriesTheRequestLineAndTheFileAsOneStream) {
   TempDir blob;
   std::string content;
   for (int i = 0; i < 600 * 1024; ++i) content.push_back(static_cast<char>(i * 7 % 256));  // several chunks
   testing::WriteFile(blob.File("Bericht.pdf"), content);
   testing::WriteFile(blob.File("ten.txt"), "0123456789");
-  ScriptedGateway gateway;
-  gateway.request_complete = UploadComplete;
-  gateway.Script({Answer("Status: Error 5 whatever")});
-  OnFreshThread([&] {
-    GatewaySession s(gateway.port());
-    clsVantor& v = s.object();
-    v.strBlobPathLocal = blob.path();
-    v.strBlobPathRemote = "D:\\blob";
-    Variant status = "untouched";
-    // The answer is not read: even an error status is a success of the upload.
-    EXPECT_EQ(v.EASYUploadFile("Bericht.pdf", &status), kOne);
-    EXPECT_EQ(v.EASYUploadFile("ten.txt", &status), kOne);
-    EXPECT_EQ(status, Variant("untouched"));
-    const std::vector<std::string> requests = gateway.Requests();
-    ASSERT_EQ(requests.size(), 2u);
-    const std::string head = "^S1^,^u^,^ABA1^,^UploadFile^,^D:\\blob^,^Bericht.pdf^,^614400^\r\n";
-    EXPECT_EQ(requests[0].size(), head.size() + content.size());
-    EXPECT_TRUE(requests[0] == head + content);
-    EXPECT_EQ(requests[1], "^S1^,^u^,^ABA1^,^UploadFile^,^D:\\blob^,^ten.txt^,^10^\r\n0123456789");
-    EXPECT_TRUE(Contains(s.LogLines(), "Weitergabe Abfrageergebnis an IIS (Status: Error 5 whatever)"));
-  });
+  gateway_.request_complete = UploadComplete;
+  Answer("Status: Error 5 whatever");
+  v().strBlobPathLocal = blob.path();
+  v().strBlobPathRemote = "D:\\blob";
+  Variant status = "untouched";
+  // The answer is not read: even an error status is a success of the upload.
+  EXPECT_EQ(v().EASYUploadFile("Bericht.pdf", &status), kOne);
+  EXPECT_EQ(v().EASYUploadFile("ten.txt", &status), kOne);
+  EXPECT_EQ(status, Variant("untouched"));
+  const std::vector<std::string> requests = Requests();
+  ASSERT_EQ(requests.size(), 2u);
+  const std::string head = "^S1^,^u^,^ABA1^,^UploadFile^,^D:\\blob^,^Bericht.pdf^,^614400^\r\n";
+  EXPECT_EQ(requests[0].size(), head.size() + content.size());
+  EXPECT_TRUE(requests[0] == head + content);
+  EXPECT_EQ(requests[1], "^S1^,^u^,^ABA1^,^UploadFile^,^D:\\blob^,^ten.txt^,^10^\r\n0123456789");
+  EXPECT_TRUE(Contains(s().LogLines(), "Weitergabe Abfrageergebnis an IIS (Status: Error 5 whatever)"));
 }
 
 // Reads fail after the first chunk of every file.
@@ -156,35 +134,29 @@ class FailingReads : public testing::InstalledFileSystem {
   }
 };
 
-TEST(ServerUpload, LocalFileFailuresEndInTheFileErrorHandler) {
-  FakeClock clock;
+TEST_F(ServerUpload, LocalFileFailuresEndInTheFileErrorHandler) {
   TempDir blob;
   testing::WriteFile(blob.File("empty"), "");
   testing::WriteFile(blob.File("big"), std::string(1024 * 1024, 'x'));
-  ScriptedGateway gateway;
-  gateway.request_complete = UploadComplete;
-  gateway.Script({Answer("Status: OK")});
-  OnFreshThread([&] {
-    GatewaySession s(gateway.port());
-    clsVantor& v = s.object();
-    v.strBlobPathLocal = blob.path();
-    Variant status;
-    EXPECT_EQ(v.EASYUploadFile("missing", &status), kMinusOne);
-    EXPECT_EQ(status, Variant("File Error (53 - File not found)"));
-    EXPECT_EQ(v.EASYUploadFile("empty", &status), kMinusOne);
-    EXPECT_EQ(status, Variant("File Error (9 - Subscript out of range)"));
-    EXPECT_EQ(v.EASYUploadFile("../x", &status), kMinusOne);
-    EXPECT_EQ(status, Variant("File Error (75 - Path/File access error)"));
-    EXPECT_EQ(gateway.connections(), 0);
-    EXPECT_TRUE(Contains(s.LogLines(), "Datei-Fehler (53 - File not found)."));
+  gateway_.request_complete = UploadComplete;
+  Answer("Status: OK");
+  v().strBlobPathLocal = blob.path();
+  Variant status;
+  EXPECT_EQ(v().EASYUploadFile("missing", &status), kMinusOne);
+  EXPECT_EQ(status, Variant("File Error (53 - File not found)"));
+  EXPECT_EQ(v().EASYUploadFile("empty", &status), kMinusOne);
+  EXPECT_EQ(status, Variant("File Error (9 - Subscript out of range)"));
+  EXPECT_EQ(v().EASYUploadFile("../x", &status), kMinusOne);
+  EXPECT_EQ(status, Variant("File Error (75 - Path/File access error)"));
+  EXPECT_EQ(gateway_.connections(), 0);
+  EXPECT_TRUE(Contains(s().LogLines(), "Datei-Fehler (53 - File not found)."));
 
-    FailingReads disk;
-    EXPECT_EQ(v.EASYUploadFile("big", &status), kMinusOne);
-    EXPECT_EQ(status, Variant("File Error (57 - Device I/O error)"));
-    EXPECT_FALSE(s.impl().RequestPending);
-    EXPECT_EQ(s.form().ctlWinsock(s.slot()).State(), platform::kSckClosed);
-    EXPECT_TRUE(Contains(s.LogLines(), "Datei-Fehler (57 - Device I/O error)."));
-  });
+  FailingReads disk;
+  EXPECT_EQ(v().EASYUploadFile("big", &status), kMinusOne);
+  EXPECT_EQ(status, Variant("File Error (57 - Device I/O error)"));
+  EXPECT_FALSE(s().impl().RequestPending);
+  EXPECT_EQ(s().form().ctlWinsock(s().slot()).State(), platform::kSckClosed);
+  EXPECT_TRUE(Contains(s().LogLines(), "Datei-Fehler (57 - Device I/O error)."));
 }
 
 }  // namespace

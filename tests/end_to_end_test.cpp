@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "server.h"
-#include "support/archive_gateway.h"
+#include "support/session_fixture.h"
 #include "support/temp_dir.h"
 
 namespace halqvantor {
@@ -86,64 +86,60 @@ class EndToEnd : public ::testing::Test {
   std::unique_ptr<clsVantor> vantor_;
 };
 
-// ---- channels, archives, description, select lists
-
-TEST_F(EndToEnd, ChannelsAndArchivesSortedByTheirCapitals) {
-  Variant status("old");
-  EXPECT_EQ(v().EASYGetChannelsInit(&status), Long(3));
-  EXPECT_EQ(status, Variant(""));
-  std::vector<Variant> channels, descriptions;
-  for (Variant d; channels.empty() || channels.back() != Variant("");) {
-    channels.push_back(v().EASYGetChannelsNext(&d));
-    descriptions.push_back(d);
-  }
-  EXPECT_EQ(channels, (std::vector<Variant>{"FIBU", "PERSONAL", "VERTRAG", ""}));
-  EXPECT_EQ(descriptions[0], Variant("Finanzbuchhaltung, Rechnungseingang und -ausgang"));
-
-  EXPECT_EQ(v().EASYGetArchivesInit(kFibu, &status), Long(2));
-  EXPECT_EQ(v().EASYGetArchivesNext(), Variant("Ausgangsrechnungen"));
-  EXPECT_EQ(v().EASYGetArchivesNext(), Variant(kIn));
-  EXPECT_EQ(v().EASYGetArchivesNext(), Variant(""));
-  EXPECT_EQ(v().EASYGetArchivesInit("KEIN", &status), kFailed);
-  EXPECT_EQ(status.ToString().substr(0, 8), "Error 30");
-
-  EXPECT_EQ(v().EASYGetAllArchivesInit(&status), Long(5));
-  std::vector<Variant> all;
-  for (Variant a = v().EASYGetAllArchivesNext(); a != Variant(""); a = v().EASYGetAllArchivesNext()) all.push_back(a);
-  EXPECT_EQ(all, (std::vector<Variant>{"$(#FIBU)\\Ausgangsrechnungen", "$(#FIBU)\\Eingangsrechnungen",
-                                       "$(#PERSONAL)\\Personalakten", "$(#VERTRAG)\\Korrespondenz",
-                                       "$(#VERTRAG)\\Verträge"}));
+// The items a Next member hands out until it answers "".
+template <typename F>
+std::vector<Variant> Walk(F next) {
+  std::vector<Variant> items;
+  for (Variant item = next(); item != Variant("") && items.size() < 100; item = next()) items.push_back(item);
+  return items;
 }
 
-TEST_F(EndToEnd, ArchiveDescriptionByWeightAndSelectLists) {
-  Variant rights("old"), status("old");
+// The error number at the start of a gateway's status text.
+std::string Code(const Variant& status) { return status.ToString().substr(0, 8); }
+
+// ---- channels, archives, description, select lists
+
+TEST_F(EndToEnd, ChannelsArchivesAndDescriptionsFromTheSample) {
+  Variant status("old"), description;
+  EXPECT_EQ(v().EASYGetChannelsInit(&status), Long(3));
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(v().EASYGetChannelsNext(&description), Variant("FIBU"));
+  EXPECT_EQ(description, Variant("Finanzbuchhaltung, Rechnungseingang und -ausgang"));
+  EXPECT_EQ(Walk([&] { return v().EASYGetChannelsNext(); }), (std::vector<Variant>{"PERSONAL", "VERTRAG"}));
+  EXPECT_EQ(v().EASYGetArchivesInit(kFibu, &status), Long(2));
+  EXPECT_EQ(Walk([&] { return v().EASYGetArchivesNext(); }), (std::vector<Variant>{"Ausgangsrechnungen", kIn}));
+  EXPECT_EQ(v().EASYGetArchivesInit("KEIN", &status), kFailed);
+  EXPECT_EQ(Code(status), "Error 30");
+  EXPECT_EQ(v().EASYGetAllArchivesInit(&status), Long(5));
+  EXPECT_EQ(Walk([&] { return v().EASYGetAllArchivesNext(); }),
+            (std::vector<Variant>{"$(#FIBU)\\Ausgangsrechnungen", "$(#FIBU)\\Eingangsrechnungen",
+                                  "$(#PERSONAL)\\Personalakten", "$(#VERTRAG)\\Korrespondenz",
+                                  "$(#VERTRAG)\\Verträge"}));
+
+  // Fields by weight; the select-list flag is set for fields 5 and 6.
+  Variant rights("old");
   EXPECT_EQ(v().EASYGetArchiveDescriptionInit(kFibu, kIn, &rights, &status), Long(6));
   EXPECT_EQ(rights, Variant("RCEDI"));
-  EXPECT_EQ(status, Variant(""));
-  std::vector<Variant> names;
-  std::vector<std::vector<Variant>> fields;
-  for (;;) {
-    std::vector<Variant> f(6);
-    const Variant name = v().EASYGetArchiveDescriptionNext(&f[0], &f[1], &f[2], &f[3], &f[4], &f[5]);
-    if (name == Variant("")) break;
-    names.push_back(name);
-    fields.push_back(f);
+  int last_weight = -1;
+  std::string with_list;
+  for (int i = 0; i < 6; ++i) {
+    Variant id, weight, select;
+    ASSERT_NE(v().EASYGetArchiveDescriptionNext(&id, nullptr, nullptr, nullptr, &weight, &select), Variant(""));
+    EXPECT_LE(last_weight, std::stoi(weight.ToString())) << i;
+    last_weight = std::stoi(weight.ToString());
+    if (select == Variant("1")) with_list += id.ToString();
   }
-  ASSERT_EQ(fields.size(), 6u);
-  for (size_t i = 1; i < fields.size(); ++i) {
-    EXPECT_LE(std::stoi(fields[i - 1][4].ToString()), std::stoi(fields[i][4].ToString())) << i;
-  }
-  for (size_t i = 0; i < fields.size(); ++i) {
-    EXPECT_EQ(fields[i][5], Variant(fields[i][0] == Variant("5") || fields[i][0] == Variant("6") ? "1" : "0"));
-  }
-
+  std::sort(with_list.begin(), with_list.end());
+  EXPECT_EQ(with_list, "56");
+  EXPECT_EQ(v().EASYGetArchiveDescriptionNext(), Variant(""));
   EXPECT_EQ(v().EASYGetSegmentSelectListInit(kFibu, kIn, int16_t{6}, &status), Long(3));
-  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant("offen"));
-  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant("geprüft"));
-  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant("bezahlt"));
-  EXPECT_EQ(v().EASYGetSegmentSelectListNext(), Variant(""));
+  EXPECT_EQ(Walk([&] { return v().EASYGetSegmentSelectListNext(); }),
+            (std::vector<Variant>{"offen", "geprüft", "bezahlt"}));
   EXPECT_EQ(v().EASYGetSegmentSelectListInit(kFibu, kIn, int16_t{9}, &status), kFailed);
-  EXPECT_EQ(status.ToString().substr(0, 8), "Error 33");
+  EXPECT_EQ(Code(status), "Error 33");
+  EXPECT_EQ(v().EASYGetQueryFormatListInit(kFibu, kIn, &status), Long(3));
+  EXPECT_EQ(Walk([&] { return v().EASYGetQueryFormatListNext(); }),
+            (std::vector<Variant>{"Standard", "Kurz", "Buchhaltung"}));
   // The gast account may read, nothing more.
   v().strEASYUser = "gast";
   v().strEASYPwd = "gast";
@@ -151,68 +147,46 @@ TEST_F(EndToEnd, ArchiveDescriptionByWeightAndSelectLists) {
   EXPECT_EQ(rights, Variant("R"));
 }
 
-// ---- query, hit list, sort, delete, query formats
+// ---- query, hit list, sort, delete
 
 TEST_F(EndToEnd, QueryHitListSortAndDelete) {
   Variant fields("old"), layouts("old"), total("old"), multi("old"), status("old");
-  const Variant count = v().EASYQueryArchiveInit(kFibu, kIn, "", int32_t{0}, int32_t{0}, "Kurz", Variant::missing(),
-                                                 &fields, &layouts, &total, &multi, &status);
-  EXPECT_EQ(count, Long(15));
-  EXPECT_EQ(total, Variant("14"));
-  EXPECT_EQ(fields, Variant("1,2"));
-  EXPECT_EQ(layouts, Variant("10;11"));
-  EXPECT_EQ(multi, Variant(true));  // every invoice has its scan
-  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(v().EASYQueryArchiveInit(kFibu, kIn, "", int32_t{0}, int32_t{0}, "Kurz", Variant::missing(), &fields,
+                                     &layouts, &total, &multi, &status),
+            Long(15));
+  // Every invoice has its scan.
+  EXPECT_EQ(std::vector<Variant>({total, fields, layouts, multi, status}),
+            (std::vector<Variant>{"14", "1,2", "10;11", true, ""}));
   std::vector<Variant> where(4);
-  EXPECT_EQ(v().EASYQueryArchiveNext(&where[0], &where[1], &where[2], &where[3]), Variant("^Rechnungsnummer^,^Lieferant^"));
-  EXPECT_EQ(where[0], Variant("Channel"));
+  EXPECT_EQ(v().EASYQueryArchiveNext(), Variant("^Rechnungsnummer^,^Lieferant^"));
   EXPECT_EQ(v().EASYQueryArchiveNext(&where[0], &where[1], &where[2], &where[3]),
             Variant("^2002-0117^,^Meier GmbH^"));
   EXPECT_EQ(where, (std::vector<Variant>{kFibu, kIn, "1000001", "1"}));
 
   // Sorting by the supplier twice: against the server's order, then back.
   auto sorted = [&] {
-    std::vector<std::string> keys;
-    for (Variant row = v().EASYSortHitlistNext(); row != Variant(""); row = v().EASYSortHitlistNext()) {
-      keys.push_back(row.ToString());
-    }
-    return keys;
+    std::vector<Variant> rows = Walk([&] { return v().EASYSortHitlistNext(); });
+    return std::vector<Variant>(rows.begin() + 1, rows.end());  // without the title line
   };
   EXPECT_EQ(v().EASYSortHitlistInit(int32_t{2}), 14);
-  const std::vector<std::string> first = sorted();
-  ASSERT_EQ(first.size(), 15u);
+  const std::vector<Variant> first = sorted();
+  ASSERT_EQ(first.size(), 14u);
   EXPECT_EQ(v().EASYSortHitlistInit(int32_t{2}), 14);
-  const std::vector<std::string> seen = sorted();
-  ASSERT_EQ(seen.size(), 15u);
-  std::vector<std::string> second = seen;
-  EXPECT_EQ(first[0], second[0]);
-  std::reverse(second.begin() + 1, second.end());
-  EXPECT_EQ(std::vector<std::string>(first.begin() + 1, first.end()),
-            std::vector<std::string>(second.begin() + 1, second.end()));
-
+  const std::vector<Variant> seen = sorted();
+  EXPECT_EQ(std::vector<Variant>(first.rbegin(), first.rend()), seen);
   // The first hit as last seen goes; a new sort shows 13.
   EXPECT_EQ(v().EASYDeleteFromHitlist(int32_t{1}), Variant());
   EXPECT_EQ(v().EASYSortHitlistInit(int32_t{2}), 13);
-  const std::vector<std::string> after = sorted();
-  EXPECT_EQ(std::count(after.begin(), after.end(), seen[1]), 0) << seen[1];
-  EXPECT_EQ(after.size(), 14u);
+  const std::vector<Variant> after = sorted();
+  EXPECT_EQ(std::count(after.begin(), after.end(), seen[0]), 0) << seen[0].ToString();
+  EXPECT_EQ(after.size(), 13u);
 
-  // Field conditions, the hit limit and a TIFF in every hit.
-  EXPECT_EQ(v().EASYQueryArchiveInit(kFibu, kIn, ".LIEFERANT=(meier*)", int32_t{1}, int32_t{0}, "Standard",
-                                     Variant::missing(), &fields, &layouts, &total, &multi),
-            Long(2));
-  EXPECT_GE(std::stoi(total.ToString()), 1);
+  EXPECT_EQ(v().EASYQueryArchiveInit(kFibu, kIn, ".LIEFERANT=(meier*)", int32_t{1}, int32_t{0}, "Standard"), Long(2));
   EXPECT_EQ(v().EASYQueryArchiveNext(), Variant("^Rechnungsnummer^,^Lieferant^,^Rechnungsdatum^,^Betrag^"));
   EXPECT_EQ(v().EASYQueryArchiveInit(kFibu, kIn, ".NIX=(1)", int32_t{0}, int32_t{0}, Variant::missing(),
                                      Variant::missing(), nullptr, nullptr, nullptr, nullptr, &status),
             kFailed);
-  EXPECT_EQ(status.ToString().substr(0, 8), "Error 33");
-
-  EXPECT_EQ(v().EASYGetQueryFormatListInit(kFibu, kIn, &status), Long(3));
-  EXPECT_EQ(v().EASYGetQueryFormatListNext(), Variant("Standard"));
-  EXPECT_EQ(v().EASYGetQueryFormatListNext(), Variant("Kurz"));
-  EXPECT_EQ(v().EASYGetQueryFormatListNext(), Variant("Buchhaltung"));
-  EXPECT_EQ(v().EASYGetQueryFormatListNext(), Variant(""));
+  EXPECT_EQ(Code(status), "Error 33");
 }
 
 // ---- documents: info, segments, text, notes
@@ -224,57 +198,36 @@ TEST_F(EndToEnd, DocumentInfoAndSegmentDescription) {
                                     &info[5], &info[6], &info[7], &status),
             Long(1));
   EXPECT_EQ(status, Variant(""));
-  const std::string length = std::to_string(fs::file_size(data() + "/files/text/1000001.txt") +
-                                            fs::file_size(data() + "/files/eingang_beleg_a.tif") +
-                                            fs::file_size(data() + "/files/rechnung_original.pdf"));
+  const std::string tif_len = std::to_string(fs::file_size(data() + "/files/eingang_beleg_a.tif"));
   EXPECT_EQ(info[0].type(), VarType::String);
-  EXPECT_GE(std::stoll(info[0].ToString()), std::stoll(length));
+  EXPECT_GE(std::stoll(info[0].ToString()), std::stoll(tif_len));
   EXPECT_EQ(std::vector<Variant>(info.begin() + 1, info.end()),
             (std::vector<Variant>{"01.01.2002", "01.01.2002", "Rechnung 2002-0117 Meier GmbH", "4", "1", "1", "2"}));
-  // An unknown version: the gateway's status, outs untouched.
   EXPECT_EQ(v().EASYGetDocumentInfo(kFibu, kIn, "1000001", "7", &info[0], nullptr, nullptr, nullptr, nullptr,
                                     nullptr, nullptr, nullptr, &status),
             kFailed);
-  EXPECT_EQ(status.ToString().substr(0, 8), "Error 32");
-  EXPECT_EQ(info[1], Variant("01.01.2002"));
+  EXPECT_EQ(Code(status), "Error 32");
 
+  // Thumbnails land in the folder the request names.
   Variant notes;
-  EXPECT_EQ(v().EASYGetSegmentDescriptionInit(kFibu, kIn, "1000001", "1", Variant::missing(), &notes, &status),
-            Long(4));
+  EXPECT_EQ(v().EASYGetSegmentDescriptionInit(kFibu, kIn, "1000001", "1", blob(), &notes, &status), Long(4));
   EXPECT_EQ(notes, Variant("2"));
-  EXPECT_EQ(status, Variant(""));
   std::vector<std::vector<Variant>> segments;
-  std::vector<Variant> names;
-  for (;;) {
+  std::vector<Variant> names = Walk([&] {
     std::vector<Variant> out(11);
     const Variant name = v().EASYGetSegmentDescriptionNext(&out[0], &out[1], &out[2], &out[3], &out[4], &out[5],
                                                            &out[6], &out[7], &out[8], &out[9], &out[10]);
-    if (name == Variant("")) break;
-    names.push_back(name);
     segments.push_back(out);
-  }
+    return name;
+  });
   EXPECT_EQ(names, (std::vector<Variant>{"TEXT", "BELEG", "ORIGINAL", "VERWEISE"}));
-  ASSERT_EQ(segments.size(), 4u);
-  const std::string tif_len = std::to_string(fs::file_size(data() + "/files/eingang_beleg_a.tif"));
-  EXPECT_EQ(segments[0][0], Variant("1"));
+  ASSERT_EQ(segments.size(), 5u);
   EXPECT_GT(std::stoll(segments[0][1].ToString()), 200);
+  const std::string thumb = std::to_string(fs::file_size(InBlob("TN_1000001_1_2.TIF")));
   EXPECT_EQ(segments[1], (std::vector<Variant>{"2", "0", "0", tif_len, "TIF", "2", segments[1][6],
-                                               "eingang_beleg_a.tif", "0", "11", "0"}));
+                                               "eingang_beleg_a.tif", "0", "11", thumb}));
   EXPECT_EQ(segments[2][4], Variant("PDF"));
   EXPECT_EQ(segments[3][5], Variant("4"));
-  // Past the last segment: "" and the outs untouched.
-  Variant id("kept");
-  EXPECT_EQ(v().EASYGetSegmentDescriptionNext(&id), Variant(""));
-  EXPECT_EQ(id, Variant("kept"));
-
-  // Thumbnails land in the folder the request names.
-  EXPECT_EQ(v().EASYGetSegmentDescriptionInit(kFibu, kIn, "1000001", "1", blob(), &notes), Long(4));
-  std::vector<Variant> out(11);
-  v().EASYGetSegmentDescriptionNext();
-  v().EASYGetSegmentDescriptionNext(&out[0], &out[1], &out[2], &out[3], &out[4], &out[5], &out[6], &out[7], &out[8],
-                                    &out[9], &out[10]);
-  EXPECT_NE(out[10], Variant("0"));
-  EXPECT_EQ(std::to_string(fs::file_size(InBlob("TN_1000001_1_2.TIF"))), out[10].ToString());
 }
 
 TEST_F(EndToEnd, SegmentTextWithTheCallersMarkersAndLineBreak) {
@@ -282,85 +235,60 @@ TEST_F(EndToEnd, SegmentTextWithTheCallersMarkersAndLineBreak) {
   EXPECT_EQ(v().EASYGetSegmentTextInit(kFibu, kIn, "1000001", "1", "meier", "<b>", "</b>", "<br>",
                                        Variant::missing(), &status),
             Long(1));
-  EXPECT_EQ(status, Variant(""));
-  const Variant piece = v().EASYGetSegmentTextNext();
-  ASSERT_EQ(piece.type(), VarType::String);
-  const std::string text = piece.ToString();
+  const std::string text = v().EASYGetSegmentTextNext().ToString();
   EXPECT_TRUE(text.starts_with("Rechnung 2002-0117<br>Lieferant: <b>Meier</b> GmbH<br>")) << text;
   EXPECT_NE(text.find("Leistung: Büromaterial"), std::string::npos);  // Windows-1252 on the wire, UTF-8 here
   EXPECT_EQ(text.find("\r\n"), std::string::npos);
   EXPECT_EQ(v().EASYGetSegmentTextNext(), Variant(""));
-
   // Blanks replaced by the caller's text; the default line break is CR LF.
   EXPECT_EQ(v().EASYGetSegmentTextInit(kFibu, kIn, "1000001", "1", "", "", "", Variant::missing(), "_"), Long(1));
   EXPECT_TRUE(v().EASYGetSegmentTextNext().ToString().starts_with("Rechnung_2002-0117\r\nLieferant:_Meier_GmbH"));
-
-  // An unknown archive: the gateway's status.
   EXPECT_EQ(v().EASYGetSegmentTextInit(kFibu, "Rechnungen", "1000001", "1", "", "", "", "", "", &status), kFailed);
-  EXPECT_EQ(status.ToString().substr(0, 8), "Error 31");
+  EXPECT_EQ(Code(status), "Error 31");
 }
 
 TEST_F(EndToEnd, NotesReadWrittenAndDeleted) {
   Variant status("old");
   EXPECT_EQ(v().EASYGetNotesInit(kFibu, kIn, "1000001", "1", &status), Long(2));
-  EXPECT_EQ(status, Variant(""));
-  EXPECT_EQ(v().EASYGetNotesNext(), Variant("^1^,^easy^,^05.02.2002^,^09:12:44^,Betrag mit Bestellung 4711 abgeglichen."));
-  EXPECT_EQ(v().EASYGetNotesNext(), Variant("^2^,^admin^,^06.02.2002^,^14:30:02^,Skonto nicht gezogen.\r\n"
-                                            "Bitte Rücksprache mit Herrn Meier.\r\nFrist: 15.02.2002"));
-  EXPECT_EQ(v().EASYGetNotesNext(), Variant(""));
-
-  // A note with the caller's line break, kept by the gateway with CR LF; then all notes deleted.
+  EXPECT_EQ(Walk([&] { return v().EASYGetNotesNext(); }),
+            (std::vector<Variant>{"^1^,^easy^,^05.02.2002^,^09:12:44^,Betrag mit Bestellung 4711 abgeglichen.",
+                                  "^2^,^admin^,^06.02.2002^,^14:30:02^,Skonto nicht gezogen.\r\n"
+                                  "Bitte Rücksprache mit Herrn Meier.\r\nFrist: 15.02.2002"}));
+  // A note with the caller's line break, kept by the gateway with CR LF; only 8000 characters are sent.
   EXPECT_EQ(v().EASYWriteNote(kFibu, kIn, "1000003", "1", "Erste Zeile|Zweite Zeile", "|", &status), kOne);
-  EXPECT_EQ(status, Variant(""));
-  EXPECT_EQ(v().EASYGetNotesInit(kFibu, kIn, "1000003", "1"), Long(1));
+  EXPECT_EQ(v().EASYWriteNote(kFibu, kIn, "1000003", "1", std::string(8100, 'x')), kOne);
+  EXPECT_EQ(v().EASYGetNotesInit(kFibu, kIn, "1000003", "1"), Long(2));
   const std::string note = v().EASYGetNotesNext().ToString();
   EXPECT_EQ(note.substr(0, 12), "^1^,^easy^,^");
   EXPECT_TRUE(note.ends_with("^,Erste Zeile\r\nZweite Zeile")) << note;
-  // Only the first 8000 characters are sent.
-  EXPECT_EQ(v().EASYWriteNote(kFibu, kIn, "1000003", "1", std::string(8100, 'x')), kOne);
-  EXPECT_EQ(v().EASYGetNotesInit(kFibu, kIn, "1000003", "1"), Long(2));
-  v().EASYGetNotesNext();
   const std::string second = v().EASYGetNotesNext().ToString();
   EXPECT_EQ(second.substr(second.find(",x")), "," + std::string(8000, 'x'));
 
   EXPECT_EQ(v().EASYDeleteNotes(kFibu, kIn, "1000003", "1", &status), kOne);
   EXPECT_EQ(v().EASYGetNotesInit(kFibu, kIn, "1000003", "1"), Long(0));
-  EXPECT_EQ(v().EASYGetNotesNext(), Variant(""));
   // Deleting needs the edit right, which easy lacks on the personnel files.
   EXPECT_EQ(v().EASYDeleteNotes("PERSONAL", "Personalakten", "1000023", "1", &status), kFailed);
-  EXPECT_EQ(status.ToString().substr(0, 8), "Error 22");
+  EXPECT_EQ(Code(status), "Error 22");
 }
 
 // ---- entry masks, extended archive list, archive properties
 
 TEST_F(EndToEnd, MasksWithTheirFields) {
-  Variant status("old");
+  Variant status("old"), name;
   EXPECT_EQ(v().EASYGetMasksInit(kFibu, kIn, &status), Long(3));
-  EXPECT_EQ(status, Variant(""));
-  Variant name;
   EXPECT_EQ(v().EASYGetMasksNext(&name), Long(6));
   EXPECT_EQ(name, Variant("Erfassung"));
   std::vector<Variant> field(8);
   std::vector<Variant> ids;
-  std::vector<Variant> first;
-  for (;;) {
-    field[7] = Variant("untouched");
-    const Variant id = v().EASYGetMasksNextField(&field[0], &field[1], &field[2], &field[3], &field[4], &field[5],
-                                                 &field[6], &field[7]);
+  for (Variant id; ids.size() < 10; ids.push_back(id)) {
+    id = v().EASYGetMasksNextField(&field[0], &field[1], &field[2], &field[3], &field[4], &field[5], &field[6],
+                                   &field[7]);
     if (id == Variant(int16_t{-1})) break;
-    EXPECT_EQ(id.type(), VarType::Long);
-    if (ids.empty()) first = field;
-    ids.push_back(id);
     if (id == Long(5)) {
       EXPECT_EQ(field[7], Variant("^Einkauf^,^Vertrieb^,^Verwaltung^,^Technik^"));
     }
   }
-  EXPECT_EQ(ids.size(), 6u);
-  EXPECT_EQ(first[0].type(), VarType::Long);
-  EXPECT_EQ(first[4].type(), VarType::Boolean);
-  EXPECT_EQ(first[6].type(), VarType::Boolean);
-  EXPECT_EQ(first[7], Variant("untouched"));
-
+  EXPECT_EQ(ids, (std::vector<Variant>{Long(1), Long(2), Long(3), Long(4), Long(5), Long(6)}));
   // The second mask: names of its own or the field's, mandatory flags as Booleans.
   EXPECT_EQ(v().EASYGetMasksNext(&name), Long(3));
   EXPECT_EQ(name, Variant("Schnellerfassung"));
@@ -368,61 +296,40 @@ TEST_F(EndToEnd, MasksWithTheirFields) {
   EXPECT_EQ(std::vector<Variant>(field.begin(), field.begin() + 5),
             (std::vector<Variant>{Long(1), Long(12), "L", field[3], true}));
   EXPECT_EQ(v().EASYGetMasksNextField(&field[0], &field[1], &field[2], &field[3], &field[4]), Long(2));
-  EXPECT_EQ(field[3], Variant("Firma"));
-  EXPECT_EQ(field[4], Variant(false));
-  // Next skips the unread field; the empty mask has none; then the end.
+  EXPECT_EQ(std::vector<Variant>({field[3], field[4]}), (std::vector<Variant>{"Firma", false}));
   EXPECT_EQ(v().EASYGetMasksNext(&name), Long(0));
   EXPECT_EQ(name, Variant("Leer"));
-  // A field read at the very end of the answer is a subscript error.
-  EXPECT_EQ(testing::RuntimeErrorNumber([&] { v().EASYGetMasksNextField(); }), 9);
   EXPECT_EQ(v().EASYGetMasksNext(&name), Variant(int16_t{-1}));
-  EXPECT_EQ(name, Variant(""));
-  v().EASYGetMasksFirst();
-  EXPECT_EQ(v().EASYGetMasksNext(&name), Long(6));
-  EXPECT_EQ(name, Variant("Erfassung"));
-
   EXPECT_EQ(v().EASYGetMasksInit("VERTRAG", "Korrespondenz"), Long(0));
   EXPECT_EQ(v().EASYGetMasksInit(kFibu, "Keins", &status), kFailed);
-  EXPECT_EQ(status.ToString().substr(0, 8), "Error 31");
+  EXPECT_EQ(Code(status), "Error 31");
 }
 
 TEST_F(EndToEnd, ExtendedArchiveListAndProperties) {
-  Variant status("old");
+  Variant status("old"), channel, description;
   EXPECT_EQ(v().EASYGetAllArchivesExtInit(&status), Long(3));
-  EXPECT_EQ(status, Variant(""));
-  Variant channel, description;
   EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel, &description), Long(2));
-  EXPECT_EQ(channel, Variant("FIBU"));
-  EXPECT_EQ(description, Variant("Finanzbuchhaltung, Rechnungseingang und -ausgang"));
+  EXPECT_EQ(std::vector<Variant>({channel, description}),
+            (std::vector<Variant>{"FIBU", "Finanzbuchhaltung, Rechnungseingang und -ausgang"}));
   EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant(kIn));
-  // Next skips the unread archive of FIBU.
-  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel, &description), Long(1));
+  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel), Long(1));
   EXPECT_EQ(channel, Variant("PERSONAL"));
-  EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant("Personalakten"));
-  EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant(""));
-  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel, &description), Long(2));
-  EXPECT_EQ(channel, Variant("VERTRAG"));
+  EXPECT_EQ(Walk([&] { return v().EASYGetAllArchivesExtNextArchive(); }), std::vector<Variant>{"Personalakten"});
+  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel), Long(2));
   EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant("Verträge"));
   EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant("Korrespondenz"));
-  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel, &description), Variant(int16_t{-1}));
-  EXPECT_EQ(channel, Variant(""));
-  EXPECT_EQ(description, Variant(""));
-  v().EASYGetAllArchivesExtFirst();
-  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel), Long(2));
-  EXPECT_EQ(channel, Variant("FIBU"));
+  EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel), Variant(int16_t{-1}));
 
   std::vector<Variant> rights(4);
   EXPECT_EQ(v().EASYGetArchiveProperties(kFibu, kIn, &rights[0], &rights[1], &rights[2], &rights[3], &status),
             Long(14));
   EXPECT_EQ(rights, (std::vector<Variant>{true, true, true, true}));
-  EXPECT_EQ(status, Variant(""));
   // Contracts: easy may create, edit and index, not delete.
   EXPECT_EQ(v().EASYGetArchiveProperties("VERTRAG", "Verträge", &rights[0], &rights[1], &rights[2], &rights[3]),
             Long(6));
   EXPECT_EQ(rights, (std::vector<Variant>{true, true, false, true}));
   EXPECT_EQ(v().EASYGetArchiveProperties("KEIN", kIn, &rights[0], nullptr, nullptr, nullptr, &status), kFailed);
-  EXPECT_EQ(status.ToString().substr(0, 8), "Error 30");
-  EXPECT_EQ(rights[0], Variant(true));
+  EXPECT_EQ(Code(status), "Error 30");
 }
 
 // ---- segment downloads
@@ -449,7 +356,7 @@ TEST_F(EndToEnd, SegmentFilesLandInTheBlobFolder) {
   EXPECT_EQ(ReadFile(InBlob("1000001_1_1_L10.PDF")).substr(0, 5), "%PDF-");
   EXPECT_EQ(std::to_string(fs::file_size(InBlob("1000001_1_1_L10.PDF"))), length.ToString());
   EXPECT_EQ(v().EASYGetSegmentPDF(kFibu, kIn, "1000001", "1", int16_t{1}, "99", &name, &length, &status), kFailed);
-  EXPECT_EQ(status.ToString().substr(0, 8), "Error 34");
+  EXPECT_EQ(Code(status), "Error 34");
 
   // Print files: PDF by default, the TIFF in mode intPrintTIF, renamed by the mapping.
   EXPECT_EQ(v().EASYGetSegmentPrintfile(kFibu, kIn, "1000001", "1", "2", "11", Variant::missing(), &name, &length),
@@ -470,26 +377,21 @@ TEST_F(EndToEnd, SegmentFilesLandInTheBlobFolder) {
   EXPECT_EQ(std::to_string(multi.size()), length.ToString());
   EXPECT_TRUE(multi.substr(0, 4) == std::string("II*\0", 4) || multi.substr(0, 4) == std::string("MM\0*", 4));
   EXPECT_EQ(v().EASYGetSegmentMultiTIF(kFibu, kIn, "1000001", "1", "9", &name, &length, &status), kFailed);
-  EXPECT_EQ(status.ToString().substr(0, 8), "Error 36");
+  EXPECT_EQ(Code(status), "Error 36");
 }
 
 TEST_F(EndToEnd, ReferencesOfASegment) {
   Variant status("old");
   EXPECT_EQ(v().EASYGetSegmentERFInit(kFibu, kIn, "1000001", "1", int16_t{4}, &status), Long(3));
-  EXPECT_EQ(status, Variant(""));
   std::vector<Variant> parts(4);
   EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1], &parts[2], &parts[3]),
             Variant("$(#FIBU)\\Ausgangsrechnungen,1000016,1"));
   EXPECT_EQ(parts, (std::vector<Variant>{"FIBU", "Ausgangsrechnungen", "1000016", "1"}));
-  EXPECT_EQ(v().EASYGetSegmentERFNext(), Variant("$(#FIBU)\\Eingangsrechnungen,1000002,2"));
-  EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1], &parts[2], &parts[3]),
-            Variant("$(#VERTRAG)\\Verträge,1000030,1"));
-  EXPECT_EQ(parts, (std::vector<Variant>{"VERTRAG", "Verträge", "1000030", "1"}));
-  EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0]), Variant(""));
-  EXPECT_EQ(parts[0], Variant("VERTRAG"));
+  EXPECT_EQ(Walk([&] { return v().EASYGetSegmentERFNext(); }),
+            (std::vector<Variant>{"$(#FIBU)\\Eingangsrechnungen,1000002,2", "$(#VERTRAG)\\Verträge,1000030,1"}));
   // A segment that is no reference list.
   EXPECT_EQ(v().EASYGetSegmentERFInit(kFibu, kIn, "1000001", "1", int16_t{1}, &status), kFailed);
-  EXPECT_EQ(status.ToString().substr(0, 8), "Error 41");
+  EXPECT_EQ(Code(status), "Error 41");
 }
 
 // ---- blob transfer and upload
@@ -564,7 +466,7 @@ TEST_F(EndToEnd, ImportFileCreatesEditsAndDeletesADocument) {
   const std::string broken = InBlob("kaputt.txt");
   EXPECT_EQ(v().CreateImportFile(broken, kFibu, kIn, "x", "3", "DATUM", "^31.02.2002^"), kOne);
   EXPECT_EQ(v().EASYEditDocument(Remote("kaputt.txt"), &edited, &status), kFailed);
-  EXPECT_EQ(status.ToString().substr(0, 8), "Error 53");
+  EXPECT_EQ(Code(status), "Error 53");
   EXPECT_EQ(edited, Variant(id + ",2"));
 
   // Deleting the second version, then the document.
@@ -573,11 +475,11 @@ TEST_F(EndToEnd, ImportFileCreatesEditsAndDeletesADocument) {
   EXPECT_EQ(v().EASYGetDocumentInfo(kFibu, kIn, id, "2", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                                     nullptr, nullptr, &status),
             kFailed);
-  EXPECT_EQ(status.ToString().substr(0, 8), "Error 32");
+  EXPECT_EQ(Code(status), "Error 32");
   EXPECT_EQ(v().EASYDeleteDocument(kFibu, kIn, id, "1", &status), kOne);
   EXPECT_EQ(v().EASYGetArchiveProperties(kFibu, kIn), Long(14));
   EXPECT_EQ(v().EASYDeleteDocument(kFibu, kIn, id, "1", &status), kFailed);
-  EXPECT_EQ(status.ToString().substr(0, 8), "Error 32");
+  EXPECT_EQ(Code(status), "Error 32");
 }
 
 // ---- log-on and busy answers

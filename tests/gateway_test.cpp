@@ -131,28 +131,28 @@ TEST(RequestReaderTest, CompletesByArgumentCountWhateverThePieces) {
       state = reader.Feed(std::string_view(request).substr(at, piece));
     }
     ASSERT_EQ(state, State::kComplete) << "piece " << piece;
-    EXPECT_EQ(reader.request().session, "S1");
-    EXPECT_EQ(reader.request().password, "6866");
-    EXPECT_EQ(reader.request().command, "GetArchiveDescription");
-    EXPECT_EQ(reader.request().args, (std::vector<std::string>{"FIBU", "Eingangsrechnungen"}));
+    const Request& r = reader.request();
+    EXPECT_EQ(std::vector<std::string>({r.session, r.password, r.command}),
+              (std::vector<std::string>{"S1", "6866", "GetArchiveDescription"}));
+    EXPECT_EQ(r.args, (std::vector<std::string>{"FIBU", "Eingangsrechnungen"}));
   }
-  // A command without arguments ends with its name; empty fields are fields; "^" inside a field stays.
-  RequestReader bare(1024, 1024);
-  EXPECT_EQ(bare.Feed("^^,^^,^^,^GetChannels^"), State::kComplete);
-  RequestReader empty(1024, 1024);
-  EXPECT_EQ(empty.Feed("^S^,^u^,^p^,^GetArchives^"), State::kNeedMore);
-  EXPECT_EQ(empty.Feed(",^^"), State::kComplete);
-  EXPECT_EQ(empty.request().args, std::vector<std::string>{""});
-  RequestReader typed(1024, 1024);
-  EXPECT_EQ(typed.Feed("^S^,^u^,^p^,^GetArchives^,^FIBU^\r\n"), State::kComplete);
-  EXPECT_EQ(typed.request().args, std::vector<std::string>{"FIBU"});
-  RequestReader note(1024, 1024);  // a last argument that is itself a line break
-  EXPECT_EQ(note.Feed("^S^,^u^,^p^,^WriteNote^,^K^,^A^,^1^,^^,^n^,^\r\n"), State::kNeedMore);
-  EXPECT_EQ(note.Feed("^"), State::kComplete);
-  EXPECT_EQ(note.request().args.back(), "\r\n");
-  RequestReader caret(1024, 1024);
-  EXPECT_EQ(caret.Feed("^S^,^u^,^p^,^GetArchives^,^a^b^"), State::kComplete);
-  EXPECT_EQ(caret.request().args, std::vector<std::string>{"a^b"});
+  // A command without arguments ends with its name; empty fields are fields; "^" inside a field stays; a last
+  // argument may itself be a line break. Every piece but the last leaves the request incomplete.
+  const std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> cases = {
+      {{"^^,^^,^^,^GetChannels^"}, {}},
+      {{"^S^,^u^,^p^,^GetArchives^", ",^^"}, {""}},
+      {{"^S^,^u^,^p^,^GetArchives^,^FIBU^\r\n"}, {"FIBU"}},
+      {{"^S^,^u^,^p^,^WriteNote^,^K^,^A^,^1^,^^,^n^,^\r\n", "^"}, {"K", "A", "1", "", "n", "\r\n"}},
+      {{"^S^,^u^,^p^,^GetArchives^,^a^b^"}, {"a^b"}},
+  };
+  for (const auto& [pieces, args] : cases) {
+    SCOPED_TRACE(pieces[0]);
+    RequestReader reader(1024, 1024);
+    for (size_t i = 0; i < pieces.size(); ++i) {
+      EXPECT_EQ(reader.Feed(pieces[i]), i + 1 == pieces.size() ? State::kComplete : State::kNeedMore);
+    }
+    EXPECT_EQ(reader.request().args, args);
+  }
 }
 
 TEST(RequestReaderTest, RefusesMalformedRequests) {
@@ -327,14 +327,54 @@ TEST(GatewayStoreTest, RefusesAnInconsistentArchiveFile) {
 
 // ---- commands over the network ----------------------------------------------------------------------------
 
-TEST_F(GatewayTest, ChannelAndArchiveListsFollowTheUsersRights) {
-  const Reply channels = Ask({"GetChannels"});
-  EXPECT_EQ(channels.status, kOk);
-  EXPECT_EQ(channels.rows, (std::vector<std::string>{"FIBU,Finanzbuchhaltung, Rechnungseingang und -ausgang",
-                                                     "PERSONAL,Personalabteilung (vertraulich)",
-                                                     "VERTRAG,Verträge, Vereinbarungen, Korrespondenz"}));
+TEST_F(GatewayTest, ErrorAnswersNameTheirCause) {
+  struct Case {
+    std::vector<std::string> args;
+    std::string user;  // the password is the user's name
+    std::string status;
+  };
+  const std::string out = "out";
+  const std::vector<Case> cases = {
+      {{"GetChannels"}, "wrong", "Status: Error 21 Anmeldung fehlgeschlagen"},
+      {{"GetArchives", "NIRGENDS"}, "easy", "Status: Error 30 Kanal unbekannt: NIRGENDS"},
+      {{"GetArchiveDescription", kFibu, "Nichts"}, "easy", "Status: Error 31 Archiv unbekannt: Nichts"},
+      {{"GetArchiveDescription", "PERSONAL", "Personalakten"}, "gast",
+       "Status: Error 22 Keine Berechtigung: $(#PERSONAL)\\Personalakten"},
+      {{"GetSegmentSelectList", kFibu, kIn, "77"}, "easy", "Status: Error 33 Feld unbekannt: 77"},
+      {{"QueryArchive", kFibu, kIn, ".2=Meier", "", "0", "0", ""}, "easy",
+       "Status: Error 40 Ungültige Abfrage: .2=Meier"},
+      {{"QueryArchive", kFibu, kIn, "", "Lang", "0", "0", ""}, "easy",
+       "Status: Error 35 Abfrageformat unbekannt: Lang"},
+      {{"QueryArchive", kFibu, kIn, "", "", "viele", "0", ""}, "easy",
+       "Status: Error 41 Ungültiger Parameter: lngMaxLines"},
+      {{"GetDocumentInfo", kFibu, kIn, "1000001", "7"}, "easy", "Status: Error 32"},
+      {{"GetDocumentInfo", kFibu, kIn, "4711", ""}, "easy", "Status: Error 32"},
+      {{"GetSegmentPDF", kFibu, kIn, "1000001", "1", "1", "99", out}, "easy", "Status: Error 34 Layout unbekannt: 99"},
+      {{"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "", out, "7"}, "easy", "Status: Error 41"},
+      {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "4", out}, "easy",
+       "Status: Error 36 Seite nicht vorhanden: 4"},
+      {{"GetSegmentERF", kFibu, kIn, "1000001", "1", "1"}, "easy", "Status: Error 41"},
+      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "..\\outside"}, "easy", "Status: Error 50"},
+      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "/tmp"}, "easy", "Status: Error 50"},
+      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "C:\\Blob"}, "easy", "Status: Error 50"},
+      {{"DeleteNotes", kFibu, kIn, "1000001", ""}, "gast", "Status: Error 22"},
+      {{"CreateDocument", "fehlt.imp"}, "easy", "Status: Error 51"},
+      {{"DeleteDocument", "VERTRAG", "Verträge", "1000030", ""}, "easy", "Status: Error 22"},
+  };
+  for (const Case& c : cases) {
+    const std::string status = Ask(c.args, c.user == "wrong" ? "easy" : c.user, c.user).status;
+    EXPECT_TRUE(status.starts_with(c.status)) << c.args[0] << " " << c.args.back() << ": " << status;
+  }
+  EXPECT_FALSE(fs::exists(dir_.File("outside")));
+  EXPECT_EQ(Ask({"GetNotes", kFibu, kIn, "1000001", ""}).rows.size(), 6u);  // nothing deleted
+}
+
+TEST_F(GatewayTest, ListsFollowTheUsersRightsAndThePasswordTravelsEncoded) {
+  EXPECT_EQ(Ask({"GetChannels"}, "ADMIN", "Vantor2002").rows,
+            (std::vector<std::string>{"FIBU,Finanzbuchhaltung, Rechnungseingang und -ausgang",
+                                      "PERSONAL,Personalabteilung (vertraulich)",
+                                      "VERTRAG,Verträge, Vereinbarungen, Korrespondenz"}));
   EXPECT_EQ(Ask({"GetArchives", "fibu"}).rows, (std::vector<std::string>{kIn, "Ausgangsrechnungen"}));
-  EXPECT_EQ(Ask({"GetArchives", "NIRGENDS"}).status, "Status: Error 30 Kanal unbekannt: NIRGENDS");
   EXPECT_EQ(Ask({"GetAllArchives"}, "gast", "gast").rows,
             (std::vector<std::string>{"$(#FIBU)\\Eingangsrechnungen", "$(#FIBU)\\Ausgangsrechnungen",
                                       "$(#VERTRAG)\\Verträge"}));
@@ -342,55 +382,22 @@ TEST_F(GatewayTest, ChannelAndArchiveListsFollowTheUsersRights) {
             (std::vector<std::string>{"#FIBU,Finanzbuchhaltung, Rechnungseingang und -ausgang", kIn,
                                       "Ausgangsrechnungen", "#PERSONAL,Personalabteilung (vertraulich)",
                                       "#VERTRAG,Verträge, Vereinbarungen, Korrespondenz", "Verträge"}));
-}
-
-TEST_F(GatewayTest, LogOnNeedsAKnownUserAndHisEncodedPassword) {
-  EXPECT_EQ(Ask({"GetChannels"}, "easy", "wrong").status, "Status: Error 21 Anmeldung fehlgeschlagen");
-  EXPECT_EQ(Ask({"GetChannels"}, "ADMIN", "Vantor2002").status, kOk);
-  // The password travels encoded: the plain text is no password.
-  EXPECT_EQ(ParseReply(Raw(FrameRequest("S", "easy", "easy", {"GetChannels"}))).status,
-            "Status: Error 21 Anmeldung fehlgeschlagen");
-  EXPECT_EQ(ParseReply(Raw(FrameRequest("S", "easy", "afa68f92", {"GetChannels"}))).status, kOk);  // either case
-}
-
-TEST_F(GatewayTest, ArchiveDescriptionSelectListsMasksAndProperties) {
-  const Reply d = Ask({"GetArchiveDescription", kFibu, kIn});
-  ASSERT_EQ(d.status, kOk);
-  ASSERT_EQ(d.rows.size(), 7u);
-  EXPECT_EQ(d.rows[0], "RCEDI");
-  EXPECT_EQ(d.rows[1], "^1^,^Rechnungsnummer^,^1^,^12^,^1^,^10^,^0^");
   EXPECT_EQ(Ask({"GetArchiveDescription", kFibu, kIn}, "gast", "gast").rows[0], "R");
-  EXPECT_EQ(Ask({"GetArchiveDescription", kFibu, "Nichts"}).status, "Status: Error 31 Archiv unbekannt: Nichts");
-  EXPECT_EQ(Ask({"GetArchiveDescription", "PERSONAL", "Personalakten"}, "gast", "gast").status,
-            "Status: Error 22 Keine Berechtigung: $(#PERSONAL)\\Personalakten");
-
-  EXPECT_EQ(Ask({"GetSegmentSelectList", kFibu, kIn, "6"}).rows,
-            (std::vector<std::string>{"offen", "geprüft", "bezahlt"}));
-  EXPECT_EQ(Ask({"GetSegmentSelectList", kFibu, kIn, "1"}).rows, std::vector<std::string>{});
-  EXPECT_EQ(Ask({"GetSegmentSelectList", kFibu, kIn, "77"}).status, "Status: Error 33 Feld unbekannt: 77");
-  EXPECT_EQ(Ask({"GetQueryFormatList", kFibu, kIn}).rows,
-            (std::vector<std::string>{"Standard", "Kurz", "Buchhaltung"}));
-
-  const Reply masks = Ask({"GetMasks", kFibu, kIn});
-  ASSERT_EQ(masks.rows.size(), 12u);
-  EXPECT_EQ(masks.rows[0], "@Erfassung");
-  EXPECT_EQ(masks.rows[1], "^1^,^1^,^12^,^L^,^Rechnungsnummer^,^1^,^^,^0^");  // eight columns: no list
-  EXPECT_EQ(masks.rows[6], "^6^,^6^,^10^,^L^,^Status^,^0^,^offen^,^1^,^offen^,^geprüft^,^bezahlt^");
-  EXPECT_EQ(masks.rows[11], "@Leer");
-
-  EXPECT_EQ(Ask({"GetArchiveProperties", kFibu, kIn}).rows, std::vector<std::string>{"1,1,1,1,14"});
   EXPECT_EQ(Ask({"GetArchiveProperties", "VERTRAG", "Verträge"}, "gast", "gast").rows,
             std::vector<std::string>{"0,0,0,0,6"});
+  // The plain text is no password; the encoded one is taken in either case.
+  EXPECT_EQ(ParseReply(Raw(FrameRequest("S", "easy", "easy", {"GetChannels"}))).status,
+            "Status: Error 21 Anmeldung fehlgeschlagen");
+  EXPECT_EQ(ParseReply(Raw(FrameRequest("S", "easy", "afa68f92", {"GetChannels"}))).status, kOk);
 }
 
 TEST_F(GatewayTest, QueryAnswersHeaderLinesAndHitLines) {
   const Reply q = Ask({"QueryArchive", kFibu, kIn, ".2=(meier*) & Betrag", "", "10", "0", ""});
-  ASSERT_EQ(q.status, kOk);
   ASSERT_EQ(q.rows.size(), 7u);
-  EXPECT_EQ(q.rows[0], "2");
-  EXPECT_EQ(q.rows[1], "1=10;2=11");
-  EXPECT_EQ(q.rows[3], "^0^,^512^,^512^,^0^,^0^,^1024^,^512^");
-  EXPECT_EQ(q.rows[4], "^Ablage^,^Dokument^,^Version^,^Rechnungsnummer^,^Lieferant^,^Rechnungsdatum^,^Betrag^");
+  EXPECT_EQ(std::vector<std::string>(q.rows.begin(), q.rows.begin() + 5),
+            (std::vector<std::string>{
+                "2", "1=10;2=11", q.rows[2], "^0^,^512^,^512^,^0^,^0^,^1024^,^512^",
+                "^Ablage^,^Dokument^,^Version^,^Rechnungsnummer^,^Lieferant^,^Rechnungsdatum^,^Betrag^"}));
   EXPECT_EQ(q.rows[5].substr(0, 50), "^$(#FIBU)\\Eingangsrechnungen^,^1000001^,^1^,^2002-");
   EXPECT_NE(q.rows[6].find("^,^1000008^,^1^,^2002-0208^,^Meier & Söhne KG^,^"), std::string::npos);
 
@@ -411,61 +418,32 @@ TEST_F(GatewayTest, QueryAnswersHeaderLinesAndHitLines) {
   EXPECT_EQ(none.rows.size(), 5u);
   EXPECT_EQ(none.rows[0], "0");
   EXPECT_EQ(Ask({"QueryArchive", "VERTRAG", "Korrespondenz", "", "", "0", "0", ""}).rows[1], "");
-
-  EXPECT_EQ(Ask({"QueryArchive", kFibu, kIn, ".2=Meier", "", "0", "0", ""}).status,
-            "Status: Error 40 Ungültige Abfrage: .2=Meier");
-  EXPECT_EQ(Ask({"QueryArchive", kFibu, kIn, "", "Lang", "0", "0", ""}).status,
-            "Status: Error 35 Abfrageformat unbekannt: Lang");
-  EXPECT_EQ(Ask({"QueryArchive", kFibu, kIn, "", "", "viele", "0", ""}).status,
-            "Status: Error 41 Ungültiger Parameter: lngMaxLines");
 }
 
-TEST_F(GatewayTest, DocumentInfoSegmentsAndMarkedText) {
-  const Reply info = Ask({"GetDocumentInfo", kFibu, kIn, "1000001", "1"});
-  ASSERT_EQ(info.rows.size(), 1u);
-  const std::vector<std::string> c = SplitColumns(info.rows[0]);
-  ASSERT_EQ(c.size(), 13u);
-  EXPECT_EQ(c[7], "Rechnung 2002-0117 Meier GmbH");
-  EXPECT_EQ(std::vector<std::string>(c.begin() + 8, c.end()), (std::vector<std::string>{"4", "1", "1", "2", "1"}));
-  EXPECT_EQ(Ask({"GetDocumentInfo", kFibu, kIn, "1000001", "7"}).status.substr(0, 16), "Status: Error 32");
-  EXPECT_EQ(Ask({"GetDocumentInfo", kFibu, kIn, "4711", ""}).status.substr(0, 16), "Status: Error 32");
-
+TEST_F(GatewayTest, SegmentHitCountsAndMarkedText) {
   // The hit count of a text segment comes from the session's last query.
   Ask({"QueryArchive", kFibu, kIn, "Betrag", "", "1", "1", ""}, "easy", "easy", "S9");
   const Reply segments = Ask({"GetSegmentDescription", kFibu, kIn, "1000001", "", "thumbs"}, "easy", "easy", "S9");
   ASSERT_EQ(segments.rows.size(), 5u);
   EXPECT_EQ(segments.rows[0], "2");  // notes
-  const std::vector<std::string> text = SplitColumns(segments.rows[1]);
-  EXPECT_EQ(text[3], "2");
-  const std::vector<std::string> image = SplitColumns(segments.rows[2]);
-  EXPECT_EQ(image[4], std::to_string(fs::file_size(data() + "/files/eingang_beleg_a.tif")));
-  EXPECT_EQ(image[10], "11");
-  EXPECT_EQ(image[11], std::to_string(fs::file_size(blob() + "/thumbs/TN_1000001_1_2.TIF")));
-  EXPECT_EQ(ReadTiff(ReadFile(blob() + "/thumbs/TN_1000001_1_2.TIF"))->size(), 1u);
-  EXPECT_EQ(segments.rows[4], "^4^,^VERWEISE^,^0^,^0^,^0^,^ERF^,^4^,^Verweise^,^1000001.ERF^,^0^,^^,^0^");
-  EXPECT_EQ(SplitColumns(Ask({"GetSegmentDescription", kFibu, kIn, "1000001", "", ""}, "easy", "easy", "S8")
-                             .rows[2])[11], "0");
-
+  EXPECT_EQ(SplitColumns(segments.rows[1])[3], "2");
+  EXPECT_EQ(SplitColumns(segments.rows[2])[10], "11");
   // One "^"-enclosed unit per text segment, over several lines; marks and blanks as the caller asks.
   const Reply marked = Ask({"GetSegmentText", kFibu, kIn, "1000001", "", ".1=(x) & meier betr*", "[", "]", "_"});
-  ASSERT_EQ(marked.status, kOk);
   ASSERT_EQ(marked.rows.size(), 9u);
-  EXPECT_EQ(marked.rows[0], "^Rechnung_2002-0117");
-  EXPECT_EQ(marked.rows[1], "Lieferant:_[Meier]_GmbH");
-  EXPECT_EQ(marked.rows[5], "[Betrag]:_3513,76_EUR");
+  EXPECT_EQ(std::vector<std::string>({marked.rows[0], marked.rows[1], marked.rows[5]}),
+            (std::vector<std::string>{"^Rechnung_2002-0117", "Lieferant:_[Meier]_GmbH", "[Betrag]:_3513,76_EUR"}));
   EXPECT_EQ(marked.rows[8].back(), '^');
   EXPECT_EQ(Ask({"GetSegmentText", "VERTRAG", "Verträge", "1000030", "", "", "", "", ""}).rows[0],
             "^Wartungsvertrag mit Hansen IT-Service");
 }
 
 TEST_F(GatewayTest, NotesAreReadWrittenDeletedAndKeptOnDisk) {
-  const Reply notes = Ask({"GetNotes", kFibu, kIn, "1000001", ""});
-  EXPECT_EQ(notes.rows, (std::vector<std::string>{"^1^,^easy^,^05.02.2002^,^09:12:44^",
-                                                  "^Betrag mit Bestellung 4711 abgeglichen.^",
-                                                  "^2^,^admin^,^06.02.2002^,^14:30:02^", "^Skonto nicht gezogen.",
-                                                  "Bitte Rücksprache mit Herrn Meier.", "Frist: 15.02.2002^"}));
+  EXPECT_EQ(Ask({"GetNotes", kFibu, kIn, "1000001", ""}).rows,
+            (std::vector<std::string>{"^1^,^easy^,^05.02.2002^,^09:12:44^", "^Betrag mit Bestellung 4711 abgeglichen.^",
+                                      "^2^,^admin^,^06.02.2002^,^14:30:02^", "^Skonto nicht gezogen.",
+                                      "Bitte Rücksprache mit Herrn Meier.", "Frist: 15.02.2002^"}));
   EXPECT_EQ(Ask({"GetNotes", kFibu, kIn, "1000002", ""}).rows, std::vector<std::string>{});
-
   EXPECT_EQ(Ask({"WriteNote", kFibu, kIn, "1000002", "1", "Erste Zeile<br>Zweite Zeile für Jörg", "<br>"},
                 "gast", "gast").status, kOk);
   EXPECT_EQ(Ask({"WriteNote", kFibu, kIn, "1000002", "", "", ""}).status, kOk);
@@ -473,11 +451,8 @@ TEST_F(GatewayTest, NotesAreReadWrittenDeletedAndKeptOnDisk) {
   const Reply written = Ask({"GetNotes", kFibu, kIn, "1000002", ""});
   ASSERT_EQ(written.rows.size(), 5u);
   EXPECT_EQ(written.rows[0].substr(0, 12), "^1^,^gast^,^");
-  EXPECT_EQ(written.rows[1], "^Erste Zeile");
-  EXPECT_EQ(written.rows[2], "Zweite Zeile für Jörg^");
-
-  EXPECT_EQ(Ask({"DeleteNotes", kFibu, kIn, "1000002", ""}, "gast", "gast").status.substr(0, 16),
-            "Status: Error 22");
+  EXPECT_EQ(std::vector<std::string>(written.rows.begin() + 1, written.rows.begin() + 3),
+            (std::vector<std::string>{"^Erste Zeile", "Zweite Zeile für Jörg^"}));
   EXPECT_EQ(Ask({"DeleteNotes", kFibu, kIn, "1000002", ""}).status, kOk);
   Restart();
   EXPECT_EQ(Ask({"GetNotes", kFibu, kIn, "1000002", ""}).rows, std::vector<std::string>{});
@@ -486,7 +461,6 @@ TEST_F(GatewayTest, NotesAreReadWrittenDeletedAndKeptOnDisk) {
 TEST_F(GatewayTest, SegmentDownloadsAreWrittenIntoTheNamedBlobFolder) {
   const std::string out = blob() + "/out";
   const Reply image = Ask({"GetSegmentData", kFibu, kIn, "1000001", "1", "2", out});
-  ASSERT_EQ(image.status, kOk);
   EXPECT_EQ(image.rows, (std::vector<std::string>{"9496", "1000001_1_2.TIF"}));
   EXPECT_EQ(ReadFile(out + "/1000001_1_2.TIF"), ReadFile(data() + "/files/eingang_beleg_a.tif"));
 
@@ -505,40 +479,17 @@ TEST_F(GatewayTest, SegmentDownloadsAreWrittenIntoTheNamedBlobFolder) {
   EXPECT_NE(rendered.find("(Betrag: 3513,76)"), std::string::npos);
   EXPECT_EQ(Ask({"GetSegmentPDF", kFibu, kIn, "1000001", "1", "3", "", out}).rows[0],
             std::to_string(fs::file_size(data() + "/files/rechnung_original.pdf")));
-  EXPECT_EQ(Ask({"GetSegmentPDF", kFibu, kIn, "1000001", "1", "1", "99", out}).status,
-            "Status: Error 34 Layout unbekannt: 99");
-
-  EXPECT_EQ(Ask({"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "11", out, "1"}).rows[1],
-            "1000001_1_2_P.TIF");
-  EXPECT_EQ(Ask({"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "11", out, ""}).rows[1],
-            "1000001_1_2_L11_P.PDF");
-  EXPECT_EQ(Ask({"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "", out, "7"}).status.substr(0, 16),
-            "Status: Error 41");
 
   // Multi-page TIFF: the pages of all image segments, in the order asked for.
   const Reply multi = Ask({"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "3,1", out});
-  ASSERT_EQ(multi.status, kOk);
   const auto source = ReadTiff(ReadFile(data() + "/files/vertrag_scan.tif"));
-  const auto made = ReadTiff(ReadFile(out + "/" + multi.rows[1]));
+  const auto made = ReadTiff(ReadFile(out + "/" + multi.rows.at(1)));
   ASSERT_TRUE(made.has_value());
   ASSERT_EQ(made->size(), 2u);
   EXPECT_EQ(made->at(0).chunks, source->at(2).chunks);
   EXPECT_EQ(made->at(1).chunks, source->at(0).chunks);
   Ask({"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "", out});
   EXPECT_EQ(ReadTiff(ReadFile(out + "/" + multi.rows[1]))->size(), 3u);
-  EXPECT_EQ(Ask({"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "4", out}).status,
-            "Status: Error 36 Seite nicht vorhanden: 4");
-
-  EXPECT_EQ(Ask({"GetSegmentERF", kFibu, kIn, "1000001", "1", "4"}).rows,
-            (std::vector<std::string>{"$(#FIBU)\\Ausgangsrechnungen,1000016,1",
-                                      "$(#FIBU)\\Eingangsrechnungen,1000002,2", "$(#VERTRAG)\\Verträge,1000030,1"}));
-  EXPECT_EQ(Ask({"GetSegmentERF", kFibu, kIn, "1000001", "1", "1"}).status.substr(0, 16), "Status: Error 41");
-
-  for (const std::string folder : {"..\\outside", "/tmp", "C:\\Blob"}) {
-    EXPECT_EQ(Ask({"GetSegmentData", kFibu, kIn, "1000001", "1", "2", folder}).status.substr(0, 16),
-              "Status: Error 50") << folder;
-  }
-  EXPECT_FALSE(fs::exists(dir_.File("outside")));
 }
 
 TEST_F(GatewayTest, TransferAndUploadMoveRawBytes) {
@@ -565,9 +516,7 @@ TEST_F(GatewayTest, ImportFilesCreateEditAndDeleteDocuments) {
                                         "1:LIEFERANT,3:DATUM,2:BETRAG,4:TEXT,5:BELEG\r\n"
                                         "^2002-9999^,^Grün & Co^,^17.06.2002^,^99,50^,^Zeppelinstraße 1\r\nKöln^,"
                                         "^scan.tif^\r\n"));
-  const Reply created = Ask({"CreateDocument", blob() + "\\neu.imp"});
-  ASSERT_EQ(created.status, kOk);
-  ASSERT_EQ(created.rows, std::vector<std::string>{"1000036,1"});
+  ASSERT_EQ(Ask({"CreateDocument", blob() + "\\neu.imp"}).rows, std::vector<std::string>{"1000036,1"});
   const Reply found = Ask({"QueryArchive", kFibu, kIn, "zeppelin*", "", "0", "0", ""});
   ASSERT_EQ(found.rows.size(), 6u);
   EXPECT_EQ(found.rows[5], "^$(#FIBU)\\Eingangsrechnungen^,^1000036^,^1^,^2002-9999^,^Grün & Co^,^17.06.2002^,^99,50^");
@@ -576,8 +525,7 @@ TEST_F(GatewayTest, ImportFilesCreateEditAndDeleteDocuments) {
 
   // Editing adds a version with the changed fields; the old one stays readable.
   WriteFile(blob() + "/edit.imp", "@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:,1:STATUS\r\n^bezahlt^\r\n");
-  const Reply edited = Ask({"EditDocument", "edit.imp", "1000036,1"});
-  ASSERT_EQ(edited.rows, std::vector<std::string>{"1000036,2"});
+  ASSERT_EQ(Ask({"EditDocument", "edit.imp", "1000036,1"}).rows, std::vector<std::string>{"1000036,2"});
   Restart();
   EXPECT_EQ(Ask({"QueryArchive", kFibu, kIn, ".6=(bezahlt) & .1=(2002-9999)", "", "0", "0", ""}).rows[0], "1");
   EXPECT_EQ(SplitColumns(Ask({"GetDocumentInfo", kFibu, kIn, "1000036", "1"}).rows[0])[7], "Rechnung Grün");
@@ -598,13 +546,10 @@ TEST_F(GatewayTest, ImportFilesCreateEditAndDeleteDocuments) {
   }
   EXPECT_EQ(Ask({"GetArchiveProperties", kFibu, kIn}).rows[0], "1,1,1,1,15");
   EXPECT_EQ(Ask({"CreateDocument", "neu.imp"}, "gast", "gast").status.substr(0, 16), "Status: Error 22");
-  EXPECT_EQ(Ask({"CreateDocument", "fehlt.imp"}).status.substr(0, 16), "Status: Error 51");
 
   // Deleting one version keeps the document; deleting without a version removes it.
   EXPECT_EQ(Ask({"DeleteDocument", kFibu, kIn, "1000036", "2"}).status, kOk);
   EXPECT_EQ(SplitColumns(Ask({"GetDocumentInfo", kFibu, kIn, "1000036", ""}).rows[0])[3], "1");
-  EXPECT_EQ(Ask({"DeleteDocument", "VERTRAG", "Verträge", "1000030", ""}).status.substr(0, 16),
-            "Status: Error 22");
   EXPECT_EQ(Ask({"DeleteDocument", kFibu, kIn, "1000036", ""}).status, kOk);
   Restart();
   EXPECT_EQ(Ask({"GetDocumentInfo", kFibu, kIn, "1000036", ""}).status.substr(0, 16), "Status: Error 32");

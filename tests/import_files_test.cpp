@@ -1,24 +1,19 @@
 #include <gtest/gtest.h>
 
-#include "support/errors.h"
-#include "support/fake_clock.h"
-#include "support/gateway_session.h"
-#include "support/scripted_gateway.h"
-#include "support/temp_dir.h"
-#include "support/variant_print.h"
+#include "support/session_fixture.h"
 
 namespace halqvantor {
 namespace {
 
-using testing::Answer;
 using testing::FakeClock;
+using testing::GatewaySession;
 using testing::kMinusOne;
 using testing::kOne;
-using testing::RuntimeErrorNumber;
-using testing::GatewaySession;
 using testing::OnFreshThread;
+using testing::RuntimeErrorNumber;
 using testing::ScriptedGateway;
 using testing::TempDir;
+using Documents = testing::SessionTest;
 
 TEST(ImportFiles, DescriptionsAreAppendedInTheCodePage) {
   TempDir dir;
@@ -44,61 +39,50 @@ TEST(ImportFiles, DescriptionsAreAppendedInTheCodePage) {
             "@DB,$(#CH)\\AR\r\n@CHARSET,ISO-8859-1\r\n@FOLDER,FT:T,:x\r\nc\r\n");
 
   status = "old";
-  EXPECT_EQ(RuntimeErrorNumber([&] { v.CreateImportFile(dir.File("no/such.imp"), "C", "A", "T", "1", "N", "c", "", &status); }),
+  EXPECT_EQ(RuntimeErrorNumber(
+                [&] { v.CreateImportFile(dir.File("no/such.imp"), "C", "A", "T", "1", "N", "c", "", &status); }),
             76);
   EXPECT_EQ(status, Variant("old"));
 }
 
-TEST(Documents, CreateEditAndDeleteRequestsAndTheirResults) {
-  FakeClock clock;
-  ScriptedGateway gateway;
-  gateway.Script({Answer("Status: OK\r\nDOC1;1\r\nmore")});
-  gateway.Script({Answer("Status: OK\r\nDOC1;2")});
-  gateway.Script({Answer("Status: OK")});
-  gateway.Script({Answer("Status: Error 4 gesperrt")});
-  OnFreshThread([&] {
-    GatewaySession s(gateway.port());
-    clsVantor& v = s.object();
-    Variant ref, status = "old";
-    EXPECT_EQ(v.EASYCreateDocument("\\\\srv\\imp\\a.imp", &ref, &status), Variant(int32_t{2}));
-    EXPECT_EQ(ref, Variant("DOC1;1"));
-    EXPECT_EQ(status, Variant(""));
-    EXPECT_EQ(v.EASYEditDocument("\\\\srv\\imp\\b.imp", &ref, &status), Variant(int32_t{1}));
-    EXPECT_EQ(ref, Variant("DOC1;2"));
-    status = "old";
-    EXPECT_EQ(v.EASYDeleteDocument("CH", "AR", "DOC1", int16_t{2}, &status), kOne);
-    EXPECT_EQ(status, Variant(""));
-    EXPECT_EQ(gateway.Requests(), (std::vector<std::string>{
-                                      "^S1^,^u^,^ABA1^,^CreateDocument^,^\\\\srv\\imp\\a.imp^",
-                                      "^S1^,^u^,^ABA1^,^EditDocument^,^\\\\srv\\imp\\b.imp^,^DOC1;1^",
-                                      "^S1^,^u^,^ABA1^,^DeleteDocument^,^CH^,^AR^,^DOC1^,^2^",
-                                  }));
+TEST_F(Documents, CreateEditAndDeleteRequestsAndTheirResults) {
+  Answer("Status: OK\r\nDOC1;1\r\nmore");
+  Answer("Status: OK\r\nDOC1;2");
+  Answer("Status: OK");
+  Answer("Status: Error 4 gesperrt");
+  Variant ref, status = "old";
+  EXPECT_EQ(v().EASYCreateDocument("\\\\srv\\imp\\a.imp", &ref, &status), Variant(int32_t{2}));
+  EXPECT_EQ(ref, Variant("DOC1;1"));
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(v().EASYEditDocument("\\\\srv\\imp\\b.imp", &ref, &status), Variant(int32_t{1}));
+  EXPECT_EQ(ref, Variant("DOC1;2"));
+  status = "old";
+  EXPECT_EQ(v().EASYDeleteDocument("CH", "AR", "DOC1", int16_t{2}, &status), kOne);
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(Requests(), (std::vector<std::string>{
+                            "^S1^,^u^,^ABA1^,^CreateDocument^,^\\\\srv\\imp\\a.imp^",
+                            "^S1^,^u^,^ABA1^,^EditDocument^,^\\\\srv\\imp\\b.imp^,^DOC1;1^",
+                            "^S1^,^u^,^ABA1^,^DeleteDocument^,^CH^,^AR^,^DOC1^,^2^",
+                        }));
 
-    // Error answers: -1 and the status text, the reference kept.
-    EXPECT_EQ(v.EASYEditDocument("x", &ref, &status), kMinusOne);
-    EXPECT_EQ(status, Variant("Error 4 gesperrt"));
-    EXPECT_EQ(ref, Variant("DOC1;2"));
-    EXPECT_EQ(v.EASYCreateDocument("x", &ref, &status), kMinusOne);
-    EXPECT_EQ(v.EASYDeleteDocument("CH", "AR", "DOC1", "2", &status), kMinusOne);
-    EXPECT_EQ(ref, Variant("DOC1;2"));
-    EXPECT_EQ(RuntimeErrorNumber([&] { v.EASYEditDocument("x", nullptr); }), 449);
-  });
+  // Error answers: -1 and the status text, the reference kept.
+  EXPECT_EQ(v().EASYEditDocument("x", &ref, &status), kMinusOne);
+  EXPECT_EQ(status, Variant("Error 4 gesperrt"));
+  EXPECT_EQ(ref, Variant("DOC1;2"));
+  EXPECT_EQ(v().EASYCreateDocument("x", &ref, &status), kMinusOne);
+  EXPECT_EQ(v().EASYDeleteDocument("CH", "AR", "DOC1", "2", &status), kMinusOne);
+  EXPECT_EQ(ref, Variant("DOC1;2"));
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYEditDocument("x", nullptr); }), 449);
 }
 
-TEST(Documents, AReplyWithoutRowsCannotFillTheReference) {
-  FakeClock clock;
-  ScriptedGateway gateway;
-  gateway.Script({Answer("Status: OK")});
-  OnFreshThread([&] {
-    GatewaySession s(gateway.port());
-    clsVantor& v = s.object();
-    EXPECT_EQ(v.EASYCreateDocument("x"), Variant(int32_t{0}));
-    Variant ref = "R", status = "old";
-    EXPECT_EQ(RuntimeErrorNumber([&] { v.EASYCreateDocument("x", &ref, &status); }), 9);
-    EXPECT_EQ(RuntimeErrorNumber([&] { v.EASYEditDocument("x", &ref, &status); }), 9);
-    EXPECT_EQ(ref, Variant("R"));
-    EXPECT_EQ(status, Variant("old"));
-  });
+TEST_F(Documents, AReplyWithoutRowsCannotFillTheReference) {
+  Answer("Status: OK");
+  EXPECT_EQ(v().EASYCreateDocument("x"), Variant(int32_t{0}));
+  Variant ref = "R", status = "old";
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYCreateDocument("x", &ref, &status); }), 9);
+  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYEditDocument("x", &ref, &status); }), 9);
+  EXPECT_EQ(ref, Variant("R"));
+  EXPECT_EQ(status, Variant("old"));
 }
 
 }  // namespace

@@ -4,136 +4,112 @@
 
 #include <filesystem>
 
-#include "support/errors.h"
-#include "support/fake_clock.h"
-#include "support/gateway_session.h"
-#include "support/scripted_gateway.h"
-#include "support/temp_dir.h"
-#include "support/variant_print.h"
+#include "support/session_fixture.h"
 
 namespace halqvantor {
 namespace {
 
-using testing::Answer;
 using testing::FakeClock;
+using testing::GatewaySession;
 using testing::kMinusOne;
 using testing::kOne;
-using testing::GatewaySession;
 using testing::OnFreshThread;
 using testing::ScriptedGateway;
 using testing::TempDir;
+using SegmentFiles = testing::SessionTest;
+using SegmentReferences = testing::SessionTest;
 
-const std::string kHead = "^S1^,^u^,^ABA1^";
-TEST(SegmentFiles, RequestsCarryTheirArgumentsInOrderAndFillTheOutputs) {
-  FakeClock clock;
-  ScriptedGateway gateway;
-  gateway.Script({Answer("Status: OK\r\n1234\r\nA1.TIF\r\n")});
-  OnFreshThread([&] {
-    GatewaySession s(gateway.port());
-    clsVantor& v = s.object();
-    v.strBlobPathRemote = "\\\\srv\\blob";
-    v.strBlobPathLocal = "/nonexistent";
-    const Variant ch("CH"), ar("AR"), doc("D7"), ver(int16_t{2});
-    Variant name = "old", len, status = "old";
-    EXPECT_EQ(v.EASYGetSegmentData(ch, ar, doc, ver, Variant(int16_t{3}), &name, &len, &status), kOne);
-    EXPECT_EQ(name, Variant("A1.TIF"));
-    EXPECT_EQ(len, Variant("1234"));  // handed on as text
-    EXPECT_EQ(status, Variant(""));
-    EXPECT_EQ(v.EASYGetSegmentPDF(ch, ar, doc, ver, Variant(int16_t{3}), Variant(int32_t{9})), kOne);
-    EXPECT_EQ(v.EASYGetSegmentPrintfile(ch, ar, doc, ver, Variant("F1"), Variant("L1")), kOne);
-    EXPECT_EQ(v.EASYGetSegmentPrintfile(ch, ar, doc, ver, Variant("F1"), Variant("L1"), Variant(int16_t{intPrintTIF})),
-              kOne);
-    EXPECT_EQ(v.EASYGetSegmentMultiTIF(ch, ar, doc, ver, Variant("1-3;7;5-4")), kOne);
-    EXPECT_EQ(v.EASYGetSegmentERFInit(ch, ar, doc, ver, Variant(int16_t{3})), Variant(int32_t{2}));
-    const std::string key = ",^CH^,^AR^,^D7^,^2^";
-    EXPECT_EQ(gateway.Requests(), (std::vector<std::string>{
-                                      kHead + ",^GetSegmentData^" + key + ",^3^,^\\\\srv\\blob^",
-                                      kHead + ",^GetSegmentPDF^" + key + ",^3^,^9^,^\\\\srv\\blob^",
-                                      kHead + ",^GetSegmentPrintfile^" + key + ",^F1^,^L1^,^\\\\srv\\blob^,^0^",
-                                      kHead + ",^GetSegmentPrintfile^" + key + ",^F1^,^L1^,^\\\\srv\\blob^,^1^",
-                                      kHead + ",^GetSegmentMultiTIF^" + key + ",^1,2,3,7,5,4^,^\\\\srv\\blob^",
-                                      kHead + ",^GetSegmentERF^" + key + ",^3^",
-                                  }));
-  });
+TEST_F(SegmentFiles, RequestsCarryTheirArgumentsInOrderAndFillTheOutputs) {
+  Answer("Status: OK\r\n1234\r\nA1.TIF\r\n");
+  v().strBlobPathRemote = "\\\\srv\\blob";
+  v().strBlobPathLocal = "/nonexistent";
+  const Variant ch("CH"), ar("AR"), doc("D7"), ver(int16_t{2});
+  Variant name = "old", len, status = "old";
+  EXPECT_EQ(v().EASYGetSegmentData(ch, ar, doc, ver, Variant(int16_t{3}), &name, &len, &status), kOne);
+  EXPECT_EQ(name, Variant("A1.TIF"));
+  EXPECT_EQ(len, Variant("1234"));  // handed on as text
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(v().EASYGetSegmentPDF(ch, ar, doc, ver, Variant(int16_t{3}), Variant(int32_t{9})), kOne);
+  EXPECT_EQ(v().EASYGetSegmentPrintfile(ch, ar, doc, ver, Variant("F1"), Variant("L1")), kOne);
+  EXPECT_EQ(v().EASYGetSegmentPrintfile(ch, ar, doc, ver, Variant("F1"), Variant("L1"), Variant(int16_t{intPrintTIF})),
+            kOne);
+  EXPECT_EQ(v().EASYGetSegmentMultiTIF(ch, ar, doc, ver, Variant("1-3;7;5-4")), kOne);
+  EXPECT_EQ(v().EASYGetSegmentERFInit(ch, ar, doc, ver, Variant(int16_t{3})), Variant(int32_t{2}));
+  const std::string key = ",^CH^,^AR^,^D7^,^2^";
+  EXPECT_EQ(Requests(), (std::vector<std::string>{
+                            Request("^GetSegmentData^") + key + ",^3^,^\\\\srv\\blob^",
+                            Request("^GetSegmentPDF^") + key + ",^3^,^9^,^\\\\srv\\blob^",
+                            Request("^GetSegmentPrintfile^") + key + ",^F1^,^L1^,^\\\\srv\\blob^,^0^",
+                            Request("^GetSegmentPrintfile^") + key + ",^F1^,^L1^,^\\\\srv\\blob^,^1^",
+                            Request("^GetSegmentMultiTIF^") + key + ",^1,2,3,7,5,4^,^\\\\srv\\blob^",
+                            Request("^GetSegmentERF^") + key + ",^3^",
+                        }));
 }
 
-TEST(SegmentFiles, FailuresAndShortRepliesLeaveTheOutputsAlone) {
-  FakeClock clock;
-  ScriptedGateway gateway;
-  gateway.Script({Answer("Status: Error 3 Archiv unbekannt")});
-  gateway.Script({Answer("Status: OK\r\n77")});
-  gateway.Script({Answer("Status: OK")});
-  OnFreshThread([&] {
-    GatewaySession s(gateway.port());
-    clsVantor& v = s.object();
-    v.strChangeFileExt = "TIF-PDF";  // never consulted without a file name from the gateway
-    Variant name = "keep", len = int32_t{5}, status;
-    EXPECT_EQ(v.EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name, &len, &status), kMinusOne);
-    EXPECT_EQ(status, Variant("Error 3 Archiv unbekannt"));
-    EXPECT_EQ(name, Variant("keep"));
-    EXPECT_EQ(len, Variant(int32_t{5}));
+TEST_F(SegmentFiles, FailuresAndShortRepliesLeaveTheOutputsAlone) {
+  Answer("Status: Error 3 Archiv unbekannt");
+  Answer("Status: OK\r\n77");
+  Answer("Status: OK");
+  v().strChangeFileExt = "TIF-PDF";  // never consulted without a file name from the gateway
+  Variant name = "keep", len = int32_t{5}, status;
+  EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name, &len, &status), kMinusOne);
+  EXPECT_EQ(status, Variant("Error 3 Archiv unbekannt"));
+  EXPECT_EQ(name, Variant("keep"));
+  EXPECT_EQ(len, Variant(int32_t{5}));
 
-    EXPECT_EQ(v.EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name, &len, &status), kOne);
-    EXPECT_EQ(status, Variant(""));
-    EXPECT_EQ(name, Variant("keep"));
-    EXPECT_EQ(len, Variant(int32_t{5}));
-    // No rows at all: the same.
-    EXPECT_EQ(v.EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name, &len, &status), kOne);
-    EXPECT_EQ(name, Variant("keep"));
-    EXPECT_EQ(v.EASYGetSegmentMultiTIF("C", "A", "D", "V", "1", &name, &len), kOne);
-    EXPECT_EQ(name, Variant(""));
-    EXPECT_EQ(len, Variant(int16_t{0}));
-  });
+  EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name, &len, &status), kOne);
+  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ(name, Variant("keep"));
+  EXPECT_EQ(len, Variant(int32_t{5}));
+  // No rows at all: the same.
+  EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name, &len, &status), kOne);
+  EXPECT_EQ(name, Variant("keep"));
+  EXPECT_EQ(v().EASYGetSegmentMultiTIF("C", "A", "D", "V", "1", &name, &len), kOne);
+  EXPECT_EQ(name, Variant(""));
+  EXPECT_EQ(len, Variant(int16_t{0}));
 }
 
-TEST(SegmentFiles, ExtensionMappingRenamesInTheLocalFolder) {
-  FakeClock clock;
+TEST_F(SegmentFiles, ExtensionMappingRenamesInTheLocalFolder) {
   TempDir blob, outside;
   testing::WriteFile(blob.File("A1.TIF"), "tif");
   testing::WriteFile(blob.File("B2.TIF"), "new");
   testing::WriteFile(blob.File("B2.pdf"), "old");
   testing::WriteFile(outside.File("x.TIF"), "keep");
-  ScriptedGateway gateway;
-  gateway.Script({Answer("Status: OK\r\n3\r\nA1.TIF")});
-  gateway.Script({Answer("Status: OK\r\n3\r\nA1.DOC")});
-  gateway.Script({Answer("Status: OK\r\n3\r\nZ9.tif")});  // no such file here
-  gateway.Script({Answer("Status: OK\r\n3\r\nB2.TIF")});  // the new name is taken
-  gateway.Script(
-      {Answer("Status: OK\r\n3\r\n../" + std::filesystem::path(outside.path()).filename().string() + "/x.TIF")});
-  gateway.Script({Answer("Status: OK\r\n3\r\nA1.TIF")});
-  OnFreshThread([&] {
-    GatewaySession s(gateway.port());
-    clsVantor& v = s.object();
-    v.strBlobPathLocal = blob.path();
-    Variant name;
-    v.strChangeFileExt = "tif-Pdf";
-    EXPECT_EQ(v.EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), kOne);
-    EXPECT_EQ(name, Variant("A1.Pdf"));
-    EXPECT_EQ(testing::ReadFile(blob.File("A1.Pdf")), "tif");
-    EXPECT_FALSE(std::filesystem::exists(blob.File("A1.TIF")));
+  Answer("Status: OK\r\n3\r\nA1.TIF");
+  Answer("Status: OK\r\n3\r\nA1.DOC");
+  Answer("Status: OK\r\n3\r\nZ9.tif");  // no such file here
+  Answer("Status: OK\r\n3\r\nB2.TIF");  // the new name is taken
+  Answer("Status: OK\r\n3\r\n../" + std::filesystem::path(outside.path()).filename().string() + "/x.TIF");
+  Answer("Status: OK\r\n3\r\nA1.TIF");
+  v().strBlobPathLocal = blob.path();
+  Variant name;
+  v().strChangeFileExt = "tif-Pdf";
+  EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), kOne);
+  EXPECT_EQ(name, Variant("A1.Pdf"));
+  EXPECT_EQ(testing::ReadFile(blob.File("A1.Pdf")), "tif");
+  EXPECT_FALSE(std::filesystem::exists(blob.File("A1.TIF")));
 
-    v.strChangeFileExt = "DOC TIF-pdf";
-    EXPECT_EQ(v.EASYGetSegmentMultiTIF("C", "A", "D", "V", "1", &name), kOne);
-    EXPECT_EQ(name, Variant("A1.DOC"));
-    EXPECT_EQ(v.EASYGetSegmentPrintfile("C", "A", "D", "V", "F", "L", Variant::missing(), &name), kOne);
-    EXPECT_EQ(name, Variant("Z9.pdf"));
-    EXPECT_EQ(v.EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), kOne);
-    EXPECT_EQ(name, Variant("B2.pdf"));
-    EXPECT_EQ(testing::ReadFile(blob.File("B2.pdf")), "old");
-    EXPECT_EQ(testing::ReadFile(blob.File("B2.TIF")), "new");
-    // A name that leaves the folder is not followed.
-    EXPECT_EQ(v.EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), kOne);
-    EXPECT_EQ(testing::ReadFile(outside.File("x.TIF")), "keep");
+  v().strChangeFileExt = "DOC TIF-pdf";
+  EXPECT_EQ(v().EASYGetSegmentMultiTIF("C", "A", "D", "V", "1", &name), kOne);
+  EXPECT_EQ(name, Variant("A1.DOC"));
+  EXPECT_EQ(v().EASYGetSegmentPrintfile("C", "A", "D", "V", "F", "L", Variant::missing(), &name), kOne);
+  EXPECT_EQ(name, Variant("Z9.pdf"));
+  EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), kOne);
+  EXPECT_EQ(name, Variant("B2.pdf"));
+  EXPECT_EQ(testing::ReadFile(blob.File("B2.pdf")), "old");
+  EXPECT_EQ(testing::ReadFile(blob.File("B2.TIF")), "new");
+  // A name that leaves the folder is not followed.
+  EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), kOne);
+  EXPECT_EQ(testing::ReadFile(outside.File("x.TIF")), "keep");
 
-    testing::WriteFile(blob.File("A1.TIF"), "tif");
-    EXPECT_EQ(v.EASYGetSegmentPDF("C", "A", "D", "V", int16_t{1}, int16_t{1}, &name), kOne);
-    EXPECT_EQ(name, Variant("A1.TIF"));
-    EXPECT_TRUE(std::filesystem::exists(blob.File("A1.TIF")));
-    EXPECT_EQ(testing::RuntimeErrorNumber([&] { v.EASYGetSegmentData("C", "A", "D", "V", int16_t{1}); }), 13);
-  });
+  testing::WriteFile(blob.File("A1.TIF"), "tif");
+  EXPECT_EQ(v().EASYGetSegmentPDF("C", "A", "D", "V", int16_t{1}, int16_t{1}, &name), kOne);
+  EXPECT_EQ(name, Variant("A1.TIF"));
+  EXPECT_TRUE(std::filesystem::exists(blob.File("A1.TIF")));
+  EXPECT_EQ(testing::RuntimeErrorNumber([&] { v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}); }), 13);
 }
 
-TEST(SegmentFiles, MappedNamesReplaceTheLastThreeCharacters) {
+TEST(MappedNames, ReplaceTheLastThreeCharacters) {
   EXPECT_EQ(MappedFileName("a.tiff", "IFF-xyz"), "a.txyz");
   EXPECT_EQ(MappedFileName("Ä.TIF", "tif-PDF"), "Ä.PDF");
   EXPECT_EQ(MappedFileName("a.TIF", "TIF-P"), "a.P");
@@ -158,35 +134,29 @@ TEST(PageLists, PiecesAndRanges) {
   for (const auto& [pages, list] : cases) EXPECT_EQ(ExpandPageList(pages), list) << pages;
 }
 
-TEST(SegmentReferences, LinesAreSplitAtTheirMarkers) {
-  FakeClock clock;
-  ScriptedGateway gateway;
-  gateway.Script({Answer("Status: OK\r\n$(#CH1)\\ARCH,DOC9,3\r\nno marker, here,x\r\n$(#C)\\A")});
-  OnFreshThread([&] {
-    GatewaySession s(gateway.port());
-    clsVantor& v = s.object();
-    Variant status = "old";
-    ASSERT_EQ(v.EASYGetSegmentERFInit("C", "A", "D", "V", int16_t{1}, &status), Variant(int32_t{3}));
-    EXPECT_EQ(status, Variant(""));
-    Variant ch = "-", ar = "-", doc = "-", ver = "-";
-    EXPECT_EQ(v.EASYGetSegmentERFNext(&ch, &ar, &doc, &ver), Variant("$(#CH1)\\ARCH,DOC9,3"));
-    EXPECT_EQ(ch, Variant("CH1"));
-    EXPECT_EQ(ar, Variant("ARCH"));
-    EXPECT_EQ(doc, Variant("DOC9"));
-    EXPECT_EQ(ver, Variant("3"));
-    // Without ")\" the channel and archive stay; the commas still give what follows them.
-    ch = ar = doc = ver = "-";
-    EXPECT_EQ(v.EASYGetSegmentERFNext(&ch, &ar, &doc, &ver), Variant("no marker, here,x"));
-    EXPECT_EQ(ch, Variant("-"));
-    EXPECT_EQ(ar, Variant("-"));
-    EXPECT_EQ(doc, Variant(" here"));
-    EXPECT_EQ(ver, Variant("x"));
-    EXPECT_EQ(v.EASYGetSegmentERFNext(&ch, &ar), Variant("$(#C)\\A"));
-    EXPECT_EQ(ch, Variant("C"));
-    EXPECT_EQ(ar, Variant("-"));  // no comma after the archive: left alone
-    EXPECT_EQ(v.EASYGetSegmentERFNext(&ch), Variant(""));
-    EXPECT_EQ(ch, Variant("C"));
-  });
+TEST_F(SegmentReferences, LinesAreSplitAtTheirMarkers) {
+  Answer("Status: OK\r\n$(#CH1)\\ARCH,DOC9,3\r\nno marker, here,x\r\n$(#C)\\A");
+  Variant status = "old";
+  ASSERT_EQ(v().EASYGetSegmentERFInit("C", "A", "D", "V", int16_t{1}, &status), Variant(int32_t{3}));
+  EXPECT_EQ(status, Variant(""));
+  Variant ch = "-", ar = "-", doc = "-", ver = "-";
+  EXPECT_EQ(v().EASYGetSegmentERFNext(&ch, &ar, &doc, &ver), Variant("$(#CH1)\\ARCH,DOC9,3"));
+  EXPECT_EQ(ch, Variant("CH1"));
+  EXPECT_EQ(ar, Variant("ARCH"));
+  EXPECT_EQ(doc, Variant("DOC9"));
+  EXPECT_EQ(ver, Variant("3"));
+  // Without ")\" the channel and archive stay; the commas still give what follows them.
+  ch = ar = doc = ver = "-";
+  EXPECT_EQ(v().EASYGetSegmentERFNext(&ch, &ar, &doc, &ver), Variant("no marker, here,x"));
+  EXPECT_EQ(ch, Variant("-"));
+  EXPECT_EQ(ar, Variant("-"));
+  EXPECT_EQ(doc, Variant(" here"));
+  EXPECT_EQ(ver, Variant("x"));
+  EXPECT_EQ(v().EASYGetSegmentERFNext(&ch, &ar), Variant("$(#C)\\A"));
+  EXPECT_EQ(ch, Variant("C"));
+  EXPECT_EQ(ar, Variant("-"));  // no comma after the archive: left alone
+  EXPECT_EQ(v().EASYGetSegmentERFNext(&ch), Variant(""));
+  EXPECT_EQ(ch, Variant("C"));
 }
 
 }  // namespace

@@ -1,0 +1,236 @@
+#include "halqvantor/Dispatch.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+
+#include "support/session_fixture.h"
+#include "support/temp_dir.h"
+
+namespace halqvantor {
+namespace {
+
+using namespace dispatch;
+
+std::string WithCase(std::string_view name, int (*change)(int)) {
+  std::string out(name);
+  for (char& c : out) c = static_cast<char>(change(static_cast<unsigned char>(c)));
+  return out;
+}
+
+// The DispatchError a call raises; fails the test when it raises none.
+template <typename F>
+DispatchError Refusal(F call) {
+  try {
+    call();
+  } catch (const DispatchError& e) {
+    return e;
+  }
+  ADD_FAILURE() << "no DispatchError";
+  return DispatchError(0, "", 0, "");
+}
+
+Variant Call(clsVantor& object, std::string_view name, std::vector<Variant> args = {}) {
+  return Invoke(object, MemberNamed(name), args);
+}
+
+TEST(DispatchTable, MembersKeepInterfaceOrderWithDenseIdsAndAreFoundByAnyCase) {
+  const auto members = Members();
+  ASSERT_EQ(members.size(), 77u);
+  for (size_t i = 0; i < members.size(); ++i) {
+    const Member& m = members[i];
+    const bool property = i < 11;
+    EXPECT_EQ(m.kind, property ? MemberKind::Property : MemberKind::Operation) << m.name;
+    EXPECT_EQ(m.dispid, property ? 0x40030000 + static_cast<int32_t>(i) : 0x60030000 + static_cast<int32_t>(i - 11));
+    EXPECT_EQ(FindMember(m.dispid), &m);
+    EXPECT_EQ(FindMember(WithCase(m.name, ::tolower)), &m);
+    EXPECT_EQ(&MemberNamed(WithCase(m.name, ::toupper)), &m);
+  }
+  // Anchors of the interface order.
+  const std::vector<std::pair<int32_t, std::string_view>> anchors = {
+      {0x40030000, "strREMOTEHOST"},    {0x4003000A, "strChangeFileExt"},           {0x60030000, "OnStartPage"},
+      {0x60030011, "DeleteFTPObjects"}, {0x60030012, "EASYGetChannelsInit"},        {0x6003002D, "EASYSortHitlistInit"},
+      {0x60030031, "CreateImportFile"}, {0x6003003F, "EASYGetAllArchivesExtFirst"}, {0x60030041, "UploadFile"}};
+  for (const auto& [id, name] : anchors) EXPECT_EQ(MemberWithId(id).name, name);
+
+  EXPECT_EQ(FindMember(0x4003000B), nullptr);
+  EXPECT_EQ(FindMember("EASYGetChannelsInitX"), nullptr);
+  DispatchError e = Refusal([] { MemberNamed("Foo"); });
+  EXPECT_EQ(e.number(), 438);
+  EXPECT_EQ(e.description(), "clsVantor has no member named 'Foo'");
+  e = Refusal([] { MemberWithId(0x60030042); });
+  EXPECT_EQ(e.number(), 438);
+  EXPECT_EQ(e.description(), "clsVantor has no member with dispatch id 0x60030042");
+}
+
+TEST(DispatchTable, ParameterListsAndResultsFollowTheMembers) {
+  const Member& print = MemberNamed("EASYGetSegmentPrintfile");
+  ASSERT_EQ(print.parameters.size(), 10u);
+  EXPECT_EQ(print.RequiredCount(), 6u);
+  const Parameter& mode = print.parameters[6];
+  EXPECT_TRUE(mode.name == "intMode" && mode.kind == ValueKind::Integer && mode.optional && !mode.by_reference);
+  EXPECT_TRUE(print.parameters[7].by_reference);
+  EXPECT_EQ(MemberNamed("EASYEditDocument").RequiredCount(), 2u);  // the in-out reference must be passed
+  EXPECT_EQ(MemberNamed("EASYSortHitlistInit").result, ResultKind::Long);
+  EXPECT_EQ(MemberNamed("UploadFile").result, ResultKind::Boolean);
+  EXPECT_EQ(MemberNamed("EASYGetMasksFirst").result, ResultKind::None);
+  EXPECT_EQ(MemberNamed("lngREMOTEPORT").value_kind, ValueKind::Long);
+}
+
+// Every operation against a gateway that refuses every request: the table passes what each entry declares
+// and refuses one argument too many or a required one left out.
+class DispatchCalls : public testing::SessionTest {
+ protected:
+  // A value for each parameter: by-reference ones start as "old", inputs name nothing that exists.
+  std::vector<Variant> Arguments(const Member& m, size_t count) {
+    std::vector<Variant> args;
+    for (size_t i = 0; i < count; ++i) {
+      const Parameter& p = m.parameters[i];
+      if (p.by_reference)
+        args.emplace_back("old");
+      else if (p.kind == ValueKind::String)
+        args.emplace_back(dir_.File("none"));
+      else if (p.kind == ValueKind::Any)
+        args.emplace_back();
+      else
+        args.emplace_back(int16_t{1});
+    }
+    return args;
+  }
+  testing::TempDir dir_;
+};
+
+TEST_F(DispatchCalls, EveryOperationTakesWhatItsEntryDeclares) {
+  Answer("Status: Error 9 abgelehnt\r\n");
+  for (const Member& m : Members()) {
+    if (m.kind != MemberKind::Operation) continue;
+    for (const size_t count : {m.RequiredCount(), m.parameters.size()}) {
+      std::vector<Variant> args = Arguments(m, count);
+      try {
+        Invoke(v(), m, args);
+      } catch (const DispatchError& e) {
+        ADD_FAILURE() << m.name << " with " << count << " arguments: " << e.what();
+      } catch (const RuntimeError&) {
+        // The object's own refusal of these values.
+      }
+    }
+    std::vector<Variant> too_many = Arguments(m, m.parameters.size());
+    too_many.emplace_back(int16_t{1});
+    EXPECT_EQ(Refusal([&] { Invoke(v(), m, too_many); }).number(), 450) << m.name;
+    for (size_t i = 0; i < m.RequiredCount(); ++i) {
+      std::vector<Variant> args = Arguments(m, m.parameters.size());
+      args[i] = Variant::missing();
+      const DispatchError e = Refusal([&] { Invoke(v(), m, args); });
+      EXPECT_EQ(e.number(), 449) << m.name;
+      EXPECT_EQ(e.argument(), static_cast<int>(i) + 1) << m.name;
+    }
+  }
+}
+
+TEST_F(DispatchCalls, RefusalsNameTheMemberAndTheArgument) {
+  const Variant one(int32_t{1});
+  const std::vector<std::tuple<std::string_view, std::vector<Variant>, int, std::string_view>> cases = {
+      {"EASYTransferBLOB", {"f"}, 449, "EASYTransferBLOB: argument 2 (lngFileLen) is not optional"},
+      {"EASYTransferBLOB", {Variant::missing(), one}, 449, "EASYTransferBLOB: argument 1 (strFile) is not optional"},
+      {"EASYGetChannelsInit", {one, one, one}, 450, "EASYGetChannelsInit takes at most 1 argument, 3 were passed"},
+      {"Encode", {"a", "b"}, 450, "Encode takes 1 argument, 2 were passed"},
+      {"OnEndPage", {one}, 450, "OnEndPage takes no arguments, 1 was passed"},
+      {"strREMOTEHOST", {"a", "b"}, 450, "strREMOTEHOST takes at most 1 argument, 2 were passed"}};
+  for (const auto& [name, args, number, text] : cases) {
+    const DispatchError e = Refusal([&] { Call(v(), name, args); });
+    EXPECT_EQ(e.number(), number);
+    EXPECT_EQ(e.description(), text);
+    EXPECT_EQ(e.member(), name);
+  }
+  EXPECT_EQ(Refusal([&] { Call(v(), "OnStartPage", {"page"}); }).number(), 13);
+  EXPECT_TRUE(Requests().empty());  // nothing was sent for a refused call
+}
+
+TEST_F(DispatchCalls, ByReferenceArgumentsAreWrittenInPlaceAndMissingOnesAreLeftAlone) {
+  Answer("Status: OK\r\nK2,zwei\r\nK1,eins");
+  std::vector<Variant> args = {Variant("old")};
+  EXPECT_EQ(Invoke(v(), MemberNamed("easygetchannelsinit"), args), Variant(int32_t{2}));
+  EXPECT_EQ(args[0], Variant(""));
+  args = {Variant::missing()};
+  EXPECT_EQ(Invoke(v(), MemberNamed("EASYGetChannelsNext"), args), Variant("K1"));
+  EXPECT_EQ(args[0], Variant::missing());
+  args = {Variant("old")};
+  EXPECT_EQ(Invoke(v(), MemberWithId(0x60030013), args), Variant("K2"));
+  EXPECT_EQ(args[0], Variant("zwei"));
+
+  // Inputs reach the object as passed; results keep their own kinds.
+  Answer("Status: OK\r\nA1");
+  EXPECT_EQ(Call(v(), "EASYGetArchivesInit", {"K1"}), Variant(int32_t{1}));
+  EXPECT_EQ(Requests().back(), Request("^GetArchives^,^K1^"));
+  const Variant encoded = Call(v(), "Encode", {"abc"});
+  EXPECT_EQ(Call(v(), "Decode", {encoded}), Variant("abc"));
+  EXPECT_EQ(Call(v(), "UploadFile"), Variant(false));
+  EXPECT_EQ(Call(v(), "EASYGetMasksFirst"), Variant());
+}
+
+TEST_F(DispatchCalls, TheObjectsOwnErrorsPassThroughAndOnStartPageTakesTheHostsContext) {
+  // The table passes Decode's text as it is; the 13 is the object's own.
+  EXPECT_EQ(testing::RuntimeErrorNumber([&] { Call(v(), "Decode", {"zz"}); }), 13);
+  auto context = std::make_shared<MemoryScriptingContext>(std::make_shared<MemoryPageRequest>(std::vector<uint8_t>{}));
+  std::vector<Variant> none;
+  Invoke(v(), MemberNamed("OnStartPage"), none, context);
+  EXPECT_EQ(impl().context, context);
+  Call(v(), "OnEndPage");
+  EXPECT_EQ(impl().context, nullptr);
+}
+
+TEST(DispatchProperties, PutConvertsTheValueAndGetReadsIt) {
+  clsVantor object;
+  struct Case {
+    std::string_view property;
+    Variant value, read;
+  };
+  for (const Case& c : std::vector<Case>{{"lngREMOTEPORT", "8080", int32_t{8080}},
+                                         {"LNGREQUESTTIMEOUT", 2.5, int32_t{2}},
+                                         {"strREMOTEHOST", int32_t{5}, "5"},
+                                         {"strSessionID", true, "True"},
+                                         {"strDebugLogPath", Variant(), ""}}) {
+    PutProperty(object, MemberNamed(c.property), c.value);
+    EXPECT_EQ(GetProperty(object, MemberNamed(c.property)), c.read) << c.property;
+  }
+  EXPECT_EQ(object.lngREMOTEPORT, 8080);
+
+  std::vector<Variant> put = {"h1"}, get;
+  EXPECT_EQ(Invoke(object, MemberNamed("strREMOTEHOST"), put), Variant());
+  EXPECT_EQ(Invoke(object, MemberWithId(0x40030000), get), Variant("h1"));
+
+  const std::vector<std::tuple<Variant, int, std::string_view>> refused = {
+      {"abc", 13, "lngREMOTEPORT: 'abc' cannot be assigned to a Long property (type mismatch)"},
+      {3000000000.0, 6, "lngREMOTEPORT: 3000000000 cannot be assigned to a Long property (overflow)"},
+      {Variant::null(), 13, "lngREMOTEPORT: Null cannot be assigned to a Long property (type mismatch)"}};
+  for (const auto& [value, number, text] : refused) {
+    const DispatchError e = Refusal([&] { PutProperty(object, MemberNamed("lngREMOTEPORT"), value); });
+    EXPECT_EQ(e.number(), number);
+    EXPECT_EQ(e.description(), text);
+  }
+  EXPECT_EQ(object.lngREMOTEPORT, 8080);
+  EXPECT_EQ(Refusal([&] { GetProperty(object, MemberNamed("Init")); }).number(), 438);
+}
+
+TEST(DispatchConversions, ArgumentsConvertToTheKindTheirNameAnnounces) {
+  const Member& print = MemberNamed("EASYGetSegmentPrintfile");
+  const Member& blob = MemberNamed("EASYTransferBLOB");
+  EXPECT_EQ(ConvertArgument(print, 6, "1"), Variant(int16_t{1}));
+  EXPECT_EQ(ConvertArgument(print, 0, int32_t{7}), Variant("7"));
+  EXPECT_EQ(ConvertArgument(blob, 1, " 123 "), Variant(int32_t{123}));
+  EXPECT_EQ(ConvertArgument(MemberNamed("Init"), 0, "true"), Variant(true));
+  EXPECT_EQ(ConvertArgument(MemberNamed("OnStartPage"), 0, "x"), Variant("x"));
+  EXPECT_EQ(ConvertArgument(MemberNamed("lngREMOTEPORT"), 0, "80"), Variant(int32_t{80}));
+  EXPECT_EQ(ConvertArgument(print, 6, Variant::null()), Variant::null());
+
+  DispatchError e = Refusal([&] { ConvertArgument(MemberNamed("EASYGetSegmentData"), 4, "abc"); });
+  EXPECT_EQ(e.number(), 13);
+  EXPECT_EQ(e.argument(), 5);
+  EXPECT_EQ(e.description(),
+            "EASYGetSegmentData: argument 5 (intFieldIndex): 'abc' cannot be converted to an Integer (type mismatch)");
+  EXPECT_EQ(Refusal([&] { ConvertArgument(print, 6, "40000"); }).number(), 6);
+  EXPECT_EQ(Refusal([&] { ConvertArgument(blob, 3, "1"); }).number(), 450);
+}
+
+}  // namespace
+}  // namespace halqvantor

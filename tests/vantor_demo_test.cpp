@@ -1,0 +1,110 @@
+// `vantor demo` in-process against the built reference gateway: the whole session, a session whose archive
+// does not hold what the pages expect, and the set-up failures.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+#include <string>
+
+#include "demo.h"
+#include "support/temp_dir.h"
+
+namespace vantor {
+namespace {
+
+namespace fs = std::filesystem;
+using halqvantor::testing::ReadFile;
+using halqvantor::testing::TempDir;
+using halqvantor::testing::WriteFile;
+
+struct Outcome {
+  int code;
+  std::string out;
+  std::string err;
+};
+
+Outcome Demo(const DemoOptions& options) {
+  std::ostringstream out, err;
+  const int code = RunDemo(options, out, err);
+  return {code, out.str(), err.str()};
+}
+
+// The folder the demo worked in, from its "blob folder" line.
+std::string WorkFolder(const std::string& out) {
+  const std::string label = "blob folder    ";
+  const size_t at = out.find(label);
+  if (at == std::string::npos) return "";
+  const size_t end = out.find('\n', at);
+  return fs::path(out.substr(at + label.size(), end - at - label.size())).parent_path().string();
+}
+
+TEST(VantorDemo, EveryStepPassesAndTheFolderGoes) {
+  const Outcome run = Demo({});
+  EXPECT_EQ(run.code, 0) << run.out << run.err;
+  EXPECT_TRUE(run.out.ends_with("\ndemo: 14 of 14 steps passed\n")) << run.out;
+  EXPECT_EQ(run.out.find("FAILED"), std::string::npos);
+  EXPECT_EQ(run.err, "");
+  // What the pages show: aligned tables, the marked hit, no raw hit rows.
+  EXPECT_NE(run.out.find("Lieferant: \u00bbMeier\u00ab GmbH"), std::string::npos);
+  EXPECT_EQ(run.out.find("^,^"), std::string::npos);
+  const std::string folder = WorkFolder(run.out);
+  ASSERT_FALSE(folder.empty());
+  EXPECT_FALSE(fs::exists(folder)) << folder;
+}
+
+TEST(VantorDemo, AnArchiveThatDiffersFailsItsStepsAndKeepsTheFolder) {
+  TempDir dir;
+  fs::copy(VANTOR_GATEWAY_SAMPLE, dir.File("sample"), fs::copy_options::recursive);
+  std::string archive = ReadFile(dir.File("sample/archive.json"));
+  const std::string title = "Rechnung 2002-0117 Meier GmbH";
+  ASSERT_NE(archive.find(title), std::string::npos);
+  archive.replace(archive.find(title), title.size(), "Rechnung 2002-0117 Maier GmbH");
+  WriteFile(dir.File("sample/archive.json"), archive);
+
+  DemoOptions options;
+  options.sample_dir = dir.File("sample");
+  options.keep = true;
+  const Outcome run = Demo(options);
+  EXPECT_EQ(run.code, 1) << run.out;
+  EXPECT_NE(run.out.find("FAILED: the title is \"Rechnung 2002-0117 Maier GmbH\""), std::string::npos) << run.out;
+  EXPECT_TRUE(run.out.ends_with("demo: 13 of 14 steps passed\n")) << run.out;
+  EXPECT_EQ(run.err, "vantor demo: failed: Document info of 1000001\n");
+  const std::string folder = WorkFolder(run.out);
+  EXPECT_NE(run.out.find("kept " + folder + "\n"), std::string::npos);
+  EXPECT_TRUE(fs::exists(folder + "/DEMO.LOG"));
+  EXPECT_TRUE(fs::exists(folder + "/users.db"));
+  fs::remove_all(folder);
+}
+
+TEST(VantorDemo, SetUpFailuresEndWithTwoAndSayWhy) {
+  DemoOptions missing;
+  missing.gateway_program = "/nonexistent/vantor-gateway";
+  Outcome run = Demo(missing);
+  EXPECT_EQ(run.code, 2);
+  EXPECT_EQ(run.err, "vantor demo: the gateway program /nonexistent/vantor-gateway does not exist\n");
+  EXPECT_EQ(run.out, "");
+
+  // A program that ends without ever listening.
+  DemoOptions silent;
+  silent.gateway_program = "/bin/false";
+  run = Demo(silent);
+  EXPECT_EQ(run.code, 2);
+  EXPECT_EQ(run.err, "vantor demo: /bin/false ended before it was listening\n");
+  // One that prints something else (echo prints its arguments).
+  silent.gateway_program = "/bin/echo";
+  run = Demo(silent);
+  EXPECT_EQ(run.code, 2);
+  EXPECT_TRUE(run.err.starts_with("vantor demo: /bin/echo printed \"--data /")) << run.err;
+  EXPECT_TRUE(run.err.ends_with("--port 0\" instead of its listening address\n")) << run.err;
+
+  TempDir empty;
+  DemoOptions no_sample;
+  no_sample.sample_dir = empty.path();
+  run = Demo(no_sample);
+  EXPECT_EQ(run.code, 2);
+  EXPECT_EQ(run.err, "vantor demo: the sample folder " + empty.path() + " holds no archive.json\n");
+}
+
+}  // namespace
+}  // namespace vantor

@@ -1,0 +1,78 @@
+#pragma once
+
+// What `vantor demo` sets up around its session: a temporary folder, the reference gateway as a child
+// process on a loopback port, and a SQLite user database with sample users, groups and rights. Every
+// failure to set something up is thrown as std::runtime_error with a sentence for the user.
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <string>
+
+namespace vantor::demo {
+
+// A fresh folder below the system's temporary folder, removed with everything in it when the object ends
+// unless Keep() was called.
+class TempFolder {
+ public:
+  TempFolder();
+  ~TempFolder();
+  TempFolder(const TempFolder&) = delete;
+  TempFolder& operator=(const TempFolder&) = delete;
+
+  const std::string& path() const { return path_; }
+  std::string File(const std::string& name) const { return path_ + "/" + name; }
+  void Keep() { keep_ = true; }
+
+ private:
+  std::string path_;
+  bool keep_ = false;
+};
+
+// The reference gateway, started as `program --data DATA --blob BLOB --listen 127.0.0.1 --port 0`. The
+// constructor returns once the program has printed its "listening on" line, and throws when that line does
+// not come within `wait` or the program ends first. The object's end stops the program: SIGTERM, then a
+// wait for it (SIGKILL when it does not end within a few seconds).
+class GatewayProcess {
+ public:
+  GatewayProcess(const std::string& program, const std::string& data_dir, const std::string& blob_dir,
+                 std::chrono::milliseconds wait);
+  ~GatewayProcess();
+  GatewayProcess(const GatewayProcess&) = delete;
+  GatewayProcess& operator=(const GatewayProcess&) = delete;
+
+  const std::string& address() const { return address_; }
+  int port() const { return port_; }
+
+ private:
+  void Stop();
+
+  pid_t pid_ = -1;
+  std::string address_;
+  int port_ = 0;
+};
+
+// The gateway program to start: `given` when not empty (throws when it does not exist), else vantor-gateway
+// beside the running program, else the one of the build tree. Throws when there is none.
+std::string FindGatewayProgram(const std::string& given);
+// True when the gateway program was found beside the running program (an installed vantor).
+bool GatewayBesideProgram(const std::string& gateway);
+// The sample archive folder (one holding archive.json): `given` when not empty, else the installed one or
+// the build tree's, the installed one first when `installed`. Throws when there is none.
+std::string FindSample(const std::string& given, bool installed);
+
+// The portal user the session logs on as, and the archive account the directory gives him.
+struct SampleUser {
+  const char* name;
+  const char* password;
+  const char* easy_user;
+  const char* easy_password;
+};
+extern const SampleUser kPortalUser;
+
+// Creates the SQLite database file `path` with the user-directory tables and the sample rows: the portal
+// user (number 1) in the groups "Buchhaltung" (10) and "Portal" (11), a second user, and rights, channels,
+// archives, edit, document and search rights granted partly to the user and partly to his groups.
+void CreateUserDatabase(const std::string& path);
+
+}  // namespace vantor::demo
