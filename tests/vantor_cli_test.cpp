@@ -1,0 +1,335 @@
+// The vantor program run in-process: its sub-commands against the reference gateway over a copy of the
+// sample archive, and against a SQLite user database that `initdb` creates.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "cli.h"
+#include "platform/database.h"
+#include "server.h"
+#include "support/scripted_gateway.h"
+#include "support/temp_dir.h"
+
+namespace vantor {
+namespace {
+
+namespace fs = std::filesystem;
+using halqvantor::gateway::GatewayOptions;
+using halqvantor::gateway::GatewayServer;
+using halqvantor::testing::ReadFile;
+using halqvantor::testing::TempDir;
+using halqvantor::testing::WriteFile;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using json = nlohmann::json;
+
+struct Outcome {
+  int code;
+  std::string out, err;
+  json Json() const { return json::parse(out); }
+};
+
+class VantorCli : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fs::copy(VANTOR_GATEWAY_SAMPLE, dir_.File("data"), fs::copy_options::recursive);
+    fs::create_directories(blob_);
+    GatewayOptions options;
+    options.data_dir = dir_.File("data");
+    options.blob_dir = blob_;
+    server_ = std::make_unique<GatewayServer>(options);
+    thread_ = std::thread([this] { server_->Run(); });
+    port_ = std::to_string(server_->port());
+  }
+  void TearDown() override {
+    server_->Stop();
+    thread_.join();
+  }
+
+  // Runs vantor with the connection options of the gateway, then `args`.
+  Outcome Run(std::vector<std::string> args) {
+    std::vector<std::string> line = {"--host", "127.0.0.1", "--port", port_, "--timeout", "10", "--user", "easy",
+                                     "--password", "easy", "--blob-local", local_, "--blob-remote", blob_};
+    if (!db_.empty()) line.insert(line.end(), {"--db", db_});
+    line.insert(line.end(), args.begin(), args.end());
+    return RunLine(line);
+  }
+  static Outcome RunLine(const std::vector<std::string>& line) {
+    std::ostringstream out, err;
+    int code = RunVantor(line, out, err);
+    return {code, out.str(), err.str()};
+  }
+
+  TempDir dir_;
+  std::string blob_ = dir_.File("blob");
+  std::string local_ = blob_;  // the blob folder as the client sees it; the same folder unless a test says
+  std::string db_;
+  std::string port_;
+  std::unique_ptr<GatewayServer> server_;
+  std::thread thread_;
+};
+
+TEST_F(VantorCli, ChannelAndArchiveListsAsTablesAndJson) {
+  Outcome channels = Run({"channels"});
+  ASSERT_EQ(channels.code, 0) << channels.err;
+  EXPECT_THAT(channels.out, HasSubstr("FIBU      Finanzbuchhaltung, Rechnungseingang und -ausgang\n"));
+  EXPECT_THAT(channels.out, Not(HasSubstr("^")));
+
+  json rows = Run({"--json", "channels"}).Json();
+  ASSERT_EQ(rows.size(), 3u);
+  EXPECT_EQ(rows[2]["channel"], "VERTRAG");
+  EXPECT_EQ(rows[2]["description"], "Verträge, Vereinbarungen, Korrespondenz");
+
+  // All archives come from the extended list, grouped under their channels; one channel's from its own.
+  json all = Run({"--json", "archives"}).Json();
+  ASSERT_EQ(all.size(), 5u);
+  EXPECT_EQ(all[4], json({{"channel", "VERTRAG"}, {"archive", "Korrespondenz"}}));
+  json fibu = Run({"--json", "archives", "FIBU"}).Json();
+  EXPECT_EQ(fibu, json::parse(R"([{"channel":"FIBU","archive":"Ausgangsrechnungen"},
+                                  {"channel":"FIBU","archive":"Eingangsrechnungen"}])"));
+
+  // Select lists and mask lists are shown as plain entries.
+  Outcome fields = Run({"fields", "FIBU", "Eingangsrechnungen"});
+  EXPECT_THAT(fields.out, HasSubstr("rights: RCEDI\n"));
+  EXPECT_THAT(fields.out, HasSubstr("offen, geprüft, bezahlt"));
+  Outcome masks = Run({"masks", "FIBU", "Eingangsrechnungen"});
+  EXPECT_THAT(masks.out, HasSubstr("Einkauf, Vertrieb, Verwaltung, Technik"));
+  EXPECT_THAT(masks.out, Not(HasSubstr("^")));
+}
+
+TEST_F(VantorCli, QueryHitListSortedByTitleAndReversedBySecondSort) {
+  Outcome table = Run({"query", "FIBU", "Eingangsrechnungen", "", "--max", "2"});
+  ASSERT_EQ(table.code, 0) << table.err;
+  EXPECT_THAT(table.out, HasSubstr("id       version  Rechnungsnummer  Lieferant"));
+  EXPECT_THAT(table.out, HasSubstr("2 of 14 hits\n"));
+
+  auto suppliers = [](const json& hits) {
+    std::vector<std::string> names;
+    for (const auto& hit : hits) names.push_back(hit["Lieferant"]);
+    return names;
+  };
+  std::vector<std::string> once = suppliers(Run({"--json", "query", "FIBU", "Eingangsrechnungen", "", "--sort", "lieferant"}).Json());
+  std::vector<std::string> twice =
+      suppliers(Run({"--json", "query", "FIBU", "Eingangsrechnungen", "", "--sort", "Lieferant", "--sort", "3"}).Json());
+  ASSERT_EQ(once.size(), 14u);
+  EXPECT_TRUE(std::is_sorted(once.begin(), once.end()) || std::is_sorted(once.rbegin(), once.rend()));
+  EXPECT_NE(once.front(), once.back());
+  EXPECT_EQ(twice, std::vector<std::string>(once.rbegin(), once.rend()));
+
+  Outcome unknown = Run({"query", "FIBU", "Eingangsrechnungen", "", "--sort", "Farbe"});
+  EXPECT_EQ(unknown.code, 2);
+  EXPECT_THAT(unknown.err, HasSubstr("columns: id, version, Rechnungsnummer, Lieferant"));
+}
+
+TEST_F(VantorCli, DocumentInfoSegmentsAndMarkedText) {
+  json doc = Run({"--json", "doc", "FIBU", "Eingangsrechnungen", "1000001", "1"}).Json();
+  EXPECT_EQ(doc["info"]["title"], "Rechnung 2002-0117 Meier GmbH");
+  ASSERT_EQ(doc["segments"].size(), 4u);
+  EXPECT_EQ(doc["segments"][1]["name"], "BELEG");
+  EXPECT_EQ(doc["segments"][1]["type"], "image");
+
+  Outcome text = Run({"text", "FIBU", "Eingangsrechnungen", "1000001", "1", "--query", "meier", "--mark-on", "<<",
+                      "--mark-off", ">>"});
+  ASSERT_EQ(text.code, 0) << text.err;
+  EXPECT_THAT(text.out, HasSubstr("Lieferant: <<Meier>> GmbH\nRechnungsdatum"));
+  EXPECT_THAT(text.out, Not(HasSubstr("\r")));
+}
+
+TEST_F(VantorCli, FetchPrintsTheLocalPathWithTheMappedExtension) {
+  Outcome data = Run({"--ext-map", "TIF-PDF", "fetch", "FIBU", "Eingangsrechnungen", "1000001", "1", "BELEG"});
+  ASSERT_EQ(data.code, 0) << data.err;
+  EXPECT_EQ(data.out, blob_ + "/1000001_1_2.PDF\n");
+  EXPECT_TRUE(fs::exists(blob_ + "/1000001_1_2.PDF"));
+
+  json pages = Run({"--json", "fetch", "VERTRAG", "Verträge", "1000030", "1", "--pages", "2-3"}).Json();
+  EXPECT_EQ(pages["path"], blob_ + "/" + pages["file"].get<std::string>());
+  EXPECT_EQ(std::to_string(fs::file_size(pages["path"].get<std::string>())), pages["length"]);
+
+  EXPECT_EQ(Run({"fetch", "FIBU", "Eingangsrechnungen", "1000001", "1"}).code, 2);  // no FIELD
+  EXPECT_EQ(Run({"fetch", "FIBU", "Eingangsrechnungen", "1000001", "1", "2", "--pdf", "10", "--pages", "1"}).code, 2);
+}
+
+TEST_F(VantorCli, UploadThenTransferBackGivesTheSameBytes) {
+  local_ = dir_.File("local");
+  fs::create_directories(local_);
+  std::string bytes;
+  for (int i = 0; i < 70000; ++i) bytes += static_cast<char>(i * 7 % 256);
+  WriteFile(local_ + "/scan.bin", bytes);
+
+  Outcome upload = Run({"upload", "scan.bin"});
+  ASSERT_EQ(upload.code, 0) << upload.err;
+  EXPECT_EQ(upload.out, "uploaded scan.bin (70000 bytes)\n");
+  EXPECT_EQ(ReadFile(blob_ + "/scan.bin"), bytes);
+
+  fs::remove(local_ + "/scan.bin");
+  Outcome transfer = Run({"transfer", "scan.bin", "70000"});
+  ASSERT_EQ(transfer.code, 0) << transfer.err;
+  EXPECT_EQ(transfer.out, local_ + "/scan.bin\n");
+  EXPECT_EQ(ReadFile(local_ + "/scan.bin"), bytes);
+
+  // Only files of the local blob folder go up.
+  EXPECT_EQ(Run({"upload", dir_.File("data/archive.json")}).code, 2);
+  Outcome missing = Run({"upload", "nix.bin"});
+  EXPECT_EQ(missing.code, 1);
+  EXPECT_THAT(missing.err, HasSubstr("EASYUploadFile: File Error"));
+}
+
+TEST_F(VantorCli, NotesWrittenListedAndDeleted) {
+  Outcome added = Run({"--json", "notes", "FIBU", "Eingangsrechnungen", "1000003", "1", "--add", "Erste Zeile\nzweite"});
+  ASSERT_EQ(added.code, 0) << added.err;
+  json notes = added.Json();
+  ASSERT_FALSE(notes.empty());
+  EXPECT_EQ(notes.back()["author"], "easy");
+  EXPECT_EQ(notes.back()["text"], "Erste Zeile\nzweite");
+  EXPECT_EQ(notes.back()["number"], std::to_string(notes.size()));
+
+  Outcome table = Run({"notes", "FIBU", "Eingangsrechnungen", "1000003", "1"});
+  EXPECT_THAT(table.out, HasSubstr("Erste Zeile⏎zweite"));
+  EXPECT_EQ(Run({"--json", "notes", "FIBU", "Eingangsrechnungen", "1000003", "1", "--delete"}).Json(), json::array());
+}
+
+TEST_F(VantorCli, UserDirectoryFromInitdbThroughRights) {
+  db_ = dir_.File("users.db");
+  Outcome created = RunLine({"initdb", db_});
+  ASSERT_EQ(created.code, 0) << created.err;
+  EXPECT_THAT(created.out, HasSubstr("(12 tables)"));
+  std::string schema = ReadFile(db_);
+  Outcome again = RunLine({"initdb", db_});
+  EXPECT_EQ(again.code, 1);
+  EXPECT_THAT(again.err, HasSubstr("exists"));
+  EXPECT_EQ(ReadFile(db_), schema);
+
+  EXPECT_EQ(Run({"adduser", "anna", "Geheim1", "--easy-user", "easy", "--easy-password", "easy"}).out,
+            "added anna with user id 1\n");
+  EXPECT_EQ(Run({"adduser", "bernd", "pw"}).out, "added bernd with user id 2\n");
+  EXPECT_EQ(Run({"adduser", "carl", "pw", "--easy-user", "x"}).code, 2);  // the account needs its password
+
+  EXPECT_EQ(Run({"logon", "anna", "geheim1"}).out, "anna: user id 1\n");  // passwords compare without case
+  Outcome refused = Run({"logon", "anna", "falsch"});
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_THAT(refused.err, HasSubstr("log-on refused for anna"));
+
+  auto connection = halqvantor::platform::NewSqliteConnection();
+  connection->Open(db_);
+  for (const char* sql : {"INSERT INTO Users (UserID, UserName) VALUES (10, 'Buchhaltung')",
+                          "INSERT INTO UserGroups VALUES (1, 10)", "INSERT INTO UserRights VALUES (10, 'EXPORT')",
+                          "INSERT INTO UserChannels VALUES (1, 'FIBU')",
+                          "INSERT INTO UserEditRights VALUES (10, 'Eingangsrechnungen', 1, 0, 1)"}) {
+    connection->Execute(sql);
+  }
+  connection->Close();
+  Outcome rights = Run({"--json", "rights", "anna"});
+  ASSERT_EQ(rights.code, 0) << rights.err;
+  json r = rights.Json();
+  EXPECT_EQ(r["id"], "1");
+  EXPECT_EQ(r["rights"], json({"EXPORT"}));
+  EXPECT_EQ(r["groups"], json({"Buchhaltung"}));
+  EXPECT_EQ(r["channels"], json({"FIBU"}));
+  EXPECT_EQ(r["edit rights"], json({"Eingangsrechnungen,N,D"}));
+  EXPECT_EQ(Run({"--json", "rights", "1"}).Json()["groups"], r["groups"]);  // by user id
+  EXPECT_EQ(Run({"rights", "nobody"}).code, 1);
+
+  db_.clear();
+  Outcome no_db = Run({"logon", "anna"});
+  EXPECT_EQ(no_db.code, 2);
+  EXPECT_THAT(no_db.err, HasSubstr("--db"));
+  db_ = dir_.File("missing.db");
+  Outcome bad_db = Run({"logon", "anna"});
+  EXPECT_EQ(bad_db.code, 1);
+  EXPECT_THAT(bad_db.err, HasSubstr("user database " + db_));
+}
+
+TEST_F(VantorCli, FailuresAndBadUsage) {
+  port_ = std::to_string(halqvantor::testing::ScriptedGateway::UnusedPort());
+  Outcome refused = Run({"channels"});
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_EQ(refused.err, "EASYGetChannelsInit: Winsock Error (10061 - Connection is forcefully rejected)\n");
+  EXPECT_EQ(refused.out, "");
+
+  port_ = std::to_string(server_->port());
+  Outcome unknown = Run({"query", "FIBU", "Rechnungen", "x"});
+  EXPECT_EQ(unknown.code, 1);
+  EXPECT_THAT(unknown.err, HasSubstr("EASYQueryArchiveInit: Error 31 Archiv unbekannt"));
+
+  EXPECT_EQ(Run({"query", "FIBU"}).code, 2);
+  EXPECT_EQ(Run({"frobnicate"}).code, 2);
+  EXPECT_EQ(RunLine({}).code, 2);
+  Outcome help = RunLine({"--help"});
+  EXPECT_EQ(help.code, 0);
+  EXPECT_THAT(help.out, HasSubstr("Examples:\n  vantor"));
+}
+
+TEST_F(VantorCli, CallAnyMemberByNameWithTypedArgumentsAndOutputs) {
+  // Properties read after the options are applied, and written with the value converted.
+  EXPECT_EQ(Run({"call", "lngremoteport"}).out, "lngREMOTEPORT = " + port_ + " (Long)\n");
+  EXPECT_EQ(Run({"call", "strREMOTEHOST", "gw.example"}).out, "strREMOTEHOST = gw.example (String)\n");
+
+  // By-reference arguments not given are passed so that their values show.
+  Outcome channels = Run({"call", "easygetchannelsinit"});
+  ASSERT_EQ(channels.code, 0) << channels.err;
+  EXPECT_EQ(channels.out, "EASYGetChannelsInit = 3 (Long)\nstrStatus =  (String)\n");
+  Outcome info = Run({"call", "EASYGetDocumentInfo", "FIBU", "Eingangsrechnungen", "1000001", "1"});
+  EXPECT_THAT(info.out, HasSubstr("strTitel = Rechnung 2002-0117 Meier GmbH (String)\n"));
+
+  json archives = Run({"--json", "call", "EASYGetArchivesInit", "FIBU"}).Json();
+  EXPECT_EQ(archives["member"], "EASYGetArchivesInit");
+  EXPECT_EQ(archives["result"], json({{"type", "Long"}, {"value", 2}}));
+  EXPECT_EQ(archives["outputs"]["strStatus"], json({{"type", "String"}, {"value", ""}}));
+
+  // "str:" keeps a text as it is where the parameter would convert it; ":missing" leaves an argument out.
+  std::vector<std::string> segment = {"call", "EASYGetSegmentData", "FIBU", "Eingangsrechnungen", "1000001", "1"};
+  segment.push_back("BELEG");
+  Outcome mismatch = Run(segment);
+  EXPECT_EQ(mismatch.code, 2);
+  EXPECT_THAT(mismatch.err, HasSubstr("intFieldIndex"));
+  segment.back() = "str:BELEG";
+  EXPECT_THAT(Run(segment).out, HasSubstr("strFileName = 1000001_1_2.TIF (String)\n"));
+  Outcome sort = Run({"call", "EASYSortHitlistInit", ":missing"});
+  EXPECT_EQ(sort.code, 2);
+  EXPECT_THAT(sort.err, HasSubstr("lngCol"));
+
+  // A browser upload from a posted body.
+  local_ = dir_.File("local");
+  fs::create_directories(local_);
+  WriteFile(dir_.File("body"),
+            "-----------------------------7d41b838504d8\r\nContent-Disposition: form-data; name=\"f\"; filename=\"a.txt\""
+            "\r\nContent-Type: text/plain\r\n\r\nabc\r\n-----------------------------7d41b838504d8--\r\n");
+  Outcome upload = Run({"call", "UploadFile", "--post", dir_.File("body")});
+  EXPECT_THAT(upload.out, HasSubstr("UploadFile = True (Boolean)\nstrFileNameParam = a.txt (String)\n"));
+  EXPECT_EQ(ReadFile(local_ + "/a.txt"), "abc");
+
+  Outcome failed = Run({"call", "EASYGetArchivesInit", "Nix"});
+  EXPECT_EQ(failed.code, 1);
+  EXPECT_THAT(failed.out, HasSubstr("EASYGetArchivesInit = -1 (Integer)\n"));
+  EXPECT_THAT(failed.err, HasSubstr("EASYGetArchivesInit: Error 30"));
+  Outcome unknown = Run({"call", "EASYFrobnicate"});
+  EXPECT_EQ(unknown.code, 2);
+  EXPECT_THAT(unknown.err, HasSubstr("EASYFrobnicate"));
+  Outcome short_of_arguments = Run({"call", "EASYTransferBLOB", "x"});
+  EXPECT_EQ(short_of_arguments.code, 2);
+  EXPECT_THAT(short_of_arguments.err, HasSubstr("lngFileLen"));
+}
+
+TEST(VantorCliRuntimeError, NamesTheMemberThatRaisedIt) {
+  // A document info row with too few columns is a malformed answer: a run-time error, not a status.
+  halqvantor::testing::ScriptedGateway gateway;
+  gateway.Script({halqvantor::testing::Answer("Status: OK\r\n^K^,^A^")});
+  std::ostringstream out, err;
+  int code = RunVantor({"--host", "127.0.0.1", "--port", std::to_string(gateway.port()), "doc", "K", "A", "D", "1"}, out,
+                       err);
+  EXPECT_EQ(code, 1);
+  EXPECT_EQ(err.str(), "EASYGetDocumentInfo: run-time error 5: Invalid procedure call or argument\n");
+}
+
+}  // namespace
+}  // namespace vantor

@@ -1,0 +1,415 @@
+// Sub-commands that read the archive: channels, archives, fields, query, doc, text, notes, masks.
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "platform/vb_runtime.h"
+#include "session.h"
+#include "table.h"
+
+namespace vantor {
+namespace {
+
+using halqvantor::Variant;
+
+const Variant kMissing = Variant::missing();
+
+Variant OrMissing(const std::string& text) { return text.empty() ? kMissing : Variant(text); }
+
+// How many items an Init announced (0 for anything that is not a count).
+int32_t CountOf(const Variant& result) { return result.IsNumeric() ? result.ToLong() : 0; }
+
+// Label/value lines with the values aligned.
+void PrintFacts(std::ostream& out, const std::vector<std::pair<std::string, std::string>>& facts) {
+  size_t width = 0;
+  for (const auto& fact : facts) width = std::max(width, DisplayWidth(fact.first));
+  for (const auto& [label, value] : facts) {
+    out << label << ':' << std::string(width - DisplayWidth(label) + 1, ' ') << value << '\n';
+  }
+}
+
+std::string FieldTypeName(const std::string& type) {
+  if (type == "1") return "text";
+  if (type == "2") return "number";
+  if (type == "3") return "date";
+  return type;
+}
+
+std::string SegmentTypeName(const std::string& type) {
+  if (type == "1") return "text";
+  if (type == "2") return "image";
+  if (type == "3") return "file";
+  if (type == "4") return "references";
+  return type;
+}
+
+std::string Joined(const std::vector<std::string>& items) {
+  std::string joined;
+  for (const auto& item : items) joined += (joined.empty() ? "" : ", ") + item;
+  return joined;
+}
+
+std::string YesNo(const Variant& flag) { return flag.IsEmpty() ? "" : (flag.ToBoolean() ? "yes" : "no"); }
+
+// ---- channels, archives
+
+int RunChannels(Session& session) {
+  auto& vantor = session.Open();
+  Variant status;
+  session.Calling("EASYGetChannelsInit");
+  Variant count = vantor.EASYGetChannelsInit(&status);
+  session.Check(count, status);
+  Listing listing({"channel", "description"});
+  session.Calling("EASYGetChannelsNext");
+  for (int32_t i = 0; i < CountOf(count); ++i) {
+    Variant description;
+    std::string name = Text(vantor.EASYGetChannelsNext(&description));
+    listing.Add({name, Text(description)});
+  }
+  session.Print(listing);
+  return 0;
+}
+
+int RunArchives(Session& session, const std::string& channel) {
+  auto& vantor = session.Open();
+  Variant status;
+  Listing listing({"channel", "archive"});
+  if (!channel.empty()) {
+    session.Calling("EASYGetArchivesInit");
+    Variant count = vantor.EASYGetArchivesInit(channel, &status);
+    session.Check(count, status);
+    session.Calling("EASYGetArchivesNext");
+    for (int32_t i = 0; i < CountOf(count); ++i) listing.Add({channel, Text(vantor.EASYGetArchivesNext())});
+  } else {
+    // The extended list groups the archives under their channels.
+    session.Calling("EASYGetAllArchivesExtInit");
+    Variant count = vantor.EASYGetAllArchivesExtInit(&status);
+    session.Check(count, status);
+    for (int32_t c = 0; c < CountOf(count); ++c) {
+      Variant name, description;
+      session.Calling("EASYGetAllArchivesExtNext");
+      int32_t archives = vantor.EASYGetAllArchivesExtNext(&name, &description).ToLong();
+      session.Calling("EASYGetAllArchivesExtNextArchive");
+      for (int32_t a = 0; a < archives; ++a) {
+        listing.Add({Text(name), Text(vantor.EASYGetAllArchivesExtNextArchive())});
+      }
+    }
+  }
+  session.Print(listing);
+  return 0;
+}
+
+// ---- fields: the archive description with the select lists
+
+int RunFields(Session& session, const std::string& channel, const std::string& archive) {
+  auto& vantor = session.Open();
+  Variant rights, status;
+  session.Calling("EASYGetArchiveDescriptionInit");
+  Variant count = vantor.EASYGetArchiveDescriptionInit(channel, archive, &rights, &status);
+  session.Check(count, status);
+  struct Field {
+    std::string id, name, type, size, state, weight, select;
+  };
+  std::vector<Field> fields;
+  session.Calling("EASYGetArchiveDescriptionNext");
+  for (int32_t i = 0; i < CountOf(count); ++i) {
+    Variant id, type, size, state, weight, select;
+    std::string name = Text(vantor.EASYGetArchiveDescriptionNext(&id, &type, &size, &state, &weight, &select));
+    fields.push_back({Text(id), name, Text(type), Text(size), Text(state), Text(weight), Text(select)});
+  }
+  Listing listing({"id", "name", "type", "size", "state", "weight", "select list"});
+  for (const Field& field : fields) {
+    std::vector<std::string> entries;
+    if (field.select == "1") {
+      Variant list_status;
+      session.Calling("EASYGetSegmentSelectListInit");
+      Variant entry_count = vantor.EASYGetSegmentSelectListInit(channel, archive, field.id, &list_status);
+      session.Check(entry_count, list_status);
+      session.Calling("EASYGetSegmentSelectListNext");
+      for (int32_t i = 0; i < CountOf(entry_count); ++i) entries.push_back(Text(vantor.EASYGetSegmentSelectListNext()));
+    }
+    listing.Add({field.id, field.name, FieldTypeName(field.type), field.size, field.state, field.weight, Joined(entries)});
+  }
+  if (session.json()) {
+    session.PrintJson({{"rights", Text(rights)}, {"fields", listing.ToJson()}});
+  } else {
+    session.out() << "rights: " << Text(rights) << '\n';
+    session.Print(listing);
+  }
+  return 0;
+}
+
+// ---- query
+
+struct QueryArgs {
+  std::string channel, archive, query, format;
+  int32_t max = 0;
+  std::vector<std::string> sorts;
+};
+
+// The hit list as Next or SortHitlistNext hand it out: the title line first, then the hits.
+template <typename NextFn>
+void ReadHitList(NextFn next, std::vector<std::string>& titles, std::vector<std::vector<std::string>>& hits) {
+  Variant channel, archive, id, version;
+  titles = DisplayColumns(Text(next(&channel, &archive, &id, &version)));
+  hits.clear();
+  for (;;) {
+    Variant columns = next(&channel, &archive, &id, &version);
+    std::string row = Text(columns);
+    if (row.empty()) break;
+    std::vector<std::string> cells = {Text(id), Text(version)};
+    for (auto& cell : DisplayColumns(row)) cells.push_back(std::move(cell));
+    hits.push_back(std::move(cells));
+  }
+}
+
+// The component's column number of a sort column: a number as it is, else a title of the hit list
+// ("id" and "version" included) without regard to case.
+int32_t SortColumn(const std::string& column, const std::vector<std::string>& titles) {
+  bool numeric = !column.empty() && std::all_of(column.begin(), column.end(), [](char c) { return c >= '0' && c <= '9'; });
+  if (numeric) return std::stoi(column);
+  std::string wanted = halqvantor::vb::UCase(column);
+  if (wanted == "ID") return 0;
+  if (wanted == "VERSION") return 1;
+  std::string known = "id, version";
+  for (size_t j = 0; j < titles.size(); ++j) {
+    if (halqvantor::vb::UCase(titles[j]) == wanted) return static_cast<int32_t>(j) + 2;
+    known += ", " + titles[j];
+  }
+  throw UsageError("no column \"" + column + "\" in the hit list (columns: " + known + ")");
+}
+
+int RunQuery(Session& session, const QueryArgs& args) {
+  auto& vantor = session.Open();
+  Variant total, status;
+  session.Calling("EASYQueryArchiveInit");
+  Variant count = vantor.EASYQueryArchiveInit(args.channel, args.archive, args.query, Variant(args.max), Variant(int32_t{0}),
+                                              OrMissing(args.format), kMissing, nullptr, nullptr, &total, nullptr, &status);
+  session.Check(count, status);
+
+  std::vector<std::string> titles;
+  std::vector<std::vector<std::string>> hits;
+  session.Calling("EASYQueryArchiveNext");
+  ReadHitList([&](Variant* c, Variant* a, Variant* d, Variant* v) { return vantor.EASYQueryArchiveNext(c, a, d, v); },
+              titles, hits);
+  std::string order;
+  for (const std::string& sort : args.sorts) {
+    int32_t column = SortColumn(sort, titles);
+    session.Calling("EASYSortHitlistInit");
+    vantor.EASYSortHitlistInit(Variant(column));
+    session.Calling("EASYSortHitlistNext");
+    ReadHitList([&](Variant* c, Variant* a, Variant* d, Variant* v) { return vantor.EASYSortHitlistNext(c, a, d, v); },
+                titles, hits);
+    order = ", sorted by " + sort;
+  }
+
+  std::vector<std::string> columns = {"id", "version"};
+  columns.insert(columns.end(), titles.begin(), titles.end());
+  Listing listing(columns);
+  for (auto& hit : hits) listing.Add(std::move(hit));
+  session.Print(listing, std::to_string(listing.size()) + " of " + Text(total) + " hits" + order);
+  return 0;
+}
+
+// ---- doc, text, notes
+
+int RunDoc(Session& session, const DocumentRef& doc) {
+  auto& vantor = session.Open();
+  Variant length, created, changed, title, fields, text_fields, image_fields, blob_fields, status;
+  session.Calling("EASYGetDocumentInfo");
+  Variant rows = vantor.EASYGetDocumentInfo(doc.channel, doc.archive, doc.id, doc.version, &length, &created, &changed,
+                                            &title, &fields, &text_fields, &image_fields, &blob_fields, &status);
+  session.Check(rows, status);
+
+  Variant notes;
+  session.Calling("EASYGetSegmentDescriptionInit");
+  Variant count = vantor.EASYGetSegmentDescriptionInit(doc.channel, doc.archive, doc.id, doc.version, kMissing, &notes,
+                                                       &status);
+  session.Check(count, status);
+  Listing segments({"id", "name", "title", "type", "ext", "text length", "image length", "hits", "file", "layout"});
+  session.Calling("EASYGetSegmentDescriptionNext");
+  for (int32_t i = 0; i < CountOf(count); ++i) {
+    Variant id, text_length, hits, image_length, ext, type, segment_title, file, segment_status, layout, thumbnail;
+    std::string name = Text(vantor.EASYGetSegmentDescriptionNext(&id, &text_length, &hits, &image_length, &ext, &type,
+                                                                 &segment_title, &file, &segment_status, &layout,
+                                                                 &thumbnail));
+    segments.Add({Text(id), name, Text(segment_title), SegmentTypeName(Text(type)), Text(ext), Text(text_length),
+                  Text(image_length), Text(hits), Text(file), Text(layout)});
+  }
+
+  std::vector<std::pair<std::string, std::string>> facts = {
+      {"title", Text(title)},          {"length", Text(length)},
+      {"created", Text(created)},      {"changed", Text(changed)},
+      {"fields", Text(fields)},        {"text fields", Text(text_fields)},
+      {"image fields", Text(image_fields)}, {"file fields", Text(blob_fields)},
+      {"notes", Text(notes)}};
+  if (session.json()) {
+    Json info = Json::object();
+    for (const auto& [label, value] : facts) info[label] = value;
+    session.PrintJson({{"channel", doc.channel}, {"archive", doc.archive}, {"id", doc.id}, {"version", doc.version},
+                       {"info", info}, {"segments", segments.ToJson()}});
+  } else {
+    PrintFacts(session.out(), facts);
+    session.out() << '\n';
+    session.Print(segments);
+  }
+  return 0;
+}
+
+struct TextArgs {
+  DocumentRef doc;
+  std::string query, mark_on, mark_off;
+};
+
+int RunText(Session& session, const TextArgs& args) {
+  auto& vantor = session.Open();
+  const DocumentRef& doc = args.doc;
+  Variant status;
+  session.Calling("EASYGetSegmentTextInit");
+  Variant count = vantor.EASYGetSegmentTextInit(doc.channel, doc.archive, doc.id, doc.version, OrMissing(args.query),
+                                                OrMissing(args.mark_on), OrMissing(args.mark_off), Variant("\n"),
+                                                kMissing, &status);
+  session.Check(count, status);
+  std::vector<std::string> pieces;
+  session.Calling("EASYGetSegmentTextNext");
+  for (int32_t i = 0; i < CountOf(count); ++i) pieces.push_back(UnixLines(Text(vantor.EASYGetSegmentTextNext())));
+  if (session.json()) {
+    session.PrintJson(ToJson(pieces));
+  } else {
+    for (size_t i = 0; i < pieces.size(); ++i) session.out() << (i > 0 ? "\n" : "") << pieces[i] << '\n';
+  }
+  return 0;
+}
+
+struct NotesArgs {
+  DocumentRef doc;
+  std::string add;
+  bool remove = false;
+};
+
+// A note as the component hands it out: its header row (number, author, date, time), ",", then its text.
+std::vector<std::string> SplitNote(const std::string& note) {
+  size_t at = 0;
+  for (int separators = 0; separators < 3 && at != std::string::npos; ++separators) {
+    at = note.find("^,^", at + 1);
+  }
+  size_t end = at == std::string::npos ? at : note.find('^', at + 3);
+  if (note.empty() || note[0] != '^' || end == std::string::npos) return {"", "", "", "", UnixLines(note)};
+  std::vector<std::string> cells = DisplayColumns(note.substr(0, end + 1));
+  size_t text_start = std::min(note.size(), end + 2);  // past "^,"
+  cells.push_back(UnixLines(note.substr(text_start)));
+  return cells;
+}
+
+int RunNotes(Session& session, const NotesArgs& args) {
+  auto& vantor = session.Open();
+  const DocumentRef& doc = args.doc;
+  Variant status;
+  if (args.remove) {
+    session.Calling("EASYDeleteNotes");
+    session.Check(vantor.EASYDeleteNotes(doc.channel, doc.archive, doc.id, doc.version, &status), status);
+  }
+  if (!args.add.empty()) {
+    session.Calling("EASYWriteNote");
+    session.Check(vantor.EASYWriteNote(doc.channel, doc.archive, doc.id, doc.version, args.add, Variant("\n"), &status),
+                  status);
+  }
+  session.Calling("EASYGetNotesInit");
+  Variant count = vantor.EASYGetNotesInit(doc.channel, doc.archive, doc.id, doc.version, &status);
+  session.Check(count, status);
+  Listing listing({"number", "author", "date", "time", "text"});
+  session.Calling("EASYGetNotesNext");
+  for (int32_t i = 0; i < CountOf(count); ++i) listing.Add(SplitNote(Text(vantor.EASYGetNotesNext())));
+  session.Print(listing);
+  return 0;
+}
+
+// ---- masks
+
+int RunMasks(Session& session, const std::string& channel, const std::string& archive) {
+  auto& vantor = session.Open();
+  Variant status;
+  session.Calling("EASYGetMasksInit");
+  Variant count = vantor.EASYGetMasksInit(channel, archive, &status);
+  session.Check(count, status);
+  Listing listing({"mask", "field", "tab", "width", "align", "name", "mandatory", "initial", "list only", "list"});
+  for (int32_t m = 0; m < CountOf(count); ++m) {
+    Variant mask;
+    session.Calling("EASYGetMasksNext");
+    int32_t fields = vantor.EASYGetMasksNext(&mask).ToLong();
+    session.Calling("EASYGetMasksNextField");
+    for (int32_t f = 0; f < fields; ++f) {
+      Variant tab, width, align, name, mandatory, initial, list_only, list;
+      Variant id = vantor.EASYGetMasksNextField(&tab, &width, &align, &name, &mandatory, &initial, &list_only, &list);
+      listing.Add({Text(mask), Text(id), Text(tab), Text(width), Text(align), Text(name), YesNo(mandatory), Text(initial),
+                   YesNo(list_only), Joined(DisplayColumns(Text(list)))});
+    }
+  }
+  session.Print(listing);
+  return 0;
+}
+
+}  // namespace
+
+void AddArchiveCommands(CLI::App& app, Action& action) {
+  auto* channels = app.add_subcommand("channels", "list the gateway's channels with their descriptions");
+  channels->callback([&action] { action = RunChannels; });
+
+  auto channel = std::make_shared<std::string>();
+  auto* archives = app.add_subcommand("archives", "list the archives of one channel, or of all channels");
+  archives->add_option("CHANNEL", *channel, "channel name (all channels when left out)");
+  OnParsed(archives, action, channel, RunArchives);
+
+  auto pair = std::make_shared<std::pair<std::string, std::string>>();
+  auto* fields = app.add_subcommand("fields", "describe an archive: your rights, its index fields and select lists");
+  fields->add_option("CHANNEL", pair->first, "channel name")->required();
+  fields->add_option("ARCHIVE", pair->second, "archive name")->required();
+  OnParsed(fields, action, pair, [](Session& s, const auto& p) { return RunFields(s, p.first, p.second); });
+
+  auto query = std::make_shared<QueryArgs>();
+  auto* query_command = app.add_subcommand(
+      "query", "search an archive and show the hit list (QUERY: .FIELD=(pattern) conditions joined by &, or words)");
+  query_command->add_option("CHANNEL", query->channel, "channel name")->required();
+  query_command->add_option("ARCHIVE", query->archive, "archive name")->required();
+  query_command->add_option("QUERY", query->query, "the query (\"\" finds every document)")->required();
+  query_command->add_option("--max", query->max, "show at most N hits (0: all)");
+  query_command->add_option("--format", query->format, "query format naming the columns shown");
+  query_command->add_option("--sort", query->sorts,
+                            "sort by a column title (or number: 0 id, 1 version, 2 the first shown column); "
+                            "each further --sort reverses the direction of the one before")
+      ->allow_extra_args(false);
+  OnParsed(query_command, action, query, RunQuery);
+
+  auto doc = std::make_shared<DocumentRef>();
+  auto* doc_command = app.add_subcommand("doc", "show a document's information and its segments");
+  doc->AddTo(doc_command);
+  OnParsed(doc_command, action, doc, RunDoc);
+
+  auto text = std::make_shared<TextArgs>();
+  auto* text_command = app.add_subcommand("text", "print a document's text segments, query words marked");
+  text->doc.AddTo(text_command);
+  text_command->add_option("--query", text->query, "query whose words are marked in the text");
+  text_command->add_option("--mark-on", text->mark_on, "text put before each marked word");
+  text_command->add_option("--mark-off", text->mark_off, "text put after each marked word");
+  OnParsed(text_command, action, text, RunText);
+
+  auto notes = std::make_shared<NotesArgs>();
+  auto* notes_command = app.add_subcommand("notes", "list a document's notes; add one or delete all first");
+  notes->doc.AddTo(notes_command);
+  notes_command->add_option("--add", notes->add, "write this note (line breaks kept) before listing");
+  notes_command->add_flag("--delete", notes->remove, "delete all notes of the document before listing");
+  OnParsed(notes_command, action, notes, RunNotes);
+
+  auto masks_pair = std::make_shared<std::pair<std::string, std::string>>();
+  auto* masks = app.add_subcommand("masks", "list an archive's entry masks and their fields");
+  masks->add_option("CHANNEL", masks_pair->first, "channel name")->required();
+  masks->add_option("ARCHIVE", masks_pair->second, "archive name")->required();
+  OnParsed(masks, action, masks_pair, [](Session& s, const auto& p) { return RunMasks(s, p.first, p.second); });
+}
+
+}  // namespace vantor

@@ -1,0 +1,163 @@
+// `vantor call MEMBER [ARG...]`: any property or operation of the component by name, through the dispatch
+// table, with the text arguments converted to the kinds the parameters announce.
+
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <halqvantor/Dispatch.h>
+
+#include "session.h"
+
+namespace vantor {
+namespace {
+
+using halqvantor::Variant;
+using halqvantor::VarType;
+namespace dispatch = halqvantor::dispatch;
+
+struct CallArgs {
+  std::string member;
+  std::vector<std::string> arguments;
+  std::string post;
+};
+
+const char* TypeName(VarType type) {
+  switch (type) {
+    case VarType::Empty: return "Empty";
+    case VarType::Null: return "Null";
+    case VarType::Integer: return "Integer";
+    case VarType::Long: return "Long";
+    case VarType::Double: return "Double";
+    case VarType::Date: return "Date";
+    case VarType::String: return "String";
+    case VarType::Boolean: return "Boolean";
+    case VarType::Byte: return "Byte";
+    case VarType::Missing: return "Missing";
+  }
+  return "?";
+}
+
+Json JsonOf(const Variant& value) {
+  Json json = {{"type", TypeName(value.type())}};
+  switch (value.type()) {
+    case VarType::Integer:
+    case VarType::Long:
+    case VarType::Byte: json["value"] = value.ToLong(); break;
+    case VarType::Double: json["value"] = value.ToDouble(); break;
+    case VarType::Boolean: json["value"] = value.ToBoolean(); break;
+    case VarType::String:
+    case VarType::Date: json["value"] = value.ToString(); break;
+    default: json["value"] = nullptr; break;
+  }
+  return json;
+}
+
+// One argument from its text: "str:TEXT" is a String as it stands, ":missing", ":null" and ":empty" are
+// those values, anything else converts to the kind of the parameter.
+Variant ArgumentOf(const dispatch::Member& member, size_t index, const std::string& text) {
+  if (text.rfind("str:", 0) == 0) return Variant(text.substr(4));
+  if (text == ":missing") return Variant::missing();
+  if (text == ":null") return Variant::null();
+  if (text == ":empty") return Variant();
+  if (member.kind == dispatch::MemberKind::Property || index >= member.parameters.size()) return Variant(text);
+  return dispatch::ConvertArgument(member, index, Variant(text));
+}
+
+std::shared_ptr<halqvantor::ScriptingContext> PostedContext(const std::string& file) {
+  std::ifstream in(file, std::ios::binary);
+  if (!in) throw UsageError("--post: cannot read " + file);
+  std::vector<uint8_t> body((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  return std::make_shared<halqvantor::MemoryScriptingContext>(
+      std::make_shared<halqvantor::MemoryPageRequest>(std::move(body)));
+}
+
+int Call(Session& session, const CallArgs& args) {
+  const dispatch::Member& member = dispatch::MemberNamed(args.member);
+  std::vector<Variant> values;
+  for (size_t i = 0; i < args.arguments.size(); ++i) values.push_back(ArgumentOf(member, i, args.arguments[i]));
+  auto context = args.post.empty() ? nullptr : PostedContext(args.post);
+
+  auto& vantor = session.Open(!session.options().db.empty());
+  session.Calling(member.name);
+  if (context) vantor.OnStartPage(context);
+
+  std::vector<std::pair<std::string, Variant>> outputs;
+  bool has_result = true;
+  Variant result;
+  if (member.kind == dispatch::MemberKind::Property) {
+    if (values.size() > 1) throw UsageError("call: a property takes one value at most");
+    if (values.size() == 1) dispatch::PutProperty(vantor, member, values[0]);
+    result = dispatch::GetProperty(vantor, member);
+  } else {
+    // By-reference parameters not given are passed Empty so that their outputs show; optional inputs
+    // between them are left out.
+    for (size_t i = values.size(); i < member.parameters.size(); ++i) {
+      const dispatch::Parameter& parameter = member.parameters[i];
+      if (parameter.by_reference) {
+        values.emplace_back();
+      } else if (parameter.optional) {
+        values.push_back(Variant::missing());
+      } else {
+        break;
+      }
+    }
+    result = dispatch::Invoke(vantor, member, values, context);
+    has_result = member.result != dispatch::ResultKind::None;
+    for (size_t i = 0; i < values.size() && i < member.parameters.size(); ++i) {
+      if (member.parameters[i].by_reference && !values[i].IsMissing()) {
+        outputs.emplace_back(std::string(member.parameters[i].name), values[i]);
+      }
+    }
+  }
+
+  if (session.json()) {
+    Json out = {{"member", std::string(member.name)}, {"result", nullptr}};
+    if (has_result) out["result"] = JsonOf(result);
+    Json outs = Json::object();
+    for (const auto& [name, value] : outputs) outs[name] = JsonOf(value);
+    out["outputs"] = outs;
+    session.PrintJson(out);
+  } else {
+    if (has_result) session.out() << member.name << " = " << Text(result) << " (" << TypeName(result.type()) << ")\n";
+    for (const auto& [name, value] : outputs) {
+      session.out() << name << " = " << Text(value) << " (" << TypeName(value.type()) << ")\n";
+    }
+  }
+  // A failed exchange: -1 with the reason in strStatus.
+  for (const auto& [name, value] : outputs) {
+    if (name == "strStatus" && result == Variant(int16_t{-1}) && !Text(value).empty()) {
+      session.err() << member.name << ": " << Text(value) << '\n';
+      return 1;
+    }
+  }
+  return 0;
+}
+
+int RunCall(Session& session, const CallArgs& args) {
+  try {
+    return Call(session, args);
+  } catch (const dispatch::DispatchError& e) {
+    session.err() << "vantor call: " << e.description() << " (error " << e.number() << ")\n";
+    return 2;
+  }
+}
+
+}  // namespace
+
+void AddCallCommand(CLI::App& app, Action& action) {
+  auto call = std::make_shared<CallArgs>();
+  auto* command = app.add_subcommand(
+      "call",
+      "call any member of the component by name and print its result and by-reference outputs\n"
+      "  ARG: converted to the parameter's kind; str:TEXT a String as it stands; :missing leaves an optional\n"
+      "  argument out; :null and :empty pass Null and Empty. A property alone is read, with one ARG written.");
+  command->add_option("MEMBER", call->member, "property or operation name (any case)")->required();
+  command->add_option("ARG", call->arguments, "arguments in order");
+  command->add_option("--post", call->post, "file whose bytes are the page's posted body (for UploadFile)");
+  OnParsed(command, action, call, RunCall);
+}
+
+}  // namespace vantor

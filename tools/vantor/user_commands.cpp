@@ -1,0 +1,165 @@
+// Sub-commands of the user directory: logon, rights, adduser, and initdb, which creates a SQLite user
+// database with the portable schema.
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <system_error>
+
+#include "platform/database.h"
+#include "schema_sql.h"
+#include "session.h"
+
+namespace vantor {
+namespace {
+
+namespace fs = std::filesystem;
+using halqvantor::Variant;
+
+Variant OrMissing(const std::string& text) { return text.empty() ? Variant::missing() : Variant(text); }
+
+struct LogonArgs {
+  std::string user, password;
+};
+
+int RunLogon(Session& session, const LogonArgs& args) {
+  auto& vantor = session.Open(true);
+  session.Calling("CheckLogon");
+  Variant id = vantor.CheckLogon(args.user, OrMissing(args.password));
+  session.CheckDirectory(id);
+  if (id.IsNumeric() && id.ToLong() == 0) throw CommandFailed("log-on refused for " + args.user);
+  if (session.json()) {
+    session.PrintJson({{"user", args.user}, {"id", Text(id)}});
+  } else {
+    session.out() << args.user << ": user id " << Text(id) << '\n';
+  }
+  return 0;
+}
+
+int RunRights(Session& session, const std::string& user) {
+  auto& vantor = session.Open(true);
+  Variant id(user);
+  if (user.empty() || !std::all_of(user.begin(), user.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+    session.Calling("CheckLogon");
+    id = vantor.CheckLogon(user);
+    session.CheckDirectory(id);
+    if (id.IsNumeric() && id.ToLong() == 0) throw CommandFailed("no user " + user + " in the user database");
+  }
+  Variant rights, groups, channels, archives, edit, search, hidden, no_matchcode;
+  session.Calling("GetUserRights");
+  session.CheckDirectory(vantor.GetUserRights(id, &rights));
+  session.Calling("GetUserGroups");
+  session.CheckDirectory(vantor.GetUserGroups(id, &groups));
+  session.Calling("GetUserChannels");
+  session.CheckDirectory(vantor.GetUserChannels(id, &channels));
+  session.Calling("GetUserArchives");
+  session.CheckDirectory(vantor.GetUserArchives(id, &archives));
+  session.Calling("GetUserEditRights");
+  session.CheckDirectory(vantor.GetUserEditRights(id, &edit));
+  session.Calling("GetUserSearchRights");
+  session.CheckDirectory(vantor.GetUserSearchRights(id, &search, &hidden, &no_matchcode));
+
+  struct Section {
+    const char* name;
+    std::vector<std::string> items;
+  };
+  const std::vector<Section> sections = {
+      {"rights", EnclosedNames(Text(rights), '^', '^')},
+      {"groups", EnclosedNames(Text(groups), '[', ']')},
+      {"channels", EnclosedNames(Text(channels), '^', '^')},
+      {"archives", EnclosedNames(Text(archives), '^', '^')},
+      {"edit rights", Lines(Text(edit))},
+      {"search rights", Lines(Text(search))},
+      {"hidden fields", Lines(Text(hidden))},
+      {"no-match-code fields", Lines(Text(no_matchcode))},
+  };
+  if (session.json()) {
+    Json result = {{"user", user}, {"id", Text(id)}};
+    for (const auto& section : sections) result[section.name] = ToJson(section.items);
+    session.PrintJson(result);
+    return 0;
+  }
+  session.out() << "user id: " << Text(id) << '\n';
+  for (const auto& section : sections) {
+    session.out() << section.name << ':';
+    if (section.items.empty()) session.out() << " -";
+    for (const auto& item : section.items) session.out() << "\n  " << item;
+    session.out() << '\n';
+  }
+  return 0;
+}
+
+int RunInitDb(Session& session, const std::string& file) {
+  std::error_code error;
+  if (fs::exists(file, error)) throw CommandFailed(file + " exists: initdb creates a new database only");
+  auto statements = halqvantor::platform::SplitSqlScript(kPortableSchema);
+  try {
+    auto connection = halqvantor::platform::NewSqliteConnection(true);
+    connection->Open("Provider=SQLite;Data Source={" + file + "}");
+    for (const auto& statement : statements) connection->Execute(statement);
+    connection->Close();
+  } catch (const halqvantor::RuntimeError& e) {
+    fs::remove(file, error);  // no half-made database left behind
+    throw CommandFailed(file + ": " + e.description());
+  }
+  size_t tables = std::count_if(statements.begin(), statements.end(), [](const std::string& s) {
+    return s.find("CREATE TABLE") != std::string::npos;
+  });
+  if (session.json()) {
+    session.PrintJson({{"file", file}, {"tables", tables}});
+  } else {
+    session.out() << "created " << file << " (" << tables << " tables); use it with --db " << file << '\n';
+  }
+  return 0;
+}
+
+struct AddUserArgs {
+  std::string user, password, easy_user, easy_password;
+};
+
+int RunAddUser(Session& session, const AddUserArgs& args) {
+  auto& vantor = session.Open(true);
+  session.Calling("WriteUserToDB");
+  Variant id = vantor.WriteUserToDB(args.user, args.password, OrMissing(args.easy_user), OrMissing(args.easy_password));
+  session.CheckDirectory(id);
+  if (session.json()) {
+    session.PrintJson({{"user", args.user}, {"id", Text(id)}});
+  } else {
+    session.out() << "added " << args.user << " with user id " << Text(id) << '\n';
+  }
+  return 0;
+}
+
+}  // namespace
+
+void AddUserCommands(CLI::App& app, Action& action) {
+  auto logon = std::make_shared<LogonArgs>();
+  auto* logon_command = app.add_subcommand("logon", "check a portal user's log-on against the user database (--db)");
+  logon_command->add_option("USER", logon->user, "user name")->required();
+  logon_command->add_option("PASSWORD", logon->password, "password (left out: only the name is checked)");
+  OnParsed(logon_command, action, logon, RunLogon);
+
+  auto user = std::make_shared<std::string>();
+  auto* rights = app.add_subcommand(
+      "rights", "show what a portal user may do: rights, groups, channels, archives, edit and search rights (--db)");
+  rights->add_option("USER", *user, "user name or user id")->required();
+  OnParsed(rights, action, user, RunRights);
+
+  auto file = std::make_shared<std::string>();
+  auto* initdb = app.add_subcommand("initdb", "create a new SQLite user database with the portable schema");
+  initdb->add_option("FILE", *file, "the database file to create (an existing file is left alone)")->required();
+  OnParsed(initdb, action, file, RunInitDb);
+
+  auto add = std::make_shared<AddUserArgs>();
+  auto* adduser = app.add_subcommand("adduser", "add a portal user to the user database (--db)");
+  adduser->add_option("USER", add->user, "user name")->required();
+  adduser->add_option("PASSWORD", add->password, "password (stored encoded)")->required();
+  auto* easy_user = adduser->add_option("--easy-user", add->easy_user, "the user's archive account");
+  auto* easy_password = adduser->add_option("--easy-password", add->easy_password, "its password");
+  easy_user->needs(easy_password);
+  easy_password->needs(easy_user);
+  OnParsed(adduser, action, add, RunAddUser);
+}
+
+}  // namespace vantor
