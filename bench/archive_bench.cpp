@@ -28,6 +28,7 @@
 #include "archive/row_columns.h"
 #include "halqvantor/clsVantor.h"
 
+#include "support/best_time.h"
 #include "support/loopback.h"
 
 namespace {
@@ -124,15 +125,7 @@ std::vector<std::string> SplitRows(const std::string& payload) {
   return rows;
 }
 
-double BestSeconds(const std::function<void()>& run) {
-  double best = 1e9;
-  for (int i = 0; i < kRuns; ++i) {
-    const auto t0 = Clock::now();
-    run();
-    best = std::min(best, std::chrono::duration<double>(Clock::now() - t0).count());
-  }
-  return best;
-}
+double BestSeconds(const std::function<void()>& run) { return halqvantor::testing::BestTime(1, run, kRuns); }
 
 std::unique_ptr<halqvantor::clsVantor> Object(int port) {
   auto v = std::make_unique<halqvantor::clsVantor>();

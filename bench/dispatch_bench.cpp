@@ -3,30 +3,14 @@
 // vector) against the same call made directly on the object. Encode is the cheapest operation, so the
 // ratio shows the table's whole overhead; every other operation waits for a gateway or a database.
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <functional>
 #include <vector>
 
 #include "halqvantor/clsVantor.h"
-
-namespace {
+#include "support/best_time.h"
 
 using halqvantor::Variant;
-using Clock = std::chrono::steady_clock;
-
-double BestTime(int runs, const std::function<void()>& body) {
-  double best = 1e30;
-  for (int round = 0; round < 5; ++round) {
-    const auto start = Clock::now();
-    for (int i = 0; i < runs; ++i) body();
-    best = std::min(best, std::chrono::duration<double>(Clock::now() - start).count());
-  }
-  return best;
-}
-
-}  // namespace
+using halqvantor::testing::BestTime;
 
 int main() {
   namespace dispatch = halqvantor::dispatch;

@@ -13,24 +13,15 @@
 #include "component/vantor_impl.h"
 #include "halqvantor/clsVantor.h"
 #include "platform/database.h"
+#include "support/best_time.h"
 #include "support/temp_dir.h"
 #include "users/text_encoding.h"
 
 namespace {
 
 using halqvantor::Variant;
-using Clock = std::chrono::steady_clock;
 
-// Seconds for `runs` calls of `body`, the best of five rounds.
-double BestTime(int runs, const std::function<void()>& body) {
-  double best = 1e30;
-  for (int round = 0; round < 5; ++round) {
-    const auto start = Clock::now();
-    for (int i = 0; i < runs; ++i) body();
-    best = std::min(best, std::chrono::duration<double>(Clock::now() - start).count());
-  }
-  return best;
-}
+using halqvantor::testing::BestTime;
 
 void CreateDatabase(const std::string& path) {
   auto connection = halqvantor::platform::NewSqliteConnection(/*create_missing=*/true);
