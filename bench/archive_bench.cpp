@@ -40,52 +40,26 @@ constexpr int kChannelRows = 1000000;
 constexpr int kHits = 100000;
 constexpr int kRuns = 3;
 
-// Accepts connections one after the other; answers each complete request with the same reply, then waits
-// for the client to close.
-class MiniServer {
- public:
-  explicit MiniServer(std::string reply) : reply_(std::move(reply)) {
-    fd_ = halqvantor::testing::ListenOnLoopback(4, &port_);
-    thread_ = std::thread([this] { Serve(); });
-  }
-  ~MiniServer() {
-    stop_ = true;
-    ::shutdown(fd_, SHUT_RDWR);
-    ::close(fd_);
-    thread_.join();
-  }
-  int port() const { return port_; }
-
- private:
-  void Serve() {
-    while (!stop_) {
-      const int c = ::accept(fd_, nullptr, nullptr);
-      if (c < 0) return;
-      std::string request;
-      char buf[4096];
-      // A request ends in "^" after at least the four head and command fields.
-      while (request.empty() || request.back() != '^' || std::count(request.begin(), request.end(), ',') < 3) {
-        const ssize_t n = ::recv(c, buf, sizeof buf, 0);
-        if (n <= 0) break;
-        request.append(buf, static_cast<size_t>(n));
-      }
-      for (size_t sent = 0; sent < reply_.size();) {
-        const ssize_t n = ::send(c, reply_.data() + sent, reply_.size() - sent, MSG_NOSIGNAL);
-        if (n <= 0) break;
-        sent += static_cast<size_t>(n);
-      }
-      while (::recv(c, buf, sizeof buf, 0) > 0) {
-      }
-      ::close(c);
+// The baseline's server: reads a request up to its closing "^" after at least the four head and command
+// fields, sends the framed reply, and waits for the client to close.
+std::unique_ptr<halqvantor::testing::LoopbackServer> MiniServer(std::string reply) {
+  return std::make_unique<halqvantor::testing::LoopbackServer>([reply = std::move(reply)](int c) {
+    std::string request;
+    char buf[4096];
+    while (request.empty() || request.back() != '^' || std::count(request.begin(), request.end(), ',') < 3) {
+      const ssize_t n = ::recv(c, buf, sizeof buf, 0);
+      if (n <= 0) break;
+      request.append(buf, static_cast<size_t>(n));
     }
-  }
-
-  std::string reply_;
-  int fd_ = -1;
-  int port_ = 0;
-  std::atomic<bool> stop_{false};
-  std::thread thread_;
-};
+    for (size_t sent = 0; sent < reply.size();) {
+      const ssize_t n = ::send(c, reply.data() + sent, reply.size() - sent, MSG_NOSIGNAL);
+      if (n <= 0) break;
+      sent += static_cast<size_t>(n);
+    }
+    while (::recv(c, buf, sizeof buf, 0) > 0) {
+    }
+  });
+}
 
 std::string Framed(const std::string& payload) { return "TotalBytes:" + std::to_string(payload.size()) + "\r\n" + payload; }
 
@@ -149,8 +123,8 @@ void ChannelList() {
     }
     payload += "\r\n" + name + ",Kanal " + std::to_string(i) + ", Beschreibung";
   }
-  MiniServer server(Framed(payload));
-  auto v = Object(server.port());
+  const auto server = MiniServer(Framed(payload));
+  auto v = Object(server->port());
 
   size_t walked = 0;
   const double ours = BestSeconds([&] {
@@ -160,7 +134,7 @@ void ChannelList() {
     if (count.ToLong() != kChannelRows) throw std::runtime_error("channel count");
   });
   const double baseline = BestSeconds([&] {
-    std::vector<std::string> rows = SplitRows(PlainReceive(server.port(), "^B^,^u^,^^,^GetChannels^"));
+    std::vector<std::string> rows = SplitRows(PlainReceive(server->port(), "^B^,^u^,^^,^GetChannels^"));
     std::stable_sort(rows.begin(), rows.end());
     walked += rows.size();
   });
@@ -186,8 +160,8 @@ void SortedHitList() {
                     "^,^Betreff der Rechnung " + std::to_string(i) + "^");
     payload += "\r\n" + lines.back();
   }
-  MiniServer server(Framed(payload));
-  auto v = Object(server.port());
+  const auto server = MiniServer(Framed(payload));
+  auto v = Object(server->port());
 
   size_t walked = 0;
   auto sort_and_walk = [&] {

@@ -56,74 +56,47 @@ std::vector<char> Pattern() {
   return p;
 }
 
-// A gateway for the two commands on 127.0.0.1, one connection at a time: TransferBLOB requests are answered
+// The gateway for the two commands: TransferBLOB requests are answered
 // with kFileBytes raw bytes; an upload is read to its end and answered with a short reply.
-class Server {
- public:
-  Server() : pattern_(Pattern()) {
-    fd_ = halqvantor::testing::ListenOnLoopback(4, &port_);
-    thread_ = std::thread([this] { Serve(); });
+void Handle(int c, const std::vector<char>& pattern) {
+  std::string head;
+  std::vector<char> buf(kChunk);
+  // The request: an upload's line ends in CR LF; a transfer request is complete with its closing "^".
+  size_t eol = std::string::npos;
+  for (;;) {
+    const ssize_t n = ::recv(c, buf.data(), buf.size(), 0);
+    if (n <= 0) return;
+    head.append(buf.data(), static_cast<size_t>(n));
+    if ((eol = head.find("\r\n")) != std::string::npos) break;
+    if (head.find("^TransferBLOB^,^") != std::string::npos && head.back() == '^') break;
   }
-  ~Server() {
-    stop_ = true;
-    ::shutdown(fd_, SHUT_RDWR);
-    ::close(fd_);
-    thread_.join();
-  }
-  int port() const { return port_; }
-
- private:
-  void Serve() {
-    while (!stop_) {
-      const int c = ::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
-      if (c < 0) return;
-      Handle(c);
-      ::close(c);
+  if (eol == std::string::npos) {
+    for (int64_t left = kFileBytes; left > 0;) {
+      const size_t n = static_cast<size_t>(std::min<int64_t>(left, static_cast<int64_t>(pattern.size())));
+      SendAll(c, pattern.data(), n);
+      left -= static_cast<int64_t>(n);
     }
-  }
-
-  void Handle(int c) {
-    std::string head;
-    std::vector<char> buf(kChunk);
-    // The request: an upload's line ends in CR LF; a transfer request is complete with its closing "^".
-    size_t eol = std::string::npos;
-    for (;;) {
+  } else {
+    const std::string line = head.substr(0, eol);
+    const size_t last = line.rfind("^,^");
+    int64_t left =
+        std::stoll(line.substr(last + 3, line.size() - last - 4)) - static_cast<int64_t>(head.size() - eol - 2);
+    while (left > 0) {
       const ssize_t n = ::recv(c, buf.data(), buf.size(), 0);
       if (n <= 0) return;
-      head.append(buf.data(), static_cast<size_t>(n));
-      if ((eol = head.find("\r\n")) != std::string::npos) break;
-      if (head.find("^TransferBLOB^,^") != std::string::npos && head.back() == '^') break;
+      left -= n;
     }
-    if (eol == std::string::npos) {
-      for (int64_t left = kFileBytes; left > 0;) {
-        const size_t n = static_cast<size_t>(std::min<int64_t>(left, static_cast<int64_t>(pattern_.size())));
-        SendAll(c, pattern_.data(), n);
-        left -= static_cast<int64_t>(n);
-      }
-    } else {
-      const std::string line = head.substr(0, eol);
-      const size_t last = line.rfind("^,^");
-      int64_t left =
-          std::stoll(line.substr(last + 3, line.size() - last - 4)) - static_cast<int64_t>(head.size() - eol - 2);
-      while (left > 0) {
-        const ssize_t n = ::recv(c, buf.data(), buf.size(), 0);
-        if (n <= 0) return;
-        left -= n;
-      }
-      const std::string reply = "TotalBytes:10\r\nStatus: OK";
-      SendAll(c, reply.data(), reply.size());
-    }
-    // Wait for the client to close.
-    while (::recv(c, buf.data(), buf.size(), 0) > 0) {
-    }
+    const std::string reply = "TotalBytes:10\r\nStatus: OK";
+    SendAll(c, reply.data(), reply.size());
   }
-
-  std::vector<char> pattern_;
-  int fd_ = -1;
-  int port_ = 0;
-  std::atomic<bool> stop_{false};
-  std::thread thread_;
-};
+  // Wait for the client to close.
+  while (::recv(c, buf.data(), buf.size(), 0) > 0) {
+  }
+}
+std::unique_ptr<halqvantor::testing::LoopbackServer> StartServer() {
+  return std::make_unique<halqvantor::testing::LoopbackServer>(
+      [pattern = Pattern()](int c) { Handle(c, pattern); });
+}
 
 int Connect(int port) {
   const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -209,10 +182,10 @@ int main(int argc, char** argv) {
   if (::mkdtemp(folder.data()) == nullptr) return 1;
   int rc = 0;
   try {
-    Server server;
+    const auto server = StartServer();
     halqvantor::clsVantor v;
     v.strREMOTEHOST = "127.0.0.1";
-    v.lngREMOTEPORT = server.port();
+    v.lngREMOTEPORT = server->port();
     v.lngREQUESTTIMEOUT = 120;
     v.strSessionID = "S";
     v.strEASYUser = "u";
@@ -232,7 +205,7 @@ int main(int argc, char** argv) {
       for (int side = 0; side < 2; ++side) {
         fresh();
         if ((run + side) % 2 == 0) {
-          transfer.baseline = std::min(transfer.baseline, Seconds([&] { PlainReceive(server.port(), path); }));
+          transfer.baseline = std::min(transfer.baseline, Seconds([&] { PlainReceive(server->port(), path); }));
           continue;
         }
         ResetPeakMemory();
@@ -263,7 +236,7 @@ int main(int argc, char** argv) {
     for (int run = 0; run < kRuns && only != "transfer"; ++run) {
       for (int side = 0; side < 2; ++side) {
         if ((run + side) % 2 == 0) {
-          upload.baseline = std::min(upload.baseline, Seconds([&] { PlainSend(server.port(), path); }));
+          upload.baseline = std::min(upload.baseline, Seconds([&] { PlainSend(server->port(), path); }));
           continue;
         }
         ResetPeakMemory();

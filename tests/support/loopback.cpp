@@ -24,4 +24,23 @@ int ListenOnLoopback(int backlog, int* port) {
   return fd;
 }
 
+LoopbackServer::LoopbackServer(std::function<void(int fd)> serve) : serve_(std::move(serve)) {
+  fd_ = ListenOnLoopback(4, &port_);
+  thread_ = std::thread([this] {
+    while (!stop_) {
+      const int c = ::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
+      if (c < 0) return;
+      serve_(c);
+      ::close(c);
+    }
+  });
+}
+
+LoopbackServer::~LoopbackServer() {
+  stop_ = true;
+  ::shutdown(fd_, SHUT_RDWR);
+  ::close(fd_);
+  thread_.join();
+}
+
 }  // namespace halqvantor::testing
