@@ -354,6 +354,14 @@ int RunMasks(Session& session, const std::string& channel, const std::string& ar
   return 0;
 }
 
+// The CHANNEL and ARCHIVE positionals of a command that works on one archive.
+std::shared_ptr<std::pair<std::string, std::string>> ArchiveArguments(CLI::App* command) {
+  auto pair = std::make_shared<std::pair<std::string, std::string>>();
+  command->add_option("CHANNEL", pair->first, "channel name")->required();
+  command->add_option("ARCHIVE", pair->second, "archive name")->required();
+  return pair;
+}
+
 }  // namespace
 
 void AddArchiveCommands(CLI::App& app, Action& action) {
@@ -365,11 +373,9 @@ void AddArchiveCommands(CLI::App& app, Action& action) {
   archives->add_option("CHANNEL", *channel, "channel name (all channels when left out)");
   OnParsed(archives, action, channel, RunArchives);
 
-  auto pair = std::make_shared<std::pair<std::string, std::string>>();
   auto* fields = app.add_subcommand("fields", "describe an archive: your rights, its index fields and select lists");
-  fields->add_option("CHANNEL", pair->first, "channel name")->required();
-  fields->add_option("ARCHIVE", pair->second, "archive name")->required();
-  OnParsed(fields, action, pair, [](Session& s, const auto& p) { return RunFields(s, p.first, p.second); });
+  OnParsed(fields, action, ArchiveArguments(fields),
+           [](Session& s, const auto& p) { return RunFields(s, p.first, p.second); });
 
   auto query = std::make_shared<QueryArgs>();
   auto* query_command = app.add_subcommand(
@@ -405,11 +411,9 @@ void AddArchiveCommands(CLI::App& app, Action& action) {
   notes_command->add_flag("--delete", notes->remove, "delete all notes of the document before listing");
   OnParsed(notes_command, action, notes, RunNotes);
 
-  auto masks_pair = std::make_shared<std::pair<std::string, std::string>>();
   auto* masks = app.add_subcommand("masks", "list an archive's entry masks and their fields");
-  masks->add_option("CHANNEL", masks_pair->first, "channel name")->required();
-  masks->add_option("ARCHIVE", masks_pair->second, "archive name")->required();
-  OnParsed(masks, action, masks_pair, [](Session& s, const auto& p) { return RunMasks(s, p.first, p.second); });
+  OnParsed(masks, action, ArchiveArguments(masks),
+           [](Session& s, const auto& p) { return RunMasks(s, p.first, p.second); });
 }
 
 }  // namespace vantor
