@@ -629,6 +629,7 @@ void Session::DebugLog() {
 }  // namespace
 
 int RunDemo(const DemoOptions& options, std::ostream& out, std::ostream& err) {
+  demo::InterruptGuard interrupts;
   std::unique_ptr<demo::TempFolder> folder;
   std::unique_ptr<demo::GatewayProcess> gateway;
   Setting setting;
@@ -640,12 +641,15 @@ int RunDemo(const DemoOptions& options, std::ostream& out, std::ostream& err) {
     setting.folder = folder->path();
     setting.blob = folder->File("blob");
     setting.database = folder->File("users.db");
+    const std::string removed_on_interrupt = options.keep ? std::string() : folder->path();
+    interrupts.Watch(-1, removed_on_interrupt);
     fs::copy(sample, folder->File("data"), fs::copy_options::recursive);
     fs::create_directories(setting.blob);
     demo::CreateUserDatabase(setting.database);
     gateway =
         std::make_unique<demo::GatewayProcess>(program, folder->File("data"), setting.blob, std::chrono::seconds(10));
     setting.port = gateway->port();
+    interrupts.Watch(gateway->pid(), removed_on_interrupt);
     out << "vantor demo\n"
         << "  folder         " << folder->path()
         << (options.keep ? " (kept at the end)\n" : " (removed at the end; --keep keeps it)\n") << "  gateway        "

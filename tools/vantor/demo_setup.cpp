@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -166,6 +167,48 @@ void GatewayProcess::Stop() {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   pid_ = -1;
+}
+
+// ---- interrupts
+
+namespace {
+// Wakes the watcher when the guard ends normally.
+constexpr int kGuardEnds = SIGUSR1;
+}  // namespace
+
+InterruptGuard::InterruptGuard() {
+  sigset_t watched;
+  sigemptyset(&watched);
+  for (const int s : {SIGINT, SIGTERM, SIGHUP, kGuardEnds}) sigaddset(&watched, s);
+  pthread_sigmask(SIG_BLOCK, &watched, &old_mask_);
+  watcher_ = std::thread([this, watched] {
+    int signal_number = 0;
+    if (sigwait(&watched, &signal_number) != 0 || signal_number == kGuardEnds) return;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (gateway_ > 0) kill(gateway_, SIGTERM);
+    // The interrupted thread may still be filling the folder: remove until it stays gone.
+    std::error_code ignored;
+    for (int quiet = 0, round = 0; !folder_.empty() && quiet < 2 && round < 100; ++round) {
+      fs::remove_all(folder_, ignored);
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      quiet = fs::exists(folder_, ignored) ? 0 : quiet + 1;
+    }
+    std::fprintf(stderr, "\nvantor demo: interrupted; %s%s\n", gateway_ > 0 ? "gateway stopped" : "nothing started",
+                 folder_.empty() ? "" : ", temporary folder removed");
+    std::_Exit(128 + signal_number);
+  });
+}
+
+InterruptGuard::~InterruptGuard() {
+  pthread_kill(watcher_.native_handle(), kGuardEnds);
+  watcher_.join();
+  pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
+}
+
+void InterruptGuard::Watch(pid_t gateway, const std::string& folder) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  gateway_ = gateway;
+  folder_ = folder;
 }
 
 // ---- finding the gateway and the sample

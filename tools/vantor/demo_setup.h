@@ -4,10 +4,13 @@
 // process on a loopback port, and a SQLite user database with sample users, groups and rights. Every
 // failure to set something up is thrown as std::runtime_error with a sentence for the user.
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <chrono>
+#include <mutex>
 #include <string>
+#include <thread>
 
 namespace vantor::demo {
 
@@ -43,6 +46,7 @@ class GatewayProcess {
 
   const std::string& address() const { return address_; }
   int port() const { return port_; }
+  pid_t pid() const { return pid_; }
 
  private:
   void Stop();
@@ -50,6 +54,28 @@ class GatewayProcess {
   pid_t pid_ = -1;
   std::string address_;
   int port_ = 0;
+};
+
+// While it lives, an interrupt (SIGINT, SIGTERM, SIGHUP) does not leave the demo's gateway running or its
+// temporary folder behind: a watcher thread stops the gateway, removes the folder, says so and ends the
+// program with 128 + the signal's number. The signals are blocked in the creating thread (and the threads it
+// starts) until the guard ends.
+class InterruptGuard {
+ public:
+  InterruptGuard();
+  ~InterruptGuard();
+  InterruptGuard(const InterruptGuard&) = delete;
+  InterruptGuard& operator=(const InterruptGuard&) = delete;
+
+  // What to clean up: the gateway's process (-1: none) and the folder ("": none, or kept).
+  void Watch(pid_t gateway, const std::string& folder);
+
+ private:
+  std::mutex mutex_;
+  pid_t gateway_ = -1;
+  std::string folder_;
+  sigset_t old_mask_;
+  std::thread watcher_;
 };
 
 // The gateway program to start: `given` when not empty (throws when it does not exist), else vantor-gateway
