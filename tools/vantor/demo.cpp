@@ -646,10 +646,10 @@ int RunDemo(const DemoOptions& options, std::ostream& out, std::ostream& err) {
     fs::copy(sample, folder->File("data"), fs::copy_options::recursive);
     fs::create_directories(setting.blob);
     demo::CreateUserDatabase(setting.database);
-    gateway =
-        std::make_unique<demo::GatewayProcess>(program, folder->File("data"), setting.blob, std::chrono::seconds(10));
+    gateway = std::make_unique<demo::GatewayProcess>(
+        program, folder->File("data"), setting.blob, std::chrono::seconds(10),
+        [&](pid_t pid) { interrupts.Watch(pid, removed_on_interrupt); });
     setting.port = gateway->port();
-    interrupts.Watch(gateway->pid(), removed_on_interrupt);
     out << "vantor demo\n"
         << "  folder         " << folder->path()
         << (options.keep ? " (kept at the end)\n" : " (removed at the end; --keep keeps it)\n") << "  gateway        "

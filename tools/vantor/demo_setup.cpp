@@ -89,7 +89,7 @@ TempFolder::~TempFolder() {
 // ---- the gateway as a child process
 
 GatewayProcess::GatewayProcess(const std::string& program, const std::string& data_dir, const std::string& blob_dir,
-                               std::chrono::milliseconds wait) {
+                               std::chrono::milliseconds wait, const std::function<void(pid_t)>& started) {
   int out[2];
   if (pipe2(out, O_CLOEXEC) != 0) throw Failure("cannot make a pipe: " + ErrnoText(errno));
 
@@ -124,6 +124,7 @@ GatewayProcess::GatewayProcess(const std::string& program, const std::string& da
     pid_ = -1;
     throw Failure("cannot start " + program + ": " + ErrnoText(spawned));
   }
+  if (started) started(pid_);
 
   bool timed_out = false;
   const std::string line = ReadFirstLine(out[0], std::chrono::steady_clock::now() + wait, &timed_out);

@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -35,18 +36,18 @@ class TempFolder {
 // The reference gateway, started as `program --data DATA --blob BLOB --listen 127.0.0.1 --port 0`. The
 // constructor returns once the program has printed its "listening on" line, and throws when that line does
 // not come within `wait` or the program ends first. The object's end stops the program: SIGTERM, then a
-// wait for it (SIGKILL when it does not end within a few seconds).
+// wait for it (SIGKILL when it does not end within a few seconds). `started` learns the process id as soon
+// as the program runs.
 class GatewayProcess {
  public:
   GatewayProcess(const std::string& program, const std::string& data_dir, const std::string& blob_dir,
-                 std::chrono::milliseconds wait);
+                 std::chrono::milliseconds wait, const std::function<void(pid_t)>& started = {});
   ~GatewayProcess();
   GatewayProcess(const GatewayProcess&) = delete;
   GatewayProcess& operator=(const GatewayProcess&) = delete;
 
   const std::string& address() const { return address_; }
   int port() const { return port_; }
-  pid_t pid() const { return pid_; }
 
  private:
   void Stop();
