@@ -285,39 +285,36 @@ TEST_F(GatewayTest, ErrorAnswersNameTheirCause) {
   struct Case {
     std::vector<std::string> args;
     std::string user;  // the password is the user's name
-    std::string status;
+    std::string status;  // after "Status: "
   };
   const std::string out = "out";
   const std::vector<Case> cases = {
-      {{"GetChannels"}, "wrong", "Status: Error 21 Anmeldung fehlgeschlagen"},
-      {{"GetArchives", "NIRGENDS"}, "easy", "Status: Error 30 Kanal unbekannt: NIRGENDS"},
-      {{"GetArchiveDescription", kFibu, "Nichts"}, "easy", "Status: Error 31 Archiv unbekannt: Nichts"},
+      {{"GetChannels"}, "wrong", "Error 21 Anmeldung fehlgeschlagen"},
+      {{"GetArchives", "NIRGENDS"}, "easy", "Error 30 Kanal unbekannt: NIRGENDS"},
+      {{"GetArchiveDescription", kFibu, "Nichts"}, "easy", "Error 31 Archiv unbekannt: Nichts"},
       {{"GetArchiveDescription", "PERSONAL", "Personalakten"}, "gast",
-       "Status: Error 22 Keine Berechtigung: $(#PERSONAL)\\Personalakten"},
-      {{"GetSegmentSelectList", kFibu, kIn, "77"}, "easy", "Status: Error 33 Feld unbekannt: 77"},
-      {{"QueryArchive", kFibu, kIn, ".2=Meier", "", "0", "0", ""}, "easy",
-       "Status: Error 40 Ungültige Abfrage: .2=Meier"},
-      {{"QueryArchive", kFibu, kIn, "", "Lang", "0", "0", ""}, "easy",
-       "Status: Error 35 Abfrageformat unbekannt: Lang"},
-      {{"QueryArchive", kFibu, kIn, "", "", "viele", "0", ""}, "easy",
-       "Status: Error 41 Ungültiger Parameter: lngMaxLines"},
-      {{"GetDocumentInfo", kFibu, kIn, "1000001", "7"}, "easy", "Status: Error 32"},
-      {{"GetDocumentInfo", kFibu, kIn, "4711", ""}, "easy", "Status: Error 32"},
-      {{"GetSegmentPDF", kFibu, kIn, "1000001", "1", "1", "99", out}, "easy", "Status: Error 34 Layout unbekannt: 99"},
-      {{"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "", out, "7"}, "easy", "Status: Error 41"},
+       "Error 22 Keine Berechtigung: $(#PERSONAL)\\Personalakten"},
+      {{"GetSegmentSelectList", kFibu, kIn, "77"}, "easy", "Error 33 Feld unbekannt: 77"},
+      {{"QueryArchive", kFibu, kIn, ".2=Meier", "", "0", "0", ""}, "easy", "Error 40 Ungültige Abfrage: .2=Meier"},
+      {{"QueryArchive", kFibu, kIn, "", "Lang", "0", "0", ""}, "easy", "Error 35 Abfrageformat unbekannt: Lang"},
+      {{"QueryArchive", kFibu, kIn, "", "", "viele", "0", ""}, "easy", "Error 41 Ungültiger Parameter: lngMaxLines"},
+      {{"GetDocumentInfo", kFibu, kIn, "1000001", "7"}, "easy", "Error 32"},
+      {{"GetDocumentInfo", kFibu, kIn, "4711", ""}, "easy", "Error 32"},
+      {{"GetSegmentPDF", kFibu, kIn, "1000001", "1", "1", "99", out}, "easy", "Error 34 Layout unbekannt: 99"},
+      {{"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "", out, "7"}, "easy", "Error 41"},
       {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "4", out}, "easy",
-       "Status: Error 36 Seite nicht vorhanden: 4"},
-      {{"GetSegmentERF", kFibu, kIn, "1000001", "1", "1"}, "easy", "Status: Error 41"},
-      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "..\\outside"}, "easy", "Status: Error 50"},
-      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "/tmp"}, "easy", "Status: Error 50"},
-      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "C:\\Blob"}, "easy", "Status: Error 50"},
-      {{"DeleteNotes", kFibu, kIn, "1000001", ""}, "gast", "Status: Error 22"},
-      {{"CreateDocument", "fehlt.imp"}, "easy", "Status: Error 51"},
-      {{"DeleteDocument", "VERTRAG", "Verträge", "1000030", ""}, "easy", "Status: Error 22"},
+       "Error 36 Seite nicht vorhanden: 4"},
+      {{"GetSegmentERF", kFibu, kIn, "1000001", "1", "1"}, "easy", "Error 41"},
+      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "..\\outside"}, "easy", "Error 50"},
+      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "/tmp"}, "easy", "Error 50"},
+      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "C:\\Blob"}, "easy", "Error 50"},
+      {{"DeleteNotes", kFibu, kIn, "1000001", ""}, "gast", "Error 22"},
+      {{"CreateDocument", "fehlt.imp"}, "easy", "Error 51"},
+      {{"DeleteDocument", "VERTRAG", "Verträge", "1000030", ""}, "easy", "Error 22"},
   };
   for (const Case& c : cases) {
     const std::string status = Ask(c.args, c.user == "wrong" ? "easy" : c.user, c.user).status;
-    EXPECT_TRUE(status.starts_with(c.status)) << c.args[0] << " " << c.args.back() << ": " << status;
+    EXPECT_TRUE(status.starts_with("Status: " + c.status)) << c.args[0] << " " << c.args.back() << ": " << status;
   }
   EXPECT_FALSE(fs::exists(gateway_.dir().File("outside")));
   // The password travels encoded: its plain text is refused.
