@@ -7,21 +7,16 @@
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "server.h"
+#include "support/sample_gateway.h"
 #include "support/session_fixture.h"
-#include "support/temp_dir.h"
 
 namespace halqvantor {
 namespace {
 
 namespace fs = std::filesystem;
-using gateway::GatewayOptions;
-using gateway::GatewayServer;
 using testing::ReadFile;
-using testing::TempDir;
 using testing::WriteFile;
 
 const std::string kFibu = "FIBU";
@@ -33,56 +28,43 @@ Variant Long(int32_t v) { return Variant(v); }
 
 class EndToEnd : public ::testing::Test {
  protected:
-  // The number of requests the gateway answers busy before it serves.
-  virtual int Busy() const { return 0; }
+  void SetUp() override { Serve(0); }
+  void TearDown() override { vantor_.reset(); }
 
-  void SetUp() override {
-    fs::copy(VANTOR_GATEWAY_SAMPLE, data(), fs::copy_options::recursive);
-    fs::create_directories(blob());
-    StartGateway(Busy());
+  // (Re)starts the gateway, answering `busy` requests busy before it serves, and Inits a new object for it.
+  void Serve(int busy) {
+    vantor_.reset();
+    gateway::GatewayOptions options;
+    options.busy = busy;
+    gateway_.Start(options);
     vantor_ = std::make_unique<clsVantor>();
     vantor_->strREMOTEHOST = "127.0.0.1";
-    vantor_->lngREMOTEPORT = server_->port();
+    vantor_->lngREMOTEPORT = gateway_.port();
     vantor_->lngREQUESTTIMEOUT = 10;
     vantor_->strSessionID = "E2E";
     vantor_->strEASYUser = "easy";
     vantor_->strEASYPwd = "easy";
     vantor_->strBlobPathLocal = blob();
     vantor_->strBlobPathRemote = blob();
-    vantor_->strDebugLogPath = dir_.File("");
+    vantor_->strDebugLogPath = gateway_.dir().File("");
     vantor_->Init();
   }
-  void TearDown() override {
-    vantor_.reset();
-    StopGateway();
-  }
 
-  void StartGateway(int busy) {
-    GatewayOptions options;
-    options.data_dir = data();
-    options.blob_dir = blob();
-    options.busy = busy;
-    server_ = std::make_unique<GatewayServer>(options);
-    thread_ = std::thread([this] { server_->Run(); });
-  }
-  void StopGateway() {
-    if (!server_) return;
-    server_->Stop();
-    thread_.join();
-    server_.reset();
-  }
-
-  std::string data() const { return dir_.File("data"); }
-  std::string blob() const { return dir_.File("blob"); }
+  std::string data() const { return gateway_.data(); }
+  std::string blob() const { return gateway_.blob(); }
   std::string InBlob(const std::string& name) const { return blob() + "/" + name; }
   // The remote form of a file of the blob folder, with the separator the gateway expects.
   std::string Remote(const std::string& name) const { return blob() + "\\" + name; }
+  // The bytes of a downloaded file, checked against the length the member reported.
+  std::string Fetched(const Variant& name, const Variant& length) const {
+    const std::string bytes = ReadFile(InBlob(name.ToString()));
+    EXPECT_EQ(std::to_string(bytes.size()), length.ToString()) << name.ToString();
+    return bytes;
+  }
 
   clsVantor& v() { return *vantor_; }
 
-  TempDir dir_;
-  std::unique_ptr<GatewayServer> server_;
-  std::thread thread_;
+  testing::SampleGateway gateway_;
   std::unique_ptr<clsVantor> vantor_;
 };
 
@@ -99,15 +81,9 @@ std::string Code(const Variant& status) { return status.ToString().substr(0, 8);
 
 // ---- channels, archives, description, select lists
 
-TEST_F(EndToEnd, ChannelsArchivesAndDescriptionsFromTheSample) {
-  Variant status("old"), description;
-  EXPECT_EQ(v().EASYGetChannelsInit(&status), Long(3));
-  EXPECT_EQ(status, Variant(""));
-  EXPECT_EQ(v().EASYGetChannelsNext(&description), Variant("FIBU"));
-  EXPECT_EQ(description, Variant("Finanzbuchhaltung, Rechnungseingang und -ausgang"));
-  EXPECT_EQ(Walk([&] { return v().EASYGetChannelsNext(); }), (std::vector<Variant>{"PERSONAL", "VERTRAG"}));
-  EXPECT_EQ(v().EASYGetArchivesInit(kFibu, &status), Long(2));
-  EXPECT_EQ(Walk([&] { return v().EASYGetArchivesNext(); }), (std::vector<Variant>{"Ausgangsrechnungen", kIn}));
+// The channel and archive lists of one channel, with their values, are the demo's first steps.
+TEST_F(EndToEnd, ArchiveListsDescriptionsAndSelectListsFromTheSample) {
+  Variant status("old");
   EXPECT_EQ(v().EASYGetArchivesInit("KEIN", &status), kFailed);
   EXPECT_EQ(Code(status), "Error 30");
   EXPECT_EQ(v().EASYGetAllArchivesInit(&status), Long(5));
@@ -163,18 +139,15 @@ TEST_F(EndToEnd, QueryHitListSortAndDelete) {
             Variant("^2002-0117^,^Meier GmbH^"));
   EXPECT_EQ(where, (std::vector<Variant>{kFibu, kIn, "1000001", "1"}));
 
-  // Sorting by the supplier twice: against the server's order, then back.
+  // After a sort by the supplier (its order, and a second sort reversing it, are the demo's), the first hit
+  // as last seen goes; a new sort shows 13.
   auto sorted = [&] {
     std::vector<Variant> rows = Walk([&] { return v().EASYSortHitlistNext(); });
     return std::vector<Variant>(rows.begin() + 1, rows.end());  // without the title line
   };
   EXPECT_EQ(v().EASYSortHitlistInit(int32_t{2}), 14);
-  const std::vector<Variant> first = sorted();
-  ASSERT_EQ(first.size(), 14u);
-  EXPECT_EQ(v().EASYSortHitlistInit(int32_t{2}), 14);
   const std::vector<Variant> seen = sorted();
-  EXPECT_EQ(std::vector<Variant>(first.rbegin(), first.rend()), seen);
-  // The first hit as last seen goes; a new sort shows 13.
+  ASSERT_EQ(seen.size(), 14u);
   EXPECT_EQ(v().EASYDeleteFromHitlist(int32_t{1}), Variant());
   EXPECT_EQ(v().EASYSortHitlistInit(int32_t{2}), 13);
   const std::vector<Variant> after = sorted();
@@ -230,17 +203,9 @@ TEST_F(EndToEnd, DocumentInfoAndSegmentDescription) {
   EXPECT_EQ(segments[3][5], Variant("4"));
 }
 
-TEST_F(EndToEnd, SegmentTextWithTheCallersMarkersAndLineBreak) {
+// The caller's markers and line break, and the umlauts of the text, are the demo's.
+TEST_F(EndToEnd, SegmentTextWithTheCallersBlanksAndTheDefaultLineBreak) {
   Variant status("old");
-  EXPECT_EQ(v().EASYGetSegmentTextInit(kFibu, kIn, "1000001", "1", "meier", "<b>", "</b>", "<br>",
-                                       Variant::missing(), &status),
-            Long(1));
-  const std::string text = v().EASYGetSegmentTextNext().ToString();
-  EXPECT_TRUE(text.starts_with("Rechnung 2002-0117<br>Lieferant: <b>Meier</b> GmbH<br>")) << text;
-  EXPECT_NE(text.find("Leistung: Büromaterial"), std::string::npos);  // Windows-1252 on the wire, UTF-8 here
-  EXPECT_EQ(text.find("\r\n"), std::string::npos);
-  EXPECT_EQ(v().EASYGetSegmentTextNext(), Variant(""));
-  // Blanks replaced by the caller's text; the default line break is CR LF.
   EXPECT_EQ(v().EASYGetSegmentTextInit(kFibu, kIn, "1000001", "1", "", "", "", Variant::missing(), "_"), Long(1));
   EXPECT_TRUE(v().EASYGetSegmentTextNext().ToString().starts_with("Rechnung_2002-0117\r\nLieferant:_Meier_GmbH"));
   EXPECT_EQ(v().EASYGetSegmentTextInit(kFibu, "Rechnungen", "1000001", "1", "", "", "", "", "", &status), kFailed);
@@ -254,15 +219,12 @@ TEST_F(EndToEnd, NotesReadWrittenAndDeleted) {
             (std::vector<Variant>{"^1^,^easy^,^05.02.2002^,^09:12:44^,Betrag mit Bestellung 4711 abgeglichen.",
                                   "^2^,^admin^,^06.02.2002^,^14:30:02^,Skonto nicht gezogen.\r\n"
                                   "Bitte Rücksprache mit Herrn Meier.\r\nFrist: 15.02.2002"}));
-  // A note with the caller's line break, kept by the gateway with CR LF; only 8000 characters are sent.
-  EXPECT_EQ(v().EASYWriteNote(kFibu, kIn, "1000003", "1", "Erste Zeile|Zweite Zeile", "|", &status), kOne);
-  EXPECT_EQ(v().EASYWriteNote(kFibu, kIn, "1000003", "1", std::string(8100, 'x')), kOne);
-  EXPECT_EQ(v().EASYGetNotesInit(kFibu, kIn, "1000003", "1"), Long(2));
+  // Only 8000 characters of a note are sent (a note with the caller's line break is the demo's).
+  EXPECT_EQ(v().EASYWriteNote(kFibu, kIn, "1000003", "1", std::string(8100, 'x'), Variant::missing(), &status), kOne);
+  EXPECT_EQ(v().EASYGetNotesInit(kFibu, kIn, "1000003", "1"), Long(1));
   const std::string note = v().EASYGetNotesNext().ToString();
   EXPECT_EQ(note.substr(0, 12), "^1^,^easy^,^");
-  EXPECT_TRUE(note.ends_with("^,Erste Zeile\r\nZweite Zeile")) << note;
-  const std::string second = v().EASYGetNotesNext().ToString();
-  EXPECT_EQ(second.substr(second.find(",x")), "," + std::string(8000, 'x'));
+  EXPECT_EQ(note.substr(note.find(",x")), "," + std::string(8000, 'x'));
 
   EXPECT_EQ(v().EASYDeleteNotes(kFibu, kIn, "1000003", "1", &status), kOne);
   EXPECT_EQ(v().EASYGetNotesInit(kFibu, kIn, "1000003", "1"), Long(0));
@@ -338,43 +300,34 @@ TEST_F(EndToEnd, SegmentFilesLandInTheBlobFolder) {
   Variant name, length, status("old");
   const std::string tif = ReadFile(data() + "/files/eingang_beleg_a.tif");
   EXPECT_EQ(v().EASYGetSegmentData(kFibu, kIn, "1000001", "1", int16_t{2}, &name, &length, &status), kOne);
-  EXPECT_EQ(status, Variant(""));
-  EXPECT_EQ(name, Variant("1000001_1_2.TIF"));
-  EXPECT_EQ(length, Variant(std::to_string(tif.size())));
-  EXPECT_EQ(ReadFile(InBlob("1000001_1_2.TIF")), tif);
+  EXPECT_EQ(std::vector<Variant>({name, status}), (std::vector<Variant>{"1000001_1_2.TIF", ""}));
+  EXPECT_EQ(Fetched(name, length), tif);
 
-  // With an extension mapping the file is renamed in the local folder.
-  v().strChangeFileExt = "tif-Pdf,TXT-DOC";
-  EXPECT_EQ(v().EASYGetSegmentData(kFibu, kIn, "1000001", "1", "TEXT", &name, &length), kOne);
-  EXPECT_EQ(name, Variant("1000001_1_1.DOC"));
-  EXPECT_EQ(std::to_string(fs::file_size(InBlob("1000001_1_1.DOC"))), length.ToString());
-  EXPECT_FALSE(fs::exists(InBlob("1000001_1_1.TXT")));
-
-  // PDF through a layout: never mapped.
+  // PDF through a layout: never mapped (a mapped segment file is the demo's).
+  v().strChangeFileExt = "tif-Pdf,PDF-TXT";
   EXPECT_EQ(v().EASYGetSegmentPDF(kFibu, kIn, "1000001", "1", int16_t{1}, "10", &name, &length), kOne);
   EXPECT_EQ(name, Variant("1000001_1_1_L10.PDF"));
-  EXPECT_EQ(ReadFile(InBlob("1000001_1_1_L10.PDF")).substr(0, 5), "%PDF-");
-  EXPECT_EQ(std::to_string(fs::file_size(InBlob("1000001_1_1_L10.PDF"))), length.ToString());
+  EXPECT_EQ(Fetched(name, length).substr(0, 5), "%PDF-");
   EXPECT_EQ(v().EASYGetSegmentPDF(kFibu, kIn, "1000001", "1", int16_t{1}, "99", &name, &length, &status), kFailed);
   EXPECT_EQ(Code(status), "Error 34");
 
   // Print files: PDF by default, the TIFF in mode intPrintTIF, renamed by the mapping.
+  v().strChangeFileExt = "tif-Pdf";
   EXPECT_EQ(v().EASYGetSegmentPrintfile(kFibu, kIn, "1000001", "1", "2", "11", Variant::missing(), &name, &length),
             kOne);
   EXPECT_EQ(name, Variant("1000001_1_2_L11_P.PDF"));
-  EXPECT_EQ(ReadFile(InBlob("1000001_1_2_L11_P.PDF")).substr(0, 5), "%PDF-");
+  EXPECT_EQ(Fetched(name, length).substr(0, 5), "%PDF-");
   EXPECT_EQ(v().EASYGetSegmentPrintfile(kFibu, kIn, "1000001", "1", "2", "11", int16_t{intPrintTIF}, &name, &length),
             kOne);
   ASSERT_EQ(name.type(), VarType::String);
   EXPECT_TRUE(name.ToString().ends_with("_P.Pdf")) << name.ToString();
-  EXPECT_EQ(ReadFile(InBlob(name.ToString())).substr(0, 2), "II");
+  EXPECT_EQ(Fetched(name, length).substr(0, 2), "II");
   v().strChangeFileExt = "";
 
   // Multi-page TIFF of the pages 2 and 1 (the range expanded downwards).
   EXPECT_EQ(v().EASYGetSegmentMultiTIF(kFibu, kIn, "1000001", "1", "2-1", &name, &length), kOne);
   EXPECT_EQ(name, Variant("1000001_1_MULTI.TIF"));
-  const std::string multi = ReadFile(InBlob("1000001_1_MULTI.TIF"));
-  EXPECT_EQ(std::to_string(multi.size()), length.ToString());
+  const std::string multi = Fetched(name, length);
   EXPECT_TRUE(multi.substr(0, 4) == std::string("II*\0", 4) || multi.substr(0, 4) == std::string("MM\0*", 4));
   EXPECT_EQ(v().EASYGetSegmentMultiTIF(kFibu, kIn, "1000001", "1", "9", &name, &length, &status), kFailed);
   EXPECT_EQ(Code(status), "Error 36");
@@ -396,7 +349,7 @@ TEST_F(EndToEnd, ReferencesOfASegment) {
 
 // ---- blob transfer and upload
 
-TEST_F(EndToEnd, TransferBlobAndUploadFile) {
+TEST_F(EndToEnd, TransferBlobFromASubfolderAndNoEmptyUpload) {
   std::string bytes(300000, '\0');
   for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>((i * 7919) >> 3);
   fs::create_directories(InBlob("archiv"));
@@ -414,13 +367,7 @@ TEST_F(EndToEnd, TransferBlobAndUploadFile) {
   }
   EXPECT_EQ(status, Variant("Timeout of 10 seconds occured waiting for server response."));
 
-  // Upload into a folder below the gateway's blob folder.
-  WriteFile(InBlob("hoch.bin"), bytes.substr(0, 70000));
-  fs::create_directories(InBlob("eingang"));
-  v().strBlobPathRemote = Remote("eingang");
-  EXPECT_EQ(v().EASYUploadFile("hoch.bin", &status), kOne);
-  EXPECT_EQ(ReadFile(InBlob("eingang/hoch.bin")), bytes.substr(0, 70000));
-  // An empty file cannot be sent.
+  // An empty file cannot be sent (an upload into a folder below the blob folder is the demo's).
   WriteFile(InBlob("leer.bin"), "");
   EXPECT_EQ(v().EASYUploadFile("leer.bin", &status), kFailed);
   EXPECT_EQ(status.ToString().substr(0, 12), "File Error (");
@@ -435,14 +382,11 @@ TEST_F(EndToEnd, ImportFileCreatesEditsAndDeletesADocument) {
                                  "^2002-4711^,^Grün & Söhne^,^15.03.2002^,^12,50^,^Zeile eins\r\nZeile zwei^",
                                  Variant::missing(), &status),
             kOne);
-  EXPECT_EQ(status, Variant(""));
   Variant reference("old");
   EXPECT_EQ(v().EASYCreateDocument(Remote("neu.txt"), &reference, &status), Long(1));
-  EXPECT_EQ(status, Variant(""));
   const std::string ref = reference.ToString();
-  ASSERT_NE(ref.find(','), std::string::npos) << ref;
   const std::string id = ref.substr(0, ref.find(','));
-  EXPECT_EQ(ref.substr(ref.find(',') + 1), "1");
+  EXPECT_EQ(ref, id + ",1");
 
   std::vector<Variant> info(4);
   EXPECT_EQ(v().EASYGetDocumentInfo(kFibu, kIn, id, "1", nullptr, nullptr, nullptr, &info[0], &info[1], &info[2]),
@@ -472,10 +416,7 @@ TEST_F(EndToEnd, ImportFileCreatesEditsAndDeletesADocument) {
   // Deleting the second version, then the document.
   EXPECT_EQ(v().EASYDeleteDocument(kFibu, kIn, id, "2", &status), kOne);
   EXPECT_EQ(status, Variant(""));
-  EXPECT_EQ(v().EASYGetDocumentInfo(kFibu, kIn, id, "2", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                    nullptr, nullptr, &status),
-            kFailed);
-  EXPECT_EQ(Code(status), "Error 32");
+  EXPECT_EQ(v().EASYGetDocumentInfo(kFibu, kIn, id, "2"), kFailed);
   EXPECT_EQ(v().EASYDeleteDocument(kFibu, kIn, id, "1", &status), kOne);
   EXPECT_EQ(v().EASYGetArchiveProperties(kFibu, kIn), Long(14));
   EXPECT_EQ(v().EASYDeleteDocument(kFibu, kIn, id, "1", &status), kFailed);
@@ -499,40 +440,28 @@ TEST_F(EndToEnd, AWrongPasswordEndsInTheGatewaysStatus) {
   EXPECT_EQ(v().EASYGetAllArchivesExtInit(&status), Long(3));
 }
 
-// A clock that moves a second per look while no connection is open, so the pauses between tries cost nothing.
-class BusyGateway : public EndToEnd {
- protected:
-  int Busy() const override { return 2; }
-  void SetUp() override {
-    EndToEnd::SetUp();
-    clock_.on_read = [this](testing::FakeClock& c) {
-      if (!vantor_) return;
-      auto& impl = VantorAccess::Of(v());
-      if (impl.form.ctlWinsock(impl.SlotIndex).State() == platform::kSckClosed) c.AdvanceSeconds(1);
-    };
-  }
-  testing::FakeClock clock_;
-};
-
-class AlwaysBusyGateway : public BusyGateway {
- protected:
-  int Busy() const override { return 1000; }
-};
-
-TEST_F(BusyGateway, AnswersAreRetriedUntilTheGatewayServes) {
+// Busy answers are retried while the request time-out lasts. The clock moves a second per look while no
+// connection is open, so the pauses between tries cost nothing.
+TEST_F(EndToEnd, BusyAnswersAreRetriedUntilTheGatewayServesOrTheTimeIsUp) {
+  testing::FakeClock clock;
+  clock.on_read = [this](testing::FakeClock& c) {
+    if (!vantor_) return;
+    auto& impl = VantorAccess::Of(v());
+    if (impl.form.ctlWinsock(impl.SlotIndex).State() == platform::kSckClosed) c.AdvanceSeconds(1);
+  };
+  Serve(2);
   v().lngREQUESTTIMEOUT = 30;
   Variant status("old");
   EXPECT_EQ(v().EASYGetAllArchivesExtInit(&status), Long(3));
   EXPECT_EQ(status, Variant(""));
-  EXPECT_EQ(server_->answered(), 3u);
-}
+  EXPECT_EQ(gateway_.server().answered(), 3u);
 
-TEST_F(AlwaysBusyGateway, TheBusyStatusOutlastingTheRetryPeriodIsTheFailure) {
+  Serve(1000);
   v().lngREQUESTTIMEOUT = 12;
-  Variant status("old");
   EXPECT_EQ(v().EASYGetAllArchivesExtInit(&status), kFailed);
   EXPECT_EQ(status, Variant("Error 101 Server ausgelastet, bitte später erneut versuchen"));
-  EXPECT_GE(server_->answered(), 2u);
+  EXPECT_GE(gateway_.server().answered(), 2u);
+  vantor_.reset();  // before the clock its hook reads goes
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,12 +19,11 @@
 #include "request_reader.h"
 #include "server.h"
 #include "status.h"
+#include "support/sample_gateway.h"
 #include "support/temp_dir.h"
 #include "text.h"
 #include "tiff.h"
 #include "users/text_encoding.h"
-
-extern char** environ;
 
 namespace halqvantor::gateway {
 namespace {
@@ -60,37 +58,20 @@ std::string Frame(const std::vector<std::string>& args, const std::string& user 
 
 class GatewayTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    fs::copy(VANTOR_GATEWAY_SAMPLE, data(), fs::copy_options::recursive);
-    fs::create_directories(blob());
-    Start();
-  }
-  void TearDown() override { Stop(); }
+  void SetUp() override { Start(); }
 
+  // Serves (again), answering `busy` requests busy first, with deadlines on the test's clock.
   void Start(int busy = 0) {
     GatewayOptions options;
-    options.data_dir = data();
-    options.blob_dir = blob();
     options.busy = busy;
     options.max_request_bytes = 64 * 1024;
     options.max_upload_bytes = 1 << 20;
     options.now = [this] { return std::chrono::steady_clock::now() + std::chrono::milliseconds(shift_ms_.load()); };
-    server_ = std::make_unique<GatewayServer>(options);
-    thread_ = std::thread([this] { server_->Run(); });
-  }
-  void Stop() {
-    if (!server_) return;
-    server_->Stop();
-    thread_.join();
-    server_.reset();
-  }
-  void Restart(int busy = 0) {
-    Stop();
-    Start(busy);
+    gateway_.Start(options);
   }
 
   std::string Raw(std::string_view request, const ExchangeOptions& options = {}) {
-    return Exchange("127.0.0.1", server_->port(), request, options);
+    return Exchange("127.0.0.1", server().port(), request, options);
   }
   Reply Ask(const std::vector<std::string>& args, const std::string& user = "easy",
             const std::string& password = "easy", const std::string& session = "S1") {
@@ -99,20 +80,18 @@ class GatewayTest : public ::testing::Test {
   // Lets the server's deadlines pass without waiting for them.
   void PassTime(std::chrono::milliseconds ms) {
     shift_ms_ += ms.count();
-    server_->CheckDeadlines();
+    server().CheckDeadlines();
   }
   void WaitUntilReceived(uint64_t bytes) {
-    for (int i = 0; i < 5000 && server_->received_bytes() < bytes; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    ASSERT_GE(server_->received_bytes(), bytes);
+    for (int i = 0; i < 5000 && server().received_bytes() < bytes; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_GE(server().received_bytes(), bytes);
   }
 
-  std::string data() const { return dir_.File("data"); }
-  std::string blob() const { return dir_.File("blob"); }
+  GatewayServer& server() { return gateway_.server(); }
+  std::string blob() const { return gateway_.blob(); }
 
-  TempDir dir_;
-  std::unique_ptr<GatewayServer> server_;
-  std::thread thread_;
   std::atomic<int64_t> shift_ms_{0};
+  halqvantor::testing::SampleGateway gateway_;
 };
 
 const std::string kOk = "Status: OK";
@@ -306,41 +285,38 @@ TEST_F(GatewayTest, ErrorAnswersNameTheirCause) {
   struct Case {
     std::vector<std::string> args;
     std::string user;  // the password is the user's name
-    std::string status;
+    std::string status;  // after "Status: "
   };
   const std::string out = "out";
   const std::vector<Case> cases = {
-      {{"GetChannels"}, "wrong", "Status: Error 21 Anmeldung fehlgeschlagen"},
-      {{"GetArchives", "NIRGENDS"}, "easy", "Status: Error 30 Kanal unbekannt: NIRGENDS"},
-      {{"GetArchiveDescription", kFibu, "Nichts"}, "easy", "Status: Error 31 Archiv unbekannt: Nichts"},
+      {{"GetChannels"}, "wrong", "Error 21 Anmeldung fehlgeschlagen"},
+      {{"GetArchives", "NIRGENDS"}, "easy", "Error 30 Kanal unbekannt: NIRGENDS"},
+      {{"GetArchiveDescription", kFibu, "Nichts"}, "easy", "Error 31 Archiv unbekannt: Nichts"},
       {{"GetArchiveDescription", "PERSONAL", "Personalakten"}, "gast",
-       "Status: Error 22 Keine Berechtigung: $(#PERSONAL)\\Personalakten"},
-      {{"GetSegmentSelectList", kFibu, kIn, "77"}, "easy", "Status: Error 33 Feld unbekannt: 77"},
-      {{"QueryArchive", kFibu, kIn, ".2=Meier", "", "0", "0", ""}, "easy",
-       "Status: Error 40 Ungültige Abfrage: .2=Meier"},
-      {{"QueryArchive", kFibu, kIn, "", "Lang", "0", "0", ""}, "easy",
-       "Status: Error 35 Abfrageformat unbekannt: Lang"},
-      {{"QueryArchive", kFibu, kIn, "", "", "viele", "0", ""}, "easy",
-       "Status: Error 41 Ungültiger Parameter: lngMaxLines"},
-      {{"GetDocumentInfo", kFibu, kIn, "1000001", "7"}, "easy", "Status: Error 32"},
-      {{"GetDocumentInfo", kFibu, kIn, "4711", ""}, "easy", "Status: Error 32"},
-      {{"GetSegmentPDF", kFibu, kIn, "1000001", "1", "1", "99", out}, "easy", "Status: Error 34 Layout unbekannt: 99"},
-      {{"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "", out, "7"}, "easy", "Status: Error 41"},
+       "Error 22 Keine Berechtigung: $(#PERSONAL)\\Personalakten"},
+      {{"GetSegmentSelectList", kFibu, kIn, "77"}, "easy", "Error 33 Feld unbekannt: 77"},
+      {{"QueryArchive", kFibu, kIn, ".2=Meier", "", "0", "0", ""}, "easy", "Error 40 Ungültige Abfrage: .2=Meier"},
+      {{"QueryArchive", kFibu, kIn, "", "Lang", "0", "0", ""}, "easy", "Error 35 Abfrageformat unbekannt: Lang"},
+      {{"QueryArchive", kFibu, kIn, "", "", "viele", "0", ""}, "easy", "Error 41 Ungültiger Parameter: lngMaxLines"},
+      {{"GetDocumentInfo", kFibu, kIn, "1000001", "7"}, "easy", "Error 32"},
+      {{"GetDocumentInfo", kFibu, kIn, "4711", ""}, "easy", "Error 32"},
+      {{"GetSegmentPDF", kFibu, kIn, "1000001", "1", "1", "99", out}, "easy", "Error 34 Layout unbekannt: 99"},
+      {{"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "", out, "7"}, "easy", "Error 41"},
       {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "4", out}, "easy",
-       "Status: Error 36 Seite nicht vorhanden: 4"},
-      {{"GetSegmentERF", kFibu, kIn, "1000001", "1", "1"}, "easy", "Status: Error 41"},
-      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "..\\outside"}, "easy", "Status: Error 50"},
-      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "/tmp"}, "easy", "Status: Error 50"},
-      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "C:\\Blob"}, "easy", "Status: Error 50"},
-      {{"DeleteNotes", kFibu, kIn, "1000001", ""}, "gast", "Status: Error 22"},
-      {{"CreateDocument", "fehlt.imp"}, "easy", "Status: Error 51"},
-      {{"DeleteDocument", "VERTRAG", "Verträge", "1000030", ""}, "easy", "Status: Error 22"},
+       "Error 36 Seite nicht vorhanden: 4"},
+      {{"GetSegmentERF", kFibu, kIn, "1000001", "1", "1"}, "easy", "Error 41"},
+      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "..\\outside"}, "easy", "Error 50"},
+      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "/tmp"}, "easy", "Error 50"},
+      {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "C:\\Blob"}, "easy", "Error 50"},
+      {{"DeleteNotes", kFibu, kIn, "1000001", ""}, "gast", "Error 22"},
+      {{"CreateDocument", "fehlt.imp"}, "easy", "Error 51"},
+      {{"DeleteDocument", "VERTRAG", "Verträge", "1000030", ""}, "easy", "Error 22"},
   };
   for (const Case& c : cases) {
     const std::string status = Ask(c.args, c.user == "wrong" ? "easy" : c.user, c.user).status;
-    EXPECT_TRUE(status.starts_with(c.status)) << c.args[0] << " " << c.args.back() << ": " << status;
+    EXPECT_TRUE(status.starts_with("Status: " + c.status)) << c.args[0] << " " << c.args.back() << ": " << status;
   }
-  EXPECT_FALSE(fs::exists(dir_.File("outside")));
+  EXPECT_FALSE(fs::exists(gateway_.dir().File("outside")));
   // The password travels encoded: its plain text is refused.
   EXPECT_EQ(ParseReply(Raw(FrameRequest("S", "easy", "easy", {"GetChannels"}))).status,
             "Status: Error 21 Anmeldung fehlgeschlagen");
@@ -377,14 +353,14 @@ TEST_F(GatewayTest, AnImportWithOneWrongPartChangesNothing) {
     WriteFile(blob() + "/bad.imp", file);
     EXPECT_EQ(Ask({"CreateDocument", "bad.imp"}).status.substr(0, 16), status) << file;
   }
-  Restart();
+  Start();
   EXPECT_EQ(Ask({"GetArchiveProperties", kFibu, kIn}).rows[0], "1,1,1,1,14");
 }
 
 // ---- busy answers, malformed and stalled clients ------------------------------------------------------------
 
 TEST_F(GatewayTest, BusyAnswersComeFirstAndSpareTransfers) {
-  Restart(2);
+  Start(2);
   WriteFile(blob() + "/f.bin", "abc");
   EXPECT_EQ(Raw(Frame({"TransferBLOB", "f.bin"})), "abc");
   const std::string busy = "Status: Error 101 Server ausgelastet, bitte später erneut versuchen";
@@ -409,7 +385,7 @@ TEST_F(GatewayTest, MalformedRequestsGetAnErrorAndTheServerGoesOn) {
 
 TEST_F(GatewayTest, StalledClientsAreAnsweredOrDroppedWhenTheirTimeIsUp) {
   asio::io_context io;
-  const asio::ip::tcp::endpoint gateway(asio::ip::make_address("127.0.0.1"), server_->port());
+  const asio::ip::tcp::endpoint gateway(asio::ip::make_address("127.0.0.1"), server().port());
   asio::ip::tcp::socket stalled(io), silent(io), answered(io);
   stalled.connect(gateway);
   silent.connect(gateway);
@@ -451,7 +427,7 @@ TEST_F(GatewayTest, ManyConcurrentClientsAllGetTheirOwnAnswers) {
     clients.emplace_back([&, c] {
       ExchangeOptions options;
       options.abortive_close = true;
-      GatewayClient client("127.0.0.1", server_->port(), options);
+      GatewayClient client("127.0.0.1", server().port(), options);
       for (int r = 0; r < kRequests; ++r) {
         // Each client asks for its own document, so answers that went to the wrong client would show.
         const std::string id = std::to_string(1000001 + (c + r) % 35);
@@ -471,7 +447,7 @@ TEST_F(GatewayTest, ManyConcurrentClientsAllGetTheirOwnAnswers) {
   for (std::thread& t : clients) t.join();
   EXPECT_EQ(wrong.load(), 0);
   EXPECT_EQ(right.load(), kClients * kRequests);
-  EXPECT_EQ(server_->answered(), uint64_t{kClients * kRequests + 2});
+  EXPECT_EQ(server().answered(), uint64_t{kClients * kRequests + 2});
 }
 
 // ---- the program --------------------------------------------------------------------------------------------
@@ -479,40 +455,24 @@ TEST_F(GatewayTest, ManyConcurrentClientsAllGetTheirOwnAnswers) {
 TEST(GatewayProgramTest, ServesOnTheAnnouncedPortUntilTerminated) {
   TempDir dir;
   fs::copy(VANTOR_GATEWAY_SAMPLE, dir.File("data"), fs::copy_options::recursive);
-  fs::create_directories(dir.File("blob"));
-  int out[2];
-  ASSERT_EQ(pipe(out), 0);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-  posix_spawn_file_actions_addclose(&actions, out[0]);
-  const std::string data = dir.File("data"), blob = dir.File("blob");
-  std::vector<std::string> args = {VANTOR_GATEWAY_BINARY, "--data", data, "--blob", blob, "--port", "0"};
-  std::vector<char*> argv;
-  for (std::string& a : args) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  pid_t pid = 0;
-  ASSERT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
-  posix_spawn_file_actions_destroy(&actions);
-  close(out[1]);
-
-  std::string line;
-  char c;
-  while (read(out[0], &c, 1) == 1 && c != '\n') line += c;
-  close(out[0]);
-  ASSERT_EQ(line.substr(0, 23), "listening on 127.0.0.1:") << line;
-  const auto port = static_cast<uint16_t>(std::stoi(line.substr(23)));
+  const std::string gateway = std::string(VANTOR_GATEWAY_BINARY) + " --blob " + dir.path() + " --data ";
+  // The shell prints its process id, which the gateway then takes over.
+  FILE* out = popen(("echo $$; exec " + gateway + dir.File("data") + " --port 0").c_str(), "r");
+  ASSERT_NE(out, nullptr);
+  char pid[32] = {}, line[128] = {};
+  ASSERT_NE(fgets(pid, sizeof pid, out), nullptr);
+  ASSERT_NE(fgets(line, sizeof line, out), nullptr);
+  const std::string listening(line);
+  ASSERT_EQ(listening.substr(0, 23), "listening on 127.0.0.1:") << listening;
+  const auto port = static_cast<uint16_t>(std::stoi(listening.substr(23)));
   EXPECT_EQ(ParseReply(Exchange("127.0.0.1", port, Frame({"GetChannels"}))).rows.size(), 3u);
-
-  kill(pid, SIGTERM);
-  int status = 0;
-  ASSERT_EQ(waitpid(pid, &status, 0), pid);
+  kill(std::stoi(pid), SIGTERM);
+  const int status = pclose(out);
   EXPECT_TRUE(WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), 0);
 
   // A data folder without an archive is refused with a message and a failure code.
-  const std::string cmd = std::string(VANTOR_GATEWAY_BINARY) + " --data " + blob + " --blob " + blob + " 2>&1";
-  FILE* p = popen(cmd.c_str(), "r");
+  FILE* p = popen((gateway + dir.path() + " 2>&1").c_str(), "r");
   ASSERT_NE(p, nullptr);
   char text[256] = {};
   const size_t n = fread(text, 1, sizeof text - 1, p);

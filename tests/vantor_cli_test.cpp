@@ -6,26 +6,21 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <memory>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "cli.h"
 #include "platform/database.h"
-#include "server.h"
+#include "support/sample_gateway.h"
 #include "support/scripted_gateway.h"
-#include "support/temp_dir.h"
 
 namespace vantor {
 namespace {
 
 namespace fs = std::filesystem;
-using halqvantor::gateway::GatewayOptions;
-using halqvantor::gateway::GatewayServer;
 using halqvantor::testing::ReadFile;
 using halqvantor::testing::TempDir;
 using halqvantor::testing::WriteFile;
@@ -42,18 +37,8 @@ struct Outcome {
 class VantorCli : public ::testing::Test {
  protected:
   void SetUp() override {
-    fs::copy(VANTOR_GATEWAY_SAMPLE, dir_.File("data"), fs::copy_options::recursive);
-    fs::create_directories(blob_);
-    GatewayOptions options;
-    options.data_dir = dir_.File("data");
-    options.blob_dir = blob_;
-    server_ = std::make_unique<GatewayServer>(options);
-    thread_ = std::thread([this] { server_->Run(); });
-    port_ = std::to_string(server_->port());
-  }
-  void TearDown() override {
-    server_->Stop();
-    thread_.join();
+    gateway_.Start();
+    port_ = std::to_string(gateway_.port());
   }
 
   // Runs vantor with the connection options of the gateway, then `args`.
@@ -70,13 +55,12 @@ class VantorCli : public ::testing::Test {
     return {code, out.str(), err.str()};
   }
 
-  TempDir dir_;
-  std::string blob_ = dir_.File("blob");
+  halqvantor::testing::SampleGateway gateway_;
+  const TempDir& dir_ = gateway_.dir();
+  std::string blob_ = gateway_.blob();
   std::string local_ = blob_;  // the blob folder as the client sees it; the same folder unless a test says
   std::string db_;
   std::string port_;
-  std::unique_ptr<GatewayServer> server_;
-  std::thread thread_;
 };
 
 TEST_F(VantorCli, ChannelAndArchiveListsAsTablesAndJson) {
@@ -256,7 +240,7 @@ TEST_F(VantorCli, FailuresAndBadUsage) {
   EXPECT_EQ(refused.err, "EASYGetChannelsInit: Winsock Error (10061 - Connection is forcefully rejected)\n");
   EXPECT_EQ(refused.out, "");
 
-  port_ = std::to_string(server_->port());
+  port_ = std::to_string(gateway_.port());
   Outcome unknown = Run({"query", "FIBU", "Rechnungen", "x"});
   EXPECT_EQ(unknown.code, 1);
   EXPECT_THAT(unknown.err, HasSubstr("EASYQueryArchiveInit: Error 31 Archiv unbekannt"));
