@@ -76,9 +76,10 @@ struct clsVantor::Impl {
   void Pause(int32_t seconds);
 
   // The pieces of a round trip, for the operations that run their own copy of it (blob transfer, upload).
-  // When a request is under way: sets `status` to the refusal text, logs it, clears RequestPending (so the
-  // call after it runs) and returns true.
-  bool RefuseNestedRequest(std::string& status);
+  // Takes the request guard: sets RequestPending and returns true. When a request is under way instead:
+  // sets `status` to the refusal text, logs it, clears RequestPending (so the call after it runs) and
+  // returns false.
+  bool TakeRequestGuard(std::string& status);
   // Connect, send `bytes` (already in the gateway's code page) followed by the bytes of `body` when there is
   // one, wait for the reply, disconnect, with the log lines of the exchange; `request` is the text the send
   // line shows. The caller has set the slot's Mode (and, for byte mode, its counters and File) and manages

@@ -96,11 +96,10 @@ Variant clsVantor::Impl::FileErrorResult(const std::exception& error, Variant* s
 Variant clsVantor::EASYTransferBLOB(const Variant& strFile, const Variant& lngFileLen, Variant* strStatus) {
   Impl& d = *impl_;
   std::string status;
-  if (d.RefuseNestedRequest(status)) {
+  if (!d.TakeRequestGuard(status)) {
     SetOut(strStatus, Variant(status));
     return FailureResult();
   }
-  d.RequestPending = true;
   std::string request;
   try {
     d.form.SetMode(d.SlotIndex, "BYTE");
@@ -142,11 +141,10 @@ Variant clsVantor::EASYTransferBLOB(const Variant& strFile, const Variant& lngFi
 Variant clsVantor::EASYUploadFile(const Variant& strFileName, Variant* strStatus) {
   Impl& d = *impl_;
   std::string status;
-  if (d.RefuseNestedRequest(status)) {
+  if (!d.TakeRequestGuard(status)) {
     SetOut(strStatus, Variant(status));
     return FailureResult();
   }
-  d.RequestPending = true;
   try {
     const std::string name = strFileName.ToString();
     if (!platform::IsPlainFileName(name)) throw RuntimeError(kPathFileAccessError);

@@ -96,13 +96,16 @@ bool clsVantor::Impl::WaitForReply() {
   return false;
 }
 
-bool clsVantor::Impl::RefuseNestedRequest(std::string& status) {
-  if (!RequestPending) return false;
+bool clsVantor::Impl::TakeRequestGuard(std::string& status) {
+  if (!RequestPending) {
+    RequestPending = true;
+    return true;
+  }
   status = "Winsock Error (previous request not finished properly).";
   WriteLog("Serveranfrage wegen noch laufender Anfrage abgebrochen.");
   // The refused call releases the guard, so the call after it goes ahead.
   RequestPending = false;
-  return true;
+  return false;
 }
 
 bool clsVantor::Impl::RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status,
@@ -158,8 +161,7 @@ bool clsVantor::Impl::RunRoundTrip(std::string_view request, std::string_view by
 }
 
 bool clsVantor::Impl::ExchangeText(const std::string& request, std::string& status, std::string* response) {
-  if (RefuseNestedRequest(status)) return false;
-  RequestPending = true;
+  if (!TakeRequestGuard(status)) return false;
   if (response != nullptr) response->clear();
   status.clear();
 
