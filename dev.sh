@@ -34,8 +34,12 @@ build() {  # build DIR [cmake options...]; only the target $BUILD_TARGET when th
   deps
   if [ ! -f "$dir/build.ninja" ]; then
     say "configuring $dir"
-    cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
+    local launcher=()
+    # ccache, when present, shares compiled objects between build folders and checkouts of this tree.
+    command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
+    cmake -S . -B "$dir" -G Ninja "${launcher[@]}" "$@" >/dev/null
   fi
+  export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$PWD} CCACHE_NOHASHDIR=${CCACHE_NOHASHDIR:-1}
   say "building $dir"
   cmake --build "$dir" ${BUILD_TARGET:+--target "$BUILD_TARGET"} -- -j"$(nproc)"
 }

@@ -8,6 +8,7 @@
 #include "halqvantor/RuntimeError.h"
 #include "halqvantor/Variant.h"
 #include "halqvantor/Dispatch.h"
+#include "halqvantor/Extensions.h"
 
 namespace halqvantor {
 

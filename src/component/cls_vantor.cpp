@@ -19,6 +19,11 @@ clsVantor::clsVantor() : impl_(std::make_unique<Impl>(*this)) {}
 
 clsVantor::~clsVantor() { impl_->Terminate(); }
 
+ObjectOptions& Options(clsVantor& object) { return VantorAccess::Of(object).options; }
+const ObjectOptions& Options(const clsVantor& object) {
+  return VantorAccess::Of(const_cast<clsVantor&>(object)).options;
+}
+
 void clsVantor::Impl::Terminate() {
   // An object that never took a slot has nothing to give back.
   if (SlotIndex < 1) return;

@@ -12,6 +12,7 @@
 
 #include "archive/description.h"
 #include "archive/query.h"
+#include "halqvantor/Extensions.h"
 #include "halqvantor/clsVantor.h"
 #include "platform/database.h"
 
@@ -27,6 +28,7 @@ struct clsVantor::Impl {
 
   clsVantor& self;  // the public side: the properties
   frmComm& form;    // the slot table of the thread that created the object
+  ObjectOptions options;  // settings outside the interface table
 
   int32_t SlotIndex = 0;        // connection slot taken by Init; 0 before Init
   bool RequestPending = false;  // a request exchange is under way
