@@ -233,6 +233,16 @@ TEST_F(VantorCli, UserDirectoryFromInitdbThroughRights) {
   EXPECT_THAT(bad_db.err, HasSubstr("user database " + db_));
 }
 
+// The portal's sample set-up takes its users from here.
+TEST_F(VantorCli, InitdbWithTheDemoUsers) {
+  db_ = dir_.File("demo.db");
+  Outcome created = RunLine({"initdb", "--demo-users", db_});
+  ASSERT_EQ(created.code, 0) << created.err;
+  EXPECT_THAT(created.out, HasSubstr("the demo's users"));
+  EXPECT_EQ(Run({"logon", "anna", "Portal2002"}).out, "anna: user id 1\n");
+  EXPECT_EQ(Run({"--json", "rights", "bert"}).Json()["archives"], json({"Verträge"}));
+}
+
 TEST_F(VantorCli, FailuresAndBadUsage) {
   port_ = std::to_string(halqvantor::testing::ScriptedGateway::UnusedPort());
   Outcome refused = Run({"channels"});

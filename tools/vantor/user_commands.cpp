@@ -1,5 +1,5 @@
 // Sub-commands of the user directory: logon, rights, adduser, and initdb, which creates a SQLite user
-// database with the portable schema.
+// database with the portable schema (with --demo-users also the demo's users, groups and rights).
 
 #include <algorithm>
 #include <filesystem>
@@ -7,6 +7,7 @@
 #include <string>
 #include <system_error>
 
+#include "demo_setup.h"
 #include "platform/database.h"
 #include "schema_sql.h"
 #include "session.h"
@@ -90,26 +91,42 @@ int RunRights(Session& session, const std::string& user) {
   return 0;
 }
 
-int RunInitDb(Session& session, const std::string& file) {
+struct InitDbArgs {
+  std::string file;
+  bool demo_users = false;
+};
+
+int RunInitDb(Session& session, const InitDbArgs& args) {
+  const std::string& file = args.file;
   std::error_code error;
   if (fs::exists(file, error)) throw CommandFailed(file + " exists: initdb creates a new database only");
   auto statements = halqvantor::platform::SplitSqlScript(kPortableSchema);
-  try {
-    auto connection = halqvantor::platform::NewSqliteConnection(true);
-    connection->Open("Provider=SQLite;Data Source={" + file + "}");
-    for (const auto& statement : statements) connection->Execute(statement);
-    connection->Close();
-  } catch (const halqvantor::RuntimeError& e) {
-    fs::remove(file, error);  // no half-made database left behind
-    throw CommandFailed(file + ": " + e.description());
+  if (args.demo_users) {
+    try {
+      demo::CreateUserDatabase(file);
+    } catch (const std::exception& e) {
+      fs::remove(file, error);
+      throw CommandFailed(e.what());
+    }
+  } else {
+    try {
+      auto connection = halqvantor::platform::NewSqliteConnection(true);
+      connection->Open("Provider=SQLite;Data Source={" + file + "}");
+      for (const auto& statement : statements) connection->Execute(statement);
+      connection->Close();
+    } catch (const halqvantor::RuntimeError& e) {
+      fs::remove(file, error);  // no half-made database left behind
+      throw CommandFailed(file + ": " + e.description());
+    }
   }
   size_t tables = std::count_if(statements.begin(), statements.end(), [](const std::string& s) {
     return s.find("CREATE TABLE") != std::string::npos;
   });
   if (session.json()) {
-    session.PrintJson({{"file", file}, {"tables", tables}});
+    session.PrintJson({{"file", file}, {"tables", tables}, {"demo_users", args.demo_users}});
   } else {
-    session.out() << "created " << file << " (" << tables << " tables); use it with --db " << file << '\n';
+    session.out() << "created " << file << " (" << tables << " tables" << (args.demo_users ? ", the demo's users" : "")
+                  << "); use it with --db " << file << '\n';
   }
   return 0;
 }
@@ -146,10 +163,12 @@ void AddUserCommands(CLI::App& app, Action& action) {
   rights->add_option("USER", *user, "user name or user id")->required();
   OnParsed(rights, action, user, RunRights);
 
-  auto file = std::make_shared<std::string>();
+  auto init = std::make_shared<InitDbArgs>();
   auto* initdb = app.add_subcommand("initdb", "create a new SQLite user database with the portable schema");
-  initdb->add_option("FILE", *file, "the database file to create (an existing file is left alone)")->required();
-  OnParsed(initdb, action, file, RunInitDb);
+  initdb->add_option("FILE", init->file, "the database file to create (an existing file is left alone)")->required();
+  initdb->add_flag("--demo-users", init->demo_users,
+                   "also add the demo's users (anna / Portal2002, bert / bert), groups and rights");
+  OnParsed(initdb, action, init, RunInitDb);
 
   auto add = std::make_shared<AddUserArgs>();
   auto* adduser = app.add_subcommand("adduser", "add a portal user to the user database (--db)");
