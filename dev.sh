@@ -3,6 +3,9 @@
 #
 #   ./dev.sh demo [--keep]     build the vantor program and run `vantor demo` (a portal session against a
 #                              local reference gateway)
+#   ./dev.sh portal [--host H] [--port P]
+#                              build, start the reference gateway on a copy of the sample archive and serve
+#                              the sample portal on it (default http://127.0.0.1:8080/); Ctrl-C stops it
 #   ./dev.sh test              build and run the whole test suite
 #   ./dev.sh test --sanitize   the same, built with AddressSanitizer and UndefinedBehaviorSanitizer
 #   ./dev.sh build             build only (build/)
@@ -12,7 +15,8 @@ set -euo pipefail
 cd "$(dirname "$0")"
 
 PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev sqlite3
-          unixodbc-dev odbc-postgresql postgresql libcli11-dev nlohmann-json3-dev libasio-dev)
+          unixodbc-dev odbc-postgresql postgresql libcli11-dev nlohmann-json3-dev libasio-dev
+          python3-flask python3-waitress gunicorn python3-pytest python3-selenium chromium chromium-driver)
 
 say() { printf '\033[1m==> %s\033[0m\n' "$*" >&2; }
 
@@ -41,7 +45,9 @@ build() {  # build DIR [cmake options...]; only the target $BUILD_TARGET when th
   fi
   export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$PWD} CCACHE_NOHASHDIR=${CCACHE_NOHASHDIR:-1}
   say "building $dir"
-  cmake --build "$dir" ${BUILD_TARGET:+--target "$BUILD_TARGET"} -- -j"$(nproc)"
+  # BUILD_TARGET may name several targets, separated by blanks.
+  # shellcheck disable=SC2086
+  cmake --build "$dir" ${BUILD_TARGET:+--target $BUILD_TARGET} -- -j"$(nproc)"
 }
 
 cmd=${1:-test}
@@ -53,6 +59,11 @@ case "$cmd" in
     BUILD_TARGET=vantor build build
     say "running vantor demo"
     exec build/tools/vantor/vantor demo "$@"
+    ;;
+  portal)
+    BUILD_TARGET="vantor vantor-gateway halqvantor_python" build build
+    say "serving the sample portal"
+    exec /usr/bin/python3 portal/sample_site.py --build build "$@"
     ;;
   test)
     dir=build
@@ -76,7 +87,7 @@ case "$cmd" in
     done
     ;;
   *)
-    echo "usage: ./dev.sh {demo [--keep]|test [--sanitize]|build|bench|deps}" >&2
+    echo "usage: ./dev.sh {demo [--keep]|portal [--host H] [--port P]|test [--sanitize]|build|bench|deps}" >&2
     exit 2
     ;;
 esac

@@ -1,0 +1,150 @@
+"""The clerk's flows in a real headless Chromium against the sample set-up; each saves a screenshot."""
+
+import os
+import time
+
+import pytest
+
+pytest.importorskip("selenium", reason="python3-selenium is not installed")
+from selenium.webdriver.common.by import By  # noqa: E402
+from selenium.webdriver.support.ui import Select  # noqa: E402
+
+INVOICES = "/a/FIBU/Eingangsrechnungen/"
+
+
+def sign_in(browser, server, name, password):
+    browser.delete_all_cookies()
+    browser.get(server + "/login")
+    browser.find_element(By.ID, "name").send_keys(name)
+    browser.find_element(By.ID, "password").send_keys(password)
+    browser.find_element(By.ID, "logon").click()
+
+
+def search(browser, server, **fields):
+    browser.get(server + INVOICES)
+    for field_id, value in fields.items():
+        browser.find_element(By.ID, field_id).send_keys(value)
+    browser.find_element(By.ID, "search").click()
+
+
+def hit_column(browser, index):
+    return [row.find_elements(By.TAG_NAME, "td")[index].text for row in
+            browser.find_elements(By.CSS_SELECTOR, "#hits tbody tr")]
+
+
+def documents(browser):
+    return [a.text for a in browser.find_elements(By.CSS_SELECTOR, "#hits a.doc")]
+
+
+def flash(browser):
+    return " ".join(e.text for e in browser.find_elements(By.CSS_SELECTOR, ".flash"))
+
+
+def wait_for_file(path, seconds=10):
+    deadline = time.monotonic() + seconds
+    while time.monotonic() < deadline:
+        if os.path.exists(path) and not os.path.exists(path + ".crdownload"):
+            return True
+        time.sleep(0.05)
+    return False
+
+
+def test_log_on_refused_then_accepted_then_off(browser, server, shot):
+    sign_in(browser, server, "anna", "falsch")
+    assert "wrong" in browser.find_element(By.ID, "login-error").text
+    shot("01-logon-refused")
+    sign_in(browser, server, "anna", "Portal2002")
+    assert [h.text for h in browser.find_elements(By.CSS_SELECTOR, ".channel h2")] == ["FIBU", "VERTRAG"]
+    assert browser.find_element(By.LINK_TEXT, "Eingangsrechnungen")
+    shot("02-archives")
+    browser.find_element(By.ID, "logoff").click()
+    browser.get(server + INVOICES)
+    assert browser.find_element(By.ID, "logon")  # back at the log-on
+
+
+def test_query_then_sort_by_clicking_a_column_twice(browser, server, shot):
+    sign_in(browser, server, "anna", "Portal2002")
+    browser.get(server + INVOICES)
+    assert Select(browser.find_element(By.ID, "f6")).options[1].text == "offen"  # a select list as drop-down
+    shot("03-query-form")
+    browser.find_element(By.ID, "search").click()
+    found = documents(browser)
+    assert len(found) == 14
+    shot("04-hit-list")
+
+    browser.find_element(By.PARTIAL_LINK_TEXT, "Lieferant").click()
+    first, suppliers = documents(browser), [s.upper() for s in hit_column(browser, 1)]
+    assert sorted(first) == sorted(found)
+    assert suppliers in (sorted(suppliers), sorted(suppliers, reverse=True))
+    browser.find_element(By.PARTIAL_LINK_TEXT, "Lieferant").click()
+    assert documents(browser) == first[::-1]
+    shot("05-hit-list-sorted-twice")
+
+    browser.find_elements(By.CSS_SELECTOR, "#hits button.danger")[0].click()  # remove the first hit
+    assert documents(browser) == first[::-1][1:]
+    browser.find_element(By.ID, "restore").click()
+    assert len(documents(browser)) == 14
+
+
+def test_document_shows_the_marked_hits_and_downloads_a_segment(browser, server, site, downloads, shot):
+    sign_in(browser, server, "anna", "Portal2002")
+    search(browser, server, text="meier")
+    browser.find_element(By.LINK_TEXT, "1000001/1").click()
+    assert browser.find_element(By.ID, "doc-title").text == "Rechnung 2002-0117 Meier GmbH"
+    marks = browser.find_elements(By.CSS_SELECTOR, "pre.text mark")
+    assert marks and {m.text.lower() for m in marks} == {"meier"}
+    shot("06-document")
+
+    browser.find_element(By.ID, "download-ORIGINAL").click()
+    fetched = os.path.join(downloads, "1000001_1_3.PDF")
+    assert wait_for_file(fetched)
+    with open(fetched, "rb") as got, open(site.path("data/files/rechnung_original.pdf"), "rb") as kept:
+        assert got.read() == kept.read()
+
+
+def test_a_note_is_added(browser, server, shot):
+    sign_in(browser, server, "anna", "Portal2002")
+    browser.get(server + "/d/FIBU/Eingangsrechnungen/1000002/1")
+    browser.find_element(By.ID, "note").send_keys("Im Portal geprüft\nFreigabe erteilt")
+    browser.find_element(By.ID, "add-note").click()
+    assert "Note added." in flash(browser)
+    assert browser.find_elements(By.CSS_SELECTOR, ".note p")[-1].text == "Im Portal geprüft\nFreigabe erteilt"
+    shot("07-note-added")
+
+
+def test_upload_then_create_a_document_from_a_mask_and_find_it(browser, server, site, tmp_path, shot):
+    scan = tmp_path / "lieferschein.pdf"
+    scan.write_bytes(b"%PDF-1.4\n% portal upload\n" + bytes(range(256)) * 64 + b"\n%%EOF\n")
+    sign_in(browser, server, "anna", "Portal2002")
+    browser.get(server + "/upload")
+    browser.find_element(By.ID, "file").send_keys(str(scan))
+    browser.find_element(By.ID, "upload").click()
+    assert "lieferschein.pdf" in browser.find_element(By.ID, "uploads").text
+    stored = [n for n in os.listdir(site.path("blob")) if n.endswith("_lieferschein.pdf")]
+    assert len(stored) == 1 and open(site.path("blob/" + stored[0]), "rb").read() == scan.read_bytes()
+    shot("08-uploaded")
+
+    browser.find_element(By.LINK_TEXT, "Eingangsrechnungen").click()
+    browser.find_element(By.ID, "title").send_keys("Rechnung 2026-0042 Portal GmbH")
+    browser.find_element(By.ID, "v1").send_keys("2026-0042")
+    browser.find_element(By.ID, "v2").send_keys("Portal GmbH")
+    Select(browser.find_element(By.ID, "v5")).select_by_visible_text("Einkauf")
+    Select(browser.find_element(By.ID, "attach")).select_by_visible_text("lieferschein.pdf")
+    Select(browser.find_element(By.ID, "segment")).select_by_value("ORIGINAL")
+    shot("09-new-document-form")
+    browser.find_element(By.ID, "create").click()
+    assert browser.find_element(By.ID, "doc-title").text == "Rechnung 2026-0042 Portal GmbH", flash(browser)
+    assert "created" in flash(browser)
+    shot("10-document-created")
+
+    search(browser, server, f1="2026-0042")
+    assert hit_column(browser, 1) == ["Portal GmbH"]
+    shot("11-new-document-found")
+
+
+def test_a_user_without_the_right_is_refused_a_typed_url(browser, server, shot):
+    sign_in(browser, server, "bert", "bert")
+    assert [h.text for h in browser.find_elements(By.CSS_SELECTOR, ".channel h2")] == ["VERTRAG"]
+    browser.get(server + INVOICES + "hits?text=meier")
+    assert browser.find_element(By.ID, "error-code").text == "No access"
+    shot("12-refused")
