@@ -126,7 +126,8 @@ def main():
             print(f"gateway       127.0.0.1:{site.port} over a copy of the sample archive in {site.folder}")
             print("log-ons       " + "\n              ".join(f"{n} / {p}: {what}" for n, p, what in SAMPLE_LOGONS))
             print("Ctrl-C stops the portal and the gateway and removes the temporary folder.", flush=True)
-            serve(app, host=args.host, port=args.port, threads=args.threads, ident="portal")
+            serve(app, host=args.host, port=args.port, threads=args.threads, ident="portal",
+                  clear_untrusted_proxy_headers=True)
     except KeyboardInterrupt:
         print("\nportal stopped; gateway stopped, temporary folder removed")
     except (RuntimeError, subprocess.CalledProcessError, OSError) as e:

@@ -13,7 +13,8 @@ def main():
     parser.add_argument("--port", type=int, default=8080, help="port (default 8080)")
     parser.add_argument("--threads", type=int, default=4, help="waitress worker threads (default 4)")
     args = parser.parse_args()
-    serve(create_app(), host=args.host, port=args.port, threads=args.threads, ident="portal")
+    serve(create_app(), host=args.host, port=args.port, threads=args.threads, ident="portal",
+          clear_untrusted_proxy_headers=True)
 
 
 if __name__ == "__main__":

@@ -104,7 +104,8 @@ def _references(vantor, channel, archive, doc_id, ver, segment):
 
 
 def _fetch(what, call):
-    """Has the gateway write a file into a folder of this request only, and sends it as a download."""
+    """Has the gateway write a file into a folder of this request only and sends it as a download. The
+    folder goes at once: the open file stays readable until the response is sent."""
     config = current_app.config
     folder_name = "get-" + secrets.token_hex(8)
     local = os.path.join(config["BLOB_LOCAL"], folder_name)
@@ -119,14 +120,12 @@ def _fetch(what, call):
         path = os.path.join(local, file_name)
         if not file_name or os.path.basename(file_name) != file_name or not os.path.isfile(path):
             abort(404)
-        ext = file_name.rsplit(".", 1)[-1].upper() if "." in file_name else ""
-        response = send_file(path, mimetype=CONTENT_TYPES.get(ext, "application/octet-stream"), as_attachment=True,
-                             download_name=file_name, max_age=0)
-    except BaseException:
+        content = open(path, "rb")
+    finally:
         shutil.rmtree(local, ignore_errors=True)
-        raise
-    response.call_on_close(lambda: shutil.rmtree(local, ignore_errors=True))
-    return response
+    ext = file_name.rsplit(".", 1)[-1].upper() if "." in file_name else ""
+    return send_file(content, mimetype=CONTENT_TYPES.get(ext, "application/octet-stream"), as_attachment=True,
+                     download_name=file_name, max_age=0)
 
 
 @bp.route("/segment/<segment>")

@@ -52,7 +52,7 @@ def log_on(client, name, password):
 def server(app):
     from waitress.server import create_server
 
-    served = create_server(app, host="127.0.0.1", port=0, threads=4)
+    served = create_server(app, host="127.0.0.1", port=0, threads=4, clear_untrusted_proxy_headers=True)
     thread = threading.Thread(target=served.run, daemon=True)
     thread.start()
     yield f"http://127.0.0.1:{served.effective_port}"
@@ -93,6 +93,13 @@ def browser(downloads):
 
 @pytest.fixture
 def shot(browser):
-    """shot(name) saves the browser's page as SCREENSHOTS/name.png."""
+    """shot(name) saves the whole page as SCREENSHOTS/name.png."""
     os.makedirs(SCREENSHOTS, exist_ok=True)
-    return lambda name: browser.save_screenshot(os.path.join(SCREENSHOTS, name + ".png"))
+
+    def save(name):
+        height = browser.execute_script("return document.documentElement.scrollHeight")
+        browser.set_window_size(1280, max(900, min(height + 140, 4000)))
+        browser.save_screenshot(os.path.join(SCREENSHOTS, name + ".png"))
+        browser.set_window_size(1280, 900)
+
+    return save

@@ -45,14 +45,18 @@ def test_posts_without_the_session_token_are_refused(client):
     assert client.get("/").status_code == 200  # still logged on
 
 
+def session_cookie(client):
+    return next(cookie.value for cookie in client.cookie_jar if cookie.name == "session")
+
+
 def test_a_tampered_or_foreign_session_cookie_is_not_a_log_on(app, client):
     log_on(client, "anna", "Portal2002")
-    cookie = client.get_cookie("session")
-    client.set_cookie("session", cookie.value[:-2] + ("AA" if not cookie.value.endswith("AA") else "BB"))
+    signed = session_cookie(client)
+    client.set_cookie("localhost", "session", signed[:-2] + ("AA" if not signed.endswith("AA") else "BB"))
     assert client.get("/").status_code == 302
     foreign = create_app({"SECRET_KEY": "another portal's secret", "TESTING": True}).test_client()
     log_on(foreign, "anna", "Portal2002")
-    client.set_cookie("session", foreign.get_cookie("session").value)
+    client.set_cookie("localhost", "session", session_cookie(foreign))
     assert client.get("/").status_code == 302
 
 
