@@ -118,6 +118,7 @@ def main():
 
     # SIGTERM ends the portal as Ctrl-C does, so the gateway stops and the folder goes either way.
     signal.signal(signal.SIGTERM, signal.default_int_handler)
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     try:
         with SampleSite(args.build) as site:
             os.environ.update(site.environ)
@@ -129,9 +130,10 @@ def main():
             serve(app, host=args.host, port=args.port, threads=args.threads, ident="portal",
                   clear_untrusted_proxy_headers=True)
     except KeyboardInterrupt:
-        print("\nportal stopped; gateway stopped, temporary folder removed")
+        pass  # waitress may also take it and return
     except (RuntimeError, subprocess.CalledProcessError, OSError) as e:
         sys.exit(f"portal: {e}")
+    print("\nportal stopped; gateway stopped, temporary folder removed")
 
 
 if __name__ == "__main__":

@@ -68,9 +68,10 @@ def document(channel, archive, doc_id, ver):
     for _ in range(max(count, 0)):
         outs = [halqvantor.Ref() for _ in range(11)]
         code = vantor.EASYGetSegmentDescriptionNext(*outs)
-        seg_id, text_length, hit_count, image_length, ext, kind, title, file_name = (o.value for o in outs[:8])
+        seg_id, text_length, hit_count, image_length, ext, kind, title = (o.value for o in outs[:7])
         segments.append({"id": seg_id, "code": code, "text_length": text_length, "hits": hit_count,
-                         "image_length": image_length, "ext": (ext or "").upper(), "kind": SEGMENT_KINDS.get(kind, kind),
+                         "image_length": image_length, "ext": (ext or "").upper(),
+                         "kind": SEGMENT_KINDS.get(kind, kind),
                          "title": title or code})
     for segment in segments:
         segment["references"] = _references(vantor, channel, archive, doc_id, ver, segment) \

@@ -39,7 +39,8 @@ def login_required(view):
     @functools.wraps(view)
     def wrapped(*args, **kwargs):
         if not session.get("uid"):
-            return redirect(url_for("auth.login", next=request.full_path.rstrip("?") if request.method == "GET" else None))
+            back = request.full_path.rstrip("?") if request.method == "GET" else None
+            return redirect(url_for("auth.login", next=back))
         return view(*args, **kwargs)
 
     return wrapped

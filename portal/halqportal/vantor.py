@@ -6,7 +6,7 @@ One `clsVantor` per request, made on first use and ended with the request; it is
 import re
 from dataclasses import dataclass, field
 
-from flask import abort, current_app, g, session
+from flask import abort, current_app, g, redirect, session, url_for
 
 import halqvantor
 
@@ -56,8 +56,9 @@ def page():
         if uid:
             user, password = halqvantor.Ref(), halqvantor.Ref()
             found = page_call(g.vantor.GetUserEASYUser, uid, user, password)
-            if found != 1:
-                raise GatewayFailure("Reading your archive account", "the user directory has no account for you")
+            if found != 1:  # the user left the directory since he logged on
+                session.clear()
+                abort(redirect(url_for("auth.login")))
             g.vantor.strEASYUser = user.value or ""
             g.vantor.strEASYPwd = password.value or ""
     return g.vantor
