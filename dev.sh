@@ -75,6 +75,10 @@ case "$cmd" in
       say "$(basename "$b")"
       "$b"
     done
+    if [ -d build/python/halqvantor ]; then
+      say "python_bench"
+      PYTHONPATH=build/python /usr/bin/python3 bench/python_bench.py build/tools/gateway/vantor-gateway
+    fi
     ;;
   *)
     echo "usage: ./dev.sh {demo [--keep]|test [--sanitize]|build|bench|deps}" >&2
