@@ -60,7 +60,8 @@ case "$cmd" in
     opts=()
     if [ "${1:-}" = "--sanitize" ]; then
       dir=build-sanitize
-      opts=(-DHALQVANTOR_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug)
+      # The Python module stays out: an interpreter without the sanitizers cannot load it.
+      opts=(-DHALQVANTOR_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug -DHALQVANTOR_BUILD_PYTHON=OFF)
       export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
       export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
     fi
