@@ -13,6 +13,8 @@
 #include <halqvantor/clsVantor.h>
 
 #include <algorithm>
+#include <array>
+#include <deque>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
@@ -38,13 +40,18 @@ namespace {
 
 // ---- Values
 
-// The sentinel that leaves an optional argument out, and what a Missing result turns into.
-struct MissingTag {};
+// Ref (a by-reference argument: the call reads .value and writes the output back into it) and MISSING (leaves
+// an optional argument out; a Missing result turns into it) are small Python objects, defined with the
+// exceptions in PYBIND11_MODULE and checked here by type and identity, which costs next to nothing.
+PyTypeObject* ref_type = nullptr;
+PyObject* missing = nullptr;
+PyObject* value_name = nullptr;  // "value", interned
 
-// A by-reference argument: the call reads .value as the input and writes the output back into it.
-struct Ref {
-  py::object value = py::none();
-};
+bool IsRef(py::handle h) { return PyObject_TypeCheck(h.ptr(), ref_type); }
+py::object RefValue(py::handle ref) { return py::reinterpret_steal<py::object>(PyObject_GetAttr(ref.ptr(), value_name)); }
+void SetRefValue(py::handle ref, const py::object& value) {
+  if (PyObject_SetAttr(ref.ptr(), value_name, value.ptr()) != 0) throw py::error_already_set();
+}
 
 // Python objects the module keeps for the life of the process. They are handles, never released: a static
 // py::object would drop its reference after the interpreter has finalized.
@@ -90,7 +97,7 @@ py::object ToPython(const Variant& v) {
     case VarType::Null:
       return py::none();
     case VarType::Missing:
-      return py::cast(MissingTag{});
+      return py::reinterpret_borrow<py::object>(missing);
     case VarType::Boolean:
       return py::bool_(v.ToBoolean());
     case VarType::Integer:
@@ -111,7 +118,7 @@ py::object ToPython(const Variant& v) {
 // holds it (as a literal in a script page), a float Double, a str String, a bool Boolean, a date Date.
 Variant FromPython(const py::handle& value) {
   if (value.is_none()) return Variant::null();
-  if (py::isinstance<MissingTag>(value)) return Variant::missing();
+  if (value.ptr() == missing) return Variant::missing();
   if (py::isinstance<py::bool_>(value)) return Variant(value.cast<bool>());
   if (py::isinstance<py::int_>(value)) {
     int overflow = 0;
@@ -278,57 +285,58 @@ int ParameterIndex(const dispatch::Member& member, std::string_view name) {
   throw dispatch::DispatchError(number, std::string(member.name), argument, text);
 }
 
-py::object Call(PyVantor& self, const dispatch::Member& member, const py::args& args, const py::kwargs& kwargs) {
+PyTypeObject* wsgi_type = nullptr;
+
+py::object Call(PyVantor& self, const dispatch::Member& member, bool keeps_gil, PyObject* const* args,
+                Py_ssize_t nargs, PyObject* kwnames) {
   clsVantor& object = self.Object();
   std::shared_ptr<halqvantor::ScriptingContext> context;
 
   // Arguments in order; keywords name parameters (any case) and fill the gaps with MISSING.
-  std::vector<py::handle> given(args.begin(), args.end());
-  for (const auto& [key, value] : kwargs) {
-    const std::string name = py::str(key);
+  std::vector<py::handle> given(args, args + nargs);
+  const Py_ssize_t nkw = kwnames == nullptr ? 0 : PyTuple_GET_SIZE(kwnames);
+  for (Py_ssize_t k = 0; k < nkw; ++k) {
+    const std::string name = py::str(PyTuple_GET_ITEM(kwnames, k));
     const int index = ParameterIndex(member, name);
     if (index < 0) {
       RaiseRefusal(member, 450, 0, std::string(member.name) + " has no parameter named '" + name + "'");
     }
-    if (static_cast<size_t>(index) < given.size() && !py::isinstance<MissingTag>(given[index])) {
+    if (static_cast<size_t>(index) < given.size() && given[index].ptr() != missing) {
       RaiseRefusal(member, 450, index + 1,
                    std::string(member.name) + ": argument " + std::to_string(index + 1) + " (" +
                        std::string(member.parameters[index].name) + ") is passed twice");
     }
-    static const py::handle kMissing = py::cast(MissingTag{}).release();
-    if (given.size() <= static_cast<size_t>(index)) given.resize(index + 1, kMissing);
-    given[index] = value;
+    if (given.size() <= static_cast<size_t>(index)) given.resize(index + 1, py::handle(missing));
+    given[index] = args[nargs + k];
   }
 
   std::vector<Variant> values;
   values.reserve(given.size());
-  for (size_t i = 0; i < given.size(); ++i) {
-    py::handle value = given[i];
-    if (py::isinstance<WsgiContext>(value)) {
+  for (py::handle value : given) {
+    if (PyObject_TypeCheck(value.ptr(), wsgi_type)) {
       context = value.cast<WsgiContext&>().request;
       values.emplace_back(Variant::missing());
-      continue;
+    } else if (IsRef(value)) {
+      values.push_back(FromPython(RefValue(value)));
+    } else {
+      values.push_back(FromPython(value));
     }
-    if (py::isinstance<Ref>(value)) value = value.cast<Ref&>().value;
-    values.push_back(FromPython(value));
   }
 
   Variant result;
-  if (KeepsTheGil(member)) {
+  if (keeps_gil) {
     result = dispatch::Invoke(object, member, values, context);
   } else {
     py::gil_scoped_release release;
     result = dispatch::Invoke(object, member, values, context);
   }
-  if (context) {
-    // The WSGI request's Python objects are let go of with the GIL held; the object keeps only its C++ side.
-    context.reset();
-  }
+  // The WSGI request's Python objects are let go of with the GIL held; the object keeps only its C++ side.
+  context.reset();
 
   // Outputs back into the Refs that were passed for by-reference parameters.
   for (size_t i = 0; i < given.size() && i < member.parameters.size(); ++i) {
-    if (member.parameters[i].by_reference && py::isinstance<Ref>(given[i]) && !values[i].IsMissing()) {
-      given[i].cast<Ref&>().value = ToPython(values[i]);
+    if (member.parameters[i].by_reference && IsRef(given[i]) && !values[i].IsMissing()) {
+      SetRefValue(given[i], ToPython(values[i]));
     }
   }
   return member.result == dispatch::ResultKind::None ? py::object(py::none()) : ToPython(result);
@@ -341,6 +349,45 @@ void RaiseVantorError(const RuntimeError& error, const dispatch::DispatchError* 
   PyErr_SetObject(VantorErrorType().ptr(), exc.ptr());
 }
 
+// Operation n of the table as a method with the interpreter's fast calling convention: no argument tuple or
+// keyword dict is built for a call. One function per operation, made from its index.
+struct Operation {
+  const dispatch::Member* member = nullptr;
+  bool keeps_gil = false;
+};
+std::vector<Operation> operations;
+
+template <size_t N>
+PyObject* CallOperation(PyObject* self, PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
+  try {
+    const Operation& op = operations[N];
+    return Call(py::cast<PyVantor&>(py::handle(self)), *op.member, op.keeps_gil, args,
+                PyVectorcall_NARGS(nargs), kwnames)
+        .release()
+        .ptr();
+  } catch (py::error_already_set& e) {
+    e.restore();
+  } catch (const py::builtin_exception& e) {
+    e.set_error();
+  } catch (const dispatch::DispatchError& e) {
+    RaiseVantorError(e, &e);
+  } catch (const RuntimeError& e) {
+    RaiseVantorError(e, nullptr);
+  } catch (const WrongThread& e) {
+    PyErr_SetString(ThreadErrorType().ptr(), e.what());
+  } catch (const std::exception& e) {
+    PyErr_SetString(PyExc_RuntimeError, e.what());
+  }
+  return nullptr;
+}
+
+using FastFunction = PyObject* (*)(PyObject*, PyObject* const*, Py_ssize_t, PyObject*);
+template <size_t... N>
+constexpr std::array<FastFunction, sizeof...(N)> FastFunctions(std::index_sequence<N...>) {
+  return {&CallOperation<N>...};
+}
+constexpr size_t kMaxOperations = 80;
+
 }  // namespace
 
 PYBIND11_MODULE(_core, m) {
@@ -348,7 +395,7 @@ PYBIND11_MODULE(_core, m) {
 
   // The exceptions, defined in Python so that they read like any other.
   py::dict scope;
-  py::exec(R"(
+  py::exec(R"py(
 class VantorError(Exception):
     """A run-time error of the component, or a call the dispatch table refuses.
 
@@ -363,7 +410,27 @@ class VantorError(Exception):
 
 class ThreadError(RuntimeError):
     """An object was used on a thread other than the one that created it."""
-)",
+
+class Ref:
+    """A by-reference argument: the call reads .value and writes its output into it."""
+    __slots__ = ("value",)
+    def __init__(self, value=None):
+        self.value = value
+    def __repr__(self):
+        return f"Ref({self.value!r})"
+
+class _Missing:
+    """Leaves an optional argument out (halqvantor.MISSING)."""
+    __slots__ = ()
+    def __repr__(self):
+        return "halqvantor.MISSING"
+    def __bool__(self):
+        return False
+    def __reduce__(self):
+        return "MISSING"
+
+MISSING = _Missing()
+)py",
            scope);
   VantorErrorType() = py::object(scope["VantorError"]).release();
   ThreadErrorType() = py::object(scope["ThreadError"]).release();
@@ -371,6 +438,14 @@ class ThreadError(RuntimeError):
   ThreadErrorType().attr("__module__") = "halqvantor";
   m.attr("VantorError") = VantorErrorType();
   m.attr("ThreadError") = ThreadErrorType();
+  for (const char* name : {"Ref", "_Missing"}) {
+    scope[name].attr("__module__") = "halqvantor";
+    m.attr(name) = scope[name];
+  }
+  ref_type = reinterpret_cast<PyTypeObject*>(py::object(scope["Ref"]).release().ptr());
+  missing = py::object(scope["MISSING"]).release().ptr();
+  m.attr("MISSING") = py::handle(missing);
+  value_name = PyUnicode_InternFromString("value");
   py::register_exception_translator([](std::exception_ptr p) {
     try {
       if (p) std::rethrow_exception(p);
@@ -383,22 +458,11 @@ class ThreadError(RuntimeError):
     }
   });
 
-  py::class_<MissingTag>(m, "_Missing", "Leaves an optional argument out (halqvantor.MISSING).")
-      .def("__repr__", [](const MissingTag&) { return "halqvantor.MISSING"; })
-      .def("__bool__", [](const MissingTag&) { return false; })
-      .def("__eq__", [](const MissingTag&, const py::object& other) { return py::isinstance<MissingTag>(other); })
-      .def("__hash__", [](const MissingTag&) { return 0x4d495353; });
-  m.attr("MISSING") = py::cast(MissingTag{});
-
-  py::class_<Ref>(m, "Ref", "A by-reference argument: the call reads .value and writes its output into it.")
-      .def(py::init([](py::object value) { return Ref{std::move(value)}; }), py::arg("value") = py::none())
-      .def_readwrite("value", &Ref::value)
-      .def("__repr__", [](const Ref& r) { return "Ref(" + std::string(py::repr(r.value)) + ")"; });
-
   py::class_<WsgiContext>(m, "WsgiContext",
                           "The page context of a WSGI request for OnStartPage: TotalBytes is CONTENT_LENGTH, "
                           "BinaryRead reads wsgi.input.")
       .def(py::init(&MakeWsgiContext), py::arg("environ"));
+  wsgi_type = reinterpret_cast<PyTypeObject*>(py::type::of<WsgiContext>().ptr());
 
   py::class_<halqvantor::ObjectOptions>(m, "Options", "Settings of one object outside the interface table.")
       .def_readwrite("max_reply_bytes", &halqvantor::ObjectOptions::max_reply_bytes,
@@ -411,6 +475,9 @@ class ThreadError(RuntimeError):
       "options", [](PyVantor& self) -> halqvantor::ObjectOptions& { return halqvantor::Options(self.Object()); },
       py::return_value_policy::reference_internal, "Settings outside the interface table.");
 
+  static constexpr auto kFast = FastFunctions(std::make_index_sequence<kMaxOperations>{});
+  static std::deque<std::string> method_names;
+  static std::deque<PyMethodDef> method_defs;
   py::list names;
   for (const dispatch::Member& member : dispatch::Members()) {
     const dispatch::Member* mp = &member;
@@ -423,9 +490,17 @@ class ThreadError(RuntimeError):
             dispatch::PutProperty(self.Object(), *mp, FromPython(value));
           });
     } else {
-      cls.def(name.c_str(), [mp](PyVantor& self, const py::args& args, const py::kwargs& kwargs) {
-        return Call(self, *mp, args, kwargs);
-      });
+      if (operations.size() == kMaxOperations) throw std::logic_error("raise kMaxOperations");
+      operations.push_back({mp, KeepsTheGil(member)});
+      method_names.push_back(name);
+      method_defs.push_back(PyMethodDef{method_names.back().c_str(),
+                                        reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(
+                                            kFast[operations.size() - 1])),
+                                        METH_FASTCALL | METH_KEYWORDS, nullptr});
+      py::object method = py::reinterpret_steal<py::object>(
+          PyDescr_NewMethod(reinterpret_cast<PyTypeObject*>(cls.ptr()), &method_defs.back()));
+      if (!method) throw py::error_already_set();
+      py::setattr(cls, name.c_str(), method);
     }
   }
   m.attr("MEMBERS") = py::tuple(names);
@@ -459,8 +534,7 @@ class ThreadError(RuntimeError):
         const dispatch::Member& member = dispatch::MemberNamed(name);
         const dispatch::Member* next = walk.empty() ? nullptr : &dispatch::MemberNamed(walk);
         std::vector<Variant> values;
-        for (const py::handle& a : args) values.push_back(py::isinstance<Ref>(a) ? FromPython(a.cast<Ref&>().value)
-                                                                                  : FromPython(a));
+        for (const py::handle& a : args) values.push_back(IsRef(a) ? FromPython(RefValue(a)) : FromPython(a));
         clsVantor& object = self.Object();
         py::gil_scoped_release release;
         const auto start = std::chrono::steady_clock::now();
