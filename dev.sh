@@ -16,7 +16,8 @@ cd "$(dirname "$0")"
 
 PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev sqlite3
           unixodbc-dev odbc-postgresql postgresql libcli11-dev nlohmann-json3-dev libasio-dev
-          python3-flask python3-waitress gunicorn python3-pytest python3-selenium chromium chromium-driver)
+          python3-dev pybind11-dev python3-pytest
+          python3-flask python3-waitress gunicorn python3-selenium chromium chromium-driver)
 
 say() { printf '\033[1m==> %s\033[0m\n' "$*" >&2; }
 
@@ -70,7 +71,8 @@ case "$cmd" in
     opts=()
     if [ "${1:-}" = "--sanitize" ]; then
       dir=build-sanitize
-      opts=(-DHALQVANTOR_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug)
+      # The Python module stays out: an interpreter without the sanitizers cannot load it.
+      opts=(-DHALQVANTOR_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug -DHALQVANTOR_BUILD_PYTHON=OFF)
       export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
       export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
     fi
@@ -85,6 +87,10 @@ case "$cmd" in
       say "$(basename "$b")"
       "$b"
     done
+    if [ -d build/python/halqvantor ]; then
+      say "python_bench"
+      PYTHONPATH=build/python /usr/bin/python3 bench/python_bench.py build/tools/gateway/vantor-gateway
+    fi
     ;;
   *)
     echo "usage: ./dev.sh {demo [--keep]|portal [--host H] [--port P]|test [--sanitize]|build|bench|deps}" >&2

@@ -1,0 +1,57 @@
+"""Fixtures of the Python module's tests: the reference gateway on a free loopback port over a copy of the
+sample archive, and page objects pointed at it."""
+
+import os
+import shutil
+import subprocess
+import threading
+
+import pytest
+
+import halqvantor
+
+
+@pytest.fixture(scope="session")
+def gateway(tmp_path_factory):
+    binary = os.environ.get("VANTOR_GATEWAY_BINARY")
+    sample = os.environ.get("VANTOR_GATEWAY_SAMPLE")
+    if not binary or not sample:
+        pytest.skip("VANTOR_GATEWAY_BINARY and VANTOR_GATEWAY_SAMPLE are set by CTest")
+    root = tmp_path_factory.mktemp("gateway")
+    data, blob = root / "archive", root / "blob"
+    shutil.copytree(sample, data)
+    blob.mkdir()
+    process = subprocess.Popen([binary, "--data", str(data), "--blob", str(blob), "--port", "0"],
+                               stdout=subprocess.PIPE, text=True)
+    line = []
+    reader = threading.Thread(target=lambda: line.append(process.stdout.readline()), daemon=True)
+    reader.start()
+    reader.join(10)
+    if not line or "listening on" not in line[0]:
+        process.kill()
+        pytest.fail(f"vantor-gateway did not start: {line}")
+    port = int(line[0].rsplit(":", 1)[1])
+    yield {"port": port, "blob": blob}
+    process.terminate()
+    process.wait(10)
+
+
+def make_page(port, blob=None, timeout=10, log=""):
+    v = halqvantor.clsVantor()
+    v.strREMOTEHOST = "127.0.0.1"
+    v.lngREMOTEPORT = port
+    v.lngREQUESTTIMEOUT = timeout
+    v.strSessionID = "PY"
+    v.strEASYUser = "easy"
+    v.strEASYPwd = "easy"
+    if blob is not None:
+        v.strBlobPathLocal = str(blob)
+        v.strBlobPathRemote = str(blob)
+    v.strDebugLogPath = log
+    v.Init()
+    return v
+
+
+@pytest.fixture
+def page(gateway):
+    return make_page(gateway["port"], gateway["blob"])

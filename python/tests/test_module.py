@@ -1,0 +1,232 @@
+"""The Python face of clsVantor: values in and out, by-reference outputs, left-out arguments, errors, the
+object's thread, the GIL during network waits, and a browser post read through a WSGI environ."""
+
+import datetime
+import io
+import os
+import socket
+import subprocess
+import sys
+import threading
+from pathlib import Path
+
+import pytest
+
+import halqvantor
+from conftest import make_page
+from halqvantor import MISSING, Ref, VantorError
+
+# ---- Values
+
+
+@pytest.mark.parametrize("value", [None, True, False, 7, -32768, 70000, 2**31 - 1, 1.5, "Grüße ^,^",
+                                   datetime.datetime(2002, 2, 1, 12, 30)])
+def test_a_value_survives_the_way_into_the_component_and_back(value):
+    # A Next past the end of its list leaves its out-argument alone: the Ref comes back as it went in.
+    v = halqvantor.clsVantor()
+    r = Ref(value)
+    assert v.EASYGetChannelsNext(r) == ""
+    assert r.value == value and type(r.value) is type(value)
+
+
+def test_numbers_beyond_a_long_travel_as_doubles_and_properties_convert_like_assignments():
+    v = halqvantor.clsVantor()
+    r = Ref(2**40)
+    v.EASYGetChannelsNext(r)
+    assert r.value == float(2**40)
+    v.lngREMOTEPORT = "8080"
+    v.lngREQUESTTIMEOUT = 2.5
+    v.strSessionID = 42
+    assert (v.lngREMOTEPORT, v.lngREQUESTTIMEOUT, v.strSessionID) == (8080, 2, "42")
+    v.strremotehost = "gw"  # any case
+    assert v.strREMOTEHOST == "gw" and v.StrRemoteHost == "gw"
+    with pytest.raises(VantorError) as e:
+        v.lngREMOTEPORT = 3_000_000_000
+    assert e.value.number == 6 and e.value.member == "lngREMOTEPORT"
+    with pytest.raises(TypeError):
+        v.strREMOTEHOST = b"bytes"
+
+
+# ---- Errors and refused calls
+
+
+@pytest.mark.parametrize("call, number, member, argument", [
+    (lambda v: v.Decode("zz"), 13, None, 0),
+    (lambda v: v.Encode("x" * 40000), 6, None, 0),
+    (lambda v: v.EASYNoSuchThing(), 438, "EASYNoSuchThing", 0),
+    (lambda v: v.EASYTransferBLOB(), 449, "EASYTransferBLOB", 1),
+    (lambda v: v.EASYTransferBLOB(MISSING, 10), 449, "EASYTransferBLOB", 1),
+    (lambda v: v.EASYGetChannelsInit(Ref(), 2), 450, "EASYGetChannelsInit", 0),
+    (lambda v: v.EASYGetArchivesInit("A", strNothing=Ref()), 450, "EASYGetArchivesInit", 0),
+    (lambda v: v.EASYGetArchivesInit("A", strChannel="B"), 450, "EASYGetArchivesInit", 1),
+])
+def test_errors_carry_the_vb_number_and_name_the_member(call, number, member, argument):
+    with pytest.raises(VantorError) as e:
+        call(halqvantor.clsVantor())
+    assert (e.value.number, e.value.member, e.value.argument) == (number, member, argument)
+    assert str(number) in str(e.value) and e.value.description
+
+
+def test_a_misspelt_property_is_refused_instead_of_becoming_a_new_attribute():
+    v = halqvantor.clsVantor()
+    with pytest.raises(VantorError) as e:
+        v.strREMOTEHST = "gw"
+    assert e.value.number == 438
+    assert not hasattr(v, "strREMOTEHST")
+
+
+# ---- Against the reference gateway
+
+
+def test_members_by_name_with_outputs_left_out_arguments_and_keywords(page):
+    status = Ref("stale")
+    count = page.easygetchannelsinit(status)
+    assert count >= 1 and status.value == ""
+    channels = [page.EASYGetChannelsNext() for _ in range(count)]
+    assert "FIBU" in channels and page.EASYGetChannelsNext() == ""
+    assert page.channels()[0][0] == channels[0]
+
+    # Outputs left out in the middle, a status by keyword.
+    total, status = Ref(), Ref()
+    n = page.EASYQueryArchiveInit("FIBU", "Eingangsrechnungen", "", 100, 0, MISSING, MISSING, MISSING, MISSING,
+                                  total, strStatus=status)
+    assert status.value == "" and n == int(total.value) + 1
+    length, title = Ref(), Ref()
+    assert page.EASYGetDocumentInfo("FIBU", "Eingangsrechnungen", "1000001", "1", length, strTitel=title) == 1
+    assert int(length.value) > 0 and title.value
+
+    failed = Ref()
+    assert page.EASYGetArchivesInit("NOSUCHCHANNEL", failed) == -1 and failed.value
+
+
+def test_the_walk_helpers_give_what_the_members_give(page):
+    hits = page.query("FIBU", "Eingangsrechnungen", "", max_lines=100, query_max=0)
+    assert hits.titles and len(hits.hits) == hits.total
+    assert all(len(h.columns) == len(hits.titles) for h in hits.hits)
+    ids = [h.doc_id for h in hits.hits]
+    down = [h.doc_id for h in page.sort_hits(0).hits]
+    up = [h.doc_id for h in page.sort_hits(0).hits]
+    assert sorted(ids, key=int) == up == down[::-1]
+
+    page.EASYWriteNote("FIBU", "Eingangsrechnungen", "1000001", "1", "Zeile 1\r\nZeile 2")
+    notes = page.notes("FIBU", "Eingangsrechnungen", "1000001", "1")
+    assert notes[-1].text == "Zeile 1\r\nZeile 2" and notes[-1].author
+
+    masks = page.masks("FIBU", "Eingangsrechnungen")
+    assert masks and masks[0].name and masks[0].fields and masks[0].fields[0].name
+
+    with pytest.raises(halqvantor.GatewayError) as e:
+        page.archives("NOSUCHCHANNEL")
+    assert e.value.status
+
+
+def test_stubs_list_every_member_as_the_table_has_it():
+    stubs = Path(__file__).parents[1] / "halqvantor" / "__init__.pyi"
+    generated = subprocess.run([sys.executable, str(Path(__file__).parents[1] / "gen_stubs.py")],
+                               capture_output=True, text=True, check=True).stdout
+    assert generated == stubs.read_text(), "run python/gen_stubs.py to renew halqvantor/__init__.pyi"
+
+
+# ---- Threads
+
+
+def run_on_thread(fn):
+    out = {}
+
+    def body():
+        try:
+            out["value"] = fn()
+        except BaseException as e:  # handed to the caller
+            out["error"] = e
+    t = threading.Thread(target=body)
+    t.start()
+    t.join(30)
+    if "error" in out:
+        raise out["error"]
+    return out.get("value")
+
+
+def test_an_object_is_used_only_on_its_own_thread_and_ended_there(tmp_path):
+    v = halqvantor.clsVantor()
+    v.strDebugLogPath = str(tmp_path)
+    v.strSessionID = "T"
+    v.Init()
+    with pytest.raises(halqvantor.ThreadError, match="create one object per page"):
+        run_on_thread(lambda: v.Encode("x"))
+    assert v.Encode("x") == "AB"
+
+    # Dropped on another thread, the object is ended when its own thread next makes one.
+    holder = [v]
+    del v
+    run_on_thread(holder.clear)
+    log = tmp_path / "T.LOG"
+    assert "Sitzung beendet" not in log.read_text(encoding="utf-8")
+    halqvantor.clsVantor()
+    assert "Sitzung beendet" in log.read_text(encoding="utf-8")
+
+
+def test_a_network_wait_lets_other_python_threads_run():
+    # A gateway that holds its answer back until the main thread, running Python, says so.
+    listener = socket.create_server(("127.0.0.1", 0))
+    port = listener.getsockname()[1]
+    request_in, release = threading.Event(), threading.Event()
+
+    def serve():
+        conn, _ = listener.accept()
+        with conn:
+            conn.recv(65536)
+            request_in.set()
+            release.wait(20)
+            payload = b"Status: OK\r\nKANAL,Beschreibung\r\n"
+            conn.sendall(b"TotalBytes:%d\r\n" % len(payload) + payload)
+            conn.recv(1)
+    server = threading.Thread(target=serve, daemon=True)
+    server.start()
+
+    result = {}
+
+    def page():
+        v = make_page(port, timeout=20)
+        status = Ref()
+        result["count"] = v.EASYGetChannelsInit(status)
+        result["status"] = status.value
+    client = threading.Thread(target=page)
+    client.start()
+    assert request_in.wait(20), "the gateway thread never ran while the page waited"
+    assert client.is_alive()  # still waiting for the answer, and this thread runs meanwhile
+    release.set()
+    client.join(20)
+    listener.close()
+    assert result == {"count": 1, "status": ""}
+
+
+# ---- A browser post through a WSGI environ
+
+
+class TrickleInput(io.BytesIO):
+    """wsgi.input that hands out at most 7 bytes a read, as a slow socket may."""
+
+    def read(self, size=-1):
+        return super().read(min(size, 7) if size and size > 0 else 7)
+
+
+def test_upload_file_reads_the_post_from_a_wsgi_environ(tmp_path):
+    content = bytes(range(256)) * 20
+    body = (b"--XyZ\r\nContent-Disposition: form-data; name=\"file\"; filename=\"C:\\Scans\\brief 1.pdf\"\r\n"
+            b"Content-Type: application/pdf\r\n\r\n" + content + b"\r\n--XyZ--\r\n")
+    environ = {"CONTENT_LENGTH": str(len(body)), "wsgi.input": TrickleInput(body),
+               "CONTENT_TYPE": "multipart/form-data; boundary=XyZ"}
+    v = halqvantor.clsVantor()
+    v.strBlobPathLocal = str(tmp_path)
+    v.Init()
+    v.OnStartPage(halqvantor.WsgiContext(environ))
+    name, size = Ref(), Ref()
+    assert v.UploadFile("K7", name, size) is True
+    assert name.value == "brief 1.pdf" and size.value == len(content)
+    assert (tmp_path / "K7_brief 1.pdf").read_bytes() == content
+    v.OnEndPage()
+
+    # No body at all: nothing stored, nothing raised.
+    v.OnStartPage(halqvantor.WsgiContext({"CONTENT_LENGTH": "", "wsgi.input": io.BytesIO()}))
+    assert v.UploadFile() is False
+    assert sorted(os.listdir(tmp_path)) == ["K7_brief 1.pdf"]
