@@ -7,9 +7,25 @@ import pytest
 
 pytest.importorskip("selenium", reason="python3-selenium is not installed")
 from selenium.webdriver.common.by import By  # noqa: E402
-from selenium.webdriver.support.ui import Select  # noqa: E402
+from selenium.common.exceptions import WebDriverException  # noqa: E402
+from selenium.webdriver.support.ui import Select, WebDriverWait  # noqa: E402
 
 INVOICES = "/a/FIBU/Eingangsrechnungen/"
+
+
+def follow(browser, by, value):
+    """Clicks an element that loads a new page and waits until the new page is there."""
+    page = browser.find_element(By.TAG_NAME, "html")
+    browser.find_element(by, value).click()
+
+    def replaced(_):
+        try:
+            page.is_enabled()
+            return False
+        except WebDriverException:  # stale, or no longer part of the document
+            return True
+
+    WebDriverWait(browser, 10).until(replaced)
 
 
 def sign_in(browser, server, name, password):
@@ -17,14 +33,14 @@ def sign_in(browser, server, name, password):
     browser.get(server + "/login")
     browser.find_element(By.ID, "name").send_keys(name)
     browser.find_element(By.ID, "password").send_keys(password)
-    browser.find_element(By.ID, "logon").click()
+    follow(browser, By.ID, "logon")
 
 
 def search(browser, server, **fields):
     browser.get(server + INVOICES)
     for field_id, value in fields.items():
         browser.find_element(By.ID, field_id).send_keys(value)
-    browser.find_element(By.ID, "search").click()
+    follow(browser, By.ID, "search")
 
 
 def hit_column(browser, index):
@@ -57,7 +73,7 @@ def test_log_on_refused_then_accepted_then_off(browser, server, shot):
     assert [h.text for h in browser.find_elements(By.CSS_SELECTOR, ".channel h2")] == ["FIBU", "VERTRAG"]
     assert browser.find_element(By.LINK_TEXT, "Eingangsrechnungen")
     shot("02-archives")
-    browser.find_element(By.ID, "logoff").click()
+    follow(browser, By.ID, "logoff")
     browser.get(server + INVOICES)
     assert browser.find_element(By.ID, "logon")  # back at the log-on
 
@@ -67,35 +83,35 @@ def test_query_then_sort_by_clicking_a_column_twice(browser, server, shot):
     browser.get(server + INVOICES)
     assert Select(browser.find_element(By.ID, "f6")).options[1].text == "offen"  # a select list as drop-down
     shot("03-query-form")
-    browser.find_element(By.ID, "search").click()
+    follow(browser, By.ID, "search")
     found = documents(browser)
     assert len(found) == 14
     shot("04-hit-list")
 
-    browser.find_element(By.PARTIAL_LINK_TEXT, "Lieferant").click()
+    follow(browser, By.PARTIAL_LINK_TEXT, "Lieferant")
     first, suppliers = documents(browser), [s.upper() for s in hit_column(browser, 1)]
     assert sorted(first) == sorted(found)
     assert suppliers in (sorted(suppliers), sorted(suppliers, reverse=True))
-    browser.find_element(By.PARTIAL_LINK_TEXT, "Lieferant").click()
+    follow(browser, By.PARTIAL_LINK_TEXT, "Lieferant")
     assert documents(browser) == first[::-1]
     shot("05-hit-list-sorted-twice")
 
-    browser.find_elements(By.CSS_SELECTOR, "#hits button.danger")[0].click()  # remove the first hit
+    follow(browser, By.CSS_SELECTOR, "#hits button.danger")  # remove the first hit
     assert documents(browser) == first[::-1][1:]
-    browser.find_element(By.ID, "restore").click()
+    follow(browser, By.ID, "restore")
     assert len(documents(browser)) == 14
 
 
 def test_document_shows_the_marked_hits_and_downloads_a_segment(browser, server, site, downloads, shot):
     sign_in(browser, server, "anna", "Portal2002")
     search(browser, server, text="meier")
-    browser.find_element(By.LINK_TEXT, "1000001/1").click()
+    follow(browser, By.LINK_TEXT, "1000001/1")
     assert browser.find_element(By.ID, "doc-title").text == "Rechnung 2002-0117 Meier GmbH"
     marks = browser.find_elements(By.CSS_SELECTOR, "pre.text mark")
     assert marks and {m.text.lower() for m in marks} == {"meier"}
     shot("06-document")
 
-    browser.find_element(By.ID, "download-ORIGINAL").click()
+    browser.find_element(By.ID, "download-ORIGINAL").click()  # a download: the page stays
     fetched = os.path.join(downloads, "1000001_1_3.PDF")
     assert wait_for_file(fetched)
     with open(fetched, "rb") as got, open(site.path("data/files/rechnung_original.pdf"), "rb") as kept:
@@ -106,7 +122,7 @@ def test_a_note_is_added(browser, server, shot):
     sign_in(browser, server, "anna", "Portal2002")
     browser.get(server + "/d/FIBU/Eingangsrechnungen/1000002/1")
     browser.find_element(By.ID, "note").send_keys("Im Portal geprüft\nFreigabe erteilt")
-    browser.find_element(By.ID, "add-note").click()
+    follow(browser, By.ID, "add-note")
     assert "Note added." in flash(browser)
     assert browser.find_elements(By.CSS_SELECTOR, ".note p")[-1].text == "Im Portal geprüft\nFreigabe erteilt"
     shot("07-note-added")
@@ -118,13 +134,13 @@ def test_upload_then_create_a_document_from_a_mask_and_find_it(browser, server, 
     sign_in(browser, server, "anna", "Portal2002")
     browser.get(server + "/upload")
     browser.find_element(By.ID, "file").send_keys(str(scan))
-    browser.find_element(By.ID, "upload").click()
+    follow(browser, By.ID, "upload")
     assert "lieferschein.pdf" in browser.find_element(By.ID, "uploads").text
     stored = [n for n in os.listdir(site.path("blob")) if n.endswith("_lieferschein.pdf")]
     assert len(stored) == 1 and open(site.path("blob/" + stored[0]), "rb").read() == scan.read_bytes()
     shot("08-uploaded")
 
-    browser.find_element(By.LINK_TEXT, "Eingangsrechnungen").click()
+    follow(browser, By.LINK_TEXT, "Eingangsrechnungen")
     browser.find_element(By.ID, "title").send_keys("Rechnung 2026-0042 Portal GmbH")
     browser.find_element(By.ID, "v1").send_keys("2026-0042")
     browser.find_element(By.ID, "v2").send_keys("Portal GmbH")
@@ -132,7 +148,7 @@ def test_upload_then_create_a_document_from_a_mask_and_find_it(browser, server, 
     Select(browser.find_element(By.ID, "attach")).select_by_visible_text("lieferschein.pdf")
     Select(browser.find_element(By.ID, "segment")).select_by_value("ORIGINAL")
     shot("09-new-document-form")
-    browser.find_element(By.ID, "create").click()
+    follow(browser, By.ID, "create")
     assert browser.find_element(By.ID, "doc-title").text == "Rechnung 2026-0042 Portal GmbH", flash(browser)
     assert "created" in flash(browser)
     shot("10-document-created")
