@@ -53,7 +53,13 @@ def init_app(app):
 
     @app.context_processor
     def signed_in():
-        return {"user_name": session.get("name") if session.get("uid") else None}
+        if not session.get("uid"):
+            return {"user_name": None, "may_upload": False}
+        try:
+            may_upload = "UPLOAD" in vantor.rights().rights
+        except Exception:  # an error page of a directory that cannot be read still renders
+            may_upload = False
+        return {"user_name": session.get("name"), "may_upload": may_upload}
 
     @app.after_request
     def no_caching(response):
