@@ -31,6 +31,21 @@ def test_typed_urls_outside_the_rights_are_refused(client, user, password, path)
     assert b"No access" in response.data
 
 
+@pytest.mark.parametrize("method, path, data, status", [
+    ("GET", "/a/FIBU/Eingangsrechnungen/hits?f2=Mei^er", None, 400),  # ^ would break the request's framing
+    ("GET", "/a/FIBU/Eingangsrechnungen/hits?f2=(x", None, 400),
+    ("GET", "/a/FIBU/Eingangsrechnungen/hits?sort=99&rev=1", None, 200),  # no such column: unsorted
+    ("GET", INVOICE + "?q=a^b", None, 400),
+    ("GET", "/d/FIBU/Eingangsrechnungen/9999999/1", None, 404),
+    ("POST", INVOICE + "/notes", {"note": "a^,^b"}, 302),  # refused with a message, nothing sent
+])
+def test_bad_input_gets_an_answer_not_a_crash(client, method, path, data, status):
+    log_on(client, "anna", "Portal2002")
+    if data is not None:
+        data["csrf_token"] = csrf_of(client.get(INVOICE).get_data(as_text=True))
+    assert client.open(path, method=method, data=data).status_code == status
+
+
 def test_pages_need_a_log_on(client):
     response = client.get(INVOICE + "/segment/BELEG")
     assert response.status_code == 302 and "/login" in response.headers["Location"]
