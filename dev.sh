@@ -12,7 +12,8 @@ set -euo pipefail
 cd "$(dirname "$0")"
 
 PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev sqlite3
-          unixodbc-dev odbc-postgresql postgresql libcli11-dev nlohmann-json3-dev libasio-dev)
+          unixodbc-dev odbc-postgresql postgresql libcli11-dev nlohmann-json3-dev libasio-dev libsodium-dev
+          pkg-config)
 
 say() { printf '\033[1m==> %s\033[0m\n' "$*" >&2; }
 
