@@ -17,7 +17,8 @@ cd "$(dirname "$0")"
 PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev sqlite3
           unixodbc-dev odbc-postgresql postgresql libcli11-dev nlohmann-json3-dev libasio-dev
           python3-dev pybind11-dev python3-pytest
-          python3-flask python3-waitress gunicorn python3-selenium chromium chromium-driver)
+          python3-flask python3-waitress gunicorn python3-selenium chromium chromium-driver
+          libsodium-dev pkg-config)
 
 say() { printf '\033[1m==> %s\033[0m\n' "$*" >&2; }
 

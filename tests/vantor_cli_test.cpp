@@ -195,7 +195,13 @@ TEST_F(VantorCli, UserDirectoryFromInitdbThroughRights) {
 
   EXPECT_EQ(Run({"adduser", "anna", "Geheim1", "--easy-user", "easy", "--easy-password", "easy"}).out,
             "added anna with user id 1\n");
-  EXPECT_EQ(Run({"adduser", "bernd", "pw"}).out, "added bernd with user id 2\n");
+  Outcome bernd = Run({"adduser", "bernd", "pw"});
+  EXPECT_EQ(bernd.out, "added bernd with user id 2\n");
+  EXPECT_EQ(bernd.err, "");
+  // The encoded format cannot keep umlauts: the user is added, with a warning.
+  Outcome lossy = Run({"adduser", "dora", "Grüße2002"});
+  EXPECT_EQ(lossy.out, "added dora with user id 3\n");
+  EXPECT_THAT(lossy.err, HasSubstr("warning: the password of dora does not survive the encoded format"));
   EXPECT_EQ(Run({"adduser", "carl", "pw", "--easy-user", "x"}).code, 2);  // the account needs its password
 
   EXPECT_EQ(Run({"logon", "anna", "geheim1"}).out, "anna: user id 1\n");  // passwords compare without case
@@ -241,6 +247,22 @@ TEST_F(VantorCli, InitdbWithTheDemoUsers) {
   EXPECT_THAT(created.out, HasSubstr("the demo's users"));
   EXPECT_EQ(Run({"logon", "anna", "Portal2002"}).out, "anna: user id 1\n");
   EXPECT_EQ(Run({"--json", "rights", "bert"}).Json()["archives"], json({"Verträge"}));
+}
+
+TEST_F(VantorCli, StrongPasswordsFromInitdb) {
+  db_ = dir_.File("strong.db");
+  Outcome created = RunLine({"initdb", "--strong-passwords", db_});
+  ASSERT_EQ(created.code, 0) << created.err;
+  EXPECT_THAT(created.out, HasSubstr("(12 tables; passwords stored as Argon2id hashes)"));
+  Outcome added = Run({"adduser", "dora", "Grüße2002"});
+  EXPECT_EQ(added.out, "added dora with user id 1\n");
+  EXPECT_EQ(added.err, "");  // a hash keeps any password
+  EXPECT_EQ(Run({"logon", "dora", "Grüße2002"}).out, "dora: user id 1\n");
+  EXPECT_EQ(Run({"logon", "dora", "grüße2002"}).code, 1);  // exactly, case included
+  auto connection = halqvantor::platform::NewSqliteConnection();
+  connection->Open(db_);
+  auto rs = connection->Execute("SELECT Passwd FROM Users");
+  EXPECT_TRUE(rs->Field(0).ToString().starts_with("$argon2id$"));
 }
 
 TEST_F(VantorCli, FailuresAndBadUsage) {

@@ -15,10 +15,22 @@ struct ObjectOptions {
   // The largest reply payload, in bytes, that a request accepts; a reply announcing or sending more fails at
   // once and its connection is closed.
   int64_t max_reply_bytes = int64_t{1} << 30;
+  // The format in which WriteUserToDB and ChangePasswd store a log-on password. false: the reversible
+  // encoding of Encode, which existing directories hold and which CheckLogon compares without regard to
+  // case. true: a salted Argon2id hash ("$argon2id$..."), compared exactly, every character and its case;
+  // an encoded password is then replaced by its hash at its next log-on that gives it exactly. CheckLogon
+  // accepts both formats either way; archive passwords stay encoded, as requests must carry them.
+  bool strong_passwords = false;
 };
 
 // The options of `object`, to read or change.
 ObjectOptions& Options(clsVantor& object);
 const ObjectOptions& Options(const clsVantor& object);
+
+// Sets the options that a user database records for itself, after Init has opened it: the one row of its
+// DirectorySettings table (which `vantor initdb` creates), whose StrongPasswords column sets
+// strong_passwords (1 on, 0 off). True when the database holds that row; false, options unchanged, when the
+// object has no open user database or the database no such table or row.
+bool ApplyDirectorySettings(clsVantor& object);
 
 }  // namespace halqvantor

@@ -68,13 +68,14 @@ class clsVantor {
   //
   // These run SQL on the user database that Init opened from strDBConnect. None raises: any failure (a
   // database error, a conversion, a closed connection) is written to the debug log as "Allgemeiner Fehler in
-  // Funktion '<name>': <number> - <text>." and the result is -1 as an Integer. Values are spliced into the
-  // statements as passed; a text holding an apostrophe, a user number that is not a whole number or a table
-  // or field name that is not a plain name fails that way before anything reaches the database.
+  // Funktion '<name>': <number> - <text>." and the result is -1 as an Integer. Texts (names, passwords,
+  // channels, archives) are bound to the statements as values, so any text, apostrophes included, is only
+  // ever compared or stored, never read as SQL. A user number that is not a whole number or a table or field
+  // name that is not a plain name fails that way before anything reaches the database.
 
-  // Adds a user numbered MAX(UserID) + 1 with the password encoded; the archive account (name plain,
-  // password encoded) is stored only when both strEASYUser and strEASYPasswd are passed. Result: the new
-  // UserID as a Long, or -1.
+  // Adds a user numbered MAX(UserID) + 1 with the password encoded (hashed when the object's
+  // strong_passwords option is set); the archive account (name plain, password encoded) is stored only when
+  // both strEASYUser and strEASYPasswd are passed. Result: the new UserID as a Long, or -1.
   Variant WriteUserToDB(const Variant& strUser, const Variant& strPasswd,
                         const Variant& strEASYUser = Variant::missing(),
                         const Variant& strEASYPasswd = Variant::missing());
@@ -82,10 +83,12 @@ class clsVantor {
   // Integer for an empty table or all NULL.
   Variant GetNextDBObjectID(const Variant& strField, const Variant& strTable);
   // The user's UserID (as the column delivers it) when the name is found and, if strPasswd is passed, the
-  // stored password matches it without regard to case; 0 (Integer) otherwise, also for a NULL password.
+  // stored password matches it: an encoded one without regard to case, a hashed one exactly; 0 (Integer)
+  // otherwise, also for a NULL password. With strong_passwords set, a good log-on replaces an encoded
+  // password that it gave exactly by its hash.
   Variant CheckLogon(const Variant& strUser, const Variant& strPasswd = Variant::missing());
   // CheckLogon with the old password as an Integer; when it is 1 or more, every row of that name gets the new
-  // password.
+  // password (encoded, or hashed when strong_passwords is set).
   Variant ChangePasswd(const Variant& strUser, const Variant& strPasswdOld, const Variant& strPasswdNew);
   // The rights of a user and of his direct groups, each as "^" + RightID + "^", joined by ",". Result: the
   // number of rows as a Long. strRights is "" from the start, and keeps what was built at a failure.

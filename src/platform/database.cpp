@@ -157,9 +157,10 @@ class DispatchingConnection final : public Connection {
     backend->Open(connect_string);
     backend_ = std::move(backend);
   }
-  std::unique_ptr<Recordset> Execute(const std::string& sql) override {
+  using Connection::Execute;
+  std::unique_ptr<Recordset> Execute(const std::string& sql, const std::vector<Variant>& params) override {
     if (!backend_) throw DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
-    return backend_->Execute(sql);
+    return backend_->Execute(sql, params);
   }
   int32_t State() const override { return backend_ ? backend_->State() : kAdStateClosed; }
   void Close() override {

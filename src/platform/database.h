@@ -69,9 +69,14 @@ class Connection {
   // connection stays closed) and 3705 when it is already open.
   virtual void Open(const std::string& connect_string) = 0;
   // Runs exactly one statement: a text holding a second one is refused before it reaches the database.
+  // `params` are bound in order to the statement's "?" placeholders, so no value is ever read as SQL: a
+  // String as text, Integer, Long, Byte and Boolean as whole numbers, Double and Date as reals, Null and
+  // Missing as NULL, Empty as "". A statement whose placeholders do not match params.size() is refused.
   // Returns the rows of a statement that yields a result set, nullptr for any other statement. Raises 3704
   // when the connection is not open.
-  virtual std::unique_ptr<Recordset> Execute(const std::string& sql) = 0;
+  virtual std::unique_ptr<Recordset> Execute(const std::string& sql, const std::vector<Variant>& params) = 0;
+  // A statement without placeholders.
+  std::unique_ptr<Recordset> Execute(const std::string& sql) { return Execute(sql, {}); }
   virtual int32_t State() const = 0;
   // Closes the connection (nothing happens when it is closed). Record sets still open must not be read
   // afterwards.

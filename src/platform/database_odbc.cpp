@@ -3,6 +3,7 @@
 #include <sql.h>
 #include <sqlext.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <optional>
@@ -221,6 +222,68 @@ class OdbcRecordset final : public Recordset {
   bool eof_ = false;
 };
 
+// The values of one statement in the buffers that SQLBindParameter points at: texts as UTF-8 characters,
+// whole numbers as 64-bit integers, reals as doubles, NULL by its indicator.
+class BoundValues {
+ public:
+  explicit BoundValues(const std::vector<Variant>& params) : params_(params) {
+    texts_.reserve(params.size());
+    numbers_.resize(params.size());
+    reals_.resize(params.size());
+    indicators_.resize(params.size());
+  }
+
+  SQLRETURN BindTo(SQLHSTMT stmt) {
+    for (size_t i = 0; i < params_.size(); ++i) {
+      const Variant& value = params_[i];
+      const auto number = static_cast<SQLUSMALLINT>(i + 1);
+      SQLRETURN rc = SQL_SUCCESS;
+      switch (value.type()) {
+        case VarType::Null:
+        case VarType::Missing:
+          indicators_[i] = SQL_NULL_DATA;
+          rc = SQLBindParameter(stmt, number, SQL_PARAM_INPUT, SQL_C_CHAR, SQL_VARCHAR, 1, 0, nullptr, 0,
+                                &indicators_[i]);
+          break;
+        case VarType::Integer:
+        case VarType::Long:
+        case VarType::Byte:
+        case VarType::Boolean:
+          numbers_[i] = static_cast<SQLBIGINT>(value.ToDouble());
+          indicators_[i] = 0;
+          rc = SQLBindParameter(stmt, number, SQL_PARAM_INPUT, SQL_C_SBIGINT, SQL_BIGINT, 0, 0, &numbers_[i], 0,
+                                &indicators_[i]);
+          break;
+        case VarType::Double:
+        case VarType::Date:
+          reals_[i] = value.ToDouble();
+          indicators_[i] = 0;
+          rc = SQLBindParameter(stmt, number, SQL_PARAM_INPUT, SQL_C_DOUBLE, SQL_DOUBLE, 0, 0, &reals_[i], 0,
+                                &indicators_[i]);
+          break;
+        default: {
+          std::string& text = texts_.emplace_back(value.ToString());
+          indicators_[i] = static_cast<SQLLEN>(text.size());
+          // Servers cap a plain VARCHAR parameter (SQL Server at 8000 bytes); longer texts go as long ones.
+          const SQLSMALLINT type = text.size() > 4000 ? SQL_LONGVARCHAR : SQL_VARCHAR;
+          rc = SQLBindParameter(stmt, number, SQL_PARAM_INPUT, SQL_C_CHAR, type, std::max<SQLULEN>(text.size(), 1), 0, text.data(), static_cast<SQLLEN>(text.size()),
+                                &indicators_[i]);
+          break;
+        }
+      }
+      if (!Ok(rc)) return rc;
+    }
+    return SQL_SUCCESS;
+  }
+
+ private:
+  const std::vector<Variant>& params_;
+  std::vector<std::string> texts_;  // reserved up front, so the bound pointers stay put
+  std::vector<SQLBIGINT> numbers_;
+  std::vector<double> reals_;
+  std::vector<SQLLEN> indicators_;
+};
+
 class OdbcConnection final : public Connection {
  public:
   ~OdbcConnection() override { Close(); }
@@ -245,7 +308,8 @@ class OdbcConnection final : public Connection {
     link_ = std::move(link);
   }
 
-  std::unique_ptr<Recordset> Execute(const std::string& sql) override {
+  using Connection::Execute;
+  std::unique_ptr<Recordset> Execute(const std::string& sql, const std::vector<Variant>& params) override {
     if (!link_) throw DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
     // The driver would run a second statement behind a ";"; only one goes through.
     if (SplitSqlScript(sql).size() > 1) throw DatabaseError(-1, "more than one statement in one Execute");
@@ -254,7 +318,26 @@ class OdbcConnection final : public Connection {
       throw DiagnosticOf(SQL_HANDLE_DBC, link_->dbc, "no ODBC statement handle");
     }
     std::string text = sql;
-    const SQLRETURN rc = SQLExecDirect(stmt, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS);
+    // The bound values must live until the statement has run.
+    BoundValues bound(params);
+    if (!params.empty()) {
+      SQLRETURN prepared = SQLPrepare(stmt, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS);
+      SQLSMALLINT placeholders = 0;
+      if (Ok(prepared) && Ok(SQLNumParams(stmt, &placeholders)) &&
+          static_cast<size_t>(placeholders) != params.size()) {
+        SQLFreeHandle(SQL_HANDLE_STMT, stmt);
+        throw DatabaseError(-1, "the statement has " + std::to_string(placeholders) + " placeholders for " +
+                                    std::to_string(params.size()) + " values");
+      }
+      if (Ok(prepared)) prepared = bound.BindTo(stmt);
+      if (!Ok(prepared)) {
+        DatabaseError error = DiagnosticOf(SQL_HANDLE_STMT, stmt, "the statement could not be prepared");
+        SQLFreeHandle(SQL_HANDLE_STMT, stmt);
+        throw error;
+      }
+    }
+    const SQLRETURN rc = params.empty() ? SQLExecDirect(stmt, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS)
+                                        : SQLExecute(stmt);
     if (!Ok(rc) && rc != SQL_NO_DATA) {
       DatabaseError error = DiagnosticOf(SQL_HANDLE_STMT, stmt, "the statement failed");
       SQLFreeHandle(SQL_HANDLE_STMT, stmt);

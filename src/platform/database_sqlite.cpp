@@ -92,6 +92,44 @@ class SqliteRecordset final : public Recordset {
   bool eof_;
 };
 
+std::string PlaceholderMismatch(int placeholders, size_t values) {
+  return "the statement has " + std::to_string(placeholders) + " placeholders for " + std::to_string(values) +
+         " values";
+}
+
+// Binds `params` to the placeholders 1..n of `stmt`; SQLITE_RANGE when their numbers differ.
+int Bind(sqlite3_stmt* stmt, const std::vector<Variant>& params) {
+  if (static_cast<size_t>(sqlite3_bind_parameter_count(stmt)) != params.size()) return SQLITE_RANGE;
+  for (size_t i = 0; i < params.size(); ++i) {
+    const Variant& value = params[i];
+    const int index = static_cast<int>(i + 1);
+    int rc = SQLITE_OK;
+    switch (value.type()) {
+      case VarType::Null:
+      case VarType::Missing:
+        rc = sqlite3_bind_null(stmt, index);
+        break;
+      case VarType::Integer:
+      case VarType::Long:
+      case VarType::Byte:
+      case VarType::Boolean:
+        rc = sqlite3_bind_int64(stmt, index, static_cast<sqlite3_int64>(value.ToDouble()));
+        break;
+      case VarType::Double:
+      case VarType::Date:
+        rc = sqlite3_bind_double(stmt, index, value.ToDouble());
+        break;
+      default: {
+        const std::string text = value.ToString();
+        rc = sqlite3_bind_text64(stmt, index, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+        break;
+      }
+    }
+    if (rc != SQLITE_OK) return rc;
+  }
+  return SQLITE_OK;
+}
+
 class SqliteConnection final : public Connection {
  public:
   explicit SqliteConnection(bool create_missing) : create_missing_(create_missing) {}
@@ -114,16 +152,27 @@ class SqliteConnection final : public Connection {
     db_ = db;
   }
 
-  std::unique_ptr<Recordset> Execute(const std::string& sql) override {
+  using Connection::Execute;
+  std::unique_ptr<Recordset> Execute(const std::string& sql, const std::vector<Variant>& params) override {
     if (db_ == nullptr) throw DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
     sqlite3_stmt* stmt = nullptr;
     const char* tail = nullptr;
     int rc = sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &stmt, &tail);
     if (rc != SQLITE_OK) ThrowFrom(db_, rc);
-    if (stmt == nullptr) return nullptr;  // only blanks or comments
+    if (stmt == nullptr) {  // only blanks or comments
+      if (!params.empty()) throw DatabaseError(SQLITE_RANGE, PlaceholderMismatch(0, params.size()));
+      return nullptr;
+    }
     if (tail != nullptr && !SplitSqlScript(tail).empty()) {
       sqlite3_finalize(stmt);
       throw DatabaseError(SQLITE_ERROR, "more than one statement in one Execute");
+    }
+    rc = Bind(stmt, params);
+    if (rc != SQLITE_OK) {
+      const int placeholders = sqlite3_bind_parameter_count(stmt);
+      sqlite3_finalize(stmt);
+      if (rc == SQLITE_RANGE) throw DatabaseError(rc, PlaceholderMismatch(placeholders, params.size()));
+      throw DatabaseError(rc & 0xff, sqlite3_errstr(rc));
     }
     rc = sqlite3_step(stmt);
     if (rc != SQLITE_ROW && rc != SQLITE_DONE) {

@@ -11,7 +11,6 @@ using users::Database;
 using users::Logged;
 using users::OutText;
 using users::SqlNumber;
-using users::SqlText;
 
 Variant clsVantor::GetUserDocRights(const Variant& lngUserID, const Variant& strChannel, const Variant& strArchive,
                                     Variant* strDocRights) {
@@ -39,9 +38,9 @@ Variant clsVantor::GetUserDocRights(const Variant& lngUserID, const Variant& str
           "WHERE (UserDocRights.DocRightID = DocRights.DocRightID) AND "
           "(DocRights.DocRightID = DocRightFields.DocRightID) AND "
           "((UserID = " +
-          id + ") OR (UserID IN (SELECT GroupID FROM UserGroups WHERE UserID=" + id + "))) " + "AND (Channel = '" +
-          SqlText(Variant(channel), "strChannel") + "') AND (Archive = '" + SqlText(Variant(archive), "strArchive") +
-          "') " + "ORDER BY DocRightFields.DocRightID, Grade, FieldID");
+          id + ") OR (UserID IN (SELECT GroupID FROM UserGroups WHERE UserID=" + id + "))) " +
+              "AND (Channel = ?) AND (Archive = ?) " + "ORDER BY DocRightFields.DocRightID, Grade, FieldID",
+          {Variant(channel), Variant(archive)});
       // Restarts with every pair, so a right numbered 0 never opens a block of its own.
       double last_right = 0;
       while (rs && !rs->Eof()) {

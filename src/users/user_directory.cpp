@@ -49,11 +49,7 @@ std::string SqlNumber(const Variant& value, std::string_view argument) {
   Refuse(argument, shown, "is not a whole number");
 }
 
-std::string SqlText(const Variant& value, std::string_view argument) {
-  std::string text = value.ToString();
-  if (text.find('\'') != std::string::npos) Refuse(argument, text, "holds an apostrophe");
-  return text;
-}
+Variant SqlText(const Variant& value) { return Variant(value.ToString()); }
 
 std::string SqlIdentifier(const Variant& value, std::string_view argument) {
   std::string text = value.ToString();

@@ -1,7 +1,8 @@
 #pragma once
 
-// What the user-directory operations share: the guard that stands before the database, the catch-all
-// handler with its log line, and the by-reference texts that keep what was built when an operation fails.
+// What the user-directory operations share: the checks of the values that are written into a statement's
+// text, the catch-all handler with its log line, and the by-reference texts that keep what was built when
+// an operation fails.
 
 #include <exception>
 #include <memory>
@@ -15,18 +16,17 @@
 
 namespace halqvantor::users {
 
-// ---- The guard. Statements are built by plain concatenation, so a value must not be able to change a
-// statement's shape: each of these raises error 5 (logged by the operation, which returns -1) for a value
-// that could.
+// ---- Values in statements. Texts are bound to "?" placeholders and never become part of a statement, so
+// any text is just a value. Numbers and names are written into the statement's text, so these raise
+// error 5 (logged by the operation, which returns -1) for a value that could change its shape.
 
 // A number slot: the text of a whole number (Integer, Long, Byte, a whole Double, or a String of an optional
 // "-" and digits). Anything else, "" included, is refused.
 std::string SqlNumber(const Variant& value, std::string_view argument);
-// A text slot (placed between apostrophes by the caller): the text of the value, refused when it holds an
-// apostrophe. Null and Missing raise 13.
-std::string SqlText(const Variant& value, std::string_view argument);
 // A table or column name: letters, digits and "_", not starting with a digit.
 std::string SqlIdentifier(const Variant& value, std::string_view argument);
+// A text slot: the value to bind, as a String. Null and Missing raise 13.
+Variant SqlText(const Variant& value);
 
 // A column value as the texts handed to the page write it: NULL gives "".
 std::string ColumnText(const Variant& value);

@@ -1,9 +1,13 @@
-// User records and log-on: numbering, new users, log-on check, password change, archive account.
+// User records and log-on: numbering, new users, log-on check, password change, archive account, and the
+// settings a user database records for itself.
 
+#include <exception>
 #include <limits>
+#include <optional>
 
 #include "halqvantor/clsVantor.h"
 #include "platform/vb_runtime.h"
+#include "users/strong_password.h"
 #include "users/text_encoding.h"
 #include "users/user_directory.h"
 
@@ -39,6 +43,57 @@ Variant PlusOne(const Variant& value) {
   }
 }
 
+// A password as the Passwd column keeps it: hashed when the object is set to strong passwords, encoded
+// otherwise.
+std::string StoredPassword(const clsVantor::Impl& d, const std::string& password) {
+  return d.options.strong_passwords ? users::HashStrongPassword(password) : EncodeText(password);
+}
+
+// CheckLogon, logged under that name. With `upgrade` and the object set to strong passwords, an encoded
+// password that the log-on gave exactly (case included) is replaced by its strong form; one that matched only
+// without regard to case stays as it is, so that no log-on with another spelling locks the user out.
+Variant CheckLogonOf(clsVantor::Impl& d, const Variant& strUser, const Variant& strPasswd, bool upgrade) {
+  return Logged(d, "CheckLogon", [&] {
+    Variant result(int16_t{0});
+    std::optional<std::string> upgraded;  // the password to store in the strong form, when one is due
+    std::unique_ptr<platform::Recordset> rs =
+        Database(d).Execute("SELECT UserID, Passwd FROM Users WHERE UserName=?", {SqlText(strUser)});
+    if (rs && !rs->Eof()) {
+      if (strPasswd.IsMissing()) {
+        // No password asked: the name alone logs on.
+        result = rs->Field("UserID");
+      } else {
+        const Variant stored = rs->Field("Passwd");
+        if (!stored.IsNull()) {
+          const std::string kept = stored.ToString();
+          const std::string given = strPasswd.ToString();
+          if (users::IsStrongPassword(kept)) {
+            if (users::VerifyStrongPassword(kept, given)) result = rs->Field("UserID");
+          } else {
+            const std::string decoded = DecodeText(kept);
+            if (vb::UCase(decoded) == vb::UCase(given)) {
+              result = rs->Field("UserID");
+              if (upgrade && d.options.strong_passwords && decoded == given) upgraded = given;
+            }
+          }
+        }
+      }
+    }
+    if (rs) rs->Close();
+    if (upgraded) {
+      // The log-on stands even when the new form cannot be written (a read-only database, say); the failure
+      // is logged and the old form is tried again next time.
+      try {
+        Database(d).Execute("UPDATE Users SET Passwd=? WHERE UserID=?",
+                            {Variant(users::HashStrongPassword(*upgraded)), result});
+      } catch (const std::exception& e) {
+        d.WriteLog(GeneralFailureLine("CheckLogon", e));
+      }
+    }
+    return result;
+  });
+}
+
 }  // namespace
 
 Variant clsVantor::GetNextDBObjectID(const Variant& strField, const Variant& strTable) {
@@ -61,57 +116,40 @@ Variant clsVantor::WriteUserToDB(const Variant& strUser, const Variant& strPassw
                                  const Variant& strEASYPasswd) {
   Impl& d = *impl_;
   return Logged(d, "WriteUserToDB", [&] {
-    // The values are checked before the numbering, so that a refused one sends nothing to the database.
+    // The values are read before the numbering, so that one that is no text sends nothing to the database.
     const bool with_account = !strEASYUser.IsMissing() && !strEASYPasswd.IsMissing();
-    const std::string user = SqlText(strUser, "strUser");
-    const std::string account = with_account ? SqlText(strEASYUser, "strEASYUser") : "";
+    const Variant user = SqlText(strUser);
+    const Variant account = with_account ? SqlText(strEASYUser) : Variant();
     // A failure to number is logged by GetNextDBObjectID itself and arrives here as -1.
     const int32_t id = GetNextDBObjectID(Variant("UserID"), Variant("Users")).ToLong();
     if (id < 1) return Variant(int16_t{-1});
-    std::string sql;
+    const Variant password(StoredPassword(d, strPasswd.ToString()));
     if (!with_account) {
-      sql = "INSERT INTO Users(UserID,UserName,Passwd) VALUES (" + std::to_string(id) + ", '" + user + "', '" +
-            EncodeText(strPasswd.ToString()) + "')";
+      Database(d).Execute("INSERT INTO Users(UserID,UserName,Passwd) VALUES (" + std::to_string(id) + ", ?, ?)",
+                          {user, password});
     } else {
-      sql = "INSERT INTO Users(UserID,UserName,Passwd,EASYUser,EASYPasswd) VALUES (" + std::to_string(id) + ", '" +
-            user + "', '" + EncodeText(strPasswd.ToString()) + "', '" + account + "', '" +
-            EncodeText(strEASYPasswd.ToString()) + "')";
+      // The archive password is sent to the gateway, so it stays in the reversible encoding.
+      Database(d).Execute(
+          "INSERT INTO Users(UserID,UserName,Passwd,EASYUser,EASYPasswd) VALUES (" + std::to_string(id) + ", ?, ?, ?, ?)",
+          {user, password, account, Variant(EncodeText(strEASYPasswd.ToString()))});
     }
-    Database(d).Execute(sql);
     return Variant(id);
   });
 }
 
 Variant clsVantor::CheckLogon(const Variant& strUser, const Variant& strPasswd) {
-  Impl& d = *impl_;
-  return Logged(d, "CheckLogon", [&] {
-    Variant result(int16_t{0});
-    std::unique_ptr<platform::Recordset> rs =
-        Database(d).Execute("SELECT UserID, Passwd FROM Users WHERE UserName='" + SqlText(strUser, "strUser") + "'");
-    if (rs && !rs->Eof()) {
-      if (strPasswd.IsMissing()) {
-        // No password asked: the name alone logs on.
-        result = rs->Field("UserID");
-      } else {
-        const Variant stored = rs->Field("Passwd");
-        if (!stored.IsNull() && vb::UCase(DecodeText(stored.ToString())) == vb::UCase(strPasswd.ToString())) {
-          result = rs->Field("UserID");
-        }
-      }
-    }
-    if (rs) rs->Close();
-    return result;
-  });
+  return CheckLogonOf(*impl_, strUser, strPasswd, /*upgrade=*/true);
 }
 
 Variant clsVantor::ChangePasswd(const Variant& strUser, const Variant& strPasswdOld, const Variant& strPasswdNew) {
   Impl& d = *impl_;
   return Logged(d, "ChangePasswd", [&] {
-    // A failed CheckLogon has logged itself and comes back as -1, which updates nothing.
-    const int16_t logon = CheckLogon(strUser, strPasswdOld).ToInteger();
+    // A failed log-on check has logged itself and comes back as -1, which updates nothing. The old password
+    // is not upgraded on the way, as the new one replaces it at once.
+    const int16_t logon = CheckLogonOf(d, strUser, strPasswdOld, /*upgrade=*/false).ToInteger();
     if (logon >= 1) {
-      Database(d).Execute("UPDATE Users SET Passwd='" + EncodeText(strPasswdNew.ToString()) + "' WHERE UserName='" +
-                          SqlText(strUser, "strUser") + "'");
+      Database(d).Execute("UPDATE Users SET Passwd=? WHERE UserName=?",
+                          {Variant(StoredPassword(d, strPasswdNew.ToString())), SqlText(strUser)});
     }
     return Variant(logon);
   });
@@ -137,6 +175,21 @@ Variant clsVantor::GetUserEASYUser(const Variant& strUserID, Variant* strEASYUse
     rs->Close();
     return Variant(int16_t{1});
   });
+}
+
+bool ApplyDirectorySettings(clsVantor& object) {
+  clsVantor::Impl& d = VantorAccess::Of(object);
+  if (!d.DBConnection || d.DBConnection->State() != platform::kAdStateOpen) return false;
+  std::unique_ptr<platform::Recordset> rs;
+  try {
+    rs = d.DBConnection->Execute("SELECT StrongPasswords FROM DirectorySettings");
+  } catch (const platform::DatabaseError&) {
+    return false;  // a directory without the table: made by hand, or before it existed
+  }
+  if (!rs || rs->Eof()) return false;
+  const Variant strong = rs->Field(0);
+  d.options.strong_passwords = !strong.IsNull() && strong.ToDouble() != 0;
+  return true;
 }
 
 }  // namespace halqvantor

@@ -100,6 +100,29 @@ TEST_P(DatabaseBackend, OneStatementPerExecute) {
   EXPECT_EQ(db->Column("SELECT COUNT(*) FROM Users"), std::vector<std::string>{"0"});  // the table is still there
 }
 
+// Values go to the "?" placeholders as values of their type and are never read as SQL; the number of
+// values must match the placeholders.
+TEST_P(DatabaseBackend, ValuesAreBoundToPlaceholders) {
+  const std::string name = "O'Brien'); DROP TABLE Users; --";
+  const std::string long_text(9000, 'y');
+  EXPECT_EQ(connection->Execute("INSERT INTO Users(UserID,UserName,Passwd,EASYUser) VALUES (?, ?, ?, ?)",
+                                {Variant(int32_t{3}), Variant(name), Variant::null(), Variant("Jürgen")}),
+            nullptr);
+  std::unique_ptr<platform::Recordset> rs =
+      connection->Execute("SELECT UserID, Passwd, EASYUser FROM Users WHERE UserName=? AND UserID=?",
+                          {Variant(name), Variant(3.0)});
+  ASSERT_FALSE(rs->Eof());
+  EXPECT_EQ(rs->Field(0), Variant(int32_t{3}));
+  EXPECT_TRUE(rs->Field(1).IsNull());
+  EXPECT_EQ(rs->Field(2), Variant("Jürgen"));
+  rs->Close();
+  // A text longer than a plain parameter of some servers takes.
+  EXPECT_TRUE(connection->Execute("SELECT UserID FROM Users WHERE UserName=?", {Variant(long_text)})->Eof());
+  EXPECT_THROW(connection->Execute("SELECT UserID FROM Users WHERE UserName=?", {}), platform::DatabaseError);
+  EXPECT_THROW(connection->Execute("SELECT UserID FROM Users WHERE UserName=?", {Variant("a"), Variant("b")}),
+               platform::DatabaseError);
+}
+
 TEST_P(DatabaseBackend, ErrorsCarryTheDriversNumberAndText) {
   try {
     connection->Execute("SELECT Nope FROM Users");

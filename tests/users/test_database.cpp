@@ -29,12 +29,14 @@ class RecordingConnection final : public platform::Connection {
   RecordingConnection(RecordingFactory& factory, std::unique_ptr<platform::Connection> inner)
       : factory_(factory), inner_(std::move(inner)) {}
   void Open(const std::string& connect_string) override { inner_->Open(connect_string); }
-  std::unique_ptr<platform::Recordset> Execute(const std::string& sql) override {
+  using platform::Connection::Execute;
+  std::unique_ptr<platform::Recordset> Execute(const std::string& sql, const std::vector<Variant>& params) override {
     factory_.statements.push_back(sql);
+    factory_.values.push_back(params);
     if (static_cast<int>(factory_.statements.size()) == factory_.fail_at) {
       throw platform::DatabaseError(4711, "injected failure");
     }
-    return inner_->Execute(sql);
+    return inner_->Execute(sql, params);
   }
   int32_t State() const override { return inner_->State(); }
   void Close() override {

@@ -50,8 +50,8 @@ class TestDatabase {
   std::unique_ptr<platform::Connection> connection_;
 };
 
-// Records the statements of every connection it makes; `fail_at` (1-based, counted over all connections)
-// makes that Execute raise a database error instead of running.
+// Records the statements (and their bound values) of every connection it makes; `fail_at` (1-based, counted
+// over all connections) makes that Execute raise a database error instead of running.
 class RecordingFactory : public platform::ConnectionFactory {
  public:
   RecordingFactory();
@@ -59,6 +59,7 @@ class RecordingFactory : public platform::ConnectionFactory {
   std::unique_ptr<platform::Connection> NewConnection() override;
 
   std::vector<std::string> statements;
+  std::vector<std::vector<Variant>> values;  // the bound values of each statement
   int fail_at = 0;
   int closes = 0;
 

@@ -57,6 +57,8 @@ halqvantor::clsVantor& Session::Open(bool with_database) {
   Calling("Init");
   if (with_database) {
     object_->Init(Variant(true));
+    // The password format the directory was made with (initdb --strong-passwords).
+    halqvantor::ApplyDirectorySettings(*object_);
   } else {
     object_->Init();
   }

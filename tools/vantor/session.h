@@ -57,7 +57,8 @@ class Session {
       : options_(options), out_(out), err_(err) {}
 
   // Creates the object, sets its properties and calls Init. With the user database, --db must be given and
-  // must open (its error is reported here, since Init only writes it to the debug log).
+  // must open (its error is reported here, since Init only writes it to the debug log), and the settings it
+  // records (the password format) are applied to the object.
   halqvantor::clsVantor& Open(bool with_database = false);
   halqvantor::clsVantor& object() { return *object_; }
 

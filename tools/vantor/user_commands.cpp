@@ -1,5 +1,6 @@
 // Sub-commands of the user directory: logon, rights, adduser, and initdb, which creates a SQLite user
-// database with the portable schema (with --demo-users also the demo's users, groups and rights).
+// database with the portable schema and the directory's own settings (with --demo-users also the demo's
+// users, groups and rights).
 
 #include <algorithm>
 #include <filesystem>
@@ -91,9 +92,14 @@ int RunRights(Session& session, const std::string& user) {
   return 0;
 }
 
+// The settings a directory records for itself, one row, read by every command that opens it (and by any
+// host through ApplyDirectorySettings).
+constexpr const char* kSettingsTable = "CREATE TABLE DirectorySettings (StrongPasswords INTEGER NOT NULL)";
+
 struct InitDbArgs {
   std::string file;
   bool demo_users = false;
+  bool strong_passwords = false;
 };
 
 int RunInitDb(Session& session, const InitDbArgs& args) {
@@ -101,32 +107,36 @@ int RunInitDb(Session& session, const InitDbArgs& args) {
   std::error_code error;
   if (fs::exists(file, error)) throw CommandFailed(file + " exists: initdb creates a new database only");
   auto statements = halqvantor::platform::SplitSqlScript(kPortableSchema);
-  if (args.demo_users) {
-    try {
-      demo::CreateUserDatabase(file);
-    } catch (const std::exception& e) {
-      fs::remove(file, error);
-      throw CommandFailed(e.what());
-    }
-  } else {
-    try {
-      auto connection = halqvantor::platform::NewSqliteConnection(true);
-      connection->Open("Provider=SQLite;Data Source={" + file + "}");
+  try {
+    if (args.demo_users) demo::CreateUserDatabase(file);
+    auto connection = halqvantor::platform::NewSqliteConnection(true);
+    connection->Open("Provider=SQLite;Data Source={" + file + "}");
+    if (!args.demo_users) {
       for (const auto& statement : statements) connection->Execute(statement);
-      connection->Close();
-    } catch (const halqvantor::RuntimeError& e) {
-      fs::remove(file, error);  // no half-made database left behind
-      throw CommandFailed(file + ": " + e.description());
     }
+    connection->Execute(kSettingsTable);
+    connection->Execute("INSERT INTO DirectorySettings (StrongPasswords) VALUES (?)",
+                        {Variant(int32_t{args.strong_passwords ? 1 : 0})});
+    connection->Close();
+  } catch (const halqvantor::RuntimeError& e) {
+    fs::remove(file, error);  // no half-made database left behind
+    throw CommandFailed(file + ": " + e.description());
+  } catch (const std::exception& e) {
+    fs::remove(file, error);
+    throw CommandFailed(e.what());
   }
   size_t tables = std::count_if(statements.begin(), statements.end(), [](const std::string& s) {
     return s.find("CREATE TABLE") != std::string::npos;
   });
   if (session.json()) {
-    session.PrintJson({{"file", file}, {"tables", tables}, {"demo_users", args.demo_users}});
+    session.PrintJson({{"file", file},
+                       {"tables", tables},
+                       {"demo_users", args.demo_users},
+                       {"strong_passwords", args.strong_passwords}});
   } else {
     session.out() << "created " << file << " (" << tables << " tables" << (args.demo_users ? ", the demo's users" : "")
-                  << "); use it with --db " << file << '\n';
+                  << (args.strong_passwords ? "; passwords stored as Argon2id hashes" : "") << "); use it with --db "
+                  << file << '\n';
   }
   return 0;
 }
@@ -135,8 +145,30 @@ struct AddUserArgs {
   std::string user, password, easy_user, easy_password;
 };
 
+// True when `password` comes back unchanged from the reversible encoding (it loses umlauts and other
+// characters beyond plain ASCII, and characters past about the 47th).
+bool SurvivesEncoding(halqvantor::clsVantor& vantor, const std::string& password) {
+  try {
+    return vantor.Decode(vantor.Encode(password)) == Variant(password);
+  } catch (const halqvantor::RuntimeError&) {
+    return false;
+  }
+}
+
 int RunAddUser(Session& session, const AddUserArgs& args) {
   auto& vantor = session.Open(true);
+  // An encoded password that does not come back cannot be checked at log-on; say so, and how to avoid it.
+  if (!halqvantor::Options(vantor).strong_passwords && !SurvivesEncoding(vantor, args.password)) {
+    session.err() << "warning: the password of " << args.user
+                  << " does not survive the encoded format (umlauts and other non-ASCII characters, or more than 47 "
+                     "characters), so it will not log on; choose another, or keep passwords as hashes in a database "
+                     "made with `vantor initdb --strong-passwords`\n";
+  }
+  if (!args.easy_password.empty() && !SurvivesEncoding(vantor, args.easy_password)) {
+    session.err() << "warning: the archive password of " << args.user
+                  << " does not survive the encoded format (umlauts and other non-ASCII characters, or more than 47 "
+                     "characters), so the archive will refuse it\n";
+  }
   session.Calling("WriteUserToDB");
   Variant id = vantor.WriteUserToDB(args.user, args.password, OrMissing(args.easy_user), OrMissing(args.easy_password));
   session.CheckDirectory(id);
@@ -168,12 +200,16 @@ void AddUserCommands(CLI::App& app, Action& action) {
   initdb->add_option("FILE", init->file, "the database file to create (an existing file is left alone)")->required();
   initdb->add_flag("--demo-users", init->demo_users,
                    "also add the demo's users (anna / Portal2002, bert / bert), groups and rights");
+  initdb->add_flag("--strong-passwords", init->strong_passwords,
+                   "store log-on passwords as Argon2id hashes (exact, any length and characters) instead of the "
+                   "reversible encoding; old ones are replaced at their next log-on");
   OnParsed(initdb, action, init, RunInitDb);
 
   auto add = std::make_shared<AddUserArgs>();
   auto* adduser = app.add_subcommand("adduser", "add a portal user to the user database (--db)");
   adduser->add_option("USER", add->user, "user name")->required();
-  adduser->add_option("PASSWORD", add->password, "password (stored encoded)")->required();
+  adduser->add_option("PASSWORD", add->password, "password (stored encoded, or hashed in a strong-password database)")
+      ->required();
   auto* easy_user = adduser->add_option("--easy-user", add->easy_user, "the user's archive account");
   auto* easy_password = adduser->add_option("--easy-password", add->easy_password, "its password");
   easy_user->needs(easy_password);
