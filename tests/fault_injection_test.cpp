@@ -97,14 +97,14 @@ TEST(CutReplies, EveryOffsetByCloseResetOrStallEndsInTheMembersFailureWithinTheT
         try {
           result = member.call(v, &status);
         } catch (const RuntimeError& e) {
-          // Only a reply that the settled rule takes as complete (below) can reach the row parsers.
+          // Only a reply that reception takes as complete (below) can reach the row parsers.
           result = Variant(int16_t{-1});
           status = Variant("raised " + std::to_string(e.number()));
         }
         EXPECT_LE(seconds - start, 2 * (kTimeout + 2));
         EXPECT_FALSE(s.impl().RequestPending);
         // A first packet that ends inside the keyword "TotalBytes:" is no header: it follows whatever the
-        // slot held and completes it at once. That rule is settled; here it only has to end in time.
+        // slot held and completes it at once, as reception always does. Here it only has to end in time.
         if (!member.byte_mode && c.offset > 0 && c.offset < 11) continue;
         EXPECT_EQ(result, Variant(int16_t{-1}));
         const bool broken_header = !member.byte_mode && c.offset >= 11 && c.offset < header_end;

@@ -71,7 +71,9 @@ TEST(Reception, RepliesEndWhenTheAnnouncedBytesAreIn) {
       {{"TotalBytes:5\r\nHallo!!"}, "Hallo!!", {kFirst, End(7, 5)}},  // the surplus stays
       {{"TotalBytes:2\r\n\xE4\x80"}, "ä€", {kFirst, End(2, 2)}},      // bytes counted, text in UTF-8
       // Only the first packet after the request carries the header: a later one that looks like it is payload.
-      {{"TotalBytes:19\r\nab", "TotalBytes:3\r\nxyz"}, "abTotalBytes:3\r\nxyz", {kFirst, End(2, 19), kNext, End(19, 19)}},
+      {{"TotalBytes:19\r\nab", "TotalBytes:3\r\nxyz"},
+       "abTotalBytes:3\r\nxyz",
+       {kFirst, End(2, 19), kNext, End(19, 19)}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.response);
@@ -135,7 +137,8 @@ TEST(Reception, RepliesPastTheObjectsLimitFailAtOnceAndTheSlotGoesOn) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.chunks[0]);
-    InFreshSession({Chunks(c.chunks), {Answer("next")}}, [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
+    InFreshSession({Chunks(c.chunks), {Answer("next")}}, [&](GatewaySession& s, ScriptedGateway& gateway,
+                                                             FakeClock& clock) {
       Options(s.object()).max_reply_bytes = 10;
       ReleaseOnProgress(clock, s, gateway);
       const auto got = Exchange(s, kRequest);

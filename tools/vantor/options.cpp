@@ -1,8 +1,8 @@
 #include "options.h"
 
-#include <CLI/CLI.hpp>
-
 #include <halqvantor/Extensions.h>
+
+#include <CLI/CLI.hpp>
 
 namespace vantor {
 
