@@ -369,7 +369,8 @@ TEST(VantorCliMaxReply, ByteCountsWithSuffixesAndUsageErrors) {
       {"1.5G", std::nullopt},
       {"12X", std::nullopt},
       {"K", std::nullopt},
-      {"99999999999999999999", std::nullopt},
+      {"9999999999999999999", std::nullopt},  // 19 digits, past 2^62
+      {"00000000000000000000001k", 1024},
       {"5000000000G", std::nullopt},  // past 2^62
   };
   for (const auto& [text, bytes] : cases) EXPECT_EQ(ParseByteCount(text), bytes) << text;

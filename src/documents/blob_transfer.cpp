@@ -33,7 +33,7 @@ void Check(int error_number) {
   if (error_number != 0) throw RuntimeError(error_number);
 }
 
-// The local name of a transferred file: the text after the last "\\" of the gateway's path.
+// The local name of a transferred file: the text after the last "\" of the gateway's path.
 std::string LocalNameOf(const std::string& remote_file) {
   const size_t slash = remote_file.rfind('\\');
   return slash == std::string::npos ? remote_file : remote_file.substr(slash + 1);

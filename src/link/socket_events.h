@@ -4,8 +4,8 @@
 // can be exercised without a network. The reply starts with the header "TotalBytes:" + decimal length +
 // CR LF at the very start of its first packet; only the first packet after the request went out is looked
 // at for it (AwaitingFirstPacket), any later one is payload whatever it begins with. The header does not
-// count towards BytesReceived. Counts are
-// raw bytes; the payload is added to Response as UTF-8 (each received byte one Windows-1252 character).
+// count towards BytesReceived. Counts are raw bytes; the payload is added to Response as UTF-8 (each
+// received byte one Windows-1252 character). A reply is bounded by the slot's MaxReplyBytes.
 
 #include <cstdint>
 #include <exception>

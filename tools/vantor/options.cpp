@@ -53,12 +53,12 @@ void GlobalOptions::AddTo(CLI::App& app) {
 std::optional<int64_t> ParseByteCount(std::string_view text) {
   size_t digits = 0;
   while (digits < text.size() && text[digits] >= '0' && text[digits] <= '9') ++digits;
-  if (digits == 0 || digits > 19) return std::nullopt;
+  if (digits == 0) return std::nullopt;
   constexpr int64_t kMax = int64_t{1} << 62;
   int64_t value = 0;
   for (size_t i = 0; i < digits; ++i) {
+    if (value > kMax / 10) return std::nullopt;
     value = value * 10 + (text[i] - '0');
-    if (value > kMax) return std::nullopt;
   }
   std::string suffix;
   for (char c : text.substr(digits)) suffix += static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
