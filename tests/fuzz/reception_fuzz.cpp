@@ -3,11 +3,12 @@
 // Input: one flags byte, then packets, each a 16-bit little-endian length and that many bytes (a length
 // past the end takes what is left). The length 0xFFFF carries no bytes: it marks a new request on the same
 // slot (the next packet is the first after the request again), as a slot sees when its object asks again.
-// Flags: bit 0 byte mode (else string mode), bit 1 a small reply limit (the next six bits plus one, times
-// 64 bytes), bit 7 a byte-mode length announced by the caller from the first two packet bytes.
+// Flags: bit 0 byte mode (else string mode), bit 1 a small reply limit (bits 2 to 6 plus one, times
+// 64 bytes), bit 7 an expected length set by the caller (as the blob transfer does) from the two bytes
+// after the flags.
 //
-// Checked after every packet: nothing grows past the slot's reply limit, the counts agree with the text
-// kept, and a slot that refused a reply takes nothing more of it.
+// Checked after every packet: neither the byte count nor the text kept grows past the slot's reply limit,
+// and a refused reply is recorded and takes nothing more.
 
 #include <cstddef>
 #include <cstdint>
