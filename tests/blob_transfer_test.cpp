@@ -65,6 +65,50 @@ TEST_F(BlobTransfer, LocalNamesThatLeaveTheFolderAreFileErrors) {
   EXPECT_EQ(gateway_.connections(), 0);
 }
 
+// Records every path the component hands to the file system.
+struct PathLog : testing::InstalledFileSystem {
+  std::vector<std::string> paths;
+  int OpenForBinaryWrite(const std::string& path, std::unique_ptr<platform::WritableFile>* file) override {
+    paths.push_back(path);
+    return FileSystemWrapper::OpenForBinaryWrite(path, file);
+  }
+  int OpenForRead(const std::string& path, std::unique_ptr<platform::ReadableFile>* file) override {
+    paths.push_back(path);
+    return FileSystemWrapper::OpenForRead(path, file);
+  }
+  int FileSize(const std::string& path, int64_t* size) override {
+    paths.push_back(path);
+    return FileSystemWrapper::FileSize(path, size);
+  }
+};
+
+TEST_F(BlobTransfer, WithoutALocalBlobFolderNothingIsOpenedAndNothingSent) {
+  PathLog disk;
+  v().strBlobPathLocal = "";
+  const std::string error = "76 - Path not found: no local blob folder set";
+  Variant status;
+  EXPECT_EQ(v().EASYTransferBLOB("t1.bin", int32_t{4}, &status), kMinusOne);
+  EXPECT_EQ(status, Variant("File Error (" + error + ")"));
+  EXPECT_EQ(v().EASYUploadFile("t1.bin", &status), kMinusOne);
+  EXPECT_EQ(status, Variant("File Error (" + error + ")"));
+  EXPECT_TRUE(Contains(s().LogLines(), "Datei-Fehler (" + error + ")."));
+  EXPECT_EQ(disk.paths, std::vector<std::string>{});
+  EXPECT_EQ(gateway_.connections(), 0);
+  EXPECT_FALSE(s().impl().RequestPending);
+}
+
+TEST_F(BlobTransfer, AFileLongerThanTheReplyLimitIsRefusedAtItsFirstBytes) {
+  TempDir blob;
+  gateway_.Script({ScriptedGateway::Send("abcd")});
+  v().strBlobPathLocal = blob.path();
+  Options(v()).max_reply_bytes = 3;
+  Variant status;
+  EXPECT_EQ(v().EASYTransferBLOB("f.bin", int32_t{4}, &status), kMinusOne);
+  EXPECT_EQ(status, Variant("Reply too large (4 bytes announced, the limit is 3 bytes)."));
+  EXPECT_EQ(testing::ReadFile(blob.File("f.bin")), "");
+  EXPECT_EQ(s().socket().State(), platform::kSckClosed);
+}
+
 TEST(TransferAndUpload, ExchangeFailuresAndTheBusyGuard) {
   FakeClock clock;
   TempDir blob;

@@ -88,12 +88,16 @@ TEST_F(BrowserUpload, NoNameOrABrokenBodyStoresNothing) {
   EXPECT_FALSE(v.UploadFile(Variant::missing(), &name, &size));
   Post(Body("Content-Disposition: form-data; filename=\"a\"", "abc"));
   EXPECT_FALSE(v.UploadFile("../up", &name, &size));
+  v.strBlobPathLocal = "";  // never the root folder
+  Post(Body("Content-Disposition: form-data; filename=\"a\"", "abc"));
+  EXPECT_FALSE(v.UploadFile(Variant::missing(), &name, &size));
+  EXPECT_FALSE(fs::exists("/a"));
 
   EXPECT_EQ(name, Variant("old"));
   EXPECT_EQ(size, Variant(int32_t{1}));
   EXPECT_TRUE(fs::is_empty(blob.path()));
   const std::vector<std::string> log = Log();
-  ASSERT_EQ(log.size(), 5u);  // a part without a file name is no failure
+  ASSERT_EQ(log.size(), 6u);  // a part without a file name is no failure
   auto text = [&](size_t i) { return log[i].substr(22); };
   EXPECT_EQ(text(0),
             "Allgemeiner Fehler in Funktion 'UploadFile': 91 - Object variable or With block variable not set.");
@@ -101,6 +105,7 @@ TEST_F(BrowserUpload, NoNameOrABrokenBodyStoresNothing) {
   EXPECT_EQ(text(2), "Allgemeiner Fehler in Funktion 'UploadFile': 9 - Subscript out of range.");
   EXPECT_EQ(text(3), "Allgemeiner Fehler in Funktion 'UploadFile': 75 - Path/File access error.");
   EXPECT_EQ(text(4), text(3));
+  EXPECT_EQ(text(5), "Allgemeiner Fehler in Funktion 'UploadFile': 76 - Path not found: no local blob folder set.");
 }
 
 TEST(CleanUp, FilesThenOneLevelOfFolders) {

@@ -70,6 +70,10 @@ TEST(Reception, RepliesEndWhenTheAnnouncedBytesAreIn) {
       {{"TotalBytes:6\r\n", "Hal", "lo!"}, "Hallo!", {kFirst, End(0, 6), kNext, End(3, 6), kNext, End(6, 6)}},
       {{"TotalBytes:5\r\nHallo!!"}, "Hallo!!", {kFirst, End(7, 5)}},  // the surplus stays
       {{"TotalBytes:2\r\n\xE4\x80"}, "ä€", {kFirst, End(2, 2)}},      // bytes counted, text in UTF-8
+      // Only the first packet after the request carries the header: a later one that looks like it is payload.
+      {{"TotalBytes:19\r\nab", "TotalBytes:3\r\nxyz"},
+       "abTotalBytes:3\r\nxyz",
+       {kFirst, End(2, 19), kNext, End(19, 19)}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.response);
@@ -114,6 +118,41 @@ TEST(Reception, HeadersThatAreNotRecognised) {
                    EXPECT_EQ(got.response, "HalloTotal");
                    EXPECT_EQ(ReceptionLines(s).back(), End(10, 5));
                  });
+}
+
+TEST(Reception, RepliesPastTheObjectsLimitFailAtOnceAndTheSlotGoesOn) {
+  const std::string kAnnounced = "Reply too large (11 bytes announced, the limit is 10 bytes).";
+  const std::string kArrived = "Reply too large (more than the limit of 10 bytes arrived).";
+  const std::string kAnnouncedLog = "    Antwort zu gross: 11 Bytes angekündigt, erlaubt sind 10 Bytes.";
+  const std::string kArrivedLog = "    Antwort zu gross: mehr als 10 Bytes empfangen.";
+  struct Case {
+    std::vector<std::string> chunks;
+    std::string status, line;  // "" when the reply is taken
+  };
+  const std::vector<Case> cases = {
+      {{"TotalBytes:11\r\nabc"}, kAnnounced, kAnnouncedLog},
+      {{"TotalBytes:5\r\n01234567890"}, kArrived, kArrivedLog},  // surplus past the limit
+      {{"TotalBytes:10\r\n012345", "67890"}, kArrived, kArrivedLog},
+      {{"TotalBytes:10\r\n0123456789"}, "", ""},  // the limit itself is fine
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.chunks[0]);
+    InFreshSession({Chunks(c.chunks), {Answer("next")}}, [&](GatewaySession& s, ScriptedGateway& gateway,
+                                                             FakeClock& clock) {
+      Options(s.object()).max_reply_bytes = 10;
+      ReleaseOnProgress(clock, s, gateway);
+      const auto got = Exchange(s, kRequest);
+      EXPECT_EQ(got.ok, c.status.empty());
+      EXPECT_EQ(got.status, c.status);
+      EXPECT_EQ(s.socket().State(), platform::kSckClosed);
+      const std::vector<std::string> lines = s.LogLines();
+      EXPECT_EQ(std::count(lines.begin(), lines.end(), c.line), c.line.empty() ? 0 : 1);
+      // The slot serves the next request as usual.
+      const auto next = Exchange(s, kRequest);
+      EXPECT_TRUE(next.ok) << next.status;
+      EXPECT_EQ(next.response, "next");
+    });
+  }
 }
 
 TEST(SocketErrors, RefusedConnectionAndUnknownHost) {

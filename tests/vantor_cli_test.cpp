@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 #include <filesystem>
 #include <sstream>
 #include <string>
@@ -13,6 +14,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli.h"
+#include "options.h"
 #include "platform/database.h"
 #include "support/sample_gateway.h"
 #include "support/scripted_gateway.h"
@@ -345,6 +347,68 @@ TEST(VantorCliRuntimeError, NamesTheMemberThatRaisedIt) {
                        err);
   EXPECT_EQ(code, 1);
   EXPECT_EQ(err.str(), "EASYGetDocumentInfo: run-time error 5: Invalid procedure call or argument\n");
+}
+
+// What a hostile gateway can put in front of the user: control characters, file names outside the blob
+// folder, and replies without end.
+TEST(VantorCliHostileGateway, EscapesControlsRefusesForeignPathsAndBoundsReplies) {
+  using halqvantor::testing::Answer;
+  halqvantor::testing::ScriptedGateway gateway;
+  TempDir local;
+  gateway.Script({Answer("Status: OK\r\nK1\x1b]0;owned\x07,ok\x9d" "2J")});
+  gateway.Script({Answer("Status: Error 3 \x1b[2J")});
+  for (const char* name : {"../../etc/passwd", "/tmp/x.pdf", "a/b.pdf", ""}) {
+    gateway.Script({Answer(std::string("Status: OK\r\n3\r\n") + name)});
+  }
+  gateway.Script({halqvantor::testing::ScriptedGateway::Send("TotalBytes:2000000000\r\nStatus: OK\r\n")});
+  auto run = [&](std::vector<std::string> args) {
+    std::vector<std::string> line = {"--host", "127.0.0.1", "--port", std::to_string(gateway.port()), "--timeout", "5",
+                                     "--blob-local", local.path()};
+    line.insert(line.end(), args.begin(), args.end());
+    std::ostringstream out, err;
+    const int code = RunVantor(line, out, err);
+    return Outcome{code, out.str(), err.str()};
+  };
+  Outcome channels = run({"channels"});
+  EXPECT_EQ(channels.code, 0) << channels.err;
+  EXPECT_THAT(channels.out, HasSubstr("K1\\x1B]0;owned\\x07  ok\\u009D2J"));
+  EXPECT_EQ(run({"channels"}).err, "EASYGetChannelsInit: Error 3 \\x1B[2J\n");
+  for (const char* shown : {"../../etc/passwd", "/tmp/x.pdf", "a/b.pdf"}) {
+    Outcome fetch = run({"fetch", "K", "A", "D", "1", "F"});
+    EXPECT_EQ(fetch.code, 1);
+    EXPECT_EQ(fetch.out, "");
+    EXPECT_EQ(fetch.err, std::string("EASYGetSegmentData: the gateway named a file outside the local blob folder: ") +
+                             shown + "\n");
+  }
+  EXPECT_EQ(run({"fetch", "K", "A", "D", "1", "F"}).err, "EASYGetSegmentData: the gateway named no file\n");
+  Outcome huge = run({"--max-reply", "1k", "channels"});
+  EXPECT_EQ(huge.code, 1);
+  EXPECT_EQ(huge.err, "EASYGetChannelsInit: Reply too large (2000000000 bytes announced, the limit is 1024 bytes).\n");
+}
+
+TEST(VantorCliMaxReply, ByteCountsWithSuffixesAndUsageErrors) {
+  const std::vector<std::pair<std::string, std::optional<int64_t>>> cases = {
+      {"1", 1},
+      {"4096", 4096},
+      {"64k", 64 << 10},
+      {"64KiB", 64 << 10},
+      {"3M", 3 << 20},
+      {"2G", int64_t{2} << 30},
+      {"2gb", int64_t{2} << 30},
+      {"0", std::nullopt},
+      {"", std::nullopt},
+      {"-5", std::nullopt},
+      {"1.5G", std::nullopt},
+      {"12X", std::nullopt},
+      {"K", std::nullopt},
+      {"9999999999999999999", std::nullopt},  // 19 digits, past 2^62
+      {"00000000000000000000001k", 1024},
+      {"5000000000G", std::nullopt},  // past 2^62
+  };
+  for (const auto& [text, bytes] : cases) EXPECT_EQ(ParseByteCount(text), bytes) << text;
+  std::ostringstream out, err;
+  EXPECT_EQ(RunVantor({"--max-reply", "12X", "channels"}, out, err), 2);
+  EXPECT_THAT(err.str(), HasSubstr("'12X' is no byte count"));
 }
 
 }  // namespace

@@ -85,8 +85,9 @@ struct clsVantor::Impl {
   // Connect, send `bytes` (already in the gateway's code page) followed by the bytes of `body` when there is
   // one, wait for the reply, disconnect, with the log lines of the exchange; `request` is the text the send
   // line shows. The caller has set the slot's Mode (and, for byte mode, its counters and File) and manages
-  // RequestPending. True when the reply is complete; false with the status text of the failure (socket
-  // error, time-out, failing socket call).
+  // RequestPending. The slot takes options.max_reply_bytes as the bound of this reply. True when the reply
+  // is complete; false with the status text of the failure (socket error, time-out, failing socket call, or
+  // "Reply too large (...)." as it stands when the reply passed the bound).
   bool RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status,
                     std::shared_ptr<platform::SendSource> body = nullptr);
   // RequestExchange without copying the reply: on success it stays in the slot's Response.
@@ -95,6 +96,11 @@ struct clsVantor::Impl {
   void Terminate();
 
   // ---- Document files (src/documents/).
+
+  // The path of the file `name` in the local blob folder (strBlobPathLocal), the one place that joins them.
+  // Raises 76 "Path not found: no local blob folder set" when strBlobPathLocal is empty (the name must not
+  // land in the root folder) and 75 when `name` is no plain file name (it would leave the folder).
+  std::string LocalBlobPath(std::string_view name) const;
 
   // A segment file request (segment_downloads.cpp): runs `args` through RequestList and fills the file
   // outputs from rows 0 and 1; kMapName and kMultiTif apply the extension mapping, kMultiTif also sets ""

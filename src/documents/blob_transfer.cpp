@@ -25,8 +25,6 @@
 namespace halqvantor {
 namespace {
 
-constexpr int32_t kPathFileAccessError = 75;
-
 std::string FileErrorDetail(const RuntimeError& error) {
   return std::to_string(error.number()) + " - " + error.description();
 }
@@ -35,13 +33,10 @@ void Check(int error_number) {
   if (error_number != 0) throw RuntimeError(error_number);
 }
 
-// The local name of a transferred file: the text after the last "\" of the gateway's path. It must stay in
-// the blob folder.
+// The local name of a transferred file: the text after the last "\" of the gateway's path.
 std::string LocalNameOf(const std::string& remote_file) {
   const size_t slash = remote_file.rfind('\\');
-  std::string name = slash == std::string::npos ? remote_file : remote_file.substr(slash + 1);
-  if (!platform::IsPlainFileName(name)) throw RuntimeError(kPathFileAccessError);
-  return name;
+  return slash == std::string::npos ? remote_file : remote_file.substr(slash + 1);
 }
 
 // The bytes of a local file after the upload's request line, `size` of them, read a chunk at a time as the
@@ -114,7 +109,7 @@ Variant clsVantor::EASYTransferBLOB(const Variant& strFile, const Variant& lngFi
 
   int number = 0;
   try {
-    const std::string path = platform::JoinPath(strBlobPathLocal, LocalNameOf(strFile.ToString()));
+    const std::string path = d.LocalBlobPath(LocalNameOf(strFile.ToString()));
     number = platform::FreeFile();
     platform::OpenFileForBinaryWrite(number, path);
     d.form.SetFile(d.SlotIndex, static_cast<uint8_t>(number));
@@ -147,8 +142,7 @@ Variant clsVantor::EASYUploadFile(const Variant& strFileName, Variant* strStatus
   }
   try {
     const std::string name = strFileName.ToString();
-    if (!platform::IsPlainFileName(name)) throw RuntimeError(kPathFileAccessError);
-    const std::string path = platform::JoinPath(strBlobPathLocal, name);
+    const std::string path = d.LocalBlobPath(name);
     platform::FileSystem& fs = platform::CurrentFileSystem();
     int64_t size = 0;
     Check(fs.FileSize(path, &size));

@@ -20,7 +20,6 @@ namespace {
 constexpr std::string_view kBlankLine = "\r\n\r\n";
 constexpr std::string_view kFileNameKeyword = "filename=\"";
 constexpr int32_t kObjectNotSet = 91;
-constexpr int32_t kPathFileAccessError = 75;
 
 void Check(int error_number) {
   if (error_number != 0) throw RuntimeError(error_number);
@@ -96,8 +95,7 @@ bool clsVantor::UploadFile(const Variant& strSubDir, Variant* strFileNameParam, 
       const std::string prefix = strSubDir.ToString();
       if (!prefix.empty()) file_name = prefix + "_" + file_name;
     }
-    if (!platform::IsPlainFileName(file_name)) throw RuntimeError(kPathFileAccessError);
-    const std::string path = platform::JoinPath(strBlobPathLocal, file_name);
+    const std::string path = d.LocalBlobPath(file_name);
     platform::FileSystem& fs = platform::CurrentFileSystem();
     if (fs.FileExists(path)) Check(fs.DeleteFile(path));
 

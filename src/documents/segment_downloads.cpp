@@ -110,11 +110,15 @@ void clsVantor::Impl::ChangeFileExtension(Variant* strFileName) {
   const std::string name = strFileName->ToString();
   const std::optional<std::string> mapped = MappedFileName(name, self.strChangeFileExt);
   if (!mapped) return;
-  // A failed rename is no failure of the call, and a name that would leave the blob folder is not renamed.
-  if (platform::IsPlainFileName(name) && platform::IsPlainFileName(*mapped)) {
-    (void)platform::CurrentFileSystem().RenameWithoutReplacing(platform::JoinPath(self.strBlobPathLocal, name),
-                                                               platform::JoinPath(self.strBlobPathLocal, *mapped));
+  // A failed rename is no failure of the call: a name that would leave the blob folder, or no local blob
+  // folder at all, leaves the file alone the same way.
+  std::string from, to;
+  try {
+    from = LocalBlobPath(name);
+    to = LocalBlobPath(*mapped);
+  } catch (const RuntimeError&) {
   }
+  if (!to.empty()) (void)platform::CurrentFileSystem().RenameWithoutReplacing(from, to);
   *strFileName = Variant(*mapped);
 }
 

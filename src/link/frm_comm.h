@@ -19,6 +19,7 @@
 #include <string_view>
 #include <vector>
 
+#include "halqvantor/Extensions.h"
 #include "platform/socket.h"
 #include "platform/sorted_list.h"
 
@@ -35,6 +36,10 @@ struct SlotState {
   uint8_t File = 0;            // number of the open file that byte-mode reception writes to
   std::string DebugLogPath;    // log folder of the owner
   std::string SessionID;       // session id of the owner; names the log file
+  // Set by the request under way (RunRoundTrip) from its object's options and its progress:
+  int64_t MaxReplyBytes = ObjectOptions().max_reply_bytes;  // the most payload bytes a reply may bring
+  bool AwaitingFirstPacket = false;  // the request went out and no packet of its reply has come yet
+  bool ReplyTooLarge = false;        // the reply passed MaxReplyBytes; WinsockError holds the status text
 };
 
 class frmComm final : private platform::SocketEventSink {

@@ -121,6 +121,12 @@ bool clsVantor::Impl::RunRoundTrip(std::string_view request, std::string_view by
       WriteLog("Schließe noch offene Verbindung (letzter Winsock-Status: " + StateText(socket) + ").");
     }
 
+    // The reply of this request is bounded by this object's limit, and none of it has come yet.
+    SlotState& slot = form.State(SlotIndex);
+    slot.MaxReplyBytes = options.max_reply_bytes;
+    slot.ReplyTooLarge = false;
+    slot.AwaitingFirstPacket = false;
+
     WriteLog("Verbindungsaufbau.");
     form.SetReady(SlotIndex, false);
     socket.Connect();
@@ -131,6 +137,7 @@ bool clsVantor::Impl::RunRoundTrip(std::string_view request, std::string_view by
       line += ')';
       WriteLog(line);
       form.SetReady(SlotIndex, false);
+      slot.AwaitingFirstPacket = true;
       socket.SendData(bytes);
       if (body != nullptr) socket.SendStream(std::move(body));
       ok = WaitForReply();
@@ -142,7 +149,10 @@ bool clsVantor::Impl::RunRoundTrip(std::string_view request, std::string_view by
     }
 
     const std::string& error = form.GetWinsockError(SlotIndex);
-    if (!error.empty()) {
+    if (slot.ReplyTooLarge) {
+      // Reception has logged it and closed the connection; its text is the status as it stands.
+      status = error;
+    } else if (!error.empty()) {
       status = "Winsock Error (" + error + ")";
       WriteLog("Winsock-Fehler (" + error + " - " + StateText(socket) + ").");
     } else {

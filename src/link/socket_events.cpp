@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <functional>
 #include <string>
 
 #include "component/debug_log.h"
@@ -22,6 +23,22 @@ std::string WinsockPrefix(int16_t index) { return "    Winsock(" + std::to_strin
 
 }  // namespace
 
+std::string ReplyTooLarge::StatusText() const {
+  if (announced_ >= 0) {
+    return "Reply too large (" + std::to_string(announced_) + " bytes announced, the limit is " +
+           std::to_string(limit_) + " bytes).";
+  }
+  return "Reply too large (more than the limit of " + std::to_string(limit_) + " bytes arrived).";
+}
+
+std::string ReplyTooLarge::LogText() const {
+  if (announced_ >= 0) {
+    return "    Antwort zu gross: " + std::to_string(announced_) + " Bytes angekündigt, erlaubt sind " +
+           std::to_string(limit_) + " Bytes.";
+  }
+  return "    Antwort zu gross: mehr als " + std::to_string(limit_) + " Bytes empfangen.";
+}
+
 bool IsFirstPacket(std::string_view packet) { return packet.substr(0, kHeaderKeyword.size()) == kHeaderKeyword; }
 
 void ReceiveFirstPacket(SlotState& slot, std::string_view packet) {
@@ -33,6 +50,8 @@ void ReceiveFirstPacket(SlotState& slot, std::string_view packet) {
       platform::Cp1252ToUtf8(packet.substr(kHeaderKeyword.size(), cr - kHeaderKeyword.size()));
   const int32_t announced = Variant(length_text).ToLong();
   const std::string_view payload = packet.substr(cr + 2);
+  if (announced > slot.MaxReplyBytes) throw ReplyTooLarge(announced, slot.MaxReplyBytes);
+  if (static_cast<int64_t>(payload.size()) > slot.MaxReplyBytes) throw ReplyTooLarge(-1, slot.MaxReplyBytes);
 
   std::string response;
   response.reserve(static_cast<size_t>(std::clamp<int32_t>(announced, 0, kMaxReserve)));
@@ -43,8 +62,53 @@ void ReceiveFirstPacket(SlotState& slot, std::string_view packet) {
 }
 
 void ReceiveNextPacket(SlotState& slot, std::string_view packet) {
-  slot.BytesReceived = vb::CheckedInt32(static_cast<int64_t>(slot.BytesReceived) + static_cast<int64_t>(packet.size()));
+  const int64_t received = static_cast<int64_t>(slot.BytesReceived) + static_cast<int64_t>(packet.size());
+  if (received > slot.MaxReplyBytes) throw ReplyTooLarge(-1, slot.MaxReplyBytes);
+  slot.BytesReceived = vb::CheckedInt32(received);
   platform::AppendCp1252AsUtf8(slot.Response, packet);
+}
+
+PacketOutcome TakePacket(SlotState& slot, std::string_view packet, const std::function<void(std::string_view)>& log) {
+  try {
+    if (slot.Mode == "STRING") {
+      // Only the first packet after the request went out may start a reply: TCP cuts a stream anywhere, so a
+      // later piece of payload that happens to begin with the keyword is payload all the same.
+      const bool first = slot.AwaitingFirstPacket && IsFirstPacket(packet);
+      slot.AwaitingFirstPacket = false;
+      if (first) {
+        log("    First packet received (mode: STRING).");
+        ReceiveFirstPacket(slot, packet);
+      } else {
+        log("    Next packet received (mode: STRING).");
+        ReceiveNextPacket(slot, packet);
+      }
+    } else if (slot.Mode == "BYTE") {
+      // The caller's expected length stands for the announced one; the file is bounded like a text reply.
+      if (slot.BytesToReceive > slot.MaxReplyBytes) throw ReplyTooLarge(slot.BytesToReceive, slot.MaxReplyBytes);
+      const int64_t received = static_cast<int64_t>(slot.BytesReceived) + static_cast<int64_t>(packet.size());
+      if (received > slot.MaxReplyBytes) throw ReplyTooLarge(-1, slot.MaxReplyBytes);
+      slot.BytesReceived = vb::CheckedInt32(received);
+      log("    Packet received (mode: BYTE).");
+      try {
+        platform::WriteToFile(slot.File, packet);
+      } catch (const RuntimeError& e) {
+        // The bytes count as received all the same; the failure ends the wait.
+        slot.WinsockError = "File Error (" + std::to_string(e.number()) + " - " + e.description() + ")";
+      }
+    }
+    if (slot.BytesReceived >= slot.BytesToReceive) slot.Ready = true;
+    return PacketOutcome::kTaken;
+  } catch (const ReplyTooLarge& e) {
+    slot.WinsockError = e.StatusText();
+    slot.ReplyTooLarge = true;
+    log(e.LogText());
+    return PacketOutcome::kTooLarge;
+  } catch (const std::exception& e) {
+    const ErrorInfo info = DescribeError(e);
+    slot.WinsockError = "DataArrival Error (" + std::to_string(info.number) + " - " + info.text + ")";
+    log("    Error occured: " + slot.WinsockError + ".");
+    return PacketOutcome::kFailed;
+  }
 }
 
 void frmComm::ctlWinsock_Connect(int16_t Index) {
@@ -80,44 +144,23 @@ void frmComm::ctlWinsock_DataArrival(int16_t Index, int32_t bytesTotal) {
     return;  // not a slot (the design-time element): nothing to receive into
   }
   WriteSlotLog(Index, WinsockPrefix(Index) + "DataArrival-Event Start.");
-  // The handler reads all bytesTotal bytes: they are gone from the socket however it ends.
+  // The handler reads all bytesTotal bytes: they are gone from the socket however it ends. Any other Mode
+  // reads nothing.
   platform::Socket& socket = ctlWinsock(Index);
+  const bool reads = slot->Mode == "STRING" || slot->Mode == "BYTE";
+  const std::string_view packet = reads ? socket.PeekData(bytesTotal) : std::string_view();
   struct ConsumeAtEnd {
     platform::Socket& socket;
-    size_t count = 0;
+    size_t count;
     ~ConsumeAtEnd() { socket.Consume(count); }
-  } consume{socket};
-  try {
-    if (slot->Mode == "STRING") {
-      const std::string_view packet = socket.PeekData(bytesTotal);
-      consume.count = packet.size();
-      if (IsFirstPacket(packet)) {
-        WriteSlotLog(Index, "    First packet received (mode: STRING).");
-        ReceiveFirstPacket(*slot, packet);
-      } else {
-        WriteSlotLog(Index, "    Next packet received (mode: STRING).");
-        ReceiveNextPacket(*slot, packet);
-      }
-    } else if (slot->Mode == "BYTE") {
-      const std::string_view packet = socket.PeekData(bytesTotal);
-      consume.count = packet.size();
-      slot->BytesReceived =
-          vb::CheckedInt32(static_cast<int64_t>(slot->BytesReceived) + static_cast<int64_t>(packet.size()));
-      WriteSlotLog(Index, "    Packet received (mode: BYTE).");
-      try {
-        platform::WriteToFile(slot->File, packet);
-      } catch (const RuntimeError& e) {
-        // The bytes count as received all the same; the failure ends the wait.
-        slot->WinsockError = "File Error (" + std::to_string(e.number()) + " - " + e.description() + ")";
-      }
-    }
-    if (slot->BytesReceived >= slot->BytesToReceive) slot->Ready = true;
+  } consume{socket, packet.size()};
+  const PacketOutcome outcome = TakePacket(*slot, packet, [&](std::string_view line) { WriteSlotLog(Index, line); });
+  if (outcome == PacketOutcome::kTaken) {
     WriteSlotLog(Index, WinsockPrefix(Index) + "DataArrival-Event End (" + std::to_string(slot->BytesReceived) +
                             " of " + std::to_string(slot->BytesToReceive) + " bytes received).");
-  } catch (const std::exception& e) {
-    const ErrorInfo info = DescribeError(e);
-    slot->WinsockError = "DataArrival Error (" + std::to_string(info.number) + " - " + info.text + ")";
-    WriteSlotLog(Index, "    Error occured: " + slot->WinsockError + ".");
+  } else if (outcome == PacketOutcome::kTooLarge) {
+    // Nothing more of this reply is read: the connection goes now, and the next request starts afresh.
+    socket.Close();
   }
 }
 

@@ -32,14 +32,15 @@ class GatewaySession {
   std::unique_ptr<clsVantor> object_;
 };
 
-// Installs, while it lives, a pump that waits at most 1 ms a pass: for tests that wait on purpose.
+// Installs, while it lives, a pump that waits at most 1 ms a pass (or `max_wait_ms`): for tests that wait on
+// purpose.
 class QuickPump {
  public:
-  QuickPump() : previous_(platform::InstallEventPump(&pump_)) {}
+  explicit QuickPump(int max_wait_ms = 1) : pump_(max_wait_ms), previous_(platform::InstallEventPump(&pump_)) {}
   ~QuickPump() { platform::InstallEventPump(previous_ == platform::EventPump::Default() ? nullptr : previous_); }
 
  private:
-  platform::PollPump pump_{1};
+  platform::PollPump pump_;
   platform::EventPump* previous_;
 };
 

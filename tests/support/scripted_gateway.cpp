@@ -25,6 +25,32 @@ std::string ScriptedGateway::Reply(std::string_view payload) {
   return "TotalBytes:" + std::to_string(payload.size()) + "\r\n" + std::string(payload);
 }
 
+std::vector<ScriptedGateway::Step> ScriptedGateway::CutAt(std::string_view wire, size_t offset, Cut how) {
+  std::vector<Step> steps;
+  if (offset > 0) steps.push_back(Send(std::string(wire.substr(0, offset))));
+  steps.push_back(how == Cut::kClose ? Close() : how == Cut::kReset ? Reset() : Silence());
+  return steps;
+}
+
+int ScriptedGateway::finished() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return finished_;
+}
+
+int ScriptedGateway::closed() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return closed_;
+}
+
+bool ScriptedGateway::WaitAllClosed(int timeout_ms) const {
+  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+  while (closed() < connections()) {
+    if (std::chrono::steady_clock::now() > until) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
 ScriptedGateway::ScriptedGateway() {
   request_complete = [](std::string_view r) {
     size_t separators = 0;
@@ -124,16 +150,26 @@ void ScriptedGateway::Play(int fd, const std::vector<Step>& steps,
         ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort_now, sizeof abort_now);
         [[fallthrough]];
       }
-      case Step::Kind::kClose:
+      case Step::Kind::kClose: {
         ::close(fd);
+        std::lock_guard<std::mutex> lock(mutex_);
+        ++finished_;
+        ++closed_;
         return;
+      }
       case Step::Kind::kSilence:
         break;
     }
   }
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++finished_;
+  }
   while (n > 0 && Readable(fd) && (n = ::recv(fd, buf, sizeof buf, 0)) > 0) {
   }
   ::close(fd);
+  std::lock_guard<std::mutex> lock(mutex_);
+  ++closed_;
 }
 
 }  // namespace halqvantor::testing

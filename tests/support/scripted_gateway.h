@@ -30,6 +30,9 @@ class ScriptedGateway {
   static Step Silence() { return {Step::Kind::kSilence, {}}; }  // answer nothing more
   // "TotalBytes:" + length + CR LF + payload.
   static std::string Reply(std::string_view payload);
+  // The first `offset` bytes of `wire`, then the connection closed, reset, or left open in silence (a stall).
+  enum class Cut { kClose, kReset, kStall };
+  static std::vector<Step> CutAt(std::string_view wire, size_t offset, Cut how);
 
   ScriptedGateway();
   ~ScriptedGateway();
@@ -43,6 +46,12 @@ class ScriptedGateway {
 
   std::vector<std::string> Requests() const;  // request bytes of every connection so far
   int connections() const { return static_cast<int>(Requests().size()); }
+  // Connections whose script has been played to its end (the bytes sent, a close or reset done), and
+  // connections the gateway has closed on its side.
+  int finished() const;
+  int closed() const;
+  // Waits (real time, at most `timeout_ms`) until every connection so far is closed; false when time is up.
+  bool WaitAllClosed(int timeout_ms = 5000) const;
 
   // A port on 127.0.0.1 that nobody listens on.
   static int UnusedPort();
@@ -58,6 +67,8 @@ class ScriptedGateway {
   mutable std::mutex mutex_;
   std::condition_variable released_;
   int releases_ = 0;
+  int finished_ = 0;
+  int closed_ = 0;
   int awaits_ = 0;
   bool stopping_ = false;
   std::vector<std::vector<Step>> scripts_;

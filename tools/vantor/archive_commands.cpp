@@ -29,7 +29,7 @@ void PrintFacts(std::ostream& out, const std::vector<std::pair<std::string, std:
   size_t width = 0;
   for (const auto& fact : facts) width = std::max(width, DisplayWidth(fact.first));
   for (const auto& [label, value] : facts) {
-    out << label << ':' << std::string(width - DisplayWidth(label) + 1, ' ') << value << '\n';
+    out << label << ':' << std::string(width - DisplayWidth(label) + 1, ' ') << EscapeControls(value) << '\n';
   }
 }
 
@@ -138,7 +138,7 @@ int RunFields(Session& session, const std::string& channel, const std::string& a
   if (session.json()) {
     session.PrintJson({{"rights", Text(rights)}, {"fields", listing.ToJson()}});
   } else {
-    session.out() << "rights: " << Text(rights) << '\n';
+    session.out() << "rights: " << EscapeControls(Text(rights)) << '\n';
     session.Print(listing);
   }
   return 0;
@@ -281,7 +281,9 @@ int RunText(Session& session, const TextArgs& args) {
   if (session.json()) {
     session.PrintJson(ToJson(pieces));
   } else {
-    for (size_t i = 0; i < pieces.size(); ++i) session.out() << (i > 0 ? "\n" : "") << pieces[i] << '\n';
+    for (size_t i = 0; i < pieces.size(); ++i) {
+      session.out() << (i > 0 ? "\n" : "") << EscapeControls(pieces[i], kKeepLineBreaks) << '\n';
+    }
   }
   return 0;
 }

@@ -8,6 +8,7 @@
 
 #include "platform/files.h"
 #include "session.h"
+#include "table.h"
 
 namespace vantor {
 namespace {
@@ -67,7 +68,15 @@ int RunFetch(Session& session, const FetchArgs& args) {
                                        &status);
   }
   session.Check(result, status);
-  return PrintFile(session, Text(name), Text(length));
+  // The name comes from the gateway: only a plain name in the local blob folder is a download. Anything else
+  // ("../x", "/etc/passwd", "a/b") would point the caller at a file the component never fetched.
+  const std::string file = Text(name);
+  if (file.empty()) throw CommandFailed(session.member() + ": the gateway named no file");
+  if (!halqvantor::platform::IsPlainFileName(file)) {
+    throw CommandFailed(session.member() + ": the gateway named a file outside the local blob folder: " +
+                        EscapeControls(file));
+  }
+  return PrintFile(session, file, Text(length));
 }
 
 struct TransferArgs {

@@ -1,5 +1,7 @@
 #include "options.h"
 
+#include <halqvantor/Extensions.h>
+
 #include <CLI/CLI.hpp>
 
 namespace vantor {
@@ -30,7 +32,50 @@ void GlobalOptions::AddTo(CLI::App& app) {
   app.add_option("--ext-map", ext_map, "file-extension mappings of downloads, e.g. TIF-PDF")
       ->envname("VANTOR_EXT_MAP")
       ->group(group);
+  app.add_option_function<std::string>(
+         "--max-reply",
+         [this](const std::string& text) {
+           const std::optional<int64_t> bytes = ParseByteCount(text);
+           if (!bytes) {
+             throw CLI::ValidationError("--max-reply", "'" + text +
+                                                           "' is no byte count: give a whole number of bytes, "
+                                                           "optionally with K, M or G (e.g. 64M)");
+           }
+           max_reply = *bytes;
+         },
+         "largest reply a request accepts, in bytes; K, M, G suffixes (default 1G)")
+      ->envname("VANTOR_MAX_REPLY")
+      ->type_name("BYTES")
+      ->group(group);
   app.add_flag("--json", json, "machine-readable output (JSON)");
+}
+
+std::optional<int64_t> ParseByteCount(std::string_view text) {
+  size_t digits = 0;
+  while (digits < text.size() && text[digits] >= '0' && text[digits] <= '9') ++digits;
+  if (digits == 0) return std::nullopt;
+  constexpr int64_t kMax = int64_t{1} << 62;
+  int64_t value = 0;
+  for (size_t i = 0; i < digits; ++i) {
+    if (value > kMax / 10) return std::nullopt;
+    value = value * 10 + (text[i] - '0');
+  }
+  std::string suffix;
+  for (char c : text.substr(digits)) suffix += static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
+  int shift = 0;
+  if (suffix.empty() || suffix == "B") {
+    shift = 0;
+  } else if (suffix == "K" || suffix == "KB" || suffix == "KIB") {
+    shift = 10;
+  } else if (suffix == "M" || suffix == "MB" || suffix == "MIB") {
+    shift = 20;
+  } else if (suffix == "G" || suffix == "GB" || suffix == "GIB") {
+    shift = 30;
+  } else {
+    return std::nullopt;
+  }
+  if (value < 1 || value > (kMax >> shift)) return std::nullopt;
+  return value << shift;
 }
 
 void GlobalOptions::ApplyTo(halqvantor::clsVantor& object) const {
@@ -45,6 +90,7 @@ void GlobalOptions::ApplyTo(halqvantor::clsVantor& object) const {
   object.strDBConnect = db;
   object.strDebugLogPath = log;
   object.strChangeFileExt = ext_map;
+  halqvantor::Options(object).max_reply_bytes = max_reply;
 }
 
 }  // namespace vantor

@@ -4,7 +4,9 @@
 // variable) per property of the component object.
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include <halqvantor/clsVantor.h>
 
@@ -26,12 +28,17 @@ struct GlobalOptions {
   std::string db;           // --db, VANTOR_DB -> strDBConnect
   std::string log;          // --log, VANTOR_LOG -> strDebugLogPath
   std::string ext_map;      // --ext-map, VANTOR_EXT_MAP -> strChangeFileExt
+  int64_t max_reply = int64_t{1} << 30;  // --max-reply, VANTOR_MAX_REPLY -> Options(object).max_reply_bytes
   bool json = false;        // --json: machine-readable output
 
   // Registers the options (with their environment variables) on the top-level app.
   void AddTo(CLI::App& app);
-  // Sets the object's properties from the options.
+  // Sets the object's properties (and its reply size limit) from the options.
   void ApplyTo(halqvantor::clsVantor& object) const;
 };
+
+// A byte count as given on the command line: decimal digits with an optional suffix K, M or G (powers of
+// 1024, either case, "KB"/"KiB" alike), at least 1 and at most 2^62. nullopt for anything else.
+std::optional<int64_t> ParseByteCount(std::string_view text);
 
 }  // namespace vantor

@@ -67,7 +67,7 @@ halqvantor::clsVantor& Session::Open(bool with_database) {
 
 void Session::Check(const Variant& result, const Variant& status) const {
   if (result.type() == VarType::Integer && result.ToInteger() == -1) {
-    throw CommandFailed(member_ + ": " + Text(status));
+    throw CommandFailed(member_ + ": " + EscapeControls(Text(status)));
   }
 }
 

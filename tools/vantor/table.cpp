@@ -5,6 +5,8 @@
 namespace vantor {
 namespace {
 
+constexpr char kHexDigits[] = "0123456789ABCDEF";
+
 std::string OneLine(const std::string& cell) {
   std::string out;
   out.reserve(cell.size());
@@ -20,10 +22,36 @@ std::string OneLine(const std::string& cell) {
       out += cell[i];
     }
   }
-  return out;
+  return EscapeControls(out);
 }
 
 }  // namespace
+
+std::string EscapeControls(std::string_view text, bool keep_line_breaks) {
+  std::string out;
+  out.reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    if (keep_line_breaks && (c == '\n' || c == '\t')) {
+      out += text[i];
+    } else if (c < 0x20 || c == 0x7F) {
+      out += "\\x";
+      out += kHexDigits[c >> 4];
+      out += kHexDigits[c & 0xF];
+    } else if (c == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) >= 0x80 &&
+               static_cast<unsigned char>(text[i + 1]) <= 0x9F) {
+      // U+0080 .. U+009F, the second control range (U+009B starts a terminal command like ESC [).
+      const auto low = static_cast<unsigned char>(text[i + 1]);
+      out += "\\u00";
+      out += kHexDigits[low >> 4];
+      out += kHexDigits[low & 0xF];
+      ++i;
+    } else {
+      out += text[i];
+    }
+  }
+  return out;
+}
 
 size_t DisplayWidth(const std::string& text) {
   size_t width = 0;
