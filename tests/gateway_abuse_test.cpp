@@ -3,12 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <asio.hpp>
 #include <chrono>
 #include <filesystem>
 #include <sstream>
 #include <thread>
-
-#include <asio.hpp>
 
 #include "client.h"
 #include "request_reader.h"
@@ -73,7 +72,9 @@ TEST(GatewayLogTest, FieldsAreEscapedAndCut) {
       {"easy", "easy"},
       {"x\r\nadmin DeleteDocument -> Status: OK", "x\\r\\nadmin DeleteDocument -> Status: OK"},
       {std::string("a\tb\0c\x1B\x7F", 7), "a\\tb\\x00c\\x1B\\x7F"},
-      {"M\xFC" "ller", "Müller"},
+      {"M\xFC"
+       "ller",
+       "Müller"},
       {std::string(1000, 'n'), std::string(200, 'n') + "...(1000 bytes)"},
   };
   for (const auto& [field, logged] : cases) EXPECT_EQ(LogField(field), logged);
@@ -140,18 +141,21 @@ TEST_F(GatewayAbuseTest, AmplifyingAndWritingRequestsMeetTheirLimits) {
     std::string status;
   };
   const std::vector<Case> cases = {
-      {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "1,2,1,2,1,2,1,2,1,2,1", out}, "easy",
+      {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "1,2,1,2,1,2,1,2,1,2,1", out},
+       "easy",
        "Status: Error 41 Ungültiger Parameter: mehr als 10 Seiten"},
       {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "1,2,1", out}, "easy", "Status: OK"},
-      {{"GetSegmentText", "FIBU", "Eingangsrechnungen", "1000001", "", "", "", "", blank}, "easy",
+      {{"GetSegmentText", "FIBU", "Eingangsrechnungen", "1000001", "", "", "", "", blank},
+       "easy",
        "Status: Error 85 Antwort zu groß"},
       {{"GetSegmentText", "FIBU", "Eingangsrechnungen", "1000001", "", "", "", "", "_"}, "easy", "Status: OK"},
-      {{"WriteNote", "FIBU", "Eingangsrechnungen", "1000001", "", "gelesen", ""}, "gast",
+      {{"WriteNote", "FIBU", "Eingangsrechnungen", "1000001", "", "gelesen", ""},
+       "gast",
        "Status: Error 22 Keine Berechtigung"},
-      {{"WriteNote", "FIBU", "Eingangsrechnungen", "1000001", "", std::string(1001, 'n'), ""}, "easy",
+      {{"WriteNote", "FIBU", "Eingangsrechnungen", "1000001", "", std::string(1001, 'n'), ""},
+       "easy",
        "Status: Error 84 Anfrage zu groß"},
-      {{"WriteNote", "FIBU", "Eingangsrechnungen", "1000001", "", "Zeile 1<br>Zeile 2", "<br>"}, "easy",
-       "Status: OK"},
+      {{"WriteNote", "FIBU", "Eingangsrechnungen", "1000001", "", "Zeile 1<br>Zeile 2", "<br>"}, "easy", "Status: OK"},
   };
   const std::string archive = ReadFile(gateway_.data() + "/archive.json");
   for (const Case& c : cases) {
@@ -175,9 +179,8 @@ TEST_F(GatewayAbuseTest, SessionsStayWithinTheirBytesAndExpire) {
   Start(options);
   const std::string words = std::string(2000, 'q') + " rechnung";
   for (int i = 0; i < 30; ++i) {
-    const std::string reply =
-        Raw(Frame({"QueryArchive", "FIBU", "Eingangsrechnungen", words, "", "0", "0", ""}, "easy", "easy",
-                  "S" + std::to_string(i)));
+    const std::string reply = Raw(Frame({"QueryArchive", "FIBU", "Eingangsrechnungen", words, "", "0", "0", ""}, "easy",
+                                        "easy", "S" + std::to_string(i)));
     ASSERT_EQ(StatusOf(reply), "Status: OK");
   }
   EXPECT_LE(gateway_.server().session_bytes(), 20000u);
@@ -215,8 +218,9 @@ TEST_F(GatewayAbuseTest, TheLogShowsEachAnswerOnOneLine) {
   gateway_.Stop();
   const std::vector<std::string> lines = SplitLines(log.str());
   ASSERT_EQ(lines.size(), 3u) << log.str();
-  EXPECT_EQ(lines[0], "x\\r\\nadmin DeleteDocument -> Status: OK\\r\\n GetChannels -> Status: Error 21 "
-                      "Anmeldung fehlgeschlagen");
+  EXPECT_EQ(lines[0],
+            "x\\r\\nadmin DeleteDocument -> Status: OK\\r\\n GetChannels -> Status: Error 21 "
+            "Anmeldung fehlgeschlagen");
   EXPECT_LT(lines[1].size(), 500u);
   EXPECT_EQ(lines[2], "easy GetChannels -> Status: OK");
 }

@@ -3,8 +3,8 @@
 // The gateway's archive: accounts, channels, archives with their fields, segment kinds, layouts, query
 // formats, entry masks and documents, read from DIR/archive.json (UTF-8) and written back there after every
 // change but a note: a document's notes, once changed, live in a file of their own below DIR/notes, which a
-// new note is appended to and which takes precedence over the notes in archive.json. Segment contents are files below DIR, named relative to it. Inside the gateway every text is held
-// in Windows-1252 (see text.h).
+// new note is appended to and which takes precedence over the notes in archive.json. Segment contents are
+// files below DIR, named relative to it. Inside the gateway every text is held in Windows-1252 (see text.h).
 
 #include <map>
 #include <string>

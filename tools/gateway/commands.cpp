@@ -675,7 +675,9 @@ Commands::Rows Commands::GetSegmentMultiTif(const Request& r) {
   if (wanted.empty()) {
     for (size_t i = 0; i < all.size(); ++i) indexes.push_back(i);
   }
-  if (indexes.size() > limits_.max_pages) Fail(kBadArgument, "mehr als " + std::to_string(limits_.max_pages) + " Seiten");
+  if (indexes.size() > limits_.max_pages) {
+    Fail(kBadArgument, "mehr als " + std::to_string(limits_.max_pages) + " Seiten");
+  }
   // The file's size is known from its pages before any is copied.
   size_t size = 0;
   for (size_t i : indexes) {

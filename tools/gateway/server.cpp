@@ -195,7 +195,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     phase_ = Phase::kWorking;
     asio::post(server_.pool_, [self = shared_from_this()] {
       auto answer = std::make_shared<Answer>(self->server_.commands_.Handle(self->reader_.request()));
-      asio::post(self->server_.io_, [self, answer] { self->Respond(std::move(*answer), self->reader_.request().command); });
+      asio::post(self->server_.io_,
+                 [self, answer] { self->Respond(std::move(*answer), self->reader_.request().command); });
     });
   }
 

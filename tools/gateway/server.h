@@ -5,10 +5,10 @@
 // command runs on a small pool of worker threads (so a long one holds up no other client), the answer is
 // written, and the connection is closed once the client has closed its side. At most `max_connections` are
 // open: a new one sheds the connection that has been idle longest (one waiting for its client to close, or
-// to send its request). An upload is written to disk as it arrives. Deadlines bound every phase: a client that sends nothing for
-// `idle_timeout`, or has not completed its request within `request_timeout`, gets the error
-// "Anfrage unvollständig" (or is dropped when it sent nothing at all); a client that does not close within
-// `linger_timeout` after its answer is dropped.
+// to send its request). An upload is written to disk as it arrives. Deadlines bound every phase: a client
+// that sends nothing for `idle_timeout`, or has not completed its request within `request_timeout`, gets the
+// error "Anfrage unvollständig" (or is dropped when it sent nothing at all); a client that does not close
+// within `linger_timeout` after its answer is dropped.
 
 #include <atomic>
 #include <chrono>
