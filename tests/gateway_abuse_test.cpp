@@ -207,6 +207,43 @@ TEST_F(GatewayAbuseTest, ANormalClientIsServedWhileSlowClientsHoldTheConnections
   EXPECT_LE(gateway_.server().open_connections(), 50u);
 }
 
+TEST_F(GatewayAbuseTest, AnUploadThatFailsLeavesNoFile) {
+  Start({});
+  const std::string body(300000, 'u');
+  auto head = [&](const std::string& user, const std::string& name) {
+    return Frame({"UploadFile", gateway_.blob(), name, std::to_string(body.size())}, user, user) + "\r\n";
+  };
+  struct Case {
+    std::string request;
+    bool half_close;
+    std::string status;
+  };
+  const std::vector<Case> cases = {
+      {head("easy", "cut.bin") + body.substr(0, 100000), true, "Status: Error 83"},
+      {head("nobody", "who.bin") + body, false, "Status: Error 21"},
+      {head("easy", "..\\up.bin") + body, false, "Status: Error 50"},
+  };
+  for (const Case& c : cases) {
+    ExchangeOptions options;
+    options.half_close = c.half_close;
+    const std::string status = StatusOf(Exchange("127.0.0.1", gateway_.port(), c.request, options));
+    EXPECT_TRUE(status.starts_with(c.status)) << status;
+  }
+  EXPECT_EQ(StatusOf(Raw(head("easy", "ok.bin") + body)), "Status: OK");
+  // A temporary file goes with its connection.
+  for (int i = 0; i < 2000 && gateway_.server().open_connections() > 0; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  std::vector<std::string> files;
+  for (const auto& entry : fs::recursive_directory_iterator(gateway_.dir().path())) {
+    if (entry.is_regular_file() && entry.path().string().find("/blob/") != std::string::npos) {
+      files.push_back(entry.path().filename().string());
+    }
+  }
+  EXPECT_EQ(files, std::vector<std::string>{"ok.bin"});
+  EXPECT_EQ(ReadFile(gateway_.blob() + "/ok.bin"), body);
+}
+
 TEST_F(GatewayAbuseTest, TheLogShowsEachAnswerOnOneLine) {
   std::ostringstream log;
   GatewayOptions options;
