@@ -1,5 +1,8 @@
 #include "archive.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -46,6 +49,45 @@ nlohmann::json ConvertTexts(const nlohmann::json& node, F convert) {
     return out;
   }
   return node;
+}
+
+// A name as one safe file name component: letters, digits, "-" and "_" stay, every other byte is %XX.
+std::string FileNamePart(std::string_view name) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string out;
+  for (const char c : name) {
+    const auto byte = static_cast<unsigned char>(c);
+    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_') {
+      out += c;
+    } else {
+      out += '%';
+      out += kHex[byte >> 4];
+      out += kHex[byte & 0xF];
+    }
+  }
+  return out.empty() ? "%" : out;
+}
+
+// One note as one line of its notes file (UTF-8 JSON, no line break inside).
+std::string NoteLine(const Note& note) {
+  const nlohmann::json line = {{"author", FromWire(note.author)},
+                               {"date", FromWire(note.date)},
+                               {"time", FromWire(note.time)},
+                               {"text", FromWire(note.text)}};
+  return line.dump() + "\n";
+}
+
+// Writes a file anew through a temporary file and a rename, so a crash leaves the old one.
+void ReplaceFile(const std::string& path, const std::string& bytes) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  const std::string temporary = path + ".new";
+  {
+    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+    out << bytes;
+    out.flush();
+    if (!out) throw std::runtime_error("cannot write " + temporary);
+  }
+  std::filesystem::rename(temporary, path);
 }
 
 [[noreturn]] void Invalid(const std::string& what) { throw std::runtime_error("archive.json: " + what); }
@@ -156,6 +198,75 @@ Store::Store(std::string data_dir) : data_dir_(std::move(data_dir)) {
   text << in.rdbuf();
   data_ = ParseArchiveJson(text.str());
   Validate();
+  LoadNotes();
+}
+
+std::string Store::NotesPath(const Channel& channel, const Archive& archive, const Document& document) const {
+  return data_dir_ + "/notes/" + FileNamePart(channel.name) + "/" + FileNamePart(archive.name) + "/" +
+         FileNamePart(document.id) + ".jsonl";
+}
+
+void Store::LoadNotes() {
+  if (!std::filesystem::is_directory(data_dir_ + "/notes")) return;
+  for (Channel& c : data_.channels) {
+    for (Archive& a : c.archives) {
+      for (Document& d : a.documents) {
+        std::ifstream in(NotesPath(c, a, d), std::ios::binary);
+        if (!in) continue;
+        std::vector<Note> notes;
+        std::string line;
+        while (std::getline(in, line)) {
+          // A line cut short by a crash while it was appended is let go.
+          const nlohmann::json parsed = nlohmann::json::parse(line, nullptr, false);
+          if (!parsed.is_object()) continue;
+          Note note;
+          note.author = ToWire(parsed.value("author", ""));
+          note.date = ToWire(parsed.value("date", ""));
+          note.time = ToWire(parsed.value("time", ""));
+          note.text = ToWire(parsed.value("text", ""));
+          notes.push_back(std::move(note));
+        }
+        d.notes = std::move(notes);
+      }
+    }
+  }
+}
+
+void Store::AppendNote(const Channel& channel, const Archive& archive, Document& document, Note note) {
+  const std::string path = NotesPath(channel, archive, document);
+  const std::string line = NoteLine(note);
+  if (!std::filesystem::exists(path)) {
+    std::string all;
+    for (const Note& n : document.notes) all += NoteLine(n);
+    ReplaceFile(path, all + line);
+  } else {
+    const int fd = ::open(path.c_str(), O_RDWR | O_APPEND | O_CLOEXEC);
+    if (fd < 0) throw std::runtime_error("cannot write " + path);
+    // A last line left without its end by a crash gets one, so that it does not swallow the new note.
+    std::string bytes = line;
+    char last = '\n';
+    const off_t size = ::lseek(fd, 0, SEEK_END);
+    if (size > 0 && ::pread(fd, &last, 1, size - 1) == 1 && last != '\n') bytes.insert(0, "\n");
+    size_t done = 0;
+    while (done < bytes.size()) {
+      const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+      if (n <= 0) break;
+      done += static_cast<size_t>(n);
+    }
+    ::close(fd);
+    if (done < bytes.size()) throw std::runtime_error("cannot write " + path);
+  }
+  document.notes.push_back(std::move(note));
+}
+
+void Store::ClearNotes(const Channel& channel, const Archive& archive, Document& document) {
+  ReplaceFile(NotesPath(channel, archive, document), "");
+  document.notes.clear();
+}
+
+void Store::RemoveNotes(const Channel& channel, const Archive& archive, const Document& document) {
+  std::error_code ignored;
+  std::filesystem::remove(NotesPath(channel, archive, document), ignored);
 }
 
 void Store::Validate() const {

@@ -2,8 +2,9 @@
 
 // The gateway's archive: accounts, channels, archives with their fields, segment kinds, layouts, query
 // formats, entry masks and documents, read from DIR/archive.json (UTF-8) and written back there after every
-// change. Segment contents are files below DIR, named relative to it. Inside the gateway every text is held
-// in Windows-1252 (see text.h).
+// change but a note: a document's notes, once changed, live in a file of their own below DIR/notes, which a
+// new note is appended to and which takes precedence over the notes in archive.json. Segment contents are
+// files below DIR, named relative to it. Inside the gateway every text is held in Windows-1252 (see text.h).
 
 #include <map>
 #include <string>
@@ -152,11 +153,22 @@ class Store {
   // Writes archive.json anew (through a temporary file and a rename, so a crash leaves the old one).
   void Save() const;
 
+  // Notes of a document, written to its own notes file (not archive.json). The first change writes the
+  // document's notes file whole; after that a note is appended, so a note costs its own size. Failures are
+  // std::runtime_error; the notes in memory then stay as they were.
+  void AppendNote(const Channel& channel, const Archive& archive, Document& document, Note note);
+  void ClearNotes(const Channel& channel, const Archive& archive, Document& document);
+  // Forgets a removed document's notes file, so that a new document with its id starts without notes.
+  void RemoveNotes(const Channel& channel, const Archive& archive, const Document& document);
+  // The notes file of a document (it may not exist).
+  std::string NotesPath(const Channel& channel, const Archive& archive, const Document& document) const;
+
   // A document id not used in any archive: one above the highest numeric id.
   std::string NewDocumentId() const;
 
  private:
   void Validate() const;
+  void LoadNotes();
 
   std::string data_dir_;
   ArchiveData data_;

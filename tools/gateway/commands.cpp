@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <ctime>
+#include <atomic>
+#include <cstdio>
 #include <exception>
 #include <set>
+#include <utility>
 
 #include "import_file.h"
 #include "pdf_writer.h"
@@ -15,8 +18,6 @@
 
 namespace halqvantor::gateway {
 namespace {
-
-constexpr size_t kMaxSessionsRemembered = 10000;
 
 [[noreturn]] void Fail(int code, const std::string& detail = {}) {
   throw GatewayError(code, detail.empty() ? std::string(StandardMessage(code))
@@ -53,8 +54,8 @@ int64_t CountArgument(const std::string& text, const char* name) {
   return *value;
 }
 
-// Page numbers "1,2,5" (empty: all).
-std::vector<int64_t> PageList(const std::string& text) {
+// Page numbers "1,2,5" (empty: all), at most `max_pages` of them.
+std::vector<int64_t> PageList(const std::string& text, size_t max_pages) {
   std::vector<int64_t> pages;
   size_t start = 0;
   while (start <= text.size()) {
@@ -64,6 +65,7 @@ std::vector<int64_t> PageList(const std::string& text) {
     if (!piece.empty()) {
       const auto page = ParseInteger(piece);
       if (!page || *page < 1) Fail(kBadArgument, "Seitenliste");
+      if (pages.size() == max_pages) Fail(kBadArgument, "mehr als " + std::to_string(max_pages) + " Seiten");
       pages.push_back(*page);
     }
     start = comma + 1;
@@ -96,6 +98,7 @@ const char* StandardMessage(int code) {
     case kWrongArgumentCount: return "Falsche Anzahl von Argumenten";
     case kIncompleteRequest: return "Anfrage unvollst\xE4ndig";
     case kRequestTooLarge: return "Anfrage zu gro\xDF";
+    case kAnswerTooLarge: return "Antwort zu gro\xDF";
     default: return "Interner Fehler";
   }
 }
@@ -120,8 +123,12 @@ struct Commands::Target {
   Version* version;
 };
 
-Commands::Commands(Store& store, BlobFolder blob, int busy_answers)
-    : store_(store), blob_(std::move(blob)), busy_left_(busy_answers) {
+Commands::Commands(Store& store, BlobFolder blob, int busy_answers, CommandLimits limits)
+    : store_(store),
+      blob_(std::move(blob)),
+      limits_(std::move(limits)),
+      busy_left_(busy_answers),
+      sessions_(limits_.max_session_bytes, limits_.session_idle, limits_.now) {
   for (const Account& account : store_.data().accounts) {
     try {
       encoded_passwords_[Upper(account.user)] = EncodeText(FromWire(account.password));
@@ -131,11 +138,23 @@ Commands::Commands(Store& store, BlobFolder blob, int busy_answers)
   }
 }
 
+namespace {
+
+bool ChangesArchive(const std::string& command) {
+  return command == "WriteNote" || command == "DeleteNotes" || command == "CreateDocument" ||
+         command == "EditDocument" || command == "DeleteDocument";
+}
+
+}  // namespace
+
 Answer Commands::Handle(const Request& request) {
   const bool unrepeated = request.command == "TransferBLOB" || request.command == "UploadFile";
-  if (busy_left_ > 0 && !unrepeated) {
-    --busy_left_;
-    return ErrorAnswer(kBusy, StandardMessage(kBusy));
+  if (!unrepeated) {
+    const std::lock_guard lock(busy_mutex_);
+    if (busy_left_ > 0) {
+      --busy_left_;
+      return ErrorAnswer(kBusy, StandardMessage(kBusy));
+    }
   }
   if (request.command == "TransferBLOB") {
     if (!LogOn(request)) return {{}, true};
@@ -143,7 +162,18 @@ Answer Commands::Handle(const Request& request) {
   }
   try {
     if (!LogOn(request)) Fail(kLogonFailed);
-    return OkAnswer(Dispatch(request));
+    Rows rows;
+    if (ChangesArchive(request.command)) {
+      const std::unique_lock lock(store_mutex_);
+      rows = Dispatch(request);
+    } else {
+      const std::shared_lock lock(store_mutex_);
+      rows = Dispatch(request);
+    }
+    size_t size = 0;
+    for (const std::string& row : rows) size += row.size() + kCrLf.size();
+    if (size > limits_.max_answer_bytes) Fail(kAnswerTooLarge, std::to_string(size) + " Bytes");
+    return OkAnswer(rows);
   } catch (const GatewayError& e) {
     return ErrorAnswer(e.code(), e.what());
   } catch (const std::exception& e) {
@@ -228,12 +258,14 @@ std::string Commands::SegmentBytes(const Archive& archive, const Segment& segmen
   const SegmentKind& kind = *archive.SegmentKindById(segment.id);
   if (kind.type == kReferenceSegment) return Join(segment.references, kCrLf) + std::string(kCrLf);
   if (kind.type == kTextSegment) {
-    auto cached = text_cache_.find(segment.file);
-    if (cached == text_cache_.end()) {
-      const std::string text = ToWire(ReadWholeFile(store_.ContentPath(segment.file)));
-      cached = text_cache_.emplace(segment.file, Join(SplitLines(text), kCrLf)).first;
+    {
+      const std::lock_guard lock(text_cache_mutex_);
+      const auto cached = text_cache_.find(segment.file);
+      if (cached != text_cache_.end()) return cached->second;
     }
-    return cached->second;
+    const std::string text = Join(SplitLines(ToWire(ReadWholeFile(store_.ContentPath(segment.file)))), kCrLf);
+    const std::lock_guard lock(text_cache_mutex_);
+    return text_cache_.emplace(segment.file, text).first->second;
   }
   return ReadWholeFile(store_.ContentPath(segment.file));
 }
@@ -370,8 +402,7 @@ Commands::Rows Commands::QueryArchive(const Request& r) {
     for (const Field& f : a.fields) columns.push_back(f.id);
   }
 
-  if (last_words_.size() >= kMaxSessionsRemembered) last_words_.clear();
-  last_words_[r.session] = query.words;
+  sessions_.Put(r.session, query.words);
 
   std::vector<const Document*> hits;
   for (const Document& doc : a.documents) {
@@ -439,13 +470,13 @@ Commands::Rows Commands::GetDocumentInfo(const Request& r) {
 Commands::Rows Commands::GetSegmentDescription(const Request& r) {
   const Target t = DocumentFor(r, 'R');
   const std::string thumbnails = r.args[4];
-  const auto words = last_words_.find(r.session);
+  const auto words = sessions_.Get(r.session);
   Rows rows = {std::to_string(t.document->notes.size())};
   for (const Segment& s : t.version->segments) {
     const SegmentKind& kind = *t.archive->SegmentKindById(s.id);
     const std::string bytes = SegmentBytes(*t.archive, s);
     int hits = 0;
-    if (kind.type == kTextSegment && words != last_words_.end()) MarkWords(bytes, words->second, "", "", &hits);
+    if (kind.type == kTextSegment && words) MarkWords(bytes, *words, "", "", &hits);
     size_t thumbnail = 0;
     if (kind.type == kImageSegment && !Trim(thumbnails).empty()) {
       if (const auto pages = ReadTiff(bytes)) {
@@ -474,10 +505,28 @@ Commands::Rows Commands::GetSegmentText(const Request& r) {
   const std::vector<std::string> words = FreeTextWords(r.args[4]);
   const std::string& blank = r.args[7];
   Rows rows;
+  size_t answer = 0;
   for (const Segment& s : t.version->segments) {
     if (t.archive->SegmentKindById(s.id)->type != kTextSegment) continue;
     std::string text = MarkWords(SegmentBytes(*t.archive, s), words, r.args[5], r.args[6], nullptr);
-    if (!blank.empty()) ReplaceAll(text, " ", blank);
+    if (!blank.empty()) {
+      // The size is known before the text is built, so a long replacement is refused before it costs.
+      const size_t blanks = static_cast<size_t>(std::count(text.begin(), text.end(), ' '));
+      const size_t grown = blanks > 0 && blank.size() > 1 ? blanks * (blank.size() - 1) : 0;
+      if (blanks > 0 && blank.size() > 1 && grown / blanks != blank.size() - 1) Fail(kAnswerTooLarge);
+      answer += text.size() + grown;
+      if (answer > limits_.max_answer_bytes) Fail(kAnswerTooLarge, std::to_string(answer) + " Bytes");
+      std::string replaced;
+      replaced.reserve(text.size() + grown);
+      for (const char c : text) {
+        if (c == ' ') {
+          replaced += blank;
+        } else {
+          replaced += c;
+        }
+      }
+      text = std::move(replaced);
+    }
     std::vector<std::string> lines = SplitLines(text);
     if (lines.empty()) lines.emplace_back();
     lines.front().insert(0, "^");
@@ -502,20 +551,23 @@ Commands::Rows Commands::GetNotes(const Request& r) {
   return rows;
 }
 
+// Writing a note changes the document: it needs the edit right, as deleting notes does.
 Commands::Rows Commands::WriteNote(const Request& r) {
-  const Target t = DocumentFor(r, 'R');
+  const Target t = DocumentFor(r, 'E');
   std::string text = r.args[4];
+  if (text.size() > limits_.max_note_bytes) {
+    Fail(kRequestTooLarge, "Notiz l\xE4nger als " + std::to_string(limits_.max_note_bytes) + " Bytes");
+  }
   const std::string& line_break = r.args[5];
   if (!line_break.empty() && line_break != kCrLf) ReplaceAll(text, line_break, kCrLf);
-  t.document->notes.push_back({r.user, Today(), LocalNow("%H:%M:%S"), Join(SplitLines(text), kCrLf)});
-  store_.Save();
+  store_.AppendNote(*t.channel, *t.archive, *t.document,
+                    {r.user, Today(), LocalNow("%H:%M:%S"), Join(SplitLines(text), kCrLf)});
   return {};
 }
 
 Commands::Rows Commands::DeleteNotes(const Request& r) {
   const Target t = DocumentFor(r, 'E');
-  t.document->notes.clear();
-  store_.Save();
+  store_.ClearNotes(*t.channel, *t.archive, *t.document);
   return {};
 }
 
@@ -614,12 +666,25 @@ Commands::Rows Commands::GetSegmentMultiTif(const Request& r) {
   }
   if (all.empty()) Fail(kNoSuchPage, "Dokument ohne Bildseiten");
   std::vector<TiffPage> chosen;
-  const std::vector<int64_t> wanted = PageList(r.args[4]);
+  const std::vector<int64_t> wanted = PageList(r.args[4], limits_.max_pages);
+  std::vector<size_t> indexes;
   for (int64_t page : wanted) {
     if (page > static_cast<int64_t>(all.size())) Fail(kNoSuchPage, std::to_string(page));
-    chosen.push_back(all[static_cast<size_t>(page - 1)]);
+    indexes.push_back(static_cast<size_t>(page - 1));
   }
-  if (wanted.empty()) chosen = all;
+  if (wanted.empty()) {
+    for (size_t i = 0; i < all.size(); ++i) indexes.push_back(i);
+  }
+  if (indexes.size() > limits_.max_pages) {
+    Fail(kBadArgument, "mehr als " + std::to_string(limits_.max_pages) + " Seiten");
+  }
+  // The file's size is known from its pages before any is copied.
+  size_t size = 0;
+  for (size_t i : indexes) {
+    for (const std::string& chunk : all[i].chunks) size += chunk.size();
+  }
+  if (size > limits_.max_answer_bytes) Fail(kAnswerTooLarge, std::to_string(size) + " Bytes");
+  for (size_t i : indexes) chosen.push_back(all[i]);
   Rows rows;
   WriteDownload(r.args[5], DownloadName(*t.document, *t.version, "MULTI.TIF"), WriteTiff(chosen), rows);
   return rows;
@@ -647,6 +712,88 @@ Answer Commands::TransferBlob(const Request& r) {
 Commands::Rows Commands::UploadFile(const Request& r) {
   WriteWholeFile(blob_.ResolveFile(r.args[0], r.args[1]), r.body);
   return {std::to_string(r.body.size())};
+}
+
+namespace {
+
+// The bytes of a streamed upload: a temporary file beside the target, or only the error to answer.
+class UploadSink : public UploadBody {
+ public:
+  UploadSink(int code, std::string message) : code_(code), message_(std::move(message)) {}
+  UploadSink(std::filesystem::path target, std::filesystem::path temporary, std::FILE* file)
+      : target_(std::move(target)), temporary_(std::move(temporary)), file_(file) {}
+  ~UploadSink() override { Discard(); }
+
+  void Append(std::string_view bytes) override {
+    if (file_ == nullptr) return;
+    if (std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) FailWrite();
+    size_ += bytes.size();
+  }
+
+  // Puts the file in place; the answer's rows, or throws the error.
+  Answer Finish() {
+    if (file_ != nullptr && std::fclose(std::exchange(file_, nullptr)) != 0) FailWrite();
+    if (code_ != 0) return ErrorAnswer(code_, message_);
+    std::error_code ec;
+    std::filesystem::rename(temporary_, target_, ec);
+    if (ec) {
+      FailWrite();
+      return ErrorAnswer(code_, message_);
+    }
+    temporary_.clear();
+    return OkAnswer({std::to_string(size_)});
+  }
+
+ private:
+  void FailWrite() {
+    code_ = kFileNotWritten;
+    message_ = StandardMessage(kFileNotWritten) + (": " + ToWire(target_.filename().string()));
+    Discard();
+  }
+  void Discard() {
+    if (file_ != nullptr) std::fclose(std::exchange(file_, nullptr));
+    if (!temporary_.empty()) {
+      std::error_code ignored;
+      std::filesystem::remove(temporary_, ignored);
+      temporary_.clear();
+    }
+  }
+
+  int code_ = 0;
+  std::string message_;
+  std::filesystem::path target_, temporary_;
+  std::FILE* file_ = nullptr;
+  size_t size_ = 0;
+};
+
+std::atomic<uint64_t> upload_counter{0};
+
+}  // namespace
+
+std::unique_ptr<UploadBody> Commands::OpenUpload(const Request& head) {
+  if (!LogOn(head)) return std::make_unique<UploadSink>(kLogonFailed, StandardMessage(kLogonFailed));
+  std::filesystem::path target;
+  try {
+    target = blob_.ResolveFile(head.args[0], head.args[1]);
+  } catch (const GatewayError& e) {
+    return std::make_unique<UploadSink>(e.code(), e.what());
+  }
+  std::error_code ignored;
+  std::filesystem::create_directories(target.parent_path(), ignored);
+  const std::filesystem::path temporary =
+      target.parent_path() / ("." + target.filename().string() + ".upload-" + std::to_string(++upload_counter));
+  std::FILE* file = std::fopen(temporary.c_str(), "wbx");
+  if (file == nullptr) {
+    return std::make_unique<UploadSink>(kFileNotWritten,
+                                        StandardMessage(kFileNotWritten) + (": " + ToWire(target.filename().string())));
+  }
+  return std::make_unique<UploadSink>(target, temporary, file);
+}
+
+Answer Commands::FinishUpload(const Request& request, UploadBody* body) {
+  auto* sink = dynamic_cast<UploadSink*>(body);
+  if (sink == nullptr) return Handle(request);  // not streamed: the body is in the request
+  return sink->Finish();
 }
 
 // ---- create, edit, delete --------------------------------------------------------------------------------
@@ -733,6 +880,7 @@ Commands::Rows Commands::ImportDocuments(const Request& r, bool edit) {
   for (Planned& p : plans) {
     for (const auto& [file, bytes] : p.files) {
       WriteWholeFile(store_.ContentPath(file), bytes);
+      const std::lock_guard lock(text_cache_mutex_);
       text_cache_.erase(file);
     }
     if (p.existing != nullptr) {
@@ -754,6 +902,7 @@ Commands::Rows Commands::DeleteDocument(const Request& r) {
   if (!Trim(r.args[3]).empty() && versions.size() > 1) {
     std::erase_if(versions, [&](const Version& v) { return &v == t.version; });
   } else {
+    store_.RemoveNotes(*t.channel, *t.archive, *t.document);
     std::erase_if(t.archive->documents, [&](const Document& d) { return &d == t.document; });
   }
   store_.Save();

@@ -5,13 +5,19 @@
 // ("Status: OK" or "Status: Error " + code + " " + message) and one row per line, every line ending with
 // CR LF, all in Windows-1252. "TransferBLOB" answers the file's bytes alone, or nothing when it fails.
 
+#include <chrono>
+#include <functional>
 #include <map>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
 #include <string>
 #include <vector>
 
 #include "archive.h"
 #include "blob_files.h"
 #include "request_reader.h"
+#include "session_cache.h"
 
 namespace halqvantor::gateway {
 
@@ -24,13 +30,34 @@ struct Answer {
 Answer OkAnswer(const std::vector<std::string>& rows);
 Answer ErrorAnswer(int code, const std::string& message);
 
+// What one request may make the gateway spend.
+struct CommandLimits {
+  size_t max_session_bytes = 16u << 20;                    // all sessions' last-query words together
+  std::chrono::milliseconds session_idle{30 * 60 * 1000};  // a session unused this long is forgotten
+  size_t max_pages = 1000;                                 // pages of one "GetSegmentMultiTIF"
+  size_t max_answer_bytes = 64u << 20;                     // a text answer, or a file a command composes
+  size_t max_note_bytes = 64u << 10;                       // the text of one note
+  std::function<std::chrono::steady_clock::time_point()> now;  // the clock of the session expiry
+};
+
 class Commands {
  public:
   // `busy_answers`: how many requests are answered busy first ("TransferBLOB" and "UploadFile", which
   // clients do not repeat, are never answered busy and do not count).
-  Commands(Store& store, BlobFolder blob, int busy_answers);
+  Commands(Store& store, BlobFolder blob, int busy_answers, CommandLimits limits = {});
 
+  // Answers one request. Safe to call from several threads at once: commands that change the archive run
+  // alone, the others side by side.
   Answer Handle(const Request& request);
+
+  // An "UploadFile" whose bytes are streamed (RequestReader::StreamUploads): Open is given the head and
+  // returns where the bytes go, a temporary file beside the target (or nowhere, when the log-on, the path
+  // or the file fails: Finish then answers that error); Finish answers the completed upload, putting the
+  // file in place. A body that is dropped before Finish takes its temporary file with it.
+  std::unique_ptr<UploadBody> OpenUpload(const Request& head);
+  Answer FinishUpload(const Request& request, UploadBody* body);
+
+  SessionCache& sessions() { return sessions_; }
 
  private:
   using Rows = std::vector<std::string>;
@@ -78,10 +105,14 @@ class Commands {
 
   Store& store_;
   BlobFolder blob_;
+  const CommandLimits limits_;
+  std::mutex busy_mutex_;
   int busy_left_;
-  std::map<std::string, std::string> encoded_passwords_;        // user (upper case) -> as sent
-  std::map<std::string, std::vector<std::string>> last_words_;  // session -> free-text words of its last query
-  std::map<std::string, std::string> text_cache_;               // content file -> text in Windows-1252
+  std::map<std::string, std::string> encoded_passwords_;  // user (upper case) -> as sent; fixed after start
+  SessionCache sessions_;                                  // session -> free-text words of its last query
+  std::shared_mutex store_mutex_;                          // the archive: shared to read, alone to change
+  std::mutex text_cache_mutex_;
+  std::map<std::string, std::string> text_cache_;  // content file -> text in Windows-1252
 };
 
 }  // namespace halqvantor::gateway

@@ -14,6 +14,8 @@ int main(int argc, char** argv) {
   halqvantor::gateway::GatewayOptions options;
   int idle_seconds = 30;
   int linger_seconds = 10;
+  int request_seconds = 120;
+  int session_idle_seconds = 1800;
   bool verbose = false;
 
   CLI::App app{"vantor-gateway: reference gateway serving a sample archive over the gateway protocol"};
@@ -33,10 +35,39 @@ int main(int argc, char** argv) {
   app.add_option("--linger-timeout", linger_seconds, "seconds a client may keep the connection after its answer")
       ->capture_default_str()
       ->check(CLI::PositiveNumber);
+  app.add_option("--request-timeout", request_seconds, "seconds a client has to complete its request")
+      ->capture_default_str()
+      ->check(CLI::PositiveNumber);
+  app.add_option("--max-connections", options.max_connections,
+                 "connections open at once; a new one sheds the one idle longest")
+      ->capture_default_str()
+      ->check(CLI::PositiveNumber);
+  app.add_option("--workers", options.workers, "threads that run the commands")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 64));
+  app.add_option("--max-session-bytes", options.max_session_bytes,
+                 "memory for all sessions' last queries; the least recently used session goes first")
+      ->capture_default_str();
+  app.add_option("--session-idle", session_idle_seconds, "seconds after which an unused session is forgotten")
+      ->capture_default_str()
+      ->check(CLI::PositiveNumber);
+  app.add_option("--max-pages", options.max_pages, "pages of one GetSegmentMultiTIF")
+      ->capture_default_str()
+      ->check(CLI::PositiveNumber);
+  app.add_option("--max-answer-bytes", options.max_answer_bytes, "size of a text answer or a composed file")
+      ->capture_default_str()
+      ->check(CLI::PositiveNumber);
+  app.add_option("--max-note-bytes", options.max_note_bytes, "size of one note")
+      ->capture_default_str()
+      ->check(CLI::PositiveNumber);
+  app.add_option("--max-upload-bytes", options.max_upload_bytes, "size of one uploaded file")
+      ->capture_default_str();
   app.add_flag("-v,--verbose", verbose, "print one line per answered request");
   CLI11_PARSE(app, argc, argv);
   options.idle_timeout = std::chrono::seconds(idle_seconds);
   options.linger_timeout = std::chrono::seconds(linger_seconds);
+  options.request_timeout = std::chrono::seconds(request_seconds);
+  options.session_idle = std::chrono::seconds(session_idle_seconds);
   if (verbose) options.log = &std::cerr;
 
   // The signals are taken by a thread of their own, so the server's loop needs no handler for them.

@@ -40,6 +40,7 @@ RequestReader::RequestReader(size_t max_request_bytes, size_t max_upload_bytes)
 
 RequestReader::State RequestReader::Feed(std::string_view bytes) {
   if (state_ != State::kNeedMore) return state_;
+  if (upload_body_) return state_ = TakeBody(bytes);
   buffer_.append(bytes);
   state_ = Scan();
   return state_;
@@ -51,6 +52,13 @@ RequestReader::State RequestReader::Fail(int code, std::string text) {
   buffer_.clear();
   buffer_.shrink_to_fit();
   return State::kFailed;
+}
+
+RequestReader::State RequestReader::TakeBody(std::string_view bytes) {
+  const size_t take = std::min(bytes.size(), body_length_ - body_received_);
+  if (take > 0) upload_body_->Append(bytes.substr(0, take));
+  body_received_ += take;
+  return body_received_ == body_length_ ? State::kComplete : State::kNeedMore;
 }
 
 RequestReader::State RequestReader::Scan() {
@@ -133,6 +141,14 @@ RequestReader::State RequestReader::ScanUploadHead() {
   if (static_cast<uint64_t>(*length) > max_upload_) return Fail(kRequestTooLarge, StandardMessage(kRequestTooLarge));
   body_start_ = crlf + kCrLf.size();
   body_length_ = static_cast<size_t>(*length);
+  if (open_upload_) {
+    upload_body_ = open_upload_(request_);
+    if (upload_body_) {
+      const std::string rest = buffer_.substr(body_start_);
+      buffer_.resize(body_start_);
+      return TakeBody(rest);
+    }
+  }
   if (buffer_.size() - body_start_ < body_length_) return State::kNeedMore;
   request_.body = buffer_.substr(body_start_, body_length_);
   return State::kComplete;

@@ -8,6 +8,8 @@
 // Fields are split at "^,^", so a field that holds "^,^" itself counts as two.
 
 #include <cstddef>
+#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,6 +34,13 @@ struct Request {
   std::string body;               // the file bytes of "UploadFile"
 };
 
+// Where the file bytes of an "UploadFile" go when they are streamed instead of collected in request().body.
+class UploadBody {
+ public:
+  virtual ~UploadBody() = default;
+  virtual void Append(std::string_view bytes) = 0;
+};
+
 class RequestReader {
  public:
   enum class State { kNeedMore, kComplete, kFailed };
@@ -43,6 +52,15 @@ class RequestReader {
   State state() const { return state_; }
   size_t buffered() const { return buffer_.size(); }
 
+  // Streams uploads: once the head of an "UploadFile" is read, `open` is called with it (args filled in, body
+  // empty) and the file bytes go to the body it returns, as they arrive, instead of into request().body;
+  // the reader then holds no more than the head. Set before the first Feed.
+  void StreamUploads(std::function<std::unique_ptr<UploadBody>(const Request& head)> open) {
+    open_upload_ = std::move(open);
+  }
+  // The body `open` returned, once the request is complete (nullptr when not streamed).
+  UploadBody* upload_body() const { return upload_body_.get(); }
+
   const Request& request() const { return request_; }
   int error_code() const { return error_code_; }
   const std::string& error_text() const { return error_text_; }
@@ -52,6 +70,7 @@ class RequestReader {
   State ScanUploadHead();
   State Complete(size_t end);
   State Fail(int code, std::string text);
+  State TakeBody(std::string_view bytes);
 
   size_t max_request_;
   size_t max_upload_;
@@ -61,6 +80,9 @@ class RequestReader {
   const CommandInfo* command_ = nullptr;
   size_t body_start_ = 0;  // > 0 once the head of an upload is read
   size_t body_length_ = 0;
+  size_t body_received_ = 0;  // streamed bytes so far
+  std::function<std::unique_ptr<UploadBody>(const Request&)> open_upload_;
+  std::unique_ptr<UploadBody> upload_body_;
   State state_ = State::kNeedMore;
   Request request_;
   int error_code_ = 0;

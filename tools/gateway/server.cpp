@@ -1,6 +1,7 @@
 #include "server.h"
 
 #include <algorithm>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -23,12 +24,12 @@ class Connection;
 class GatewayServer::Impl {
  public:
   explicit Impl(GatewayOptions options)
-      : options_(std::move(options)),
+      : options_(WithClock(std::move(options))),
         store_(options_.data_dir),
-        commands_(store_, BlobFolder(options_.blob_dir), options_.busy),
+        commands_(store_, BlobFolder(options_.blob_dir), options_.busy, LimitsOf(options_)),
         acceptor_(io_),
-        sweep_(io_) {
-    if (!options_.now) options_.now = [] { return Clock::now(); };
+        sweep_(io_),
+        pool_(static_cast<size_t>(std::max(1, options_.workers))) {
     const tcp::endpoint endpoint(asio::ip::make_address(options_.listen), options_.port);
     acceptor_.open(endpoint.protocol());
     acceptor_.set_option(tcp::acceptor::reuse_address(true));
@@ -48,6 +49,16 @@ class GatewayServer::Impl {
   void Stop();
   void Sweep();
   void Remove(const std::shared_ptr<Connection>& c) { connections_.erase(c); }
+  // Closes the connection idle longest; false when every connection is busy with its request.
+  bool ShedIdlest();
+
+  static GatewayOptions WithClock(GatewayOptions o) {
+    if (!o.now) o.now = [] { return Clock::now(); };
+    return o;
+  }
+  static CommandLimits LimitsOf(const GatewayOptions& o) {
+    return {o.max_session_bytes, o.session_idle, o.max_pages, o.max_answer_bytes, o.max_note_bytes, o.now};
+  }
 
   GatewayOptions options_;
   Store store_;
@@ -55,6 +66,8 @@ class GatewayServer::Impl {
   asio::io_context io_;
   tcp::acceptor acceptor_;
   asio::steady_timer sweep_;
+  // Declared after the loop: destroyed (stopped and joined) first, so no command outlives what it posts to.
+  asio::thread_pool pool_;
   std::chrono::milliseconds sweep_period_{1000};
   std::set<std::shared_ptr<Connection>> connections_;
   std::atomic<uint64_t> answered_{0};
@@ -82,11 +95,21 @@ class Connection : public std::enable_shared_from_this<Connection> {
       : server_(server),
         socket_(std::move(socket)),
         reader_(server.options_.max_request_bytes, server.options_.max_upload_bytes),
-        buffer_(64 * 1024) {}
+        buffer_(64 * 1024) {
+    reader_.StreamUploads([&commands = server.commands_](const Request& head) { return commands.OpenUpload(head); });
+  }
 
   void Start() {
     started_ = last_activity_ = server_.options_.now();
     Read();
+  }
+
+  // When the connection last did something, if it may be shed: it waits for its request or for its client
+  // to close, and nothing is under way for it.
+  std::optional<Clock::time_point> IdleSince() const {
+    if (phase_ == Phase::kDraining) return answered_at_;
+    if (phase_ == Phase::kReading) return last_activity_;
+    return std::nullopt;
   }
 
   void CheckDeadline(Clock::time_point now) {
@@ -105,6 +128,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
       case Phase::kDraining:
         if (now - answered_at_ >= o.linger_timeout) Close();
         break;
+      case Phase::kWorking:  // bounded by the command's own limits
       case Phase::kClosed:
         break;
     }
@@ -121,7 +145,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   }
 
  private:
-  enum class Phase { kReading, kWriting, kDraining, kClosed };
+  enum class Phase { kReading, kWorking, kWriting, kDraining, kClosed };
 
   void Read() {
     socket_.async_read_some(asio::buffer(buffer_), [self = shared_from_this()](const asio::error_code& ec,
@@ -135,7 +159,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
       if (ec == asio::error::eof && phase_ == Phase::kReading && reader_.buffered() > 0) {
         close_after_write_ = true;
         Respond(ErrorAnswer(kIncompleteRequest, StandardMessage(kIncompleteRequest)), "-");
-      } else if (phase_ != Phase::kWriting) {
+      } else if (phase_ != Phase::kWriting && phase_ != Phase::kWorking) {
         Close();
       } else {
         close_after_write_ = true;
@@ -147,7 +171,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
     if (phase_ == Phase::kReading) {
       switch (reader_.Feed(std::string_view(buffer_.data(), n))) {
         case RequestReader::State::kComplete:
-          Respond(server_.commands_.Handle(reader_.request()), reader_.request().command);
+          if (reader_.upload_body() != nullptr) {
+            Respond(server_.commands_.FinishUpload(reader_.request(), reader_.upload_body()),
+                    reader_.request().command);
+          } else {
+            Work();
+          }
           break;
         case RequestReader::State::kFailed:
           Respond(ErrorAnswer(reader_.error_code(), reader_.error_text()), "-");
@@ -160,7 +189,19 @@ class Connection : public std::enable_shared_from_this<Connection> {
     if (phase_ != Phase::kClosed) Read();
   }
 
+  // Runs the command on the worker pool; its answer comes back to the loop. The request stays untouched
+  // meanwhile: nothing more is fed to the reader once it is complete.
+  void Work() {
+    phase_ = Phase::kWorking;
+    asio::post(server_.pool_, [self = shared_from_this()] {
+      auto answer = std::make_shared<Answer>(self->server_.commands_.Handle(self->reader_.request()));
+      asio::post(self->server_.io_,
+                 [self, answer] { self->Respond(std::move(*answer), self->reader_.request().command); });
+    });
+  }
+
   void Respond(Answer answer, const std::string& command) {
+    if (phase_ == Phase::kClosed) return;
     phase_ = Phase::kWriting;
     answered_at_ = server_.options_.now();
     ++server_.answered_;
@@ -169,8 +210,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
     if (server_.options_.log != nullptr) {
       const size_t from = out_.find(kCrLf);
       const size_t to = out_.find(kCrLf, from + 2);
-      *server_.options_.log << FromWire(reader_.request().user) << " " << command << " -> "
-                            << (raw_ ? std::to_string(out_.size()) + " bytes" : FromWire(out_.substr(from + 2, to - from - 2)))
+      *server_.options_.log << LogField(reader_.request().user) << " " << LogField(command) << " -> "
+                            << (raw_ ? std::to_string(out_.size()) + " bytes"
+                                     : LogField(std::string_view(out_).substr(from + 2, to - from - 2)))
                             << std::endl;
     }
     asio::async_write(socket_, asio::buffer(out_), [self = shared_from_this()](const asio::error_code& ec, size_t) {
@@ -208,20 +250,44 @@ class Connection : public std::enable_shared_from_this<Connection> {
 void GatewayServer::Impl::Accept() {
   acceptor_.async_accept([this](const asio::error_code& ec, tcp::socket socket) {
     if (stopping_ || ec == asio::error::operation_aborted) return;
+    // Out of descriptors: an idle connection makes room for the new one.
+    if (ec == asio::error::no_descriptors && ShedIdlest()) {
+      Accept();
+      return;
+    }
     if (ec) {
-      // Out of descriptors or similar: try again shortly instead of spinning.
+      // Out of descriptors with nobody idle, or similar: try again shortly instead of spinning.
       auto retry = std::make_shared<asio::steady_timer>(io_, std::chrono::milliseconds(50));
       retry->async_wait([this, retry](const asio::error_code&) { Accept(); });
       return;
     }
     asio::error_code ignored;
     socket.set_option(tcp::no_delay(true), ignored);
+    if (connections_.size() >= options_.max_connections && !ShedIdlest()) {
+      socket.close(ignored);  // every connection is at work: this one has to try again
+      Accept();
+      return;
+    }
     auto connection = std::make_shared<Connection>(*this, std::move(socket));
     connections_.insert(connection);
     ++open_;
     connection->Start();
     Accept();
   });
+}
+
+bool GatewayServer::Impl::ShedIdlest() {
+  std::shared_ptr<Connection> idlest;
+  Clock::time_point since = Clock::time_point::max();
+  for (const auto& c : connections_) {
+    if (const auto idle = c->IdleSince(); idle && *idle < since) {
+      since = *idle;
+      idlest = c;
+    }
+  }
+  if (!idlest) return false;
+  idlest->Close();
+  return true;
 }
 
 void GatewayServer::Impl::Sweep() {
@@ -261,5 +327,9 @@ uint64_t GatewayServer::answered() const { return impl_->answered_; }
 uint64_t GatewayServer::received_bytes() const { return impl_->received_; }
 
 size_t GatewayServer::open_connections() const { return impl_->open_; }
+
+size_t GatewayServer::sessions() const { return impl_->commands_.sessions().sessions(); }
+
+size_t GatewayServer::session_bytes() const { return impl_->commands_.sessions().bytes(); }
 
 }  // namespace halqvantor::gateway

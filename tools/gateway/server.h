@@ -1,11 +1,14 @@
 #pragma once
 
-// The gateway's TCP server: one asio event loop on one thread serves every connection; each connection
-// carries one request. A connection is read until its request is complete (or malformed), answered, and
-// closed once the client has closed its side. Deadlines bound every phase: a client that sends nothing for
-// `idle_timeout`, or has not completed its request within `request_timeout`, gets the error
-// "Anfrage unvollständig" (or is dropped when it sent nothing at all); a client that does not close within
-// `linger_timeout` after its answer is dropped.
+// The gateway's TCP server: one asio event loop on one thread reads and writes every connection; each
+// connection carries one request. A connection is read until its request is complete (or malformed), the
+// command runs on a small pool of worker threads (so a long one holds up no other client), the answer is
+// written, and the connection is closed once the client has closed its side. At most `max_connections` are
+// open: a new one sheds the connection that has been idle longest (one waiting for its client to close, or
+// to send its request). An upload is written to disk as it arrives. Deadlines bound every phase: a client
+// that sends nothing for `idle_timeout`, or has not completed its request within `request_timeout`, gets the
+// error "Anfrage unvollständig" (or is dropped when it sent nothing at all); a client that does not close
+// within `linger_timeout` after its answer is dropped.
 
 #include <atomic>
 #include <chrono>
@@ -28,9 +31,16 @@ struct GatewayOptions {
   std::chrono::milliseconds linger_timeout{10000};
   size_t max_request_bytes = 1 << 20;     // a request head with all its arguments
   size_t max_upload_bytes = 256u << 20;   // the file of one "UploadFile"
-  // The clock of the deadlines; tests install a manual one and call CheckDeadlines().
+  size_t max_connections = 256;           // open connections at once
+  int workers = 2;                        // threads that run the commands
+  size_t max_session_bytes = 16u << 20;   // every session's last query together
+  std::chrono::milliseconds session_idle{30 * 60 * 1000};  // a session unused this long is forgotten
+  size_t max_pages = 1000;                // pages of one "GetSegmentMultiTIF"
+  size_t max_answer_bytes = 64u << 20;    // a text answer or a file a command composes
+  size_t max_note_bytes = 64u << 10;      // one note
+  // The clock of the deadlines and the session expiry; tests install a manual one and call CheckDeadlines().
   std::function<std::chrono::steady_clock::time_point()> now;
-  // One line per answered request ("user command -> status"), or nullptr.
+  // One line per answered request ("user command -> status"; each field escaped and cut), or nullptr.
   std::ostream* log = nullptr;
 };
 
@@ -53,6 +63,9 @@ class GatewayServer {
   uint64_t answered() const;
   uint64_t received_bytes() const;
   size_t open_connections() const;
+  // Sessions remembered and the bytes they hold.
+  size_t sessions() const;
+  size_t session_bytes() const;
 
   class Impl;  // defined in server.cpp only
 

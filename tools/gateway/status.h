@@ -30,6 +30,7 @@ enum ErrorCode : int {
   kWrongArgumentCount = 82,
   kIncompleteRequest = 83,    // the client stopped sending before the request was complete
   kRequestTooLarge = 84,
+  kAnswerTooLarge = 85,       // the answer (or the file it writes) would exceed the gateway's limit
   kInternalError = 90,
 };
 

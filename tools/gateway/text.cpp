@@ -137,6 +137,32 @@ void ReplaceAll(std::string& text, std::string_view what, std::string_view with)
   }
 }
 
+std::string LogField(std::string_view cp1252, size_t cap) {
+  const std::string_view shown = cp1252.substr(0, cap);
+  std::string escaped;
+  escaped.reserve(shown.size() + 16);
+  for (const char c : shown) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte != 0x7F) {
+      escaped += c;
+    } else if (c == '\r') {
+      escaped += "\\r";
+    } else if (c == '\n') {
+      escaped += "\\n";
+    } else if (c == '\t') {
+      escaped += "\\t";
+    } else {
+      static constexpr char kHex[] = "0123456789ABCDEF";
+      escaped += "\\x";
+      escaped += kHex[byte >> 4];
+      escaped += kHex[byte & 0xF];
+    }
+  }
+  std::string text = FromWire(escaped);
+  if (cp1252.size() > cap) text += "...(" + std::to_string(cp1252.size()) + " bytes)";
+  return text;
+}
+
 std::optional<int64_t> ParseInteger(std::string_view text) {
   if (text.empty()) return std::nullopt;
   std::string_view digits = text;

@@ -44,6 +44,10 @@ bool IsDecimalNumber(std::string_view text);
 // A valid calendar date written DD.MM.YYYY.
 bool IsDate(std::string_view text);
 
+// A field for a log line: at most `cap` bytes of it, control characters written as \r, \n, \t or \xNN so that
+// no field can break or forge a line, and a longer field cut with "...(N bytes)" (its full length). UTF-8.
+std::string LogField(std::string_view cp1252, size_t cap = 200);
+
 // Code page conversions at the edges (archive file, import files in UTF-8).
 std::string ToWire(std::string_view utf8);
 std::string FromWire(std::string_view cp1252);
