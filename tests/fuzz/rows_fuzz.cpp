@@ -20,7 +20,7 @@
 #include "archive/query.h"
 #include "archive/row_columns.h"
 #include "halqvantor/RuntimeError.h"
-#include "platform/vb_runtime.h"
+#include "halqvantor/Variant.h"
 
 namespace {
 
@@ -51,7 +51,7 @@ std::vector<std::string> SplitRows(std::string_view text) {
 }
 
 int32_t Weight(const FieldRecord& record) {
-  return halqvantor::vb::ToInt32(halqvantor::vb::ParseNumber(record[kWeightColumn]).value());
+  return halqvantor::Variant(record[kWeightColumn]).ToLong();  // as the sort reads it ("True" is -1)
 }
 
 bool ValidDate(const halqvantor::platform::CivilDate& d) {
