@@ -67,8 +67,8 @@ std::string Ask(clsVantor& v, size_t kind, const std::vector<std::string>& docum
     return n.ToString() + status.ToString() + ":" + Walk([&] { return v.EASYQueryArchiveNext(); });
   }
   std::vector<Variant> info(8);
-  const Variant n = v.EASYGetDocumentInfo(kFibu, kIn, documents[kind - 2], "1", &info[0], &info[1], &info[2],
-                                          &info[3], &info[4], &info[5], &info[6], &info[7], &status);
+  const Variant n = v.EASYGetDocumentInfo(kFibu, kIn, documents[kind - 2], "1", &info[0], &info[1], &info[2], &info[3],
+                                          &info[4], &info[5], &info[6], &info[7], &status);
   std::string answer = n.ToString() + status.ToString() + ":";
   for (const Variant& column : info) answer += column.ToString() + "|";
   return answer;

@@ -1,4 +1,5 @@
-// The row parsers of the archive answers, fed arbitrary rows. The first input byte picks the parser (modulo
+// The row parsers of the archive answers (and the page list and extension mapping of the downloads), fed
+// arbitrary rows. The first input byte picks the parser (modulo
 // their number), the second is a parameter where one takes one (a column count, a sort column, column type
 // flags); the rest is the row, or rows split at CR LF for the parsers that take a whole answer.
 // A run-time error (RuntimeError) is the expected answer to a malformed row; anything else that escapes,
@@ -19,6 +20,7 @@
 #include "archive/notes.h"
 #include "archive/query.h"
 #include "archive/row_columns.h"
+#include "documents/segment_downloads.h"
 #include "halqvantor/RuntimeError.h"
 #include "halqvantor/Variant.h"
 
@@ -62,7 +64,7 @@ bool ValidDate(const halqvantor::platform::CivilDate& d) {
 }
 
 void Run(uint8_t which, uint8_t parameter, std::string_view row) {
-  switch (which % 16) {
+  switch (which % 18) {
     case 0: {
       const ChannelRow r = SplitChannelRow(row);
       RequireInside(r.name, row);
@@ -142,10 +144,18 @@ void Run(uint8_t which, uint8_t parameter, std::string_view row) {
       ColumnCursor cursor(row);
       for (uint8_t step = parameter; step != 0; step >>= 2) {
         switch (step & 3) {
-          case 0: RequireInside(cursor.Next(), row); break;
-          case 1: RequireInside(cursor.NextToCaret(), row); break;
-          case 2: RequireInside(cursor.NextOrRowEnd(), row); break;
-          case 3: RequireInside(cursor.RestFromOpeningCaret(), row); break;
+          case 0:
+            RequireInside(cursor.Next(), row);
+            break;
+          case 1:
+            RequireInside(cursor.NextToCaret(), row);
+            break;
+          case 2:
+            RequireInside(cursor.NextOrRowEnd(), row);
+            break;
+          case 3:
+            RequireInside(cursor.RestFromOpeningCaret(), row);
+            break;
         }
       }
       RequireInside(WithoutEnds(row), row);
@@ -158,6 +168,15 @@ void Run(uint8_t which, uint8_t parameter, std::string_view row) {
       const size_t count = rows.size();
       SortRowsByCapitals(rows);
       Require(rows.size() == count);
+      break;
+    }
+    case 16:  // the page list of a page text: a list of more than 1 MiB is given up
+      Require(halqvantor::ExpandPageList(row).size() <= (1u << 20));
+      break;
+    case 17: {  // the extension mapping: the mappings up to the first "|", the file name after it
+      const size_t bar = row.find('|');
+      const std::string_view name = bar == std::string_view::npos ? row : row.substr(bar + 1);
+      (void)halqvantor::MappedFileName(name, row.substr(0, bar));
       break;
     }
   }
