@@ -8,6 +8,11 @@
 #                              the sample portal on it (default http://127.0.0.1:8080/); Ctrl-C stops it
 #   ./dev.sh test              build and run the whole test suite
 #   ./dev.sh test --sanitize   the same, built with AddressSanitizer and UndefinedBehaviorSanitizer
+#   ./dev.sh test --tsan       the concurrency test (16 objects on 16 threads, 1,000 requests each against
+#                              the reference gateway) under ThreadSanitizer
+#   ./dev.sh fuzz [TARGET|all] [SECONDS]
+#                              build the libFuzzer targets (build-fuzz, clang) and run one or all of them
+#                              for SECONDS each (default 60) over a copy of their seed corpus
 #   ./dev.sh build             build only (build/)
 #   ./dev.sh bench             build and run the benchmarks (figures as ratios against a baseline)
 #   ./dev.sh deps              install the Debian packages the project needs
@@ -18,7 +23,7 @@ PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev libsq
           unixodbc-dev odbc-postgresql postgresql libcli11-dev nlohmann-json3-dev libasio-dev
           python3-dev pybind11-dev python3-pytest
           python3-flask python3-waitress gunicorn python3-selenium chromium chromium-driver
-          libsodium-dev pkg-config)
+          libsodium-dev pkg-config clang libfuzzer-14-dev)
 
 say() { printf '\033[1m==> %s\033[0m\n' "$*" >&2; }
 
@@ -52,6 +57,51 @@ build() {  # build DIR [cmake options...]; only the target $BUILD_TARGET when th
   cmake --build "$dir" ${BUILD_TARGET:+--target $BUILD_TARGET} -- -j"$(nproc)"
 }
 
+# fuzz [TARGET|all] [SECONDS]: runs each target over a copy of tests/fuzz/corpus/TARGET in a temporary
+# folder, so new inputs never land in the tree; prints the executions per target. A crash, leak or time-out
+# makes it exit non-zero after the other targets ran, naming the reproducer (kept in that folder).
+fuzz() {
+  local only=${1:-all} seconds=${2:-60} failed=0
+  only=${only%_fuzz}
+  CC=clang CXX=clang++ BUILD_TARGET=halqvantor_fuzzers \
+    build build-fuzz -DHALQVANTOR_FUZZ=ON -DBUILD_TESTING=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
+  local targets=()
+  for source in tests/fuzz/*_fuzz.cpp; do
+    local name
+    name=$(basename "$source" .cpp)
+    [ "$only" = all ] || [ "$only" = "${name%_fuzz}" ] && targets+=("$name")
+  done
+  if [ ${#targets[@]} -eq 0 ]; then
+    echo "no fuzz target '$only' (tests/fuzz/*_fuzz.cpp)" >&2
+    return 2
+  fi
+  for name in "${targets[@]}"; do
+    local work
+    work=$(mktemp -d "${TMPDIR:-/tmp}/halqvantor-fuzz-$name.XXXXXX")
+    mkdir -p "$work/corpus"
+    [ -d "tests/fuzz/corpus/$name" ] && cp -r "tests/fuzz/corpus/$name/." "$work/corpus/"
+    say "fuzzing $name for ${seconds}s"
+    local rc=0
+    "build-fuzz/tests/fuzz/$name" "$work/corpus" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+      -print_final_stats=1 -artifact_prefix="$work/" >"$work/log" 2>&1 || rc=$?
+    local runs
+    runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$work/log" | tail -1)
+    local reproducer
+    reproducer=$(find "$work" -maxdepth 1 -type f \( -name 'crash-*' -o -name 'leak-*' -o -name 'timeout-*' \
+                 -o -name 'oom-*' -o -name 'slow-unit-*' \) | head -1)
+    if [ $rc -ne 0 ] || [ -n "$reproducer" ]; then
+      grep -E '^(==[0-9]+==ERROR|SUMMARY|.*runtime error)' "$work/log" | head -5 >&2 || true
+      printf '%s: FAILED after %s executions; reproducer %s, log %s\n' "$name" "${runs:-?}" \
+        "${reproducer:-(none)}" "$work/log"
+      failed=1
+    else
+      printf '%s: %s executions in %ss, no failure\n' "$name" "${runs:-?}" "$seconds"
+      rm -rf "$work"
+    fi
+  done
+  return $failed
+}
+
 cmd=${1:-test}
 shift || true
 case "$cmd" in
@@ -76,11 +126,18 @@ case "$cmd" in
       opts=(-DHALQVANTOR_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug -DHALQVANTOR_BUILD_PYTHON=OFF)
       export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
       export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+    elif [ "${1:-}" = "--tsan" ]; then
+      # Only the concurrency test program, at its full count of requests.
+      BUILD_TARGET=halqvantor_concurrency_tests build build-tsan -DHALQVANTOR_TSAN=ON
+      say "running the concurrency test under ThreadSanitizer (build-tsan)"
+      TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1} HALQVANTOR_CONCURRENT_REQUESTS=1000 \
+        exec build-tsan/tests/halqvantor_concurrency_tests
     fi
     build "$dir" "${opts[@]}"
     say "running the tests ($dir)"
     ctest --test-dir "$dir" --output-on-failure -j"$(nproc)"
     ;;
+  fuzz) fuzz "$@" ;;
   bench)
     build build
     for b in build/bench/*_bench; do
@@ -94,7 +151,7 @@ case "$cmd" in
     fi
     ;;
   *)
-    echo "usage: ./dev.sh {demo [--keep]|portal [--host H] [--port P]|test [--sanitize]|build|bench|deps}" >&2
+    echo "usage: ./dev.sh {demo [--keep]|portal [--host H] [--port P]|test [--sanitize|--tsan]|fuzz [TARGET|all] [SECONDS]|build|bench|deps}" >&2
     exit 2
     ;;
 esac
