@@ -466,7 +466,9 @@ MISSING = _Missing()
 
   py::class_<halqvantor::ObjectOptions>(m, "Options", "Settings of one object outside the interface table.")
       .def_readwrite("max_reply_bytes", &halqvantor::ObjectOptions::max_reply_bytes,
-                     "The largest reply a request accepts, in bytes (default 1 GiB).");
+                     "The largest reply a request accepts, in bytes (default 1 GiB).")
+      .def_readwrite("strong_passwords", &halqvantor::ObjectOptions::strong_passwords,
+                     "WriteUserToDB and ChangePasswd store Argon2id hashes (default False).");
 
   py::class_<PyVantor> cls(m, "clsVantor",
                            "The component object: one per page, used on the thread that created it.");

@@ -31,6 +31,7 @@ class WsgiContext:
 
 class Options:
     max_reply_bytes: int
+    strong_passwords: bool
 
 def describe(name: str) -> dict[str, Any] | None: ...
 def columns(row: str) -> list[str]: ...
