@@ -349,6 +349,25 @@ void RaiseVantorError(const RuntimeError& error, const dispatch::DispatchError* 
   PyErr_SetObject(VantorErrorType().ptr(), exc.ptr());
 }
 
+// Sets the Python error for an exception of the component or of this module.
+void RaiseOwnError(std::exception_ptr p) {
+  try {
+    std::rethrow_exception(p);
+  } catch (py::error_already_set& e) {
+    e.restore();
+  } catch (const py::builtin_exception& e) {
+    e.set_error();
+  } catch (const dispatch::DispatchError& e) {
+    RaiseVantorError(e, &e);
+  } catch (const RuntimeError& e) {
+    RaiseVantorError(e, nullptr);
+  } catch (const WrongThread& e) {
+    PyErr_SetString(ThreadErrorType().ptr(), e.what());
+  } catch (const std::exception& e) {
+    PyErr_SetString(PyExc_RuntimeError, e.what());
+  }
+}
+
 // Operation n of the table as a method with the interpreter's fast calling convention: no argument tuple or
 // keyword dict is built for a call. One function per operation, made from its index.
 struct Operation {
@@ -365,18 +384,8 @@ PyObject* CallOperation(PyObject* self, PyObject* const* args, Py_ssize_t nargs,
                 PyVectorcall_NARGS(nargs), kwnames)
         .release()
         .ptr();
-  } catch (py::error_already_set& e) {
-    e.restore();
-  } catch (const py::builtin_exception& e) {
-    e.set_error();
-  } catch (const dispatch::DispatchError& e) {
-    RaiseVantorError(e, &e);
-  } catch (const RuntimeError& e) {
-    RaiseVantorError(e, nullptr);
-  } catch (const WrongThread& e) {
-    PyErr_SetString(ThreadErrorType().ptr(), e.what());
-  } catch (const std::exception& e) {
-    PyErr_SetString(PyExc_RuntimeError, e.what());
+  } catch (...) {
+    RaiseOwnError(std::current_exception());
   }
   return nullptr;
 }
@@ -447,15 +456,7 @@ MISSING = _Missing()
   m.attr("MISSING") = py::handle(missing);
   value_name = PyUnicode_InternFromString("value");
   py::register_exception_translator([](std::exception_ptr p) {
-    try {
-      if (p) std::rethrow_exception(p);
-    } catch (const dispatch::DispatchError& e) {
-      RaiseVantorError(e, &e);
-    } catch (const RuntimeError& e) {
-      RaiseVantorError(e, nullptr);
-    } catch (const WrongThread& e) {
-      PyErr_SetString(ThreadErrorType().ptr(), e.what());
-    }
+    if (p) RaiseOwnError(p);
   });
 
   py::class_<WsgiContext>(m, "WsgiContext",

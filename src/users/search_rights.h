@@ -9,7 +9,7 @@
 
 namespace halqvantor::users {
 
-// Replaces the date tokens of `value`, scanning as the search rights have always done: after a replacement
+// Replaces the date tokens of `value`, scanning forward: after a replacement
 // the scan resumes one past the old closing parenthesis, so a token directly behind a replaced token longer
 // than ten characters is skipped. Raises 13 for a day count that is not a number, 5 for "$(DATE+" or
 // "$(DATE-" without a closing parenthesis, 6 for a date outside the years 100 to 9999, and 5 for a value
