@@ -125,6 +125,7 @@ case "$cmd" in
       # The Python module stays out: an interpreter without the sanitizers cannot load it.
       opts=(-DHALQVANTOR_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug -DHALQVANTOR_BUILD_PYTHON=OFF)
       export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
+      export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$PWD/tests/support/lsan.supp}
       export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
     elif [ "${1:-}" = "--tsan" ]; then
       # Only the concurrency test program, at its full count of requests.
