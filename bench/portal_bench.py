@@ -385,10 +385,10 @@ def main():
     parser.add_argument("--seconds", type=float, default=10, help="measured seconds per server (default 10)")
     parser.add_argument("--warmup", type=float, default=1, help="seconds before the measurement (default 1)")
     parser.add_argument("--gunicorn-threads", type=int, default=4, help="threads per gunicorn worker (default 4)")
-    parser.add_argument("--quick", action="store_true", help="2 s per server after 0.5 s of warm-up")
+    parser.add_argument("--quick", action="store_true", help="3 s per server after 1 s of warm-up")
     args = parser.parse_args()
     if args.quick:
-        args.seconds, args.warmup = 2, 0.5
+        args.seconds, args.warmup = 3, 1
     if args.clients < 1 or args.seconds <= 0 or args.warmup < 0 or args.gunicorn_threads < 1:
         parser.error("--clients, --seconds and --gunicorn-threads must be positive, --warmup not negative")
     build = os.path.abspath(args.build)
