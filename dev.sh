@@ -149,6 +149,8 @@ case "$cmd" in
     if [ -d build/python/halqvantor ]; then
       say "python_bench"
       PYTHONPATH=build/python /usr/bin/python3 bench/python_bench.py build/tools/gateway/vantor-gateway
+      say "portal_bench"
+      PYTHONPATH=build/python /usr/bin/python3 bench/portal_bench.py --build build
     fi
     ;;
   *)

@@ -551,4 +551,77 @@ MISSING = _Missing()
         return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
       },
       py::arg("object"), py::arg("name"), py::arg("args"), py::arg("count"), py::arg("walk") = "");
+
+  // A page sequence's gateway calls looped in C++ through the dispatch table with the GIL released, for
+  // `seconds`: the baseline of the portal's benchmark. Each step is (member, args, walk, result, walked): the
+  // call must give `result` (as text) and its walk (`walk` until it hands back "") `walked` items, or the
+  // loop stops there. Returns (rounds ended between `warmup` and `seconds`, rounds run, first difference).
+  m.def(
+      "_dispatch_rounds",
+      [](PyVantor& self, const py::list& steps, double warmup, double seconds) {
+        struct Step {
+          const dispatch::Member* member = nullptr;
+          std::vector<Variant> args;
+          const dispatch::Member* walk = nullptr;
+          std::string result;
+          int64_t walked = 0;
+        };
+        std::vector<Step> plan;
+        for (const py::handle& item : steps) {
+          const auto step = item.cast<py::tuple>();
+          if (step.size() != 5) throw py::value_error("a step is (member, args, walk, result, walked)");
+          Step& s = plan.emplace_back();
+          s.member = &dispatch::MemberNamed(step[0].cast<std::string>());
+          for (const py::handle& a : step[1].cast<py::list>()) {
+            s.args.push_back(IsRef(a) ? FromPython(RefValue(a)) : FromPython(a));
+          }
+          const auto walk = step[2].cast<std::string>();
+          s.walk = walk.empty() ? nullptr : &dispatch::MemberNamed(walk);
+          s.result = step[3].cast<std::string>();
+          s.walked = step[4].cast<int64_t>();
+        }
+        clsVantor& object = self.Object();
+        int64_t in_window = 0;
+        int64_t rounds = 0;
+        std::string failure;
+        {
+          py::gil_scoped_release release;
+          using Clock = std::chrono::steady_clock;
+          const auto start = Clock::now();
+          const auto at = [start](double offset) {
+            return start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(offset));
+          };
+          const auto from = at(warmup);
+          const auto until = at(seconds);
+          while (failure.empty() && Clock::now() < until) {
+            for (const Step& step : plan) {
+              try {
+                std::vector<Variant> args = step.args;
+                const std::string result = dispatch::Invoke(object, *step.member, args).ToString();
+                int64_t walked = 0;
+                // One item more than expected is enough to tell a longer walk: the loop has a bound.
+                while (step.walk != nullptr && walked <= step.walked) {
+                  std::vector<Variant> none;
+                  const Variant next = dispatch::Invoke(object, *step.walk, none);
+                  if (next.IsEmpty() || next == Variant("")) break;
+                  ++walked;
+                }
+                if (result != step.result || walked != step.walked) {
+                  failure = std::string(step.member->name) + " gave " + result + " and " + std::to_string(walked) +
+                            " items instead of " + step.result + " and " + std::to_string(step.walked);
+                }
+              } catch (const std::exception& e) {
+                failure = std::string(step.member->name) + ": " + e.what();
+              }
+              if (!failure.empty()) break;
+            }
+            if (!failure.empty()) break;
+            ++rounds;
+            const auto now = Clock::now();
+            if (now >= from && now <= until) ++in_window;
+          }
+        }
+        return py::make_tuple(in_window, rounds, failure);
+      },
+      py::arg("object"), py::arg("steps"), py::arg("warmup"), py::arg("seconds"));
 }
