@@ -14,6 +14,7 @@
 #include "status.h"
 #include "text.h"
 #include "tiff.h"
+#include "platform/vb_runtime.h"
 #include "users/text_encoding.h"
 
 namespace halqvantor::gateway {
@@ -256,14 +257,14 @@ static const Segment& SegmentOf(const Archive& archive, const Version& version, 
 
 std::string Commands::SegmentBytes(const Archive& archive, const Segment& segment) {
   const SegmentKind& kind = *archive.SegmentKindById(segment.id);
-  if (kind.type == kReferenceSegment) return Join(segment.references, kCrLf) + std::string(kCrLf);
+  if (kind.type == kReferenceSegment) return vb::Join(segment.references, kCrLf) + std::string(kCrLf);
   if (kind.type == kTextSegment) {
     {
       const std::lock_guard lock(text_cache_mutex_);
       const auto cached = text_cache_.find(segment.file);
       if (cached != text_cache_.end()) return cached->second;
     }
-    const std::string text = Join(SplitLines(ToWire(ReadWholeFile(store_.ContentPath(segment.file)))), kCrLf);
+    const std::string text = vb::Join(SplitLines(ToWire(ReadWholeFile(store_.ContentPath(segment.file)))), kCrLf);
     const std::lock_guard lock(text_cache_mutex_);
     return text_cache_.emplace(segment.file, text).first->second;
   }
@@ -561,7 +562,7 @@ Commands::Rows Commands::WriteNote(const Request& r) {
   const std::string& line_break = r.args[5];
   if (!line_break.empty() && line_break != kCrLf) ReplaceAll(text, line_break, kCrLf);
   store_.AppendNote(*t.channel, *t.archive, *t.document,
-                    {r.user, Today(), LocalNow("%H:%M:%S"), Join(SplitLines(text), kCrLf)});
+                    {r.user, Today(), LocalNow("%H:%M:%S"), vb::Join(SplitLines(text), kCrLf)});
   return {};
 }
 
