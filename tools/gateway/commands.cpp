@@ -617,6 +617,17 @@ std::string DownloadName(const Document& d, const Version& v, const std::string&
   return d.id + "_" + std::to_string(v.version) + "_" + rest;
 }
 
+// The pages of an image segment to re-pack; error 41 names the segment and says why it cannot be used.
+std::vector<TiffPage> TiffPagesOf(int segment_id, std::string_view bytes) {
+  std::string refused;
+  std::optional<std::vector<TiffPage>> pages = ReadTiff(bytes, &refused);
+  if (!pages) {
+    Fail(kBadArgument, "Segment " + std::to_string(segment_id) +
+                           (refused.empty() ? std::string(" ist kein TIFF-Bild") : ": " + refused));
+  }
+  return std::move(*pages);
+}
+
 }  // namespace
 
 Commands::Rows Commands::GetSegmentData(const Request& r) {
@@ -685,11 +696,11 @@ Commands::Rows Commands::GetSegmentPrintfile(const Request& r) {
   const SegmentKind& kind = *t.archive->SegmentKindById(s.id);
   const std::string wanted = Trim(r.args[5]);
   if (!wanted.empty() && wanted != "0" && t.archive->FindLayout(wanted) == nullptr) Fail(kUnknownLayout, wanted);
-  const auto pages = kind.type == kImageSegment ? ReadTiff(SegmentBytes(*t.archive, s)) : std::nullopt;
-  if (!pages) Fail(kBadArgument, "Segment " + std::to_string(s.id) + " ist kein TIFF-Bild");
+  const std::vector<TiffPage> pages =
+      TiffPagesOf(s.id, kind.type == kImageSegment ? SegmentBytes(*t.archive, s) : std::string());
   Rows rows;
   WriteDownload(r.args[6], DownloadName(*t.document, *t.version, std::to_string(s.id) + "_P.TIF"),
-                WriteTiff(*pages), rows);
+                WriteTiff(pages), rows);
   return rows;
 }
 
@@ -698,9 +709,7 @@ Commands::Rows Commands::GetSegmentMultiTif(const Request& r) {
   std::vector<TiffPage> all;
   for (const Segment& s : t.version->segments) {
     if (t.archive->SegmentKindById(s.id)->type != kImageSegment) continue;
-    auto pages = ReadTiff(SegmentBytes(*t.archive, s));
-    if (!pages) Fail(kBadArgument, "Segment " + std::to_string(s.id) + " ist kein TIFF-Bild");
-    for (TiffPage& p : *pages) all.push_back(std::move(p));
+    for (TiffPage& p : TiffPagesOf(s.id, SegmentBytes(*t.archive, s))) all.push_back(std::move(p));
   }
   if (all.empty()) Fail(kNoSuchPage, "Dokument ohne Bildseiten");
   std::vector<TiffPage> chosen;
