@@ -6,8 +6,10 @@
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "demo.h"
+#include "platform/sorted_list.h"
 #include "support/temp_dir.h"
 
 namespace vantor {
@@ -104,6 +106,20 @@ TEST(VantorDemo, SetUpFailuresEndWithTwoAndSayWhy) {
   run = Demo(no_sample);
   EXPECT_EQ(run.code, 2);
   EXPECT_EQ(run.err, "vantor demo: the sample folder " + empty.path() + " holds no archive.json\n");
+}
+
+TEST(VantorDemo, HitListOrderIsTheComponentsNotTheCodePages) {
+  // By code point Z < Ä < Œ < Š; the code page puts Š (0x8A) and Œ (0x8C) before Ä (0xC4).
+  const std::vector<std::string> sorted = {"Zeta", "\u00c4hre", "\u0152uvre", "\u0160imon"};
+  EXPECT_TRUE(InHitListOrder(sorted));
+  EXPECT_TRUE(InHitListOrder({sorted.rbegin(), sorted.rend()}));
+  EXPECT_FALSE(InHitListOrder({"Zeta", "\u0160imon", "\u00c4hre"}));
+  // What the component's list gives back passes.
+  halqvantor::platform::SortedList list;
+  for (const char* name : {"\u0160imon", "zeta", "\u00e4hre", "Apfel"}) list.AddItem(name, 0);
+  std::vector<std::string> listed;
+  for (int32_t i = 0; i < list.ListCount(); ++i) listed.push_back(list.List(i));
+  EXPECT_TRUE(InHitListOrder(listed));
 }
 
 }  // namespace
