@@ -620,8 +620,9 @@ int RunDemo(const DemoOptions& options, std::ostream& out, std::ostream& err) {
   std::unique_ptr<demo::GatewayProcess> gateway;
   Setting setting;
   try {
-    const std::string program = demo::FindGatewayProgram(options.gateway_program);
-    const std::string sample = demo::FindSample(options.sample_dir, demo::GatewayBesideProgram(program));
+    const std::string own_folder = demo::OwnFolder();
+    const std::string program = demo::FindGatewayProgram(options.gateway_program, own_folder);
+    const std::string sample = demo::FindSample(options.sample_dir, own_folder);
     folder = std::make_unique<demo::TempFolder>();
     if (options.keep) folder->Keep();
     setting.folder = folder->path();
