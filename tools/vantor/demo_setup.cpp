@@ -252,7 +252,11 @@ std::string FindSample(const std::string& given, const std::string& own_folder) 
   }
   // Installed under share/halqvantor of the prefix; in the build tree, the gateway's folder links to it.
   const std::string found = FirstIn(own_folder, {"../share/halqvantor/sample", "../gateway/sample"}, HasArchive);
-  if (!found.empty()) return found;
+  if (!found.empty()) {
+    std::error_code error;
+    const fs::path real = fs::canonical(found, error);  // the build tree's link shown as the folder it names
+    return error ? found : real.string();
+  }
   throw Failure("no sample archive in ../share/halqvantor/sample beside this program (" + own_folder +
                 ") or in the build tree; name one with --sample");
 }
