@@ -75,21 +75,8 @@ std::optional<Note> ParseNote(const std::string& note) {
   return parsed;
 }
 
-// The items of a list joined by `separator`, without the wrapping characters `trim` (the "^" or "[]"
-// around each item), sorted: the user directory's statements have no order.
-std::vector<std::string> Items(const std::string& text, const std::string& separator, const std::string& trim = "") {
-  std::vector<std::string> items;
-  if (text.empty()) return items;
-  size_t start = 0;
-  for (;;) {
-    const size_t at = text.find(separator, start);
-    std::string item = text.substr(start, at == std::string::npos ? std::string::npos : at - start);
-    while (!item.empty() && trim.find(item.front()) != std::string::npos) item.erase(0, 1);
-    while (!item.empty() && trim.find(item.back()) != std::string::npos) item.pop_back();
-    if (!item.empty()) items.push_back(item);
-    if (at == std::string::npos) break;
-    start = at + separator.size();
-  }
+// The names of a list as the CLI reads them, sorted: the user directory's statements have no order.
+std::vector<std::string> Sorted(std::vector<std::string> items) {
   std::sort(items.begin(), items.end());
   return items;
 }
@@ -282,11 +269,11 @@ void PortalSession::UserRights() {
           std::string(names[i]) + " gave " + Show(counts[i]) + ", expected " + std::to_string(expected[i]));
   }
 
-  const auto right_items = Items(Str(rights), ",", "^");
-  const auto group_items = Items(Str(groups), ",", "[]");
-  const auto channel_items = Items(Str(channels), ",", "^");
-  const auto archive_items = Items(Str(archives), ",", "^");
-  const auto edit_items = Items(Str(edit), "\r\n");
+  const auto right_items = Sorted(EnclosedNames(Str(rights), '^', '^'));
+  const auto group_items = Sorted(EnclosedNames(Str(groups), '[', ']'));
+  const auto channel_items = Sorted(EnclosedNames(Str(channels), '^', '^'));
+  const auto archive_items = Sorted(EnclosedNames(Str(archives), '^', '^'));
+  const auto edit_items = Sorted(Lines(Str(edit)));
   Check(right_items == std::vector<std::string>{"NOTIZEN", "SUCHE", "UPLOAD"}, "rights: " + Show(rights));
   Check(group_items == std::vector<std::string>{"Buchhaltung", "Portal"}, "groups: " + Show(groups));
   Check(channel_items == std::vector<std::string>{"FIBU", "VERTRAG"}, "channels: " + Show(channels));
@@ -319,7 +306,7 @@ void PortalSession::Channels() {
   auto page = OpenPage(true);
   Variant portal_channels;
   page->GetUserChannels(user_id_, &portal_channels);
-  const auto granted = Items(Str(portal_channels), ",", "^");
+  const auto granted = Sorted(EnclosedNames(Str(portal_channels), '^', '^'));
   Variant status("unset");
   const Variant count = page->EASYGetChannelsInit(&status);
   Check(IsLong(count, 3) && status == Variant(""), "EASYGetChannelsInit gave " + Show(count) + ", " + Show(status));
