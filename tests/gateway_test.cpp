@@ -223,6 +223,11 @@ TEST(GatewayFilesTest, TiffPagesSurviveRepackingInEitherByteOrder) {
   loop.replace(4, 4, be32(8));
   loop.replace(8 + 2 + 4 * 12, 4, be32(8));  // first directory points to itself
   EXPECT_FALSE(ReadTiff(loop).has_value());
+  std::string exif = file;
+  exif.replace(10, 4, be16(34665) + be16(4));  // the width entry becomes an offset to an Exif directory
+  std::string refused;
+  EXPECT_FALSE(ReadTiff(exif, &refused).has_value());
+  EXPECT_EQ(refused, "TIFF-Tag 34665 verweist in die Datei");
 }
 
 TEST(GatewayFilesTest, PdfCrossReferencePointsAtItsObjects) {

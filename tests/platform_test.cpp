@@ -119,6 +119,7 @@ TEST(Wildcards, StarAndQuestionMarkAgainstWholeNames) {
   EXPECT_FALSE(MatchesWildcard("A.TIF", "*.tif"));
   EXPECT_TRUE(MatchesWildcard("noext", "*.*"));
   EXPECT_FALSE(MatchesWildcard("exact", ""));
+  EXPECT_TRUE(MatchesWildcard("*x", "*"));  // a "*" in the name is text, the pattern's "*" covers it
 }
 
 TEST(Files, SizesRenamesDeletesAndListings) {

@@ -6,8 +6,11 @@
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "demo.h"
+#include "demo_setup.h"
+#include "platform/sorted_list.h"
 #include "support/temp_dir.h"
 
 namespace vantor {
@@ -39,8 +42,16 @@ std::string WorkFolder(const std::string& out) {
   return fs::path(out.substr(at + label.size(), end - at - label.size())).parent_path().string();
 }
 
+// The built gateway and the source's sample: this test program does not lie where vantor looks from.
+DemoOptions Built() {
+  DemoOptions options;
+  options.gateway_program = VANTOR_GATEWAY_BINARY;
+  options.sample_dir = VANTOR_GATEWAY_SAMPLE;
+  return options;
+}
+
 TEST(VantorDemo, EveryStepPassesAndTheFolderGoes) {
-  const Outcome run = Demo({});
+  const Outcome run = Demo(Built());
   EXPECT_EQ(run.code, 0) << run.out << run.err;
   EXPECT_TRUE(run.out.ends_with("\ndemo: 14 of 14 steps passed\n")) << run.out;
   EXPECT_EQ(run.out.find("FAILED"), std::string::npos);
@@ -62,7 +73,7 @@ TEST(VantorDemo, AnArchiveThatDiffersFailsItsStepsAndKeepsTheFolder) {
   archive.replace(archive.find(title), title.size(), "Rechnung 2002-0117 Maier GmbH");
   WriteFile(dir.File("sample/archive.json"), archive);
 
-  DemoOptions options;
+  DemoOptions options = Built();
   options.sample_dir = dir.File("sample");
   options.keep = true;
   const Outcome run = Demo(options);
@@ -86,7 +97,7 @@ TEST(VantorDemo, SetUpFailuresEndWithTwoAndSayWhy) {
   EXPECT_EQ(run.out, "");
 
   // A program that ends without ever listening.
-  DemoOptions silent;
+  DemoOptions silent = Built();
   silent.gateway_program = "/bin/false";
   run = Demo(silent);
   EXPECT_EQ(run.code, 2);
@@ -99,11 +110,57 @@ TEST(VantorDemo, SetUpFailuresEndWithTwoAndSayWhy) {
   EXPECT_TRUE(run.err.ends_with("--port 0\" instead of its listening address\n")) << run.err;
 
   TempDir empty;
-  DemoOptions no_sample;
+  DemoOptions no_sample = Built();
   no_sample.sample_dir = empty.path();
   run = Demo(no_sample);
   EXPECT_EQ(run.code, 2);
   EXPECT_EQ(run.err, "vantor demo: the sample folder " + empty.path() + " holds no archive.json\n");
+}
+
+TEST(VantorDemo, GatewayAndSampleFoundFromTheProgramsFolder) {
+  struct Layout {
+    std::vector<std::string> files;  // under the prefix
+    std::string gateway, sample;     // found from prefix/bin ("" when nothing is)
+  };
+  const std::vector<Layout> layouts = {
+      {{"bin/vantor-gateway", "share/halqvantor/sample/archive.json"}, "bin/vantor-gateway",
+       "share/halqvantor/sample"},
+      {{"libexec/halqvantor/vantor-gateway", "share/halqvantor/sample/archive.json"},
+       "libexec/halqvantor/vantor-gateway", "share/halqvantor/sample"},
+      // The build tree: tools/vantor beside tools/gateway, which holds the sample.
+      {{"gateway/vantor-gateway", "gateway/sample/archive.json"}, "gateway/vantor-gateway", "gateway/sample"},
+      {{"share/halqvantor/sample/other.json"}, "", ""},
+  };
+  for (const Layout& layout : layouts) {
+    TempDir prefix;
+    for (const std::string& file : layout.files) {
+      fs::create_directories(fs::path(prefix.File(file)).parent_path());
+      WriteFile(prefix.File(file), "");
+    }
+    const std::string bin = prefix.File("bin");
+    fs::create_directories(bin);
+    if (layout.gateway.empty()) {
+      EXPECT_THROW(demo::FindGatewayProgram("", bin), std::runtime_error);
+      EXPECT_THROW(demo::FindSample("", bin), std::runtime_error);
+      continue;
+    }
+    EXPECT_EQ(demo::FindGatewayProgram("", bin), prefix.File(layout.gateway));
+    EXPECT_EQ(demo::FindSample("", bin), prefix.File(layout.sample));
+  }
+}
+
+TEST(VantorDemo, HitListOrderIsTheComponentsNotTheCodePages) {
+  // By code point Z < Ä < Œ < Š; the code page puts Š (0x8A) and Œ (0x8C) before Ä (0xC4).
+  const std::vector<std::string> sorted = {"Zeta", "\u00c4hre", "\u0152uvre", "\u0160imon"};
+  EXPECT_TRUE(InHitListOrder(sorted));
+  EXPECT_TRUE(InHitListOrder({sorted.rbegin(), sorted.rend()}));
+  EXPECT_FALSE(InHitListOrder({"Zeta", "\u0160imon", "\u00c4hre"}));
+  // What the component's list gives back passes.
+  halqvantor::platform::SortedList list;
+  for (const char* name : {"\u0160imon", "zeta", "\u00e4hre", "Apfel"}) list.AddItem(name, 0);
+  std::vector<std::string> listed;
+  for (int32_t i = 0; i < list.ListCount(); ++i) listed.push_back(list.List(i));
+  EXPECT_TRUE(InHitListOrder(listed));
 }
 
 }  // namespace

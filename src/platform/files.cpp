@@ -12,6 +12,7 @@
 #include "halqvantor/RuntimeError.h"
 #include "platform/installed.h"
 #include "platform/cp1252.h"
+#include "platform/wildcard.h"
 
 namespace halqvantor::platform {
 namespace {
@@ -259,24 +260,7 @@ bool MatchesWildcard(std::string_view name, std::string_view pattern) {
   std::u32string n, p;
   for (size_t pos = 0; pos < name.size();) n.push_back(NextUtf8Char(name, pos));
   for (size_t pos = 0; pos < pattern.size();) p.push_back(NextUtf8Char(pattern, pos));
-  // Greedy matching with one back-track point: the last "*" seen and where its run would end next.
-  size_t i = 0, j = 0, star = std::u32string::npos, resume = 0;
-  while (i < n.size()) {
-    if (j < p.size() && (p[j] == U'?' || p[j] == n[i])) {
-      ++i;
-      ++j;
-    } else if (j < p.size() && p[j] == U'*') {
-      star = j++;
-      resume = i;
-    } else if (star != std::u32string::npos) {
-      j = star + 1;
-      i = ++resume;
-    } else {
-      return false;
-    }
-  }
-  while (j < p.size() && p[j] == U'*') ++j;
-  return j == p.size();
+  return MatchStars<char32_t>(n, p, [](char32_t want, char32_t got) { return want == U'?' || want == got; });
 }
 
 }  // namespace halqvantor::platform

@@ -6,13 +6,15 @@
 
 namespace halqvantor::platform {
 
+std::string SortKey(std::string_view text) { return vb::UCase(text); }
+
 void SortedList::Clear() {
   items_.clear();
   sorted_ = true;
 }
 
 void SortedList::AddItem(std::string text, int32_t item_data) {
-  std::string key = vb::UCase(text);
+  std::string key = SortKey(text);
   items_.push_back({std::move(key), std::move(text), item_data});
   sorted_ = false;
 }

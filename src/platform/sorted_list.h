@@ -7,9 +7,14 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace halqvantor::platform {
+
+// The key an item's text sorts by: its capitals in UTF-8, whose byte order is code point order. The list
+// puts a before b when SortKey(a) < SortKey(b).
+std::string SortKey(std::string_view text);
 
 class SortedList {
  public:

@@ -171,6 +171,15 @@ std::string_view TrimView(std::string_view s) {
 
 std::string Trim(std::string_view s) { return std::string(TrimView(s)); }
 
+std::string Join(const std::vector<std::string>& parts, std::string_view separator) {
+  std::string out;
+  for (size_t i = 0; i < parts.size(); ++i) {
+    if (i > 0) out += separator;
+    out += parts[i];
+  }
+  return out;
+}
+
 int Asc(std::string_view s) {
   if (s.empty()) Raise(ErrorNumber::kInvalidProcedureCall);
   size_t pos = 0;

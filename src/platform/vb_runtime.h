@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "halqvantor/RuntimeError.h"
 
@@ -37,6 +38,8 @@ char32_t LowerChar(char32_t ch);
 // Blanks (U+0020) removed at both ends / the left / the right.
 std::string Trim(std::string_view s);
 std::string_view TrimView(std::string_view s);
+// Join: the parts with `separator` between them; no parts give "".
+std::string Join(const std::vector<std::string>& parts, std::string_view separator);
 
 // Asc/Chr in the code page: Asc of "" raises 5; a character outside the code page gives the code of "?".
 int Asc(std::string_view s);

@@ -1,6 +1,8 @@
 #pragma once
 
 // A small blocking client of the gateway protocol, for tests, benchmarks and looking at a gateway by hand.
+// Its framing and answer parsing are written apart from the component's reception on purpose: tests hold
+// what the component receives against what this client reads.
 
 #include <chrono>
 #include <cstdint>

@@ -14,6 +14,7 @@
 #include "status.h"
 #include "text.h"
 #include "tiff.h"
+#include "platform/vb_runtime.h"
 #include "users/text_encoding.h"
 
 namespace halqvantor::gateway {
@@ -24,8 +25,21 @@ namespace {
                                           : StandardMessage(code) + (": " + detail));
 }
 
-std::string FrameText(const std::string& payload) {
-  return "TotalBytes:" + std::to_string(payload.size()) + std::string(kCrLf) + payload;
+// The one place a text answer is framed: "TotalBytes:" + payload length + CR LF, then the payload, which is
+// the status line and the rows, each ended by CR LF.
+std::string FrameAnswer(std::string_view status, const std::vector<std::string>& rows) {
+  size_t length = status.size() + kCrLf.size();
+  for (const std::string& row : rows) length += row.size() + kCrLf.size();
+  std::string frame = "TotalBytes:" + std::to_string(length);
+  frame.reserve(frame.size() + kCrLf.size() + length);
+  frame += kCrLf;
+  frame += status;
+  frame += kCrLf;
+  for (const std::string& row : rows) {
+    frame += row;
+    frame += kCrLf;
+  }
+  return frame;
 }
 
 // The local date ("DD.MM.YYYY") and time ("hh:mm:ss").
@@ -103,17 +117,10 @@ const char* StandardMessage(int code) {
   }
 }
 
-Answer OkAnswer(const std::vector<std::string>& rows) {
-  std::string payload = "Status: OK\r\n";
-  for (const std::string& row : rows) {
-    payload += row;
-    payload += kCrLf;
-  }
-  return {FrameText(payload), false};
-}
+Answer OkAnswer(const std::vector<std::string>& rows) { return {FrameAnswer("Status: OK", rows), false}; }
 
 Answer ErrorAnswer(int code, const std::string& message) {
-  return {FrameText("Status: Error " + std::to_string(code) + " " + OneLine(message) + "\r\n"), false};
+  return {FrameAnswer("Status: Error " + std::to_string(code) + " " + OneLine(message), {}), false};
 }
 
 struct Commands::Target {
@@ -256,14 +263,14 @@ static const Segment& SegmentOf(const Archive& archive, const Version& version, 
 
 std::string Commands::SegmentBytes(const Archive& archive, const Segment& segment) {
   const SegmentKind& kind = *archive.SegmentKindById(segment.id);
-  if (kind.type == kReferenceSegment) return Join(segment.references, kCrLf) + std::string(kCrLf);
+  if (kind.type == kReferenceSegment) return vb::Join(segment.references, kCrLf) + std::string(kCrLf);
   if (kind.type == kTextSegment) {
     {
       const std::lock_guard lock(text_cache_mutex_);
       const auto cached = text_cache_.find(segment.file);
       if (cached != text_cache_.end()) return cached->second;
     }
-    const std::string text = Join(SplitLines(ToWire(ReadWholeFile(store_.ContentPath(segment.file)))), kCrLf);
+    const std::string text = vb::Join(SplitLines(ToWire(ReadWholeFile(store_.ContentPath(segment.file)))), kCrLf);
     const std::lock_guard lock(text_cache_mutex_);
     return text_cache_.emplace(segment.file, text).first->second;
   }
@@ -379,55 +386,52 @@ Commands::Rows Commands::GetQueryFormatList(const Request& r) {
   return rows;
 }
 
-Commands::Rows Commands::QueryArchive(const Request& r) {
-  Archive& a = ArchiveFor(r.args[0], r.args[1], r.user, 'R');
-  const Channel& channel = *store_.data().FindChannel(r.args[0]);
-  const Query query = ParseQuery(r.args[2], a);
-  const Query restriction = ParseQuery(r.args[6], a);
-  const int64_t max_lines = CountArgument(r.args[4], "lngMaxLines");
-  const int64_t query_max = CountArgument(r.args[5], "lngQueryMax");
+namespace {
 
-  std::vector<int> columns;
-  const std::string format = Trim(r.args[3]);
+// The fields a hit list shows: those of the query format named (any case), else of the archive's first
+// format, else every field.
+std::vector<int> HitListFields(const Archive& a, const std::string& format) {
   if (!format.empty()) {
     const QueryFormat* chosen = nullptr;
     for (const QueryFormat& q : a.query_formats) {
       if (EqualsNoCase(q.name, format)) chosen = &q;
     }
     if (chosen == nullptr) Fail(kUnknownQueryFormat, format);
-    columns = chosen->columns;
-  } else if (!a.query_formats.empty()) {
-    columns = a.query_formats.front().columns;
-  } else {
-    for (const Field& f : a.fields) columns.push_back(f.id);
+    return chosen->columns;
   }
+  if (!a.query_formats.empty()) return a.query_formats.front().columns;
+  std::vector<int> columns;
+  for (const Field& f : a.fields) columns.push_back(f.id);
+  return columns;
+}
 
-  sessions_.Put(r.session, query.words);
-
-  std::vector<const Document*> hits;
-  for (const Document& doc : a.documents) {
-    const std::vector<std::string> texts = TextsOf(a, doc.current());
-    if (Matches(query, doc.current(), texts) && Matches(restriction, doc.current(), texts)) hits.push_back(&doc);
-    if (query_max > 0 && static_cast<int64_t>(hits.size()) >= query_max) break;
-  }
-  const size_t shown = max_lines > 0 ? std::min(hits.size(), static_cast<size_t>(max_lines)) : hits.size();
-
+// "id=layout" of each segment kind with a layout, separated by ";".
+std::string LayoutList(const Archive& a) {
   std::string layouts;
   for (const SegmentKind& s : a.segments) {
     if (s.layout.empty()) continue;
     if (!layouts.empty()) layouts += ';';
     layouts += std::to_string(s.id) + "=" + s.layout;
   }
-  bool multi_tiff = shown > 0;
-  for (size_t i = 0; i < shown && multi_tiff; ++i) {
+  return layouts;
+}
+
+// Whether each of the hits shown (at least one) has a TIFF image segment.
+bool EveryHitHasTiff(const Archive& a, const std::vector<const Document*>& hits, size_t shown) {
+  if (shown == 0) return false;
+  for (size_t i = 0; i < shown; ++i) {
     bool image = false;
     for (const Segment& s : hits[i]->current().segments) {
       const SegmentKind& kind = *a.SegmentKindById(s.id);
       image = image || (kind.type == kImageSegment && EqualsNoCase(kind.ext, "TIF"));
     }
-    multi_tiff = image;
+    if (!image) return false;
   }
+  return true;
+}
 
+// The hit list's two head rows: the column types, then the titles.
+std::pair<std::string, std::string> HitListHead(const Archive& a, const std::vector<int>& columns) {
   std::vector<std::string> types = {"0", "512", "512"};
   std::vector<std::string> titles = {"Ablage", "Dokument", "Version"};
   for (int id : columns) {
@@ -435,16 +439,50 @@ Commands::Rows Commands::QueryArchive(const Request& r) {
     types.push_back(f.type == kDateField ? "1024" : f.type == kNumberField ? "512" : "0");
     titles.push_back(f.name);
   }
-  Rows rows = {std::to_string(hits.size()), layouts, multi_tiff ? "1" : "0", Row(types), Row(titles)};
-  for (size_t i = 0; i < shown; ++i) {
-    const Version& v = hits[i]->current();
-    std::vector<std::string> line = {Reference(channel.name, a.name), hits[i]->id, std::to_string(v.version)};
-    for (int id : columns) {
-      const auto value = v.index.find(std::to_string(id));
-      line.push_back(value == v.index.end() ? std::string() : OneLine(value->second));
-    }
-    rows.push_back(Row(line));
+  return {Row(types), Row(titles)};
+}
+
+std::string HitRow(const std::string& reference, const Document& hit, const std::vector<int>& columns) {
+  const Version& v = hit.current();
+  std::vector<std::string> line = {reference, hit.id, std::to_string(v.version)};
+  for (int id : columns) {
+    const auto value = v.index.find(std::to_string(id));
+    line.push_back(value == v.index.end() ? std::string() : OneLine(value->second));
   }
+  return Row(line);
+}
+
+}  // namespace
+
+std::vector<const Document*> Commands::FindHits(const Archive& a, const Query& query, const Query& restriction,
+                                                int64_t query_max) {
+  std::vector<const Document*> hits;
+  for (const Document& doc : a.documents) {
+    const std::vector<std::string> texts = TextsOf(a, doc.current());
+    if (Matches(query, doc.current(), texts) && Matches(restriction, doc.current(), texts)) hits.push_back(&doc);
+    if (query_max > 0 && static_cast<int64_t>(hits.size()) >= query_max) break;
+  }
+  return hits;
+}
+
+// Rows: the hit count, the layout list, the TIFF flag, the two head rows, then one row per hit shown.
+Commands::Rows Commands::QueryArchive(const Request& r) {
+  const Archive& a = ArchiveFor(r.args[0], r.args[1], r.user, 'R');
+  const Channel& channel = *store_.data().FindChannel(r.args[0]);
+  const Query query = ParseQuery(r.args[2], a);
+  const Query restriction = ParseQuery(r.args[6], a);
+  const int64_t max_lines = CountArgument(r.args[4], "lngMaxLines");
+  const int64_t query_max = CountArgument(r.args[5], "lngQueryMax");
+  const std::vector<int> columns = HitListFields(a, Trim(r.args[3]));
+  sessions_.Put(r.session, query.words);
+
+  const std::vector<const Document*> hits = FindHits(a, query, restriction, query_max);
+  const size_t shown = max_lines > 0 ? std::min(hits.size(), static_cast<size_t>(max_lines)) : hits.size();
+  const auto [types, titles] = HitListHead(a, columns);
+  Rows rows = {std::to_string(hits.size()), LayoutList(a), EveryHitHasTiff(a, hits, shown) ? "1" : "0", types,
+               titles};
+  const std::string reference = Reference(channel.name, a.name);
+  for (size_t i = 0; i < shown; ++i) rows.push_back(HitRow(reference, *hits[i], columns));
   return rows;
 }
 
@@ -561,7 +599,7 @@ Commands::Rows Commands::WriteNote(const Request& r) {
   const std::string& line_break = r.args[5];
   if (!line_break.empty() && line_break != kCrLf) ReplaceAll(text, line_break, kCrLf);
   store_.AppendNote(*t.channel, *t.archive, *t.document,
-                    {r.user, Today(), LocalNow("%H:%M:%S"), Join(SplitLines(text), kCrLf)});
+                    {r.user, Today(), LocalNow("%H:%M:%S"), vb::Join(SplitLines(text), kCrLf)});
   return {};
 }
 
@@ -577,6 +615,17 @@ namespace {
 
 std::string DownloadName(const Document& d, const Version& v, const std::string& rest) {
   return d.id + "_" + std::to_string(v.version) + "_" + rest;
+}
+
+// The pages of an image segment to re-pack; error 41 names the segment and says why it cannot be used.
+std::vector<TiffPage> TiffPagesOf(int segment_id, std::string_view bytes) {
+  std::string refused;
+  std::optional<std::vector<TiffPage>> pages = ReadTiff(bytes, &refused);
+  if (!pages) {
+    Fail(kBadArgument, "Segment " + std::to_string(segment_id) +
+                           (refused.empty() ? std::string(" ist kein TIFF-Bild") : ": " + refused));
+  }
+  return std::move(*pages);
 }
 
 }  // namespace
@@ -647,11 +696,11 @@ Commands::Rows Commands::GetSegmentPrintfile(const Request& r) {
   const SegmentKind& kind = *t.archive->SegmentKindById(s.id);
   const std::string wanted = Trim(r.args[5]);
   if (!wanted.empty() && wanted != "0" && t.archive->FindLayout(wanted) == nullptr) Fail(kUnknownLayout, wanted);
-  const auto pages = kind.type == kImageSegment ? ReadTiff(SegmentBytes(*t.archive, s)) : std::nullopt;
-  if (!pages) Fail(kBadArgument, "Segment " + std::to_string(s.id) + " ist kein TIFF-Bild");
+  const std::vector<TiffPage> pages =
+      TiffPagesOf(s.id, kind.type == kImageSegment ? SegmentBytes(*t.archive, s) : std::string());
   Rows rows;
   WriteDownload(r.args[6], DownloadName(*t.document, *t.version, std::to_string(s.id) + "_P.TIF"),
-                WriteTiff(*pages), rows);
+                WriteTiff(pages), rows);
   return rows;
 }
 
@@ -660,9 +709,7 @@ Commands::Rows Commands::GetSegmentMultiTif(const Request& r) {
   std::vector<TiffPage> all;
   for (const Segment& s : t.version->segments) {
     if (t.archive->SegmentKindById(s.id)->type != kImageSegment) continue;
-    auto pages = ReadTiff(SegmentBytes(*t.archive, s));
-    if (!pages) Fail(kBadArgument, "Segment " + std::to_string(s.id) + " ist kein TIFF-Bild");
-    for (TiffPage& p : *pages) all.push_back(std::move(p));
+    for (TiffPage& p : TiffPagesOf(s.id, SegmentBytes(*t.archive, s))) all.push_back(std::move(p));
   }
   if (all.empty()) Fail(kNoSuchPage, "Dokument ohne Bildseiten");
   std::vector<TiffPage> chosen;
@@ -798,102 +845,132 @@ Answer Commands::FinishUpload(const Request& request, UploadBody* body) {
 
 // ---- create, edit, delete --------------------------------------------------------------------------------
 
-Commands::Rows Commands::ImportDocuments(const Request& r, bool edit) {
-  const std::string& import_path = r.args[0];
-  const std::vector<ImportDescription> descriptions = ParseImportFile(ReadWholeFile(blob_.Resolve(import_path)));
-  const size_t cut = import_path.find_last_of('\\');
-  const std::string import_folder = cut == std::string::npos ? std::string() : import_path.substr(0, cut);
-  if (edit && descriptions.size() != 1) Fail(kBadImportFile, "genau eine Beschreibung erwartet");
+// A new version made from one import description, checked in full before the archive changes.
+struct Commands::Plan {
+  Archive* archive = nullptr;
+  Document* existing = nullptr;  // edit: the document that gets the version
+  Document fresh;                // create: the new document
+  Version version;
+  std::vector<std::pair<std::string, std::string>> files;  // content file, bytes (UTF-8 for text)
 
-  // Everything is checked and the new versions made before the archive changes.
-  struct Planned {
-    Archive* archive;
-    Document* existing;  // edit: the document that gets the version
-    Document fresh;      // create: the new document
-    Version version;
-    std::vector<std::pair<std::string, std::string>> files;  // content file, bytes (UTF-8 for text)
-  };
-  std::vector<Planned> plans;
-  int64_t next_id = *ParseInteger(store_.NewDocumentId());
-  for (const ImportDescription& d : descriptions) {
-    Planned p{};
-    p.archive = &ArchiveFor(d.channel, d.archive, r.user, edit ? 'E' : 'C');
-    if (edit) {
-      std::string id = Trim(r.args[1]);
-      std::string base_version;
-      if (const size_t comma = id.find(','); comma != std::string::npos) {
-        base_version = Trim(id.substr(comma + 1));
-        id = Trim(id.substr(0, comma));
-      }
-      p.existing = p.archive->FindDocument(id);
-      if (p.existing == nullptr) Fail(kUnknownDocument, id);
-      const Version* base = &p.existing->current();
-      if (!base_version.empty()) {
-        base = nullptr;
-        for (const Version& v : p.existing->versions) {
-          if (std::to_string(v.version) == base_version) base = &v;
-        }
-        if (base == nullptr) Fail(kUnknownDocument, id + " Version " + base_version);
-      }
-      p.version = *base;
-      p.version.version = p.existing->current().version + 1;
-      if (!d.title.empty()) p.version.title = d.title;
-    } else {
-      p.fresh.id = std::to_string(next_id++);
-      p.fresh.created = Today();
-      p.version.title = d.title;
-    }
-    p.version.changed = Today();
-    const std::string& doc_id = edit ? p.existing->id : p.fresh.id;
-    for (const ImportGroup& g : d.groups) {
-      if (g.type >= kTextField && g.type <= kDateField) {
-        const Field* f = p.archive->FindField(g.id);
-        if (f == nullptr) Fail(kUnknownField, g.id);
-        const std::string value = OneLine(g.value);
-        if (f->type != g.type) Fail(kBadImportFile, "Feldtyp von " + f->name);
-        if (f->type == kNumberField && !value.empty() && !IsDecimalNumber(value)) Fail(kBadImportFile, f->name);
-        if (f->type == kDateField && !value.empty() && !IsDate(value)) Fail(kBadImportFile, f->name);
-        if (f->size > 0 && value.size() > static_cast<size_t>(f->size)) Fail(kBadImportFile, f->name + " zu lang");
-        p.version.index[std::to_string(f->id)] = value;
-        continue;
-      }
-      if (g.type != 4 && g.type != 5) Fail(kBadImportFile, "Feldtyp " + std::to_string(g.type));
-      const SegmentKind* kind = p.archive->FindSegmentKind(g.id);
-      if (kind == nullptr) Fail(kUnknownField, "Segment " + g.id);
-      const bool text = g.type == 4;
-      if (text != (kind->type == kTextSegment) || kind->type == kReferenceSegment) {
-        Fail(kBadImportFile, "Feldtyp von Segment " + g.id);
-      }
-      std::string bytes = text ? FromWire(g.value) : ReadWholeFile(blob_.ResolveFile(import_folder, g.value));
-      const std::string file = "files/" + doc_id + "_" + std::to_string(p.version.version) + "_" +
-                               std::to_string(kind->id) + "." + (text ? std::string("txt") : kind->ext);
-      std::erase_if(p.version.segments, [&](const Segment& s) { return s.id == kind->id; });
-      p.version.segments.push_back({kind->id, file, {}});
-      p.files.emplace_back(file, std::move(bytes));
-    }
-    std::sort(p.version.segments.begin(), p.version.segments.end(),
-              [](const Segment& a, const Segment& b) { return a.id < b.id; });
-    plans.push_back(std::move(p));
+  const std::string& DocumentId() const { return existing != nullptr ? existing->id : fresh.id; }
+};
+
+namespace {
+
+// The folder of an import file's remote path ("" when it names none).
+std::string RemoteFolderOf(const std::string& path) {
+  const size_t cut = path.find_last_of('\\');
+  return cut == std::string::npos ? std::string() : path.substr(0, cut);
+}
+
+// The version an edit starts from: the one named after a comma in `id_argument` ("17,2"), else the current.
+const Version& EditBase(Archive& archive, const std::string& id_argument, Document** document) {
+  std::string id = Trim(id_argument);
+  std::string wanted;
+  if (const size_t comma = id.find(','); comma != std::string::npos) {
+    wanted = Trim(id.substr(comma + 1));
+    id = Trim(id.substr(0, comma));
   }
+  Document* doc = archive.FindDocument(id);
+  if (doc == nullptr) Fail(kUnknownDocument, id);
+  *document = doc;
+  if (wanted.empty()) return doc->current();
+  for (const Version& v : doc->versions) {
+    if (std::to_string(v.version) == wanted) return v;
+  }
+  Fail(kUnknownDocument, id + " Version " + wanted);
+}
 
+// An index value of types 1 to 3, checked against its field.
+void SetIndexValue(const Archive& archive, const ImportGroup& g, Version& version) {
+  const Field* f = archive.FindField(g.id);
+  if (f == nullptr) Fail(kUnknownField, g.id);
+  const std::string value = OneLine(g.value);
+  if (f->type != g.type) Fail(kBadImportFile, "Feldtyp von " + f->name);
+  if (f->type == kNumberField && !value.empty() && !IsDecimalNumber(value)) Fail(kBadImportFile, f->name);
+  if (f->type == kDateField && !value.empty() && !IsDate(value)) Fail(kBadImportFile, f->name);
+  if (f->size > 0 && value.size() > static_cast<size_t>(f->size)) Fail(kBadImportFile, f->name + " zu lang");
+  version.index[std::to_string(f->id)] = value;
+}
+
+}  // namespace
+
+// A segment of types 4 (text given in the import file) and 5 (a file beside the import file); it replaces
+// the base version's segment of that kind.
+void Commands::AddImportedSegment(Plan& p, const ImportGroup& g, const std::string& import_folder) {
+  if (g.type != 4 && g.type != 5) Fail(kBadImportFile, "Feldtyp " + std::to_string(g.type));
+  const SegmentKind* kind = p.archive->FindSegmentKind(g.id);
+  if (kind == nullptr) Fail(kUnknownField, "Segment " + g.id);
+  const bool text = g.type == 4;
+  if (text != (kind->type == kTextSegment) || kind->type == kReferenceSegment) {
+    Fail(kBadImportFile, "Feldtyp von Segment " + g.id);
+  }
+  std::string bytes = text ? FromWire(g.value) : ReadWholeFile(blob_.ResolveFile(import_folder, g.value));
+  const std::string file = "files/" + p.DocumentId() + "_" + std::to_string(p.version.version) + "_" +
+                           std::to_string(kind->id) + "." + (text ? std::string("txt") : kind->ext);
+  std::erase_if(p.version.segments, [&](const Segment& s) { return s.id == kind->id; });
+  p.version.segments.push_back({kind->id, file, {}});
+  p.files.emplace_back(file, std::move(bytes));
+}
+
+Commands::Plan Commands::PlanImport(const Request& r, const ImportDescription& d, bool edit,
+                                    const std::string& import_folder, int64_t& next_id) {
+  Plan p;
+  p.archive = &ArchiveFor(d.channel, d.archive, r.user, edit ? 'E' : 'C');
+  if (edit) {
+    p.version = EditBase(*p.archive, r.args[1], &p.existing);
+    p.version.version = p.existing->current().version + 1;
+    if (!d.title.empty()) p.version.title = d.title;
+  } else {
+    p.fresh.id = std::to_string(next_id++);
+    p.fresh.created = Today();
+    p.version.title = d.title;
+  }
+  p.version.changed = Today();
+  for (const ImportGroup& g : d.groups) {
+    if (g.type >= kTextField && g.type <= kDateField) {
+      SetIndexValue(*p.archive, g, p.version);
+    } else {
+      AddImportedSegment(p, g, import_folder);
+    }
+  }
+  std::sort(p.version.segments.begin(), p.version.segments.end(),
+            [](const Segment& a, const Segment& b) { return a.id < b.id; });
+  return p;
+}
+
+// Writes the planned content files and versions, then saves the archive; a row "id,version" per plan.
+Commands::Rows Commands::CommitImport(std::vector<Plan>& plans) {
   Rows rows;
-  for (Planned& p : plans) {
+  for (Plan& p : plans) {
     for (const auto& [file, bytes] : p.files) {
       WriteWholeFile(store_.ContentPath(file), bytes);
       const std::lock_guard lock(text_cache_mutex_);
       text_cache_.erase(file);
     }
+    rows.push_back(p.DocumentId() + "," + std::to_string(p.version.version));
     if (p.existing != nullptr) {
       p.existing->versions.push_back(p.version);
-      rows.push_back(p.existing->id + "," + std::to_string(p.version.version));
     } else {
       p.fresh.versions.push_back(p.version);
-      rows.push_back(p.fresh.id + "," + std::to_string(p.version.version));
       p.archive->documents.push_back(std::move(p.fresh));
     }
   }
   store_.Save();
   return rows;
+}
+
+// Everything is checked and the new versions made before the archive changes.
+Commands::Rows Commands::ImportDocuments(const Request& r, bool edit) {
+  const std::string& import_path = r.args[0];
+  const std::vector<ImportDescription> descriptions = ParseImportFile(ReadWholeFile(blob_.Resolve(import_path)));
+  if (edit && descriptions.size() != 1) Fail(kBadImportFile, "genau eine Beschreibung erwartet");
+  const std::string import_folder = RemoteFolderOf(import_path);
+  int64_t next_id = *ParseInteger(store_.NewDocumentId());
+  std::vector<Plan> plans;
+  for (const ImportDescription& d : descriptions) plans.push_back(PlanImport(r, d, edit, import_folder, next_id));
+  return CommitImport(plans);
 }
 
 Commands::Rows Commands::DeleteDocument(const Request& r) {

@@ -16,6 +16,8 @@
 
 #include "archive.h"
 #include "blob_files.h"
+#include "import_file.h"
+#include "query.h"
 #include "request_reader.h"
 #include "session_cache.h"
 
@@ -62,6 +64,7 @@ class Commands {
  private:
   using Rows = std::vector<std::string>;
   struct Target;  // channel, archive, document, version of a request
+  struct Plan;    // a version an import description makes, before it is stored
 
   Rows Dispatch(const Request& request);
   bool LogOn(const Request& request);
@@ -82,6 +85,8 @@ class Commands {
   Rows GetArchiveDescription(const Request& r);
   Rows GetSegmentSelectList(const Request& r);
   Rows QueryArchive(const Request& r);
+  std::vector<const Document*> FindHits(const Archive& archive, const Query& query, const Query& restriction,
+                                        int64_t query_max);
   Rows GetQueryFormatList(const Request& r);
   Rows GetDocumentInfo(const Request& r);
   Rows GetSegmentDescription(const Request& r);
@@ -101,6 +106,10 @@ class Commands {
   Answer TransferBlob(const Request& r);
   Rows UploadFile(const Request& r);
   Rows ImportDocuments(const Request& r, bool edit);
+  Plan PlanImport(const Request& r, const ImportDescription& d, bool edit, const std::string& import_folder,
+                  int64_t& next_id);
+  void AddImportedSegment(Plan& plan, const ImportGroup& group, const std::string& import_folder);
+  Rows CommitImport(std::vector<Plan>& plans);
   Rows DeleteDocument(const Request& r);
 
   Store& store_;

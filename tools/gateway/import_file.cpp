@@ -1,5 +1,6 @@
 #include "import_file.h"
 
+#include "platform/vb_runtime.h"
 #include "status.h"
 #include "text.h"
 
@@ -58,7 +59,7 @@ ImportDescription ParseOne(const std::vector<std::string>& lines) {
   }
   size_t first_group = pieces.size();
   while (first_group > 1 && IsGroup(pieces[first_group - 1])) --first_group;
-  d.title = Join(std::vector<std::string>(pieces.begin(), pieces.begin() + static_cast<long>(first_group)), ",");
+  d.title = vb::Join(std::vector<std::string>(pieces.begin(), pieces.begin() + static_cast<long>(first_group)), ",");
   for (size_t k = first_group; k < pieces.size(); ++k) {
     const size_t colon = pieces[k].find(':');
     d.groups.push_back({static_cast<int>(*ParseInteger(pieces[k].substr(0, colon).substr(0, 6))),

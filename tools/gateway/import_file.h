@@ -8,6 +8,8 @@
 // The contents hold one value per field group in the column layout ("^v1^,^v2^"). Types: 1 text, 2 number,
 // 3 date (DD.MM.YYYY) for index fields named by id or short name; 4 a text segment whose value is the text;
 // 5 a file segment whose value is a file name in the import file's folder.
+// The component writes these files; this parser is the gateway's own so that it checks what the component
+// writes rather than repeating it.
 
 #include <string>
 #include <string_view>

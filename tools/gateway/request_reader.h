@@ -6,6 +6,9 @@
 // declares the request complete when the last argument has been closed by its "^". "UploadFile" ends its
 // head with CR LF and is followed by exactly as many file bytes as its third argument says.
 // Fields are split at "^,^", so a field that holds "^,^" itself counts as two.
+//
+// This reader shares no code with the component's request framing on purpose: the gateway is what the
+// component's requests are checked against, and a fault common to both ends would pass unseen.
 
 #include <cstddef>
 #include <functional>

@@ -1,22 +1,27 @@
 #include "text.h"
 
+#include <array>
 #include <charconv>
 
+#include "platform/clock.h"
 #include "platform/cp1252.h"
+#include "platform/vb_runtime.h"
+#include "platform/wildcard.h"
 
 namespace halqvantor::gateway {
 
 char FoldChar(char c) {
-  const auto b = static_cast<unsigned char>(c);
-  if (b >= 'a' && b <= 'z') return static_cast<char>(b - 32);
-  if (b >= 0xE0 && b <= 0xFE && b != 0xF7) return static_cast<char>(b - 32);
-  switch (b) {
-    case 0x9A: return static_cast<char>(0x8A);  // s with caron
-    case 0x9C: return static_cast<char>(0x8C);  // oe
-    case 0x9E: return static_cast<char>(0x8E);  // z with caron
-    case 0xFF: return static_cast<char>(0x9F);  // y with diaeresis
-    default: return c;
-  }
+  // The library's capitals (vb::UpperChar), looked up per code page byte: the gateway folds case as the
+  // component does, so a name found by one is found by the other.
+  static const std::array<char, 256> kUpper = [] {
+    std::array<char, 256> table{};
+    for (int b = 0; b < 256; ++b) {
+      const int upper = platform::CharToCp1252(vb::UpperChar(platform::Cp1252ToChar(static_cast<uint8_t>(b))));
+      table[static_cast<size_t>(b)] = static_cast<char>(upper < 0 ? b : upper);
+    }
+    return table;
+  }();
+  return kUpper[static_cast<unsigned char>(c)];
 }
 
 std::string Upper(std::string_view text) {
@@ -34,24 +39,7 @@ bool EqualsNoCase(std::string_view a, std::string_view b) {
 }
 
 bool WildcardMatch(std::string_view pattern, std::string_view text) {
-  // Greedy matching with one back-tracking point: linear for patterns without "*", O(n*m) at worst.
-  size_t p = 0, t = 0, star = std::string_view::npos, resume = 0;
-  while (t < text.size()) {
-    if (p < pattern.size() && pattern[p] == '*') {
-      star = p++;
-      resume = t;
-    } else if (p < pattern.size() && FoldChar(pattern[p]) == FoldChar(text[t])) {
-      ++p;
-      ++t;
-    } else if (star != std::string_view::npos) {
-      p = star + 1;
-      t = ++resume;
-    } else {
-      return false;
-    }
-  }
-  while (p < pattern.size() && pattern[p] == '*') ++p;
-  return p == pattern.size();
+  return platform::MatchStars(text, pattern, [](char want, char got) { return FoldChar(want) == FoldChar(got); });
 }
 
 bool IsWordChar(char c) {
@@ -108,15 +96,6 @@ std::string OneLine(std::string_view text) {
   std::string out(text);
   for (char& c : out) {
     if (c == '\r' || c == '\n') c = ' ';
-  }
-  return out;
-}
-
-std::string Join(const std::vector<std::string>& parts, std::string_view separator) {
-  std::string out;
-  for (size_t i = 0; i < parts.size(); ++i) {
-    if (i > 0) out += separator;
-    out += parts[i];
   }
   return out;
 }
@@ -198,11 +177,8 @@ bool IsDate(std::string_view text) {
   }
   const int day = (text[0] - '0') * 10 + (text[1] - '0');
   const int month = (text[3] - '0') * 10 + (text[4] - '0');
-  const int year = std::stoi(std::string(text.substr(6)));
-  if (month < 1 || month > 12 || day < 1) return false;
-  static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-  return day <= kDays[month - 1] + (month == 2 && leap ? 1 : 0);
+  const int year = (text[6] - '0') * 1000 + (text[7] - '0') * 100 + (text[8] - '0') * 10 + (text[9] - '0');
+  return platform::IsValidDate(year, month, day);
 }
 
 std::string ToWire(std::string_view utf8) { return platform::Utf8ToCp1252(utf8); }

@@ -26,14 +26,15 @@ bool IsWordChar(char c);
 
 // One answer row in the column layout: each column enclosed in "^", "^,^" between columns.
 std::string Row(const std::vector<std::string>& columns);
-// The columns of such a row (the first and last "^" dropped, split at every "^,^").
+// The columns of such a row (the first and last "^" dropped, split at every "^,^"). Rows are built and read
+// here without the component's column reader on purpose: the gateway checks the rows the component reads
+// and the import files it writes, so the two ends must not share a fault.
 std::vector<std::string> SplitColumns(std::string_view row);
 
 // Lines of a text split at CR LF or a lone LF; a last line without a break counts, a final break adds none.
 std::vector<std::string> SplitLines(std::string_view text);
 // The text on one line: CR and LF become blanks.
 std::string OneLine(std::string_view text);
-std::string Join(const std::vector<std::string>& parts, std::string_view separator);
 std::string Trim(std::string_view text);
 void ReplaceAll(std::string& text, std::string_view what, std::string_view with);
 

@@ -1,6 +1,7 @@
 #include "tiff.h"
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 
 namespace halqvantor::gateway {
@@ -8,6 +9,25 @@ namespace {
 
 constexpr uint16_t kStripOffsets = 273, kStripByteCounts = 279, kTileOffsets = 324, kTileByteCounts = 325;
 constexpr size_t kMaxPages = 10000;
+constexpr uint16_t kIfdType = 13;
+
+// Tags whose values are offsets into the file (beyond the strips and tiles, which are rewritten): copied
+// as they are they would point at the wrong bytes of the new file, so a page that has one is refused.
+constexpr uint16_t kOffsetTags[] = {
+    288,    // FreeOffsets
+    330,    // SubIFDs
+    513,    // JPEGInterchangeFormat
+    519,    // JPEGQTables
+    520,    // JPEGDCTables
+    521,    // JPEGACTables
+    34665,  // Exif directory
+    34853,  // GPS directory
+    40965,  // Interoperability directory
+};
+
+bool IsOffsetEntry(uint16_t tag, uint16_t type) {
+  return type == kIfdType || std::find(std::begin(kOffsetTags), std::end(kOffsetTags), tag) != std::end(kOffsetTags);
+}
 
 // Bytes per value of each field type, and the size of the unit that byte order applies to.
 size_t TypeSize(uint16_t type) {
@@ -65,7 +85,7 @@ void PutAt(std::string& out, size_t offset, uint32_t value) {
 
 }  // namespace
 
-std::optional<std::vector<TiffPage>> ReadTiff(std::string_view bytes) {
+std::optional<std::vector<TiffPage>> ReadTiff(std::string_view bytes, std::string* refused) {
   if (bytes.size() < 8) return std::nullopt;
   bool big;
   if (bytes.substr(0, 4) == std::string_view("II*\0", 4)) {
@@ -90,6 +110,10 @@ std::optional<std::vector<TiffPage>> ReadTiff(std::string_view bytes) {
       e.tag = static_cast<uint16_t>(r.Get(at, 2));
       e.type = static_cast<uint16_t>(r.Get(at + 2, 2));
       e.count = r.Get(at + 4, 4);
+      if (IsOffsetEntry(e.tag, e.type)) {
+        if (refused != nullptr) *refused = "TIFF-Tag " + std::to_string(e.tag) + " verweist in die Datei";
+        return std::nullopt;
+      }
       const size_t size = TypeSize(e.type);
       if (size == 0) continue;  // unknown type: dropped
       const uint64_t length = uint64_t{e.count} * size;

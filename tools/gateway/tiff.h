@@ -2,7 +2,10 @@
 
 // Pages of TIFF files, for multi-page TIFF downloads and thumbnails. A page is taken over as it is: its
 // directory entries and its strip (or tile) data, whatever the compression, are copied into a new file in
-// little-endian order with the data offsets rewritten.
+// little-endian order with the strip (tile) offsets rewritten. Those are the only offsets rewritten: a page
+// with another entry that points into the file (sub-directories, Exif and GPS directories, old-style JPEG
+// tables, free lists, any entry of the directory type) is refused rather than copied with a dangling
+// offset. Entries of a type this reader does not know are dropped.
 
 #include <cstdint>
 #include <optional>
@@ -26,8 +29,9 @@ struct TiffPage {
 };
 
 // The pages of a TIFF file, or nothing when the bytes are not a TIFF file this reader understands
-// (classic TIFF, either byte order).
-std::optional<std::vector<TiffPage>> ReadTiff(std::string_view bytes);
+// (classic TIFF, either byte order). A page refused for an offset entry also sets `refused` to the reason
+// (Windows-1252), when given.
+std::optional<std::vector<TiffPage>> ReadTiff(std::string_view bytes, std::string* refused = nullptr);
 // A little-endian TIFF file of the pages in the given order.
 std::string WriteTiff(const std::vector<TiffPage>& pages);
 

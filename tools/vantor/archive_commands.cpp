@@ -48,12 +48,6 @@ std::string SegmentTypeName(const std::string& type) {
   return type;
 }
 
-std::string Joined(const std::vector<std::string>& items) {
-  std::string joined;
-  for (const auto& item : items) joined += (joined.empty() ? "" : ", ") + item;
-  return joined;
-}
-
 std::string YesNo(const Variant& flag) { return flag.IsEmpty() ? "" : (flag.ToBoolean() ? "yes" : "no"); }
 
 // ---- channels, archives
@@ -133,7 +127,8 @@ int RunFields(Session& session, const std::string& channel, const std::string& a
       session.Calling("EASYGetSegmentSelectListNext");
       for (int32_t i = 0; i < CountOf(entry_count); ++i) entries.push_back(Text(vantor.EASYGetSegmentSelectListNext()));
     }
-    listing.Add({field.id, field.name, FieldTypeName(field.type), field.size, field.state, field.weight, Joined(entries)});
+    listing.Add({field.id, field.name, FieldTypeName(field.type), field.size, field.state, field.weight,
+                 halqvantor::vb::Join(entries, ", ")});
   }
   if (session.json()) {
     session.PrintJson({{"rights", Text(rights)}, {"fields", listing.ToJson()}});
@@ -349,7 +344,7 @@ int RunMasks(Session& session, const std::string& channel, const std::string& ar
       Variant tab, width, align, name, mandatory, initial, list_only, list;
       Variant id = vantor.EASYGetMasksNextField(&tab, &width, &align, &name, &mandatory, &initial, &list_only, &list);
       listing.Add({Text(mask), Text(id), Text(tab), Text(width), Text(align), Text(name), YesNo(mandatory), Text(initial),
-                   YesNo(list_only), Joined(DisplayColumns(Text(list)))});
+                   YesNo(list_only), halqvantor::vb::Join(DisplayColumns(Text(list)), ", ")});
     }
   }
   session.Print(listing);

@@ -13,8 +13,9 @@
 #include <vector>
 
 #include "demo_setup.h"
-#include "platform/cp1252.h"
+#include "platform/sorted_list.h"
 #include "platform/vb_runtime.h"
+#include "session.h"
 #include "table.h"
 
 namespace vantor {
@@ -24,6 +25,7 @@ namespace fs = std::filesystem;
 using halqvantor::clsVantor;
 using halqvantor::Variant;
 using halqvantor::VarType;
+using halqvantor::vb::Join;
 
 const char* const kChannel = "FIBU";
 const char* const kArchive = "Eingangsrechnungen";
@@ -56,19 +58,6 @@ std::string Str(const Variant& value) { return value.type() == VarType::String ?
 
 bool IsLong(const Variant& value, int32_t expected) { return value == Variant(expected); }
 
-// The columns of a row in the column layout: "^a^,^b^" gives {"a", "b"}.
-std::vector<std::string> Columns(const std::string& row) {
-  std::string inner = row;
-  if (inner.size() >= 2 && inner.front() == '^' && inner.back() == '^') inner = inner.substr(1, inner.size() - 2);
-  std::vector<std::string> columns;
-  size_t start = 0;
-  for (size_t at; (at = inner.find("^,^", start)) != std::string::npos; start = at + 3) {
-    columns.push_back(inner.substr(start, at - start));
-  }
-  columns.push_back(inner.substr(start));
-  return columns;
-}
-
 // A note as the component hands it out: the header row (number, author, date, time: four columns, eight
 // "^"), a comma, then the text.
 struct Note {
@@ -81,38 +70,16 @@ std::optional<Note> ParseNote(const std::string& note) {
     end = note.find('^', caret == 0 ? 0 : end + 1);
     if (end == std::string::npos) return std::nullopt;
   }
-  Note parsed{Columns(note.substr(0, end + 1)), note.substr(std::min(note.size(), end + 2))};
+  Note parsed{DisplayColumns(note.substr(0, end + 1)), note.substr(std::min(note.size(), end + 2))};
   parsed.header.resize(4);
   return parsed;
 }
 
-// The items of a list joined by `separator`, without the wrapping characters `trim` (the "^" or "[]"
-// around each item), sorted: the user directory's statements have no order.
-std::vector<std::string> Items(const std::string& text, const std::string& separator, const std::string& trim = "") {
-  std::vector<std::string> items;
-  if (text.empty()) return items;
-  size_t start = 0;
-  for (;;) {
-    const size_t at = text.find(separator, start);
-    std::string item = text.substr(start, at == std::string::npos ? std::string::npos : at - start);
-    while (!item.empty() && trim.find(item.front()) != std::string::npos) item.erase(0, 1);
-    while (!item.empty() && trim.find(item.back()) != std::string::npos) item.pop_back();
-    if (!item.empty()) items.push_back(item);
-    if (at == std::string::npos) break;
-    start = at + separator.size();
-  }
+// The names of a list as the CLI reads them, sorted: the user directory's statements have no order.
+std::vector<std::string> Sorted(std::vector<std::string> items) {
   std::sort(items.begin(), items.end());
   return items;
 }
-
-std::string Join(const std::vector<std::string>& items, const std::string& separator = ", ") {
-  std::string out;
-  for (const auto& item : items) out += (out.empty() ? "" : separator) + item;
-  return out;
-}
-
-// The key the hit list sorts by: capitals, compared as the gateway's code page orders them.
-std::string SortKey(const std::string& text) { return halqvantor::platform::Utf8ToCp1252(halqvantor::vb::UCase(text)); }
 
 std::string ReadBytes(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -138,16 +105,16 @@ struct Setting {
 
 // One portal session: each step is a page that makes its own component object (as a page request does),
 // shows what the page would show and checks what came back.
-class Session {
+class PortalSession {
  public:
-  Session(Setting setting, std::ostream& out) : setting_(std::move(setting)), out_(out) {}
+  PortalSession(Setting setting, std::ostream& out) : setting_(std::move(setting)), out_(out) {}
 
   // Runs every step; returns the titles of the ones that failed.
   std::vector<std::string> Run();
   int steps() const { return steps_; }
 
  private:
-  void Step(const std::string& title, void (Session::*body)());
+  void Step(const std::string& title, void (PortalSession::*body)());
   // Records `why` as a failure of the current step unless `ok`; returns `ok`.
   bool Check(bool ok, const std::string& why);
   std::unique_ptr<clsVantor> OpenPage(bool with_database = false);
@@ -181,22 +148,22 @@ class Session {
   std::vector<Hit> hits_;
 };
 
-std::vector<std::string> Session::Run() {
-  const std::vector<std::pair<std::string, void (Session::*)()>> steps{
-      {"Log-on", &Session::LogOn},
-      {"The user's rights", &Session::UserRights},
-      {"Channels", &Session::Channels},
-      {"Archives of FIBU", &Session::Archives},
-      {"Query: every incoming invoice", &Session::Query},
-      {"Hit list sorted by supplier, twice", &Session::SortHitList},
-      {"Document info of 1000001", &Session::DocumentInfo},
-      {"Segments of 1000001", &Session::SegmentDescription},
-      {"Text of 1000001 with the hits of \"meier\" marked", &Session::SegmentText},
-      {"Segment download with extension mapping TXT-DOC", &Session::SegmentDownload},
-      {"A note written and read back", &Session::Notes},
-      {"A document created from an import file", &Session::NewDocument},
-      {"A file uploaded and transferred back", &Session::UploadAndTransfer},
-      {"The debug log", &Session::DebugLog},
+std::vector<std::string> PortalSession::Run() {
+  const std::vector<std::pair<std::string, void (PortalSession::*)()>> steps{
+      {"Log-on", &PortalSession::LogOn},
+      {"The user's rights", &PortalSession::UserRights},
+      {"Channels", &PortalSession::Channels},
+      {"Archives of FIBU", &PortalSession::Archives},
+      {"Query: every incoming invoice", &PortalSession::Query},
+      {"Hit list sorted by supplier, twice", &PortalSession::SortHitList},
+      {"Document info of 1000001", &PortalSession::DocumentInfo},
+      {"Segments of 1000001", &PortalSession::SegmentDescription},
+      {"Text of 1000001 with the hits of \"meier\" marked", &PortalSession::SegmentText},
+      {"Segment download with extension mapping TXT-DOC", &PortalSession::SegmentDownload},
+      {"A note written and read back", &PortalSession::Notes},
+      {"A document created from an import file", &PortalSession::NewDocument},
+      {"A file uploaded and transferred back", &PortalSession::UploadAndTransfer},
+      {"The debug log", &PortalSession::DebugLog},
   };
   std::vector<std::string> failed;
   for (const auto& [title, body] : steps) {
@@ -206,7 +173,7 @@ std::vector<std::string> Session::Run() {
   return failed;
 }
 
-void Session::Step(const std::string& title, void (Session::*body)()) {
+void PortalSession::Step(const std::string& title, void (PortalSession::*body)()) {
   ++steps_;
   failures_.clear();
   out_ << "\n" << steps_ << ". " << title << "\n\n";
@@ -224,12 +191,12 @@ void Session::Step(const std::string& title, void (Session::*body)()) {
   }
 }
 
-bool Session::Check(bool ok, const std::string& why) {
+bool PortalSession::Check(bool ok, const std::string& why) {
   if (!ok) failures_.push_back(why);
   return ok;
 }
 
-std::unique_ptr<clsVantor> Session::OpenPage(bool with_database) {
+std::unique_ptr<clsVantor> PortalSession::OpenPage(bool with_database) {
   auto page = std::make_unique<clsVantor>();
   page->strREMOTEHOST = "127.0.0.1";
   page->lngREMOTEPORT = setting_.port;
@@ -245,21 +212,21 @@ std::unique_ptr<clsVantor> Session::OpenPage(bool with_database) {
   return page;
 }
 
-std::vector<Hit> Session::ReadHits(clsVantor& page, bool sorted) {
+std::vector<Hit> PortalSession::ReadHits(clsVantor& page, bool sorted) {
   std::vector<Hit> hits;
   for (;;) {
     Variant channel, archive, id, version;
     const Variant row = sorted ? page.EASYSortHitlistNext(&channel, &archive, &id, &version)
                                : page.EASYQueryArchiveNext(&channel, &archive, &id, &version);
     if (row == Variant("")) break;
-    hits.push_back({Columns(Str(row)), Str(id) + "/" + Str(version)});
+    hits.push_back({DisplayColumns(Str(row)), Str(id) + "/" + Str(version)});
   }
   return hits;
 }
 
 // ---- the pages
 
-void Session::LogOn() {
+void PortalSession::LogOn() {
   auto page = OpenPage(true);
   const Variant id = page->CheckLogon(demo::kPortalUser.name, demo::kPortalUser.password);
   Check(id.type() == VarType::Long && id.ToLong() > 0, "CheckLogon gave " + Show(id) + ", not the user's number");
@@ -282,7 +249,7 @@ void Session::LogOn() {
   table.Print(out_);
 }
 
-void Session::UserRights() {
+void PortalSession::UserRights() {
   auto page = OpenPage(true);
   Variant rights, groups, channels, archives, edit, documents, search, hidden, unmatched;
   const Variant counts[] = {
@@ -302,11 +269,11 @@ void Session::UserRights() {
           std::string(names[i]) + " gave " + Show(counts[i]) + ", expected " + std::to_string(expected[i]));
   }
 
-  const auto right_items = Items(Str(rights), ",", "^");
-  const auto group_items = Items(Str(groups), ",", "[]");
-  const auto channel_items = Items(Str(channels), ",", "^");
-  const auto archive_items = Items(Str(archives), ",", "^");
-  const auto edit_items = Items(Str(edit), "\r\n");
+  const auto right_items = Sorted(EnclosedNames(Str(rights), '^', '^'));
+  const auto group_items = Sorted(EnclosedNames(Str(groups), '[', ']'));
+  const auto channel_items = Sorted(EnclosedNames(Str(channels), '^', '^'));
+  const auto archive_items = Sorted(EnclosedNames(Str(archives), '^', '^'));
+  const auto edit_items = Sorted(Lines(Str(edit)));
   Check(right_items == std::vector<std::string>{"NOTIZEN", "SUCHE", "UPLOAD"}, "rights: " + Show(rights));
   Check(group_items == std::vector<std::string>{"Buchhaltung", "Portal"}, "groups: " + Show(groups));
   Check(channel_items == std::vector<std::string>{"FIBU", "VERTRAG"}, "channels: " + Show(channels));
@@ -323,10 +290,10 @@ void Session::UserRights() {
         "hidden / unmatched fields: " + Show(hidden) + " / " + Show(unmatched));
 
   Table table({"Rights of " + std::string(demo::kPortalUser.name), "Count", "Granted"});
-  table.AddRow({"rights", Show(counts[0]), Join(right_items)});
-  table.AddRow({"groups", Show(counts[1]), Join(group_items)});
-  table.AddRow({"channels", Show(counts[2]), Join(channel_items)});
-  table.AddRow({"archives", Show(counts[3]), Join(archive_items)});
+  table.AddRow({"rights", Show(counts[0]), Join(right_items, ", ")});
+  table.AddRow({"groups", Show(counts[1]), Join(group_items, ", ")});
+  table.AddRow({"channels", Show(counts[2]), Join(channel_items, ", ")});
+  table.AddRow({"archives", Show(counts[3]), Join(archive_items, ", ")});
   table.AddRow({"edit rights (New, Edit, Delete)", Show(counts[4]), Join(edit_items, "; ")});
   table.AddRow({"document rights", Show(counts[5]), Str(documents)});
   table.AddRow({"search rights", Show(counts[6]), search_text});
@@ -335,11 +302,11 @@ void Session::UserRights() {
   table.Print(out_);
 }
 
-void Session::Channels() {
+void PortalSession::Channels() {
   auto page = OpenPage(true);
   Variant portal_channels;
   page->GetUserChannels(user_id_, &portal_channels);
-  const auto granted = Items(Str(portal_channels), ",", "^");
+  const auto granted = Sorted(EnclosedNames(Str(portal_channels), '^', '^'));
   Variant status("unset");
   const Variant count = page->EASYGetChannelsInit(&status);
   Check(IsLong(count, 3) && status == Variant(""), "EASYGetChannelsInit gave " + Show(count) + ", " + Show(status));
@@ -354,10 +321,10 @@ void Session::Channels() {
     table.AddRow({name, Str(description), listed ? "yes" : "-"});
   }
   table.Print(out_);
-  Check(names == std::vector<std::string>{"FIBU", "PERSONAL", "VERTRAG"}, "channels: " + Join(names));
+  Check(names == std::vector<std::string>{"FIBU", "PERSONAL", "VERTRAG"}, "channels: " + Join(names, ", "));
 }
 
-void Session::Archives() {
+void PortalSession::Archives() {
   auto page = OpenPage();
   Variant status("unset");
   const Variant count = page->EASYGetArchivesInit(kChannel, &status);
@@ -366,7 +333,8 @@ void Session::Archives() {
   for (std::string name = Str(page->EASYGetArchivesNext()); !name.empty(); name = Str(page->EASYGetArchivesNext())) {
     names.push_back(name);
   }
-  Check(names == std::vector<std::string>{"Ausgangsrechnungen", "Eingangsrechnungen"}, "archives: " + Join(names));
+  Check(names == std::vector<std::string>{"Ausgangsrechnungen", "Eingangsrechnungen"},
+        "archives: " + Join(names, ", "));
 
   // The archive properties replace the list's rows, so they are asked for once the list is read.
   Table table({"Archive", "Documents", "Create", "Edit", "Delete", "Index"});
@@ -386,7 +354,7 @@ void Session::Archives() {
   table.Print(out_);
 }
 
-void Session::Query() {
+void PortalSession::Query() {
   hit_page_ = OpenPage();
   Variant fields, layouts, total, multi, status("unset");
   const Variant count = hit_page_->EASYQueryArchiveInit(kChannel, kArchive, "", int32_t{0}, int32_t{0}, "Standard",
@@ -397,7 +365,7 @@ void Session::Query() {
   if (!Check(!rows.empty(), "the hit list has no title line")) return;
   hits_.assign(rows.begin() + 1, rows.end());
   Check(rows[0].columns == std::vector<std::string>{"Rechnungsnummer", "Lieferant", "Rechnungsdatum", "Betrag"},
-        "the title line is " + Join(rows[0].columns));
+        "the title line is " + Join(rows[0].columns, ", "));
   Check(hits_.size() == 14, std::to_string(hits_.size()) + " hits, not 14");
 
   std::vector<std::string> headings = rows[0].columns;
@@ -413,7 +381,7 @@ void Session::Query() {
        << ", every hit with a scan: " << (multi == Variant(true) ? "yes" : "no") << "\n";
 }
 
-void Session::SortHitList() {
+void PortalSession::SortHitList() {
   if (!Check(hit_page_ != nullptr && !hits_.empty(), "there is no hit list to sort")) return;
   std::vector<std::vector<Hit>> sorts;
   for (int round = 0; round < 2; ++round) {
@@ -428,13 +396,10 @@ void Session::SortHitList() {
     for (const auto& hit : hits) ids.push_back(hit.document);
     return ids;
   };
-  auto supplier = [](const Hit& hit) { return SortKey(hit.columns.size() > 1 ? hit.columns[1] : ""); };
+  std::vector<std::string> suppliers;
+  for (const Hit& hit : sorts[0]) suppliers.push_back(hit.columns.size() > 1 ? hit.columns[1] : "");
   std::vector<std::string> first = documents(sorts[0]), second = documents(sorts[1]), found = documents(hits_);
-  const bool ascending = std::is_sorted(sorts[0].begin(), sorts[0].end(),
-                                        [&](const Hit& a, const Hit& b) { return supplier(a) < supplier(b); });
-  const bool descending = std::is_sorted(sorts[0].begin(), sorts[0].end(),
-                                         [&](const Hit& a, const Hit& b) { return supplier(b) < supplier(a); });
-  Check(ascending || descending, "the first sort is not ordered by supplier");
+  Check(InHitListOrder(suppliers), "the first sort is not ordered by supplier");
   std::vector<std::string> reversed(second.rbegin(), second.rend());
   Check(first == reversed, "the second sort is not the first one reversed");
   std::sort(first.begin(), first.end());
@@ -451,7 +416,7 @@ void Session::SortHitList() {
   table.Print(out_);
 }
 
-void Session::DocumentInfo() {
+void PortalSession::DocumentInfo() {
   auto page = OpenPage();
   Variant length, created, changed, title, segments, texts, images, blobs, status("unset");
   const Variant rows = page->EASYGetDocumentInfo(kChannel, kArchive, kDocument, "1", &length, &created, &changed,
@@ -470,7 +435,7 @@ void Session::DocumentInfo() {
   table.Print(out_);
 }
 
-void Session::SegmentDescription() {
+void PortalSession::SegmentDescription() {
   auto page = OpenPage();
   Variant notes, status("unset");
   const Variant count =
@@ -489,10 +454,10 @@ void Session::SegmentDescription() {
     table.AddRow({Str(id), name, Str(title), Str(type), Str(ext), Str(text_length), Str(image_length), Str(file)});
   }
   table.Print(out_);
-  Check(names == std::vector<std::string>{"TEXT", "BELEG", "ORIGINAL", "VERWEISE"}, "segments: " + Join(names));
+  Check(names == std::vector<std::string>{"TEXT", "BELEG", "ORIGINAL", "VERWEISE"}, "segments: " + Join(names, ", "));
 }
 
-void Session::SegmentText() {
+void PortalSession::SegmentText() {
   auto page = OpenPage();
   Variant status("unset");
   const Variant pieces = page->EASYGetSegmentTextInit(kChannel, kArchive, kDocument, "1", "meier", "\u00bb", "\u00ab",
@@ -507,7 +472,7 @@ void Session::SegmentText() {
   for (std::string line; std::getline(lines, line);) out_ << "  | " << line << "\n";
 }
 
-void Session::SegmentDownload() {
+void PortalSession::SegmentDownload() {
   auto page = OpenPage();
   page->strChangeFileExt = "TXT-DOC";
   Variant name, length, status("unset");
@@ -525,7 +490,7 @@ void Session::SegmentDownload() {
   table.Print(out_);
 }
 
-void Session::Notes() {
+void PortalSession::Notes() {
   auto page = OpenPage();
   Variant status("unset");
   const Variant written =
@@ -548,7 +513,7 @@ void Session::Notes() {
         "the last note is by " + last_author + ": " + last_text);
 }
 
-void Session::NewDocument() {
+void PortalSession::NewDocument() {
   auto page = OpenPage();
   const std::string import = setting_.blob + "/demo_import.txt";
   Variant status("unset");
@@ -583,7 +548,7 @@ void Session::NewDocument() {
   out_ << "import file " << import << ", document " << ref << "\n";
 }
 
-void Session::UploadAndTransfer() {
+void PortalSession::UploadAndTransfer() {
   auto page = OpenPage();
   std::string bytes(200000, '\0');
   for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>((i * 7919) >> 5);
@@ -608,7 +573,7 @@ void Session::UploadAndTransfer() {
   table.Print(out_);
 }
 
-void Session::DebugLog() {
+void PortalSession::DebugLog() {
   auto page = OpenPage();
   const std::string path = setting_.folder + "/" + kSession + ".LOG";
   page.reset();  // the end of the page is logged as well
@@ -628,14 +593,23 @@ void Session::DebugLog() {
 
 }  // namespace
 
+bool InHitListOrder(const std::vector<std::string>& texts) {
+  // The component's own key (a text column's text in capitals, by code point), not the code page's order:
+  // they differ for names that begin with a letter such as Š or Œ.
+  std::vector<std::string> keys;
+  for (const std::string& text : texts) keys.push_back(halqvantor::platform::SortKey(text));
+  return std::is_sorted(keys.begin(), keys.end()) || std::is_sorted(keys.rbegin(), keys.rend());
+}
+
 int RunDemo(const DemoOptions& options, std::ostream& out, std::ostream& err) {
   demo::InterruptGuard interrupts;
   std::unique_ptr<demo::TempFolder> folder;
   std::unique_ptr<demo::GatewayProcess> gateway;
   Setting setting;
   try {
-    const std::string program = demo::FindGatewayProgram(options.gateway_program);
-    const std::string sample = demo::FindSample(options.sample_dir, demo::GatewayBesideProgram(program));
+    const std::string own_folder = demo::OwnFolder();
+    const std::string program = demo::FindGatewayProgram(options.gateway_program, own_folder);
+    const std::string sample = demo::FindSample(options.sample_dir, own_folder);
     folder = std::make_unique<demo::TempFolder>();
     if (options.keep) folder->Keep();
     setting.folder = folder->path();
@@ -662,7 +636,7 @@ int RunDemo(const DemoOptions& options, std::ostream& out, std::ostream& err) {
     return 2;
   }
 
-  Session session(setting, out);
+  PortalSession session(setting, out);
   const std::vector<std::string> failed = session.Run();
   gateway.reset();
 

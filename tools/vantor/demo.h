@@ -5,6 +5,7 @@
 
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace vantor {
 
@@ -13,6 +14,10 @@ struct DemoOptions {
   std::string sample_dir;       // the sample archive to copy; "" finds the installed or the build tree's one
   bool keep = false;            // keep the temporary folder (log, blob folder, database) and say where it is
 };
+
+// Whether `texts` (a text column of a sorted hit list, top to bottom) are in the order the component's
+// hit-list sort gives, ascending or descending.
+bool InHitListOrder(const std::vector<std::string>& texts);
 
 // Runs the session. Exit code: 0 when every step gave what it should, 1 otherwise (each failed step is
 // reported on `err`), 2 when the demo could not be set up (no gateway program, no sample).

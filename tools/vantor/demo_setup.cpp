@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <initializer_list>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -30,13 +31,6 @@ namespace {
 std::runtime_error Failure(const std::string& what) { return std::runtime_error(what); }
 
 std::string ErrnoText(int error) { return std::strerror(error); }
-
-// The folder of the running program, "" when /proc does not tell.
-std::string OwnFolder() {
-  std::error_code error;
-  const fs::path self = fs::read_symlink("/proc/self/exe", error);
-  return error ? std::string() : self.parent_path().string();
-}
 
 bool IsFile(const std::string& path) {
   std::error_code error;
@@ -214,35 +208,57 @@ void InterruptGuard::Watch(pid_t gateway, const std::string& folder) {
 
 // ---- finding the gateway and the sample
 
-std::string FindGatewayProgram(const std::string& given) {
+std::string OwnFolder() {
+  std::error_code error;
+  const fs::path self = fs::read_symlink("/proc/self/exe", error);
+  return error ? std::string() : self.parent_path().string();
+}
+
+namespace {
+
+// The first of `names` under `folder` that `exists`, else "".
+std::string FirstIn(const std::string& folder, std::initializer_list<const char*> names,
+                    bool (*exists)(const std::string&)) {
+  if (folder.empty()) return "";
+  for (const char* name : names) {
+    const std::string path = (fs::path(folder) / name).lexically_normal().string();
+    if (exists(path)) return path;
+  }
+  return "";
+}
+
+bool HasArchive(const std::string& folder) { return IsFile(folder + "/archive.json"); }
+
+}  // namespace
+
+std::string FindGatewayProgram(const std::string& given, const std::string& own_folder) {
   if (!given.empty()) {
     if (!IsFile(given)) throw Failure("the gateway program " + given + " does not exist");
     return given;
   }
-  const std::string own = OwnFolder();
-  if (!own.empty() && IsFile(own + "/vantor-gateway")) return own + "/vantor-gateway";
-  if (IsFile(VANTOR_BUILD_GATEWAY)) return VANTOR_BUILD_GATEWAY;
-  throw Failure("no vantor-gateway beside this program or in the build tree (" VANTOR_BUILD_GATEWAY
-                "); name one with --gateway");
+  // Installed beside vantor (bin), or kept off the PATH in libexec; in the build tree, tools/gateway lies
+  // beside tools/vantor.
+  const std::string found = FirstIn(
+      own_folder, {"vantor-gateway", "../libexec/halqvantor/vantor-gateway", "../gateway/vantor-gateway"}, IsFile);
+  if (!found.empty()) return found;
+  throw Failure("no vantor-gateway beside this program (" + own_folder +
+                "), in ../libexec/halqvantor or in the build tree; name one with --gateway");
 }
 
-bool GatewayBesideProgram(const std::string& gateway) {
-  const std::string own = OwnFolder();
-  return !own.empty() && gateway == own + "/vantor-gateway";
-}
-
-std::string FindSample(const std::string& given, bool installed) {
+std::string FindSample(const std::string& given, const std::string& own_folder) {
   if (!given.empty()) {
-    if (!IsFile(given + "/archive.json")) throw Failure("the sample folder " + given + " holds no archive.json");
+    if (!HasArchive(given)) throw Failure("the sample folder " + given + " holds no archive.json");
     return given;
   }
-  const std::vector<std::string> places = installed
-                                              ? std::vector<std::string>{VANTOR_INSTALL_SAMPLE, VANTOR_BUILD_SAMPLE}
-                                              : std::vector<std::string>{VANTOR_BUILD_SAMPLE, VANTOR_INSTALL_SAMPLE};
-  for (const auto& place : places) {
-    if (IsFile(place + "/archive.json")) return place;
+  // Installed under share/halqvantor of the prefix; in the build tree, the gateway's folder links to it.
+  const std::string found = FirstIn(own_folder, {"../share/halqvantor/sample", "../gateway/sample"}, HasArchive);
+  if (!found.empty()) {
+    std::error_code error;
+    const fs::path real = fs::canonical(found, error);  // the build tree's link shown as the folder it names
+    return error ? found : real.string();
   }
-  throw Failure("no sample archive in " + places[0] + " or " + places[1] + "; name one with --sample");
+  throw Failure("no sample archive in ../share/halqvantor/sample beside this program (" + own_folder +
+                ") or in the build tree; name one with --sample");
 }
 
 // ---- the user database

@@ -79,14 +79,16 @@ class InterruptGuard {
   std::thread watcher_;
 };
 
-// The gateway program to start: `given` when not empty (throws when it does not exist), else vantor-gateway
-// beside the running program, else the one of the build tree. Throws when there is none.
-std::string FindGatewayProgram(const std::string& given);
-// True when the gateway program was found beside the running program (an installed vantor).
-bool GatewayBesideProgram(const std::string& gateway);
-// The sample archive folder (one holding archive.json): `given` when not empty, else the installed one or
-// the build tree's, the installed one first when `installed`. Throws when there is none.
-std::string FindSample(const std::string& given, bool installed);
+// The folder of the running program, "" when /proc does not tell.
+std::string OwnFolder();
+// The gateway program to start: `given` when not empty (throws when it does not exist), else the first
+// vantor-gateway found from `own_folder` (the program's): beside it, in ../libexec/halqvantor, or in the
+// build tree's ../gateway. Throws, saying where it looked, when there is none.
+std::string FindGatewayProgram(const std::string& given, const std::string& own_folder);
+// The sample archive folder (one holding archive.json): `given` when not empty, else the installed
+// ../share/halqvantor/sample or the build tree's ../gateway/sample from `own_folder`. Throws when there is
+// none.
+std::string FindSample(const std::string& given, const std::string& own_folder);
 
 // The portal user the session logs on as, and the archive account the directory gives him.
 struct SampleUser {
