@@ -39,8 +39,10 @@ ErrorInfo DescribeError(const std::exception& error) {
   if (const auto* runtime = dynamic_cast<const RuntimeError*>(&error)) {
     return {runtime->number(), runtime->description()};
   }
-  if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) return {7, RuntimeError::StandardText(7)};
-  return {5, error.what()};
+  if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) {
+    return {static_cast<int32_t>(ErrorNumber::kOutOfMemory), RuntimeError::StandardText(ErrorNumber::kOutOfMemory)};
+  }
+  return {static_cast<int32_t>(ErrorNumber::kInvalidProcedureCall), error.what()};
 }
 
 std::string GeneralFailureLine(std::string_view function, const std::exception& error) {

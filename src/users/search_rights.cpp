@@ -41,9 +41,9 @@ std::string ExpandDateTokens(std::string value, const platform::CivilDate& today
     }
     if (q == 0) {
       if (restarted && value == value_at_restart) {
-        throw RuntimeError(
-            static_cast<int32_t>(ErrorNumber::kInvalidProcedureCall),
-            RuntimeError::StandardText(5) + " (date token without closing parenthesis in '" + value + "')");
+        throw RuntimeError(ErrorNumber::kInvalidProcedureCall,
+                           RuntimeError::StandardText(ErrorNumber::kInvalidProcedureCall) +
+                               " (date token without closing parenthesis in '" + value + "')");
       }
       restarted = true;
       value_at_restart = value;
