@@ -13,7 +13,7 @@
 #include <optional>
 #include <utility>
 
-#include "component/debug_log.h"
+#include "component/general_failure.h"
 #include "component/vantor_impl.h"
 #include "component/results.h"
 #include "link/frm_comm.h"

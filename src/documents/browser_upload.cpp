@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "component/debug_log.h"
+#include "component/general_failure.h"
 #include "component/vantor_impl.h"
 #include "component/results.h"
 #include "platform/cp1252.h"

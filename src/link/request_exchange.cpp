@@ -3,7 +3,7 @@
 #include <exception>
 #include <limits>
 
-#include "component/debug_log.h"
+#include "component/general_failure.h"
 #include "component/vantor_impl.h"
 #include "link/frm_comm.h"
 #include "platform/clock.h"
