@@ -94,7 +94,7 @@ Variant clsVantor::EASYTransferBLOB(const Variant& strFile, const Variant& lngFi
   }
   std::string request;
   try {
-    d.form.SetMode(d.SlotIndex, "BYTE");
+    d.form.SetMode(d.SlotIndex, ReceptionMode::kByte);
     d.form.SetBytesReceived(d.SlotIndex, 0);
     d.form.SetBytesToReceive(d.SlotIndex, lngFileLen.ToLong());
     request = d.BuildRequest({Variant("TransferBLOB"), Variant(strBlobPathRemote + "\\" + strFile.ToString())});
@@ -152,7 +152,7 @@ Variant clsVantor::EASYUploadFile(const Variant& strFileName, Variant* strStatus
     platform::Check(fs.OpenForRead(path, &file));
     auto body = std::make_shared<FileBody>(std::move(file), length, d.form, d.SlotIndex);
 
-    d.form.SetMode(d.SlotIndex, "STRING");
+    d.form.SetMode(d.SlotIndex, ReceptionMode::kString);
     std::string head = platform::Utf8ToCp1252(request);
     head += "\r\n";
     const bool ok = d.RunRoundTrip(request, head, status, body);
