@@ -98,8 +98,6 @@ class Socket {
   // pass), then Consume drops the first `count` of them.
   std::string_view PeekData(int32_t max_bytes = -1) const;
   void Consume(size_t count);
-  // Received bytes that GetData has not taken yet.
-  int32_t BytesAvailable() const { return static_cast<int32_t>(received_size_); }
   // Ends the connection, if any, and drops what was queued or received; the State becomes 0. No event.
   void Close();
 
@@ -122,7 +120,6 @@ class Socket {
   };
 
   void StartNextAddress();
-  void FinishConnect();
   int FlushSendQueue();
   bool HasPendingSend() const;
   std::string_view PendingBytes();
