@@ -6,8 +6,8 @@
 
 namespace halqvantor {
 
-// The run-time errors a page sees as an automation error. Numbers and standard texts are the ones of the
-// VB runtime, so a page that tests Err.Number keeps working.
+// The run-time errors a page sees as an automation error, by the number a page reads from Err.Number; each
+// has its standard text.
 enum class ErrorNumber : int32_t {
   kInvalidProcedureCall = 5,    // "Invalid procedure call or argument"
   kOverflow = 6,                // "Overflow"

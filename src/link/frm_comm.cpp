@@ -23,7 +23,7 @@ frmComm& frmComm::ForThisThread() {
 }
 
 frmComm::frmComm() {
-  // Element 0 of each control array: present from the start, never handed out.
+  // Socket 0 and list 0: present from the start, never handed out.
   slots_.emplace_back();
   LoadElement();
 }
@@ -43,7 +43,7 @@ int32_t frmComm::GetFreeWinsockInstance() {
     }
   }
   if (slot == 0) {
-    if (slot_count_ == INT16_MAX) vb::Raise(ErrorNumber::kOverflow);  // control indexes are 16-bit
+    if (slot_count_ == INT16_MAX) vb::Raise(ErrorNumber::kOverflow);  // event handlers take a 16-bit index
     ++slot_count_;
     LoadElement();
     slots_.emplace_back();

@@ -1,8 +1,8 @@
 #pragma once
 
 // frmComm: the table of connection slots of one thread. A slot n is the socket ctlWinsock(n), the sorted
-// list lstSort(n) and the state record SlotState(n) together. Slot numbers start at 1 (element 0 of both
-// control arrays exists from the start and is never handed out); a freed slot is reused, lowest number
+// list lstSort(n) and the state record SlotState(n) together. Slot numbers start at 1 (socket 0 and list 0
+// exist from the start and are never handed out); a freed slot is reused, lowest number
 // first, and keeps its socket, list, last response, counters and log settings until its next owner
 // overwrites them. At most 32767 slots exist.
 //

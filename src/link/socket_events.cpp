@@ -141,7 +141,7 @@ void frmComm::ctlWinsock_DataArrival(int16_t Index, int32_t bytesTotal) {
   try {
     slot = &State(Index);
   } catch (const std::exception&) {
-    return;  // not a slot (the design-time element): nothing to receive into
+    return;  // not a slot (element 0, never handed out): nothing to receive into
   }
   WriteSlotLog(Index, WinsockPrefix(Index) + "DataArrival-Event Start.");
   // The handler reads all bytesTotal bytes: they are gone from the socket however it ends. Any other Mode
