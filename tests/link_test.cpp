@@ -64,7 +64,7 @@ TEST(ConnectionSlots, UnknownSlotsAreRefused) {
     frmComm& form = frmComm::ForThisThread();
     form.GetFreeWinsockInstance();
     for (int32_t bad : {0, -1, 2}) EXPECT_EQ(testing::RuntimeErrorNumber([&] { form.GetBusy(bad); }), 9) << bad;
-    EXPECT_NO_THROW(form.ctlWinsock(0));  // the design-time element exists
+    EXPECT_NO_THROW(form.ctlWinsock(0));  // socket 0 exists
     EXPECT_THROW(form.lstSort(2), RuntimeError);
   });
 }

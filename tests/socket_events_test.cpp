@@ -194,7 +194,7 @@ TEST(ByteMode, EveryByteGoesIntoTheFileOpenUnderTheSlotsNumber) {
                  int32_t expected, std::string& status) {
     const int number = platform::FreeFile();
     platform::OpenFileForBinaryWrite(number, file);
-    s.form().SetMode(s.slot(), "BYTE");
+    s.form().SetMode(s.slot(), ReceptionMode::kByte);
     s.form().SetBytesReceived(s.slot(), 0);
     s.form().SetBytesToReceive(s.slot(), expected);
     s.form().SetFile(s.slot(), static_cast<uint8_t>(number));

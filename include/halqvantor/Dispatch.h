@@ -96,8 +96,9 @@ Variant Invoke(clsVantor& object, const Member& member, std::vector<Variant>& ar
                std::shared_ptr<ScriptingContext> context = nullptr);
 
 // Converts a value to the kind a parameter's name announces (Integer for int..., Long for lng..., Boolean for
-// bln..., String for str...), in VB style; Missing and Null pass unchanged. Used by callers that hold text,
-// such as a command line. Raises DispatchError naming the member and the argument when it cannot.
+// bln..., String for str...) by the checked conversions of Variant; Missing and Null pass unchanged. Used by
+// callers that hold text, such as a command line. Raises DispatchError naming the member and the argument
+// when it cannot.
 Variant ConvertArgument(const Member& member, size_t index, const Variant& value);
 
 }  // namespace dispatch

@@ -9,10 +9,10 @@ namespace halqvantor {
 // The automation variant: every argument and most results of clsVantor are Variants.
 //   Integer is 16-bit signed, Long 32-bit signed, Byte 8-bit unsigned; Date is the automation date (days
 //   since 30.12.1899, the fraction being the time of day); Missing is an optional argument not passed.
-// Strings are UTF-8. The To...() conversions follow the VB rules (CInt, CLng, CDbl, CBool, CByte, CStr):
-// numbers round half to even, a value out of range raises RuntimeError 6 (overflow), a value that cannot
-// convert raises 13 (type mismatch). Text is read in the C locale, with optional blanks around it, and
-// "&H"/"&O" prefixes for hexadecimal and octal whole numbers.
+// Strings are UTF-8. The To...() conversions (CInt, CLng, CDbl, CBool, CByte, CStr) are checked: numbers
+// round half to even, a value out of range raises RuntimeError 6 (overflow), a value that cannot convert
+// raises 13 (type mismatch). Text is read in the C locale, with optional blanks around it, and "&H"/"&O"
+// prefixes for hexadecimal and octal whole numbers.
 enum class VarType { Empty, Null, Integer, Long, Double, Date, String, Boolean, Byte, Missing };
 
 class Variant {
@@ -38,8 +38,8 @@ class Variant {
   bool IsEmpty() const { return type_ == VarType::Empty; }
   bool IsNumeric() const;  // Integer, Long, Double, Byte, Boolean or Date
 
-  // Checked conversions in VB style (see above). Empty converts to 0, "" or false; Null and Missing raise 13
-  // (94 "Invalid use of Null" in VB is reported as a type mismatch here).
+  // Checked conversions (see above). Empty converts to 0, "" or false; Null and Missing raise 13 (type
+  // mismatch).
   int16_t ToInteger() const;
   int32_t ToLong() const;
   double ToDouble() const;

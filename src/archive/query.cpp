@@ -170,6 +170,18 @@ void SplitLayoutList(std::string_view layout_line, std::string& field_ids, std::
   }
 }
 
+std::string_view ToText(SortOrder order) {
+  switch (order) {
+    case SortOrder::kUp:
+      return "UP";
+    case SortOrder::kDown:
+      return "DOWN";
+    case SortOrder::kNone:
+      break;
+  }
+  return "";
+}
+
 }  // namespace archive
 
 
@@ -240,7 +252,7 @@ Variant clsVantor::EASYQueryArchiveInit(const Variant& strChannel, const Variant
   archive::HitListState& h = d.hits;
   h.HitList.assign(d.ResultRows.begin() + 3, d.ResultRows.end());
   h.HitListBound = d.ResultCount - 4;
-  h.SortDirection.clear();
+  h.SortDirection = archive::SortOrder::kNone;
   h.SortColumn = 0;
   d.ResultCursor = 4;
   SetOut(strStatus, Variant(""));
@@ -284,11 +296,11 @@ int32_t clsVantor::EASYSortHitlistInit(const Variant& lngCol) {
   // The first sort after a query takes the server's order as the direction it has (first hit against the
   // last, by character codes) and goes against it; every later sort, whatever its column, reverses the one
   // before.
-  if (h.SortDirection.empty()) {
-    h.SortDirection = "UP";
-    if (h.HitListBound >= 2 && !(first_key <= last_key)) h.SortDirection = "DOWN";
+  if (h.SortDirection == archive::SortOrder::kNone) {
+    const bool descending = h.HitListBound >= 2 && !(first_key <= last_key);
+    h.SortDirection = descending ? archive::SortOrder::kDown : archive::SortOrder::kUp;
   }
-  h.SortDirection = h.SortDirection == "UP" ? "DOWN" : "UP";
+  h.SortDirection = h.SortDirection == archive::SortOrder::kUp ? archive::SortOrder::kDown : archive::SortOrder::kUp;
   h.SortPosition = -1;
   return h.HitListBound - 1;
 }
@@ -296,15 +308,15 @@ int32_t clsVantor::EASYSortHitlistInit(const Variant& lngCol) {
 Variant clsVantor::EASYSortHitlistNext(Variant* strChannel, Variant* strArchive, Variant* strDocID, Variant* strVer) {
   Impl& d = *impl_;
   archive::HitListState& h = d.hits;
-  const bool up = h.SortDirection == "UP";
-  const bool down = h.SortDirection == "DOWN";
+  const bool up = h.SortDirection == archive::SortOrder::kUp;
+  const bool down = h.SortDirection == archive::SortOrder::kDown;
   if (!(h.SortPosition == -1 || (up && h.SortPosition < h.HitListBound - 1) || (down && h.SortPosition >= 0))) {
     return Variant("");
   }
   const bool title = h.SortPosition < 0;
   const std::string& line = title ? h.Entry(1) : h.Entry(d.form.lstSort(d.SlotIndex).ItemData(h.SortPosition));
   Variant result = HandOutHitLine(line, title, strChannel, strArchive, strDocID, strVer);
-  // "UP" reads the sorted list from its first item, "DOWN" from its last. A walk hands out the title line
+  // kUp reads the sorted list from its first item, kDown from its last. A walk hands out the title line
   // once: below the first item a downward walk is over instead of back at the title line.
   int32_t next = title ? (up ? 0 : h.HitListBound - 2) : h.SortPosition + (up ? 1 : -1);
   if (next < 0) next = archive::kSortWalkOver;
@@ -317,10 +329,10 @@ Variant clsVantor::EASYDeleteFromHitlist(const Variant& lngLine) {
   archive::HitListState& h = d.hits;
   const int32_t line = lngLine.ToLong();
   int64_t index;
-  if (!h.SortDirection.empty()) {
+  if (h.SortDirection != archive::SortOrder::kNone) {
     // The page counts hits in the order it saw them last: the sorted order, read from either end.
-    const int32_t list_index =
-        vb::CheckedInt32(h.SortDirection == "UP" ? int64_t{line} - 1 : int64_t{h.HitListBound} - 1 - line);
+    const int32_t list_index = vb::CheckedInt32(
+        h.SortDirection == archive::SortOrder::kUp ? int64_t{line} - 1 : int64_t{h.HitListBound} - 1 - line);
     index = d.form.lstSort(d.SlotIndex).ItemData(list_index);
   } else {
     index = vb::CheckedInt32(int64_t{line} + 1);

@@ -28,12 +28,18 @@ inline constexpr int32_t kDateColumnFlag = 0x400;
 inline constexpr int32_t kNumberColumnFlag = 0x200;
 inline constexpr int32_t kSortWalkOver = -2;
 
+// The order of the last sort of the hit list: none since the query, or the sorted list read from its first
+// item (kUp) or from its last (kDown).
+enum class SortOrder { kNone, kUp, kDown };
+// The order's name: "", "UP" or "DOWN".
+std::string_view ToText(SortOrder order);
+
 // The hit list: entry 0 the column-type line, entry 1 the title line, entries 2 .. bound the hits; and
 // the state of its sorting. Only a successful query resets it.
 struct HitListState {
   std::vector<std::string> HitList;
   int32_t HitListBound = 0;       // last index of HitList
-  std::string SortDirection;      // "", "UP" or "DOWN"
+  SortOrder SortDirection = SortOrder::kNone;
   int16_t SortColumn = 0;         // column of the last sort, counted from 1 within the line
   int32_t SortPosition = 0;       // next item of the sorted list to hand out; -1: the title line
                                   // (kSortWalkOver: a downward walk has handed out its last item)

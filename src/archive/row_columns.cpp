@@ -41,13 +41,6 @@ std::string_view MidView(std::string_view row, int64_t start, int64_t length) {
   return row.substr(static_cast<size_t>(from), static_cast<size_t>(length));
 }
 
-std::string_view MidView(std::string_view row, int64_t start) {
-  if (start < 1) vb::Raise(ErrorNumber::kInvalidProcedureCall);
-  const auto from = static_cast<uint64_t>(start - 1);
-  if (from >= row.size()) return {};
-  return row.substr(static_cast<size_t>(from));
-}
-
 // Position of the second character: the row's first character is skipped whole, whatever its length.
 int64_t SecondCharPosition(std::string_view row) {
   return row.empty() ? 2 : 1 + static_cast<int64_t>(CharLength(row, 0));

@@ -25,8 +25,6 @@ int64_t FindSeparator(std::string_view row, int64_t start);
 // The `length` bytes from position `start` (fewer at the row's end, none past it). A start below 1 or a
 // negative length raises 5.
 std::string_view MidView(std::string_view row, int64_t start, int64_t length);
-// Everything from position `start` on; a start below 1 raises 5.
-std::string_view MidView(std::string_view row, int64_t start);
 
 // Column k (from 0) of a row in which a separator follows column k: column 0 runs from position 2 up to
 // the first "^,^" searched from position 2, column k from 3 past the separator before it up to the next

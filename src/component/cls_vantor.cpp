@@ -1,6 +1,7 @@
 #include <exception>
 
 #include "component/debug_log.h"
+#include "component/general_failure.h"
 #include "component/vantor_impl.h"
 #include "halqvantor/clsVantor.h"
 #include "link/frm_comm.h"

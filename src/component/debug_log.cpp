@@ -28,27 +28,3 @@ void WriteLogLine(std::string_view folder, std::string_view session_id, std::str
 }
 
 }  // namespace halqvantor
-
-#include <new>
-
-#include "halqvantor/RuntimeError.h"
-
-namespace halqvantor {
-
-ErrorInfo DescribeError(const std::exception& error) {
-  if (const auto* runtime = dynamic_cast<const RuntimeError*>(&error)) {
-    return {runtime->number(), runtime->description()};
-  }
-  if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) return {7, RuntimeError::StandardText(7)};
-  return {5, error.what()};
-}
-
-std::string GeneralFailureLine(std::string_view function, const std::exception& error) {
-  const ErrorInfo info = DescribeError(error);
-  std::string line = "Allgemeiner Fehler in Funktion '";
-  line += function;
-  line += "': " + std::to_string(info.number) + " - " + info.text + ".";
-  return line;
-}
-
-}  // namespace halqvantor

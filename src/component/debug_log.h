@@ -16,23 +16,3 @@ void WriteLogLine(std::string_view folder, std::string_view session_id, std::str
 std::string LogFilePath(std::string_view folder, std::string_view session_id);
 
 }  // namespace halqvantor
-
-#include <cstdint>
-#include <exception>
-
-namespace halqvantor {
-
-// The number and text by which a failure is reported: a RuntimeError gives its own number and text, an
-// allocation failure is error 7 and any other exception error 5 with its message.
-struct ErrorInfo {
-  int32_t number = 0;
-  std::string text;
-};
-ErrorInfo DescribeError(const std::exception& error);
-
-// The line of a catch-all failure handler: "Allgemeiner Fehler in Funktion '" + function + "': " + number +
-// " - " + text + "." A RuntimeError gives its own number and text; any other exception counts as error 5
-// (7 for an allocation failure).
-std::string GeneralFailureLine(std::string_view function, const std::exception& error);
-
-}  // namespace halqvantor

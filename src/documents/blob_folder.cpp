@@ -10,7 +10,7 @@ namespace halqvantor {
 
 std::string clsVantor::Impl::LocalBlobPath(std::string_view name) const {
   if (self.strBlobPathLocal.empty()) {
-    throw RuntimeError(static_cast<int32_t>(ErrorNumber::kPathNotFound), "Path not found: no local blob folder set");
+    throw RuntimeError(ErrorNumber::kPathNotFound, "Path not found: no local blob folder set");
   }
   if (!platform::IsPlainFileName(name)) throw RuntimeError(ErrorNumber::kPathFileAccessError);
   return platform::JoinPath(self.strBlobPathLocal, name);

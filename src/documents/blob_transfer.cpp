@@ -13,7 +13,7 @@
 #include <optional>
 #include <utility>
 
-#include "component/debug_log.h"
+#include "component/general_failure.h"
 #include "component/vantor_impl.h"
 #include "component/results.h"
 #include "link/frm_comm.h"
@@ -27,10 +27,6 @@ namespace {
 
 std::string FileErrorDetail(const RuntimeError& error) {
   return std::to_string(error.number()) + " - " + error.description();
-}
-
-void Check(int error_number) {
-  if (error_number != 0) throw RuntimeError(error_number);
 }
 
 // The local name of a transferred file: the text after the last "\" of the gateway's path.
@@ -51,7 +47,8 @@ class FileBody final : public platform::SendSource {
     if (remaining_ == 0) return 0;
     size_t count = 0;
     int error = file_->Read(buffer, std::min<size_t>(capacity, static_cast<size_t>(remaining_)), &count);
-    if (error == 0 && count == 0) error = 62;  // Input past end of file: it got shorter since it was sized
+    // A file that ends early got shorter since it was sized.
+    if (error == 0 && count == 0) error = static_cast<int>(ErrorNumber::kInputPastEndOfFile);
     if (error != 0) {
       failure_.emplace(error);
       form_.SetWinsockError(slot_, "File Error (" + FileErrorDetail(*failure_) + ")");
@@ -97,7 +94,7 @@ Variant clsVantor::EASYTransferBLOB(const Variant& strFile, const Variant& lngFi
   }
   std::string request;
   try {
-    d.form.SetMode(d.SlotIndex, "BYTE");
+    d.form.SetMode(d.SlotIndex, ReceptionMode::kByte);
     d.form.SetBytesReceived(d.SlotIndex, 0);
     d.form.SetBytesToReceive(d.SlotIndex, lngFileLen.ToLong());
     request = d.BuildRequest({Variant("TransferBLOB"), Variant(strBlobPathRemote + "\\" + strFile.ToString())});
@@ -145,17 +142,17 @@ Variant clsVantor::EASYUploadFile(const Variant& strFileName, Variant* strStatus
     const std::string path = d.LocalBlobPath(name);
     platform::FileSystem& fs = platform::CurrentFileSystem();
     int64_t size = 0;
-    Check(fs.FileSize(path, &size));
+    platform::Check(fs.FileSize(path, &size));
     const int32_t length = vb::CheckedInt32(size);
     const std::string request =
         d.BuildRequest({Variant("UploadFile"), Variant(strBlobPathRemote), strFileName, Variant(length)});
     // The file's bytes are held in a buffer of their length, and a buffer of no bytes cannot be made.
     if (length == 0) throw RuntimeError(ErrorNumber::kSubscriptOutOfRange);
     std::unique_ptr<platform::ReadableFile> file;
-    Check(fs.OpenForRead(path, &file));
+    platform::Check(fs.OpenForRead(path, &file));
     auto body = std::make_shared<FileBody>(std::move(file), length, d.form, d.SlotIndex);
 
-    d.form.SetMode(d.SlotIndex, "STRING");
+    d.form.SetMode(d.SlotIndex, ReceptionMode::kString);
     std::string head = platform::Utf8ToCp1252(request);
     head += "\r\n";
     const bool ok = d.RunRoundTrip(request, head, status, body);

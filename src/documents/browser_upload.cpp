@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "component/debug_log.h"
+#include "component/general_failure.h"
 #include "component/vantor_impl.h"
 #include "component/results.h"
 #include "platform/cp1252.h"
@@ -19,11 +19,6 @@ namespace {
 
 constexpr std::string_view kBlankLine = "\r\n\r\n";
 constexpr std::string_view kFileNameKeyword = "filename=\"";
-constexpr int32_t kObjectNotSet = 91;
-
-void Check(int error_number) {
-  if (error_number != 0) throw RuntimeError(error_number);
-}
 
 // Where the file part of a posted body lies. The header is read from the body's second byte on (index 1) up
 // to the first blank line, so its first line is the boundary line less its first character; the file's
@@ -83,7 +78,7 @@ void DeleteMatchingFiles(platform::FileSystem& fs, const std::string& folder, co
 bool clsVantor::UploadFile(const Variant& strSubDir, Variant* strFileNameParam, Variant* lngFileSizeParam) {
   Impl& d = *impl_;
   try {
-    if (d.request == nullptr) throw RuntimeError(kObjectNotSet);
+    if (d.request == nullptr) throw RuntimeError(ErrorNumber::kObjectNotSet);
     const int32_t total = d.request->TotalBytes();
     const std::vector<uint8_t> body = d.request->BinaryRead(total);
     const FilePart part = FindFilePart(body, total);
@@ -97,17 +92,17 @@ bool clsVantor::UploadFile(const Variant& strSubDir, Variant* strFileNameParam, 
     }
     const std::string path = d.LocalBlobPath(file_name);
     platform::FileSystem& fs = platform::CurrentFileSystem();
-    if (fs.FileExists(path)) Check(fs.DeleteFile(path));
+    if (fs.FileExists(path)) platform::Check(fs.DeleteFile(path));
 
     const int64_t size = part.last - part.first + 1;
     if (size < 1 || part.last >= static_cast<int64_t>(body.size())) {
       throw RuntimeError(ErrorNumber::kSubscriptOutOfRange);
     }
     std::unique_ptr<platform::WritableFile> file;
-    Check(fs.OpenForBinaryWrite(path, &file));
-    Check(file->Write(
+    platform::Check(fs.OpenForBinaryWrite(path, &file));
+    platform::Check(file->Write(
         std::string_view(reinterpret_cast<const char*>(body.data()) + part.first, static_cast<size_t>(size))));
-    Check(file->Close());
+    platform::Check(file->Close());
 
     SetOut(strFileNameParam, Variant(part.name));
     SetOut(lngFileSizeParam, Variant(static_cast<int32_t>(size)));

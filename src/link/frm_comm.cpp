@@ -5,13 +5,25 @@
 
 namespace halqvantor {
 
+std::string_view ToText(ReceptionMode mode) {
+  switch (mode) {
+    case ReceptionMode::kString:
+      return "STRING";
+    case ReceptionMode::kByte:
+      return "BYTE";
+    case ReceptionMode::kNone:
+      break;
+  }
+  return "";
+}
+
 frmComm& frmComm::ForThisThread() {
   thread_local frmComm form;
   return form;
 }
 
 frmComm::frmComm() {
-  // Element 0 of each control array: present from the start, never handed out.
+  // Socket 0 and list 0: present from the start, never handed out.
   slots_.emplace_back();
   LoadElement();
 }
@@ -31,7 +43,7 @@ int32_t frmComm::GetFreeWinsockInstance() {
     }
   }
   if (slot == 0) {
-    if (slot_count_ == INT16_MAX) vb::Raise(ErrorNumber::kOverflow);  // control indexes are 16-bit
+    if (slot_count_ == INT16_MAX) vb::Raise(ErrorNumber::kOverflow);  // event handlers take a 16-bit index
     ++slot_count_;
     LoadElement();
     slots_.emplace_back();
@@ -53,7 +65,7 @@ SlotState& frmComm::Record(int32_t slot) {
 SlotState& frmComm::State(int32_t slot) { return Record(slot); }
 
 void frmComm::SetBusy(int32_t slot, bool value) { Record(slot).Busy = value; }
-void frmComm::SetMode(int32_t slot, std::string value) { Record(slot).Mode = std::move(value); }
+void frmComm::SetMode(int32_t slot, ReceptionMode value) { Record(slot).Mode = value; }
 void frmComm::SetReady(int32_t slot, bool value) { Record(slot).Ready = value; }
 void frmComm::SetResponse(int32_t slot, std::string value) { Record(slot).Response = std::move(value); }
 void frmComm::SetWinsockError(int32_t slot, std::string value) { Record(slot).WinsockError = std::move(value); }
@@ -64,7 +76,7 @@ void frmComm::SetDebugLogPath(int32_t slot, std::string value) { Record(slot).De
 void frmComm::SetSessionID(int32_t slot, std::string value) { Record(slot).SessionID = std::move(value); }
 
 bool frmComm::GetBusy(int32_t slot) const { return Record(slot).Busy; }
-const std::string& frmComm::GetMode(int32_t slot) const { return Record(slot).Mode; }
+ReceptionMode frmComm::GetMode(int32_t slot) const { return Record(slot).Mode; }
 bool frmComm::GetReady(int32_t slot) const { return Record(slot).Ready; }
 const std::string& frmComm::GetResponse(int32_t slot) const { return Record(slot).Response; }
 const std::string& frmComm::GetWinsockError(int32_t slot) const { return Record(slot).WinsockError; }

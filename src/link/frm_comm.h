@@ -1,8 +1,8 @@
 #pragma once
 
 // frmComm: the table of connection slots of one thread. A slot n is the socket ctlWinsock(n), the sorted
-// list lstSort(n) and the state record SlotState(n) together. Slot numbers start at 1 (element 0 of both
-// control arrays exists from the start and is never handed out); a freed slot is reused, lowest number
+// list lstSort(n) and the state record SlotState(n) together. Slot numbers start at 1 (socket 0 and list 0
+// exist from the start and are never handed out); a freed slot is reused, lowest number
 // first, and keeps its socket, list, last response, counters and log settings until its next owner
 // overwrites them. At most 32767 slots exist.
 //
@@ -25,9 +25,15 @@
 
 namespace halqvantor {
 
+// How a slot takes in the bytes of a reply: kString collects a text reply into Response, kByte writes every
+// byte into an open file; kNone (a slot no request has set up yet) takes nothing.
+enum class ReceptionMode { kNone, kString, kByte };
+// The mode's name in log lines: "", "STRING" or "BYTE".
+std::string_view ToText(ReceptionMode mode);
+
 struct SlotState {
   bool Busy = false;           // owned by a live component object
-  std::string Mode;            // reception mode of the current request: "STRING" or "BYTE"
+  ReceptionMode Mode = ReceptionMode::kNone;  // reception mode of the current request
   bool Ready = false;          // the awaited step finished: connected, or the whole reply received
   std::string Response;        // collected reply payload in string mode (UTF-8)
   std::string WinsockError;    // error text of the last socket or reception failure; "" when none
@@ -59,7 +65,7 @@ class frmComm final : private platform::SocketEventSink {
 
   // Accessors of the state record; a slot outside 1 .. SlotCount raises 9 (subscript out of range).
   void SetBusy(int32_t slot, bool value);
-  void SetMode(int32_t slot, std::string value);
+  void SetMode(int32_t slot, ReceptionMode value);
   void SetReady(int32_t slot, bool value);
   void SetResponse(int32_t slot, std::string value);
   void SetWinsockError(int32_t slot, std::string value);
@@ -69,7 +75,7 @@ class frmComm final : private platform::SocketEventSink {
   void SetDebugLogPath(int32_t slot, std::string value);
   void SetSessionID(int32_t slot, std::string value);
   bool GetBusy(int32_t slot) const;
-  const std::string& GetMode(int32_t slot) const;
+  ReceptionMode GetMode(int32_t slot) const;
   bool GetReady(int32_t slot) const;
   const std::string& GetResponse(int32_t slot) const;
   const std::string& GetWinsockError(int32_t slot) const;
@@ -98,8 +104,8 @@ class frmComm final : private platform::SocketEventSink {
   // Error: WinsockError = Number + " - " + Description, and the socket is closed.
   void ctlWinsock_Error(int16_t Index, int32_t Number, const std::string& Description);
   // DataArrival: takes the bytesTotal received bytes and, by the slot's Mode, adds them to Response
-  // ("STRING", after the "TotalBytes:" header of a reply's first packet) or writes them to the open file
-  // numbered File ("BYTE"); Ready once BytesReceived reaches BytesToReceive.
+  // (kString, after the "TotalBytes:" header of a reply's first packet) or writes them to the open file
+  // numbered File (kByte); Ready once BytesReceived reaches BytesToReceive.
   void ctlWinsock_DataArrival(int16_t Index, int32_t bytesTotal);
 
  private:

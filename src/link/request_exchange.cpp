@@ -3,7 +3,7 @@
 #include <exception>
 #include <limits>
 
-#include "component/debug_log.h"
+#include "component/general_failure.h"
 #include "component/vantor_impl.h"
 #include "link/frm_comm.h"
 #include "platform/clock.h"
@@ -177,7 +177,7 @@ bool clsVantor::Impl::ExchangeText(const std::string& request, std::string& stat
 
   bool ok = false;
   try {
-    form.SetMode(SlotIndex, "STRING");
+    form.SetMode(SlotIndex, ReceptionMode::kString);
     ok = RunRoundTrip(request, platform::Utf8ToCp1252(request), status);
     if (ok) {
       const std::string& reply = form.GetResponse(SlotIndex);

@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "component/debug_log.h"
+#include "component/general_failure.h"
 #include "halqvantor/Variant.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
@@ -70,25 +70,25 @@ void ReceiveNextPacket(SlotState& slot, std::string_view packet) {
 
 PacketOutcome TakePacket(SlotState& slot, std::string_view packet, const std::function<void(std::string_view)>& log) {
   try {
-    if (slot.Mode == "STRING") {
+    if (slot.Mode == ReceptionMode::kString) {
       // Only the first packet after the request went out may start a reply: TCP cuts a stream anywhere, so a
       // later piece of payload that happens to begin with the keyword is payload all the same.
       const bool first = slot.AwaitingFirstPacket && IsFirstPacket(packet);
       slot.AwaitingFirstPacket = false;
       if (first) {
-        log("    First packet received (mode: STRING).");
+        log("    First packet received (mode: " + std::string(ToText(slot.Mode)) + ").");
         ReceiveFirstPacket(slot, packet);
       } else {
-        log("    Next packet received (mode: STRING).");
+        log("    Next packet received (mode: " + std::string(ToText(slot.Mode)) + ").");
         ReceiveNextPacket(slot, packet);
       }
-    } else if (slot.Mode == "BYTE") {
+    } else if (slot.Mode == ReceptionMode::kByte) {
       // The caller's expected length stands for the announced one; the file is bounded like a text reply.
       if (slot.BytesToReceive > slot.MaxReplyBytes) throw ReplyTooLarge(slot.BytesToReceive, slot.MaxReplyBytes);
       const int64_t received = static_cast<int64_t>(slot.BytesReceived) + static_cast<int64_t>(packet.size());
       if (received > slot.MaxReplyBytes) throw ReplyTooLarge(-1, slot.MaxReplyBytes);
       slot.BytesReceived = vb::CheckedInt32(received);
-      log("    Packet received (mode: BYTE).");
+      log("    Packet received (mode: " + std::string(ToText(slot.Mode)) + ").");
       try {
         platform::WriteToFile(slot.File, packet);
       } catch (const RuntimeError& e) {
@@ -141,13 +141,13 @@ void frmComm::ctlWinsock_DataArrival(int16_t Index, int32_t bytesTotal) {
   try {
     slot = &State(Index);
   } catch (const std::exception&) {
-    return;  // not a slot (the design-time element): nothing to receive into
+    return;  // not a slot (element 0, never handed out): nothing to receive into
   }
   WriteSlotLog(Index, WinsockPrefix(Index) + "DataArrival-Event Start.");
   // The handler reads all bytesTotal bytes: they are gone from the socket however it ends. Any other Mode
   // reads nothing.
   platform::Socket& socket = ctlWinsock(Index);
-  const bool reads = slot->Mode == "STRING" || slot->Mode == "BYTE";
+  const bool reads = slot->Mode != ReceptionMode::kNone;
   const std::string_view packet = reads ? socket.PeekData(bytesTotal) : std::string_view();
   struct ConsumeAtEnd {
     platform::Socket& socket;

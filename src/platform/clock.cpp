@@ -1,5 +1,6 @@
 #include "platform/clock.h"
 
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <ctime>
@@ -27,6 +28,15 @@ class SystemClock final : public Clock {
 // 30.12.1899, day 0 of automation dates, counted from 1970-01-01.
 constexpr int64_t kAutomationEpoch = -25569;
 
+// The calendar repeats every 400 years, which are 146,097 days. Whole cycles are taken off first, so that
+// year_month_day works on a date between 1970 and 2369 whatever the date asked for.
+constexpr int64_t kYearsPerCycle = 400;
+constexpr int64_t kDaysPerCycle = 146097;
+
+int64_t CyclesBelow(int64_t value, int64_t cycle_length) {
+  return value / cycle_length - (value % cycle_length < 0 ? 1 : 0);
+}
+
 }  // namespace
 
 int32_t Clock::SecondsSinceMidnight() {
@@ -43,40 +53,28 @@ Clock& CurrentClock() { return Installed<Clock>::Current(); }
 
 Clock* InstallClock(Clock* clock) { return Installed<Clock>::Install(clock); }
 
-// Howard Hinnant's days-from-civil algorithm.
 int64_t DaysFromCivil(const CivilDate& date) {
-  int64_t y = date.year;
-  const int64_t m = date.month;
-  const int64_t d = date.day;
-  y -= m <= 2;
-  const int64_t era = (y >= 0 ? y : y - 399) / 400;
-  const int64_t yoe = y - era * 400;
-  const int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-  const int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-  return era * 146097 + doe - 719468;
+  const int64_t cycles = CyclesBelow(int64_t{date.year} - 1970, kYearsPerCycle);
+  const std::chrono::year year(static_cast<int>(date.year - cycles * kYearsPerCycle));
+  const std::chrono::sys_days first_of_month = year / std::chrono::month(static_cast<unsigned>(date.month)) / 1;
+  // A day past the month's end (or before its first) counts on into the next month (or back).
+  return cycles * kDaysPerCycle + first_of_month.time_since_epoch().count() + (date.day - 1);
 }
 
-CivilDate CivilFromDays(int64_t z) {
-  z += 719468;
-  const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-  const int64_t doe = z - era * 146097;
-  const int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-  const int64_t y = yoe + era * 400;
-  const int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-  const int64_t mp = (5 * doy + 2) / 153;
-  const int64_t d = doy - (153 * mp + 2) / 5 + 1;
-  const int64_t m = mp + (mp < 10 ? 3 : -9);
-  return {static_cast<int>(y + (m <= 2)), static_cast<int>(m), static_cast<int>(d)};
+CivilDate CivilFromDays(int64_t days) {
+  const int64_t cycles = CyclesBelow(days, kDaysPerCycle);
+  const std::chrono::year_month_day ymd{std::chrono::sys_days(std::chrono::days(days - cycles * kDaysPerCycle))};
+  return {static_cast<int>(static_cast<int>(ymd.year()) + cycles * kYearsPerCycle),
+          static_cast<int>(static_cast<unsigned>(ymd.month())), static_cast<int>(static_cast<unsigned>(ymd.day()))};
 }
 
 CivilDate AddDays(const CivilDate& date, int64_t days) { return CivilFromDays(DaysFromCivil(date) + days); }
 
 bool IsValidDate(int year, int month, int day) {
-  if (year < 100 || year > 9999 || month < 1 || month > 12 || day < 1) return false;
-  static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-  const int max = month == 2 && leap ? 29 : kDays[month - 1];
-  return day <= max;
+  if (year < 100 || year > 9999 || month < 1 || month > 12 || day < 1 || day > 31) return false;
+  const std::chrono::year_month_day ymd{std::chrono::year(year), std::chrono::month(static_cast<unsigned>(month)),
+                                        std::chrono::day(static_cast<unsigned>(day))};
+  return ymd.ok();
 }
 
 double ToAutomationDate(const LocalDateTime& value) {

@@ -42,7 +42,8 @@ Clock& CurrentClock();
 // Installs `clock` for the whole process (nullptr restores the default); returns the one it replaces.
 Clock* InstallClock(Clock* clock);
 
-// Calendar arithmetic (proleptic Gregorian).
+// Calendar arithmetic (proleptic Gregorian). DaysFromCivil takes a month 1 .. 12; a day outside the month
+// counts on from its first day.
 int64_t DaysFromCivil(const CivilDate& date);  // days since 1970-01-01
 CivilDate CivilFromDays(int64_t days);
 CivilDate AddDays(const CivilDate& date, int64_t days);

@@ -17,6 +17,9 @@
 namespace halqvantor::platform {
 namespace {
 
+// The number a FileSystem call answers for a failure.
+constexpr int Code(ErrorNumber number) { return static_cast<int>(number); }
+
 int WriteAll(int fd, std::string_view bytes) {
   size_t written = 0;
   while (written < bytes.size()) {
@@ -35,7 +38,9 @@ class PosixWritableFile final : public WritableFile {
   explicit PosixWritableFile(int fd) : fd_(fd) {}
   ~PosixWritableFile() override { (void)Close(); }
 
-  int Write(std::string_view bytes) override { return fd_ < 0 ? 52 : WriteAll(fd_, bytes); }
+  int Write(std::string_view bytes) override {
+    return fd_ < 0 ? Code(ErrorNumber::kBadFileNameOrNumber) : WriteAll(fd_, bytes);
+  }
 
   int Close() override {
     if (fd_ < 0) return 0;
@@ -49,9 +54,10 @@ class PosixWritableFile final : public WritableFile {
 };
 
 // The error of a call that names one file: a missing file is "File not found" there.
-int FileErrorFromErrno(int err) { return err == ENOENT ? 53 : ErrorFromErrno(err); }
+int FileErrorFromErrno(int err) { return err == ENOENT ? Code(ErrorNumber::kFileNotFound) : ErrorFromErrno(err); }
 
-constexpr int kNotAFile = 75;  // Path/File access error: a folder where a file was meant
+// A folder where a file was meant.
+constexpr int kNotAFile = Code(ErrorNumber::kPathFileAccessError);
 
 class PosixReadableFile final : public ReadableFile {
  public:
@@ -183,7 +189,7 @@ int FreeFile() {
   for (int n = 1; n <= kMaxFileNumber; ++n) {
     if (!OpenFiles()[static_cast<size_t>(n)]) return n;
   }
-  throw RuntimeError(67);
+  throw RuntimeError(ErrorNumber::kTooManyFiles);
 }
 
 void OpenFileForBinaryWrite(int number, const std::string& path) {
@@ -191,21 +197,20 @@ void OpenFileForBinaryWrite(int number, const std::string& path) {
   auto& slot = OpenFiles()[static_cast<size_t>(number)];
   if (slot) throw RuntimeError(ErrorNumber::kFileAlreadyOpen);
   std::unique_ptr<WritableFile> file;
-  const int rc = CurrentFileSystem().OpenForBinaryWrite(path, &file);
-  if (rc != 0) throw RuntimeError(rc);
+  Check(CurrentFileSystem().OpenForBinaryWrite(path, &file));
   slot = std::move(file);
 }
 
-void WriteToFile(int number, std::string_view bytes) {
-  const int rc = OpenFileOf(number).Write(bytes);
-  if (rc != 0) throw RuntimeError(rc);
-}
+void WriteToFile(int number, std::string_view bytes) { Check(OpenFileOf(number).Write(bytes)); }
 
 void CloseFile(int number) {
   if (!IsFileOpen(number)) return;
   std::unique_ptr<WritableFile> file = std::move(OpenFiles()[static_cast<size_t>(number)]);
-  const int rc = file->Close();
-  if (rc != 0) throw RuntimeError(rc);
+  Check(file->Close());
+}
+
+void Check(int error_number) {
+  if (error_number != 0) throw RuntimeError(error_number);
 }
 
 bool IsFileOpen(int number) {
@@ -216,30 +221,30 @@ int ErrorFromErrno(int err) {
   switch (err) {
     case ENOENT:
     case ENOTDIR:
-      return 76;  // Path not found (a missing file itself is reported by the caller as 53)
+      // A missing file itself is reported by the caller as kFileNotFound.
+      return Code(ErrorNumber::kPathNotFound);
     case EACCES:
     case EPERM:
     case EROFS:
     case ETXTBSY:
-      return 70;  // Permission denied
+      return Code(ErrorNumber::kPermissionDenied);
     case EEXIST:
-      return 58;  // File already exists
+      return Code(ErrorNumber::kFileAlreadyExists);
     case ENOSPC:
     case EDQUOT:
     case EFBIG:
-      return 61;  // Disk full
+      return Code(ErrorNumber::kDiskFull);
     case EMFILE:
     case ENFILE:
-      return 67;  // Too many files
+      return Code(ErrorNumber::kTooManyFiles);
     case EIO:
-      return 57;  // Device I/O error
+      return Code(ErrorNumber::kDeviceIoError);
     case EBADF:
-      return 52;  // Bad file name or number
     case ENAMETOOLONG:
     case EINVAL:
-      return 52;
+      return Code(ErrorNumber::kBadFileNameOrNumber);
     default:
-      return 75;  // Path/File access error
+      return Code(ErrorNumber::kPathFileAccessError);
   }
 }
 

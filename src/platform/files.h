@@ -112,6 +112,8 @@ bool IsFileOpen(int number);
 
 // The VB run-time error number for an errno value.
 int ErrorFromErrno(int err);
+// Raises RuntimeError(error_number) unless it is 0: a FileSystem call's answer as the error a page sees.
+void Check(int error_number);
 
 // folder + "/" + name: local paths join with "/".
 std::string JoinPath(std::string_view folder, std::string_view name);

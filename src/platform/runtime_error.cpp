@@ -3,48 +3,48 @@
 namespace halqvantor {
 
 std::string RuntimeError::StandardText(int32_t number) {
-  switch (number) {
-    case 5:
+  switch (static_cast<ErrorNumber>(number)) {
+    case ErrorNumber::kInvalidProcedureCall:
       return "Invalid procedure call or argument";
-    case 6:
+    case ErrorNumber::kOverflow:
       return "Overflow";
-    case 7:
+    case ErrorNumber::kOutOfMemory:
       return "Out of memory";
-    case 9:
+    case ErrorNumber::kSubscriptOutOfRange:
       return "Subscript out of range";
-    case 11:
+    case ErrorNumber::kDivisionByZero:
       return "Division by zero";
-    case 13:
+    case ErrorNumber::kTypeMismatch:
       return "Type mismatch";
-    case 52:
+    case ErrorNumber::kBadFileNameOrNumber:
       return "Bad file name or number";
-    case 53:
+    case ErrorNumber::kFileNotFound:
       return "File not found";
-    case 54:
+    case ErrorNumber::kBadFileMode:
       return "Bad file mode";
-    case 55:
+    case ErrorNumber::kFileAlreadyOpen:
       return "File already open";
-    case 57:
+    case ErrorNumber::kDeviceIoError:
       return "Device I/O error";
-    case 58:
+    case ErrorNumber::kFileAlreadyExists:
       return "File already exists";
-    case 61:
+    case ErrorNumber::kDiskFull:
       return "Disk full";
-    case 62:
+    case ErrorNumber::kInputPastEndOfFile:
       return "Input past end of file";
-    case 67:
+    case ErrorNumber::kTooManyFiles:
       return "Too many files";
-    case 70:
+    case ErrorNumber::kPermissionDenied:
       return "Permission denied";
-    case 75:
+    case ErrorNumber::kPathFileAccessError:
       return "Path/File access error";
-    case 76:
+    case ErrorNumber::kPathNotFound:
       return "Path not found";
-    case 91:
+    case ErrorNumber::kObjectNotSet:
       return "Object variable or With block variable not set";
-    case 94:
+    case ErrorNumber::kInvalidUseOfNull:
       return "Invalid use of Null";
-    case 449:
+    case ErrorNumber::kArgumentNotOptional:
       return "Argument not optional";
     default:
       return "Application-defined or object-defined error";
@@ -54,6 +54,9 @@ std::string RuntimeError::StandardText(int32_t number) {
 RuntimeError::RuntimeError(ErrorNumber number) : RuntimeError(static_cast<int32_t>(number)) {}
 
 RuntimeError::RuntimeError(int32_t number) : RuntimeError(number, StandardText(number)) {}
+
+RuntimeError::RuntimeError(ErrorNumber number, std::string description)
+    : RuntimeError(static_cast<int32_t>(number), std::move(description)) {}
 
 RuntimeError::RuntimeError(int32_t number, std::string description)
     : std::runtime_error(std::to_string(number) + " - " + description),

@@ -18,6 +18,10 @@
 namespace halqvantor::platform {
 namespace {
 
+// The socket's own errors for a call made in the wrong state.
+constexpr int32_t kSckBadState = 40006;   // not connected
+constexpr int32_t kSckInvalidOp = 40020;  // not allowed while the socket is in use
+
 // Bytes read in one recv call, and the most that waits unread before the socket stops reading. One chunk
 // per pass: the receiver handles each piece while it is still in the cache, which keeps a long byte-mode
 // reception (written to a file as it comes) close to the speed of a plain read/write loop.
@@ -108,8 +112,10 @@ void Socket::SetEventSink(SocketEventSink* sink, int32_t index) {
 }
 
 void Socket::Connect() {
-  if (state_ != kSckClosed) throw RuntimeError(40020, "Invalid operation at current state");
-  if (RemotePort < 0 || RemotePort > 65535) throw RuntimeError(380, "Invalid property value");
+  if (state_ != kSckClosed) throw RuntimeError(kSckInvalidOp, "Invalid operation at current state");
+  if (RemotePort < 0 || RemotePort > 65535) {
+    throw RuntimeError(ErrorNumber::kInvalidPropertyValue, "Invalid property value");
+  }
   addresses_.clear();
   next_address_ = 0;
   last_connect_error_ = 0;
@@ -189,10 +195,10 @@ void Socket::StartNextAddress() {
 
 void Socket::SendData(std::string_view bytes) {
   if (state_ != kSckConnected) {
-    throw RuntimeError(40006, "Wrong protocol or connection state for the requested transaction or request");
+    throw RuntimeError(kSckBadState, "Wrong protocol or connection state for the requested transaction or request");
   }
   if (source_ != nullptr || stream_offset_ < stream_length_) {
-    throw RuntimeError(40020, "Invalid operation at current state");
+    throw RuntimeError(kSckInvalidOp, "Invalid operation at current state");
   }
   if (send_offset_ == send_queue_.size()) {
     send_queue_.clear();

@@ -1,13 +1,13 @@
 #pragma once
 
-// The socket of one connection slot, with the surface of the socket control the component is written
-// against: Protocol, RemoteHost, RemotePort, LocalPort and State (0 closed, 1 open, 2 listening,
-// 3 connection pending, 4 resolving host, 5 host resolved, 6 connecting, 7 connected, 8 peer is closing,
-// 9 error), Connect, SendData, GetData and Close.
+// The socket of one connection slot, with the surface the component's requests use: Protocol, RemoteHost,
+// RemotePort, LocalPort and State (0 closed, 1 open, 2 listening, 3 connection pending, 4 resolving host,
+// 5 host resolved, 6 connecting, 7 connected, 8 peer is closing, 9 error), Connect, SendData, GetData and
+// Close.
 //
 // Underneath is a non-blocking TCP socket. Nothing happens behind the caller's back: the thread's event pump
 // (DoEvents) sends what SendData queued, reads what arrived and reports Connect, DataArrival, Close and Error
-// to the socket's event sink. Failures are reported with the socket control's numbers and words (10061
+// to the socket's event sink. Failures are reported with the socket's own error numbers and words (10061
 // refused, 10054 reset, 11001 host not found, ...).
 
 #include <cstdint>
@@ -31,13 +31,13 @@ enum SocketState : int16_t {
   kSckError = 9,
 };
 
-// A failure in the socket control's terms.
+// A socket failure: its error number and words, as status texts show them.
 struct SocketError {
   int32_t number = 0;
   std::string description;
 };
 
-// The one table from the operating system's errors to the socket control's: an errno value, and a name
+// The one table from the operating system's errors to the socket's: an errno value, and a name
 // resolution result (getaddrinfo's code, with errno for its system errors).
 SocketError SocketErrorFromErrno(int err);
 SocketError SocketErrorFromResolver(int resolver_error, int err);
@@ -98,8 +98,6 @@ class Socket {
   // pass), then Consume drops the first `count` of them.
   std::string_view PeekData(int32_t max_bytes = -1) const;
   void Consume(size_t count);
-  // Received bytes that GetData has not taken yet.
-  int32_t BytesAvailable() const { return static_cast<int32_t>(received_size_); }
   // Ends the connection, if any, and drops what was queued or received; the State becomes 0. No event.
   void Close();
 
@@ -122,7 +120,6 @@ class Socket {
   };
 
   void StartNextAddress();
-  void FinishConnect();
   int FlushSendQueue();
   bool HasPendingSend() const;
   std::string_view PendingBytes();

@@ -8,7 +8,7 @@ namespace {
 
 [[noreturn]] void TypeMismatch() { vb::Raise(ErrorNumber::kTypeMismatch); }
 
-// A text as a number for the numeric conversions: "True"/"False" count as -1/0, as VB reads them.
+// A text as a number for the numeric conversions: "True"/"False" count as -1/0.
 double TextAsNumber(const std::string& text) {
   if (auto number = vb::ParseNumber(text)) return *number;
   const std::string upper = vb::UCase(vb::TrimView(text));

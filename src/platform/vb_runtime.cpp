@@ -283,7 +283,7 @@ std::string FormatDouble(double value) {
   char buf[40];
   std::snprintf(buf, sizeof buf, "%.15G", value);
   std::string s = buf;
-  // printf writes at least two exponent digits, as VB does ("1E+20", "1.5E-05").
+  // printf writes at least two exponent digits, the form numbers take here ("1E+20", "1.5E-05").
   return s;
 }
 

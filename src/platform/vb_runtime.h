@@ -21,7 +21,7 @@ namespace halqvantor::vb {
 
 // Len: number of characters.
 int64_t Len(std::string_view s);
-// Left/Right/Mid with character counts; a negative length or a start below 1 raises 5, as in VB.
+// Left/Right/Mid with character counts; a negative length or a start below 1 raises 5.
 std::string Left(std::string_view s, int64_t length);
 std::string Right(std::string_view s, int64_t length);
 std::string Mid(std::string_view s, int64_t start);
@@ -46,12 +46,12 @@ int Asc(std::string_view s);
 // Chr of a code outside 0..255 raises 5.
 std::string Chr(int64_t code);
 
-// Reads text as a number the way VB's conversions do: optional blanks around, an optional sign, decimal
+// Reads text as a number for the conversions: optional blanks around, an optional sign, decimal
 // digits with an optional fraction and exponent, or "&H"/"&O" followed by hexadecimal/octal digits (four or
 // fewer hexadecimal digits, six or fewer octal digits are read as a 16-bit value, so "&HFFFF" is -1).
 // nullopt when the text is not a number.
 std::optional<double> ParseNumber(std::string_view text);
-// True when ParseNumber accepts the text (VB's IsNumeric for a text).
+// True when ParseNumber accepts the text (IsNumeric of a text).
 inline bool IsNumericText(std::string_view text) { return ParseNumber(text).has_value(); }
 
 // Rounding half to even, as CInt/CLng do.

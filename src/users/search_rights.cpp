@@ -24,7 +24,7 @@ std::string DateText(const platform::CivilDate& today, int64_t days) {
 std::string ExpandDateTokens(std::string value, const platform::CivilDate& today) {
   int64_t p = vb::InStr(1, vb::UCase(value), kToken);
   // A token followed by anything but ")", "+" or "-" with no ")" after it sends the scan back to position 1,
-  // where it finds the same token again: written as described, the scan would never end. It only ever
+  // where it finds the same token again: left to itself, the scan would never end. It only ever
   // returns to position 1 that way, so the value seen at the previous return is kept: finding it unchanged
   // means the scan is going round in circles, and the value is refused instead.
   bool restarted = false;
@@ -41,9 +41,9 @@ std::string ExpandDateTokens(std::string value, const platform::CivilDate& today
     }
     if (q == 0) {
       if (restarted && value == value_at_restart) {
-        throw RuntimeError(
-            static_cast<int32_t>(ErrorNumber::kInvalidProcedureCall),
-            RuntimeError::StandardText(5) + " (date token without closing parenthesis in '" + value + "')");
+        throw RuntimeError(ErrorNumber::kInvalidProcedureCall,
+                           RuntimeError::StandardText(ErrorNumber::kInvalidProcedureCall) +
+                               " (date token without closing parenthesis in '" + value + "')");
       }
       restarted = true;
       value_at_restart = value;

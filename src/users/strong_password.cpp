@@ -7,12 +7,10 @@
 namespace halqvantor::users {
 namespace {
 
-constexpr int32_t kOutOfMemory = 7;
-
 // libsodium picks its fastest code paths once per process; safe to call from any thread.
 void EnsureSodium() {
   static const bool ready = sodium_init() >= 0;
-  if (!ready) throw RuntimeError(kOutOfMemory, "Out of memory (the password library could not start)");
+  if (!ready) throw RuntimeError(ErrorNumber::kOutOfMemory, "Out of memory (the password library could not start)");
 }
 
 }  // namespace
@@ -24,7 +22,7 @@ std::string HashStrongPassword(std::string_view password) {
   char hash[crypto_pwhash_STRBYTES];
   if (crypto_pwhash_str_alg(hash, password.data(), password.size(), crypto_pwhash_OPSLIMIT_INTERACTIVE,
                             crypto_pwhash_MEMLIMIT_INTERACTIVE, crypto_pwhash_ALG_ARGON2ID13) != 0) {
-    throw RuntimeError(kOutOfMemory, "Out of memory (the password hash could not be made)");
+    throw RuntimeError(ErrorNumber::kOutOfMemory, "Out of memory (the password hash could not be made)");
   }
   return hash;
 }

@@ -9,9 +9,9 @@ namespace halqvantor::users {
 namespace {
 
 [[noreturn]] void Refuse(std::string_view argument, std::string_view value, std::string_view why) {
-  throw RuntimeError(static_cast<int32_t>(ErrorNumber::kInvalidProcedureCall),
-                     RuntimeError::StandardText(5) + " (" + std::string(argument) + " '" + std::string(value) + "' " +
-                         std::string(why) + ")");
+  throw RuntimeError(ErrorNumber::kInvalidProcedureCall,
+                     RuntimeError::StandardText(ErrorNumber::kInvalidProcedureCall) + " (" + std::string(argument) +
+                         " '" + std::string(value) + "' " + std::string(why) + ")");
 }
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
@@ -64,7 +64,7 @@ std::string SqlIdentifier(const Variant& value, std::string_view argument) {
 std::string ColumnText(const Variant& value) { return value.IsNull() ? std::string() : value.ToString(); }
 
 platform::Connection& Database(clsVantor::Impl& d) {
-  if (!d.DBConnection) throw RuntimeError(91);
+  if (!d.DBConnection) throw RuntimeError(ErrorNumber::kObjectNotSet);
   return *d.DBConnection;
 }
 

@@ -68,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const uint8_t flags = data[0];
   std::string_view rest(reinterpret_cast<const char*>(data) + 1, size - 1);
   SlotState slot;
-  slot.Mode = (flags & 1) != 0 ? "BYTE" : "STRING";
+  slot.Mode = (flags & 1) != 0 ? ReceptionMode::kByte : ReceptionMode::kString;
   if ((flags & 2) != 0) slot.MaxReplyBytes = (((flags >> 2) & 0x1F) + 1) * 64;
   // A file number that stays open for the input's life, as the blob transfer holds one.
   const int file = platform::FreeFile();
