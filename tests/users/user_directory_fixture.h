@@ -19,6 +19,7 @@ namespace halqvantor::testing {
 class UserDirectoryTest : public ::testing::TestWithParam<Backend> {
  protected:
   void SetUp() override {
+    HALQVANTOR_SKIP_UNLESS_AVAILABLE(GetParam());
     db = std::make_unique<TestDatabase>(GetParam());
     v = std::make_unique<clsVantor>();
     v->strDebugLogPath = log.path();
