@@ -458,31 +458,33 @@ TEST_F(GatewayTest, StalledClientsAreAnsweredOrDroppedWhenTheirTimeIsUp) {
   stalled.connect(gateway);
   silent.connect(gateway);
   answered.connect(gateway);
+  // A whole text answer, or what came before the connection ended.
+  const auto read_answer = [](asio::ip::tcp::socket& socket) {
+    std::string reply;
+    asio::error_code ec;
+    char buffer[512];
+    while (!ec && !PayloadOf(reply)) reply.append(buffer, socket.read_some(asio::buffer(buffer), ec));
+    return reply;
+  };
   const std::string partial = Frame({"GetArchives"});
   asio::write(stalled, asio::buffer(partial));
   const std::string full = Frame({"GetChannels"});
   asio::write(answered, asio::buffer(full));
+  // The answer is read before time moves, so the gateway stamped it on the clock as it was.
+  EXPECT_EQ(ParseReply(read_answer(answered)).status, kOk);
   ASSERT_TRUE(gateway_.WaitUntil([&] { return server().received_bytes() >= partial.size() + full.size(); }));
 
   // Once the idle time is over, the incomplete request is answered; the silent client and the one that kept
   // its connection after its answer are dropped.
   gateway_.PassTime(std::chrono::milliseconds(31000));
   server().CheckDeadlines();
-  std::string reply;
-  asio::error_code ec;
-  char buffer[512];
-  while (!ec) {
-    const size_t n = stalled.read_some(asio::buffer(buffer), ec);
-    reply.append(buffer, n);
-    if (PayloadOf(reply)) break;
+  EXPECT_EQ(ParseReply(read_answer(stalled)).status, "Status: Error 83 Anfrage unvollständig");
+  for (asio::ip::tcp::socket* dropped : {&silent, &answered}) {
+    asio::error_code ec;
+    char buffer[16];
+    EXPECT_EQ(dropped->read_some(asio::buffer(buffer), ec), 0u);
+    EXPECT_EQ(ec, asio::error::eof);
   }
-  EXPECT_EQ(ParseReply(reply).status, "Status: Error 83 Anfrage unvollständig");
-  EXPECT_EQ(silent.read_some(asio::buffer(buffer), ec), 0u);
-  EXPECT_EQ(ec, asio::error::eof);
-  size_t total = 0;
-  for (ec = {}; !ec;) total += answered.read_some(asio::buffer(buffer), ec);
-  EXPECT_EQ(ec, asio::error::eof);
-  EXPECT_GT(total, 0u);
   EXPECT_EQ(Ask({"GetChannels"}).status, kOk);
 }
 
