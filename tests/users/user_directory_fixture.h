@@ -16,6 +16,7 @@
 
 namespace halqvantor::testing {
 
+// A fixture that adds rows in its own SetUp returns when IsSkipped() after calling this one's.
 class UserDirectoryTest : public ::testing::TestWithParam<Backend> {
  protected:
   void SetUp() override {
