@@ -7,6 +7,8 @@
 #                              build, start the reference gateway on a copy of the sample archive and serve
 #                              the sample portal on it (default http://127.0.0.1:8080/); Ctrl-C stops it
 #   ./dev.sh test              build and run the whole test suite
+#   ./dev.sh test --no-postgres
+#                              the same without the PostgreSQL server: the PostgreSQL cases are skipped
 #   ./dev.sh test --sanitize   the same, built with AddressSanitizer and UndefinedBehaviorSanitizer
 #   ./dev.sh test --tsan       the concurrency test (16 objects on 16 threads, 1,000 requests each against
 #                              the reference gateway) under ThreadSanitizer
@@ -16,10 +18,13 @@
 #   ./dev.sh build             build only (build/)
 #   ./dev.sh bench             build and run the benchmarks (figures as ratios against a baseline)
 #   ./dev.sh deps              install the Debian packages the project needs
+#
+# `-j N` before the command (or JOBS=N) sets the parallel build and test jobs (default: all cores). A build
+# folder is configured again when the options a command passes differ from those it was configured with.
 set -euo pipefail
 cd "$(dirname "$0")"
 
-PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev sqlite3
+PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev libsqlite3-dev sqlite3
           unixodbc-dev odbc-postgresql postgresql libcli11-dev nlohmann-json3-dev libasio-dev
           python3-dev pybind11-dev python3-pytest
           python3-flask python3-waitress gunicorn python3-selenium chromium chromium-driver
@@ -29,6 +34,11 @@ say() { printf '\033[1m==> %s\033[0m\n' "$*" >&2; }
 
 deps() {
   local missing=()
+  if ! command -v dpkg-query >/dev/null; then
+    # Not Debian: the packages cannot be checked here, so say what the build needs and go on.
+    say "no dpkg on this machine; install these (Debian names) with your package manager: ${PACKAGES[*]}"
+    return 0
+  fi
   for p in "${PACKAGES[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
   done
@@ -40,11 +50,26 @@ deps() {
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
+# True when DIR was configured with every -DNAME=VALUE of the remaining arguments.
+configured_with() {
+  local cache=$1/CMakeCache.txt; shift
+  [ -f "$cache" ] || return 1
+  local option name value
+  for option in "$@"; do
+    [[ $option == -D*=* ]] || continue
+    name=${option#-D}; name=${name%%=*}; value=${option#*=}
+    name=${name%%:*}
+    grep -qxF -e "$name:BOOL=$value" -e "$name:STRING=$value" -e "$name:PATH=$value" -e "$name:FILEPATH=$value" \
+      -e "$name:UNINITIALIZED=$value" -e "$name:INTERNAL=$value" "$cache" || return 1
+  done
+}
+
 build() {  # build DIR [cmake options...]; only the target $BUILD_TARGET when that is set
   local dir=$1; shift
+  set -- -DHALQVANTOR_WERROR=ON "$@"
   deps
-  if [ ! -f "$dir/build.ninja" ]; then
-    say "configuring $dir"
+  if [ ! -f "$dir/build.ninja" ] || ! configured_with "$dir" "$@"; then
+    say "configuring $dir${*:+ ($*)}"
     local launcher=()
     # ccache, when present, shares compiled objects between build folders and checkouts of this tree.
     command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
@@ -54,7 +79,7 @@ build() {  # build DIR [cmake options...]; only the target $BUILD_TARGET when th
   say "building $dir"
   # BUILD_TARGET may name several targets, separated by blanks.
   # shellcheck disable=SC2086
-  cmake --build "$dir" ${BUILD_TARGET:+--target $BUILD_TARGET} -- -j"$(nproc)"
+  cmake --build "$dir" ${BUILD_TARGET:+--target $BUILD_TARGET} -- -j"$JOBS"
 }
 
 # fuzz [TARGET|all] [SECONDS]: runs each target over a copy of tests/fuzz/corpus/TARGET in a temporary
@@ -102,6 +127,16 @@ fuzz() {
   return $failed
 }
 
+JOBS=${JOBS:-$(nproc)}
+while [ $# -gt 0 ]; do
+  case "$1" in
+    -j) JOBS=${2:?-j needs a number}; shift 2 ;;
+    -j*) JOBS=${1#-j}; shift ;;
+    *) break ;;
+  esac
+done
+[[ $JOBS =~ ^[1-9][0-9]*$ ]] || { echo "dev.sh: -j wants a positive number, not '$JOBS'" >&2; exit 2; }
+
 cmd=${1:-test}
 shift || true
 case "$cmd" in
@@ -120,23 +155,33 @@ case "$cmd" in
   test)
     dir=build
     opts=()
-    if [ "${1:-}" = "--sanitize" ]; then
+    postgres=ON
+    mode=plain
+    for arg in "$@"; do
+      case "$arg" in
+        --no-postgres) postgres=OFF ;;
+        --sanitize) mode=sanitize ;;
+        --tsan) mode=tsan ;;
+        *) echo "dev.sh test: unknown option '$arg' (--no-postgres, --sanitize, --tsan)" >&2; exit 2 ;;
+      esac
+    done
+    if [ "$mode" = sanitize ]; then
       dir=build-sanitize
       # The Python module stays out: an interpreter without the sanitizers cannot load it.
       opts=(-DHALQVANTOR_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug -DHALQVANTOR_BUILD_PYTHON=OFF)
       export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
       export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$PWD/tests/support/lsan.supp}
       export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
-    elif [ "${1:-}" = "--tsan" ]; then
+    elif [ "$mode" = tsan ]; then
       # Only the concurrency test program, at its full count of requests.
       BUILD_TARGET=halqvantor_concurrency_tests build build-tsan -DHALQVANTOR_TSAN=ON
       say "running the concurrency test under ThreadSanitizer (build-tsan)"
       TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1} HALQVANTOR_CONCURRENT_REQUESTS=1000 \
         exec build-tsan/tests/halqvantor_concurrency_tests
     fi
-    build "$dir" "${opts[@]}"
+    build "$dir" "${opts[@]}" -DHALQVANTOR_TEST_POSTGRES=$postgres
     say "running the tests ($dir)"
-    ctest --test-dir "$dir" --output-on-failure -j"$(nproc)"
+    ctest --test-dir "$dir" --output-on-failure -j"$JOBS"
     ;;
   fuzz) fuzz "$@" ;;
   bench)
@@ -154,7 +199,7 @@ case "$cmd" in
     fi
     ;;
   *)
-    echo "usage: ./dev.sh {demo [--keep]|portal [--host H] [--port P]|test [--sanitize|--tsan]|fuzz [TARGET|all] [SECONDS]|build|bench|deps}" >&2
+    echo "usage: ./dev.sh [-j N] {demo [--keep]|portal [--host H] [--port P]|test [--no-postgres] [--sanitize|--tsan]|fuzz [TARGET|all] [SECONDS]|build|bench|deps}" >&2
     exit 2
     ;;
 esac

@@ -26,9 +26,9 @@
 
 #include "archive/query.h"
 #include "archive/row_columns.h"
+#include "best_time.h"
 #include "halqvantor/clsVantor.h"
 
-#include "support/best_time.h"
 #include "support/loopback.h"
 
 namespace {

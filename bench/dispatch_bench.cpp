@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <vector>
 
+#include "best_time.h"
 #include "halqvantor/clsVantor.h"
-#include "support/best_time.h"
 
 using halqvantor::Variant;
 using halqvantor::testing::BestTime;

@@ -10,10 +10,10 @@
 #include <functional>
 #include <string>
 
+#include "best_time.h"
 #include "component/vantor_impl.h"
 #include "halqvantor/clsVantor.h"
 #include "platform/database.h"
-#include "support/best_time.h"
 #include "support/temp_dir.h"
 #include "users/text_encoding.h"
 

@@ -46,15 +46,33 @@ TEST(ComponentObject, FirstObjectLogsItsLifeInFourLines) {
             "15.11.2002 14:03:07   Neue Sitzung initiiert mit SessionID S1.\r\n");
 }
 
+// An empty folder turns the debug log off, before Init or later; no file appears there or in the working
+// folder (where a log without a folder would land).
 TEST(ComponentObject, LoggingOffTouchesNoFile) {
-  TempDir dir;
+  TempDir dir, work;
   FakeClock clock;
-  {
+  const std::filesystem::path cwd = std::filesystem::current_path();
+  std::filesystem::current_path(work.path());
+  OnFreshThread([&] {
     clsVantor v;
+    v.strDebugLogPath = dir.path();
+    v.strDebugLogPath = "";
     v.strSessionID = "S1";
     v.Init();
-  }
-  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+    VantorAccess::Of(v).WriteLog("x");
+  });
+  OnFreshThread([&] {
+    clsVantor v;
+    v.strDebugLogPath = dir.path();
+    v.strSessionID = "S2";
+    v.Init();
+    v.strDebugLogPath = "";
+    VantorAccess::Of(v).WriteLog("x");
+  });
+  std::filesystem::current_path(cwd);
+  EXPECT_TRUE(std::filesystem::is_empty(work.path()));
+  EXPECT_FALSE(std::filesystem::exists(dir.File("S1.LOG")));
+  EXPECT_EQ(ReadLines(dir.File("S2.LOG")).size(), 2u);  // the two lines of Init
   // An empty session id names the file ".LOG".
   {
     clsVantor v;

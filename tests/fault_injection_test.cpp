@@ -175,6 +175,10 @@ TEST(FileFaults, EachOpenWriteRenameAndAppendFailsCleanly) {
     return result.ToString() + "|" + (status.IsEmpty() ? "" : status.ToString()) + "|" +
            (out.IsEmpty() ? "" : out.ToString());
   };
+  const Run transfer = [&](clsVantor& v) {
+    Variant status;
+    return outcome(v.EASYTransferBLOB("t.bin", int32_t{4}, &status), status);
+  };
   struct Row {
     const char* what;
     std::string reply;
@@ -191,18 +195,8 @@ TEST(FileFaults, EachOpenWriteRenameAndAppendFailsCleanly) {
          return outcome(v.EASYGetSegmentData("K", "A", "D", "1", int16_t{1}, &name, nullptr, &status), status, name);
        },
        "1||A1.PDF", "1||A1.PDF"},  // a failed rename is silent
-      {"transfer open", "abcd", Kind::kOpen,
-       [&](clsVantor& v) {
-         Variant status;
-         return outcome(v.EASYTransferBLOB("t.bin", int32_t{4}, &status), status);
-       },
-       "1||", "-1|File Error (61 - Disk full)|"},
-      {"transfer write", "abcd", Kind::kWrite,
-       [&](clsVantor& v) {
-         Variant status;
-         return outcome(v.EASYTransferBLOB("t.bin", int32_t{4}, &status), status);
-       },
-       "1||", "-1|Winsock Error (File Error (61 - Disk full))|"},
+      {"transfer open", "abcd", Kind::kOpen, transfer, "1||", "-1|File Error (61 - Disk full)|"},
+      {"transfer write", "abcd", Kind::kWrite, transfer, "1||", "-1|Winsock Error (File Error (61 - Disk full))|"},
       {"import file", "", Kind::kAppend,
        [&](clsVantor& v) {
          v.strDebugLogPath = "";

@@ -2,6 +2,7 @@
 and the content types of downloads."""
 
 import os
+import re
 import stat
 
 import pytest
@@ -26,6 +27,8 @@ INVOICE = "/d/FIBU/Eingangsrechnungen/1000001/1"
 ])
 def test_typed_urls_outside_the_rights_are_refused(client, user, password, path):
     assert log_on(client, user, password).status_code == 302
+    if user == "bert":  # his home page offers his channel only
+        assert re.findall(r"<h2>(\w+)</h2>", client.get("/").get_data(as_text=True)) == ["VERTRAG"]
     response = client.get(path)
     assert response.status_code == 403
     assert b"No access" in response.data

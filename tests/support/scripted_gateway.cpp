@@ -43,12 +43,9 @@ int ScriptedGateway::closed() const {
 }
 
 bool ScriptedGateway::WaitAllClosed(int timeout_ms) const {
-  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-  while (closed() < connections()) {
-    if (std::chrono::steady_clock::now() > until) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
+  const int wanted = connections();
+  std::unique_lock<std::mutex> lock(mutex_);
+  return released_.wait_for(lock, std::chrono::milliseconds(timeout_ms), [&] { return closed_ >= wanted; });
 }
 
 ScriptedGateway::ScriptedGateway() {
@@ -155,6 +152,7 @@ void ScriptedGateway::Play(int fd, const std::vector<Step>& steps,
         std::lock_guard<std::mutex> lock(mutex_);
         ++finished_;
         ++closed_;
+        released_.notify_all();
         return;
       }
       case Step::Kind::kSilence:
@@ -170,6 +168,7 @@ void ScriptedGateway::Play(int fd, const std::vector<Step>& steps,
   ::close(fd);
   std::lock_guard<std::mutex> lock(mutex_);
   ++closed_;
+  released_.notify_all();
 }
 
 }  // namespace halqvantor::testing

@@ -65,7 +65,7 @@ class ScriptedGateway {
   int stop_pipe_[2] = {-1, -1};
   int port_ = 0;
   mutable std::mutex mutex_;
-  std::condition_variable released_;
+  mutable std::condition_variable released_;  // a release, a stop or a closed connection
   int releases_ = 0;
   int finished_ = 0;
   int closed_ = 0;

@@ -11,6 +11,7 @@ class DocumentRights : public UserDirectoryTest {
   // belongs to C2/A2.
   void SetUp() override {
     UserDirectoryTest::SetUp();
+    if (IsSkipped()) return;
     db->Run({"INSERT INTO UserGroups VALUES (1, 10)", "INSERT INTO DocRights VALUES (1, 'C1', 'A1')",
              "INSERT INTO DocRights VALUES (2, 'C1', 'A1')", "INSERT INTO DocRights VALUES (3, 'C2', 'A2')",
              "INSERT INTO UserDocRights VALUES (1, 1)", "INSERT INTO UserDocRights VALUES (10, 1)",

@@ -22,6 +22,11 @@ inline void PrintTo(Backend backend, std::ostream* out) {
   *out << (backend == Backend::kSqlite ? "SQLite" : "PostgreSQL");
 }
 
+// In a test's SetUp: skips the case when the run leaves PostgreSQL out (HALQVANTOR_TEST_POSTGRES=OFF).
+#define HALQVANTOR_SKIP_UNLESS_AVAILABLE(backend)                                      \
+  if ((backend) == ::halqvantor::testing::Backend::kPostgres && !HALQVANTOR_TEST_POSTGRES) \
+  GTEST_SKIP() << "PostgreSQL is left out of this run (HALQVANTOR_TEST_POSTGRES=OFF)"
+
 // The portable schema, or another file of src/users/schema.
 std::string SchemaText(const std::string& file = "portable.sql");
 

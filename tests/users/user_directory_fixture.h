@@ -16,9 +16,11 @@
 
 namespace halqvantor::testing {
 
+// A fixture that adds rows in its own SetUp returns when IsSkipped() after calling this one's.
 class UserDirectoryTest : public ::testing::TestWithParam<Backend> {
  protected:
   void SetUp() override {
+    HALQVANTOR_SKIP_UNLESS_AVAILABLE(GetParam());
     db = std::make_unique<TestDatabase>(GetParam());
     v = std::make_unique<clsVantor>();
     v->strDebugLogPath = log.path();
