@@ -23,6 +23,7 @@ TEST(ComponentObject, FirstObjectLogsItsLifeInFourLines) {
   FakeClock clock({{2002, 11, 15}, 14, 3, 7});
   OnFreshThread([&] {
     auto v = std::make_unique<clsVantor>();
+    SetEnvironment(*v, &clock);
     v->strDebugLogPath = dir.path();
     v->strSessionID = "S1";
     v->strREMOTEHOST = "gateway.example";
@@ -51,6 +52,7 @@ TEST(ComponentObject, LoggingOffTouchesNoFile) {
   FakeClock clock;
   {
     clsVantor v;
+    SetEnvironment(v, &clock);
     v.strSessionID = "S1";
     v.Init();
   }
@@ -58,6 +60,7 @@ TEST(ComponentObject, LoggingOffTouchesNoFile) {
   // An empty session id names the file ".LOG".
   {
     clsVantor v;
+    SetEnvironment(v, &clock);
     v.strDebugLogPath = dir.path();
     v.Init();
   }
@@ -69,6 +72,7 @@ TEST(ComponentObject, SessionIdChangedAfterInitSplitsTheLog) {
   FakeClock clock;
   OnFreshThread([&] {
     clsVantor v;
+    SetEnvironment(v, &clock);
     v.strDebugLogPath = dir.path();
     v.strSessionID = "A";
     v.Init();
@@ -88,6 +92,7 @@ TEST(ComponentObject, UnwritableLogChangesNothingButTheLine) {
   FakeClock clock;
   OnFreshThread([&] {
     clsVantor v;
+    SetEnvironment(v, &clock);
     v.strDebugLogPath = dir.File("missing/folder");
     v.strSessionID = "S";
     v.Init();
@@ -111,6 +116,7 @@ TEST(ComponentObject, InitLogsItsFailuresAndReturns) {
   FakeClock clock;
   OnFreshThread([&] {
     clsVantor v;
+    SetEnvironment(v, &clock);
     v.strDebugLogPath = dir.path();
     v.strSessionID = "S";
     v.Init(Variant("kein Wahrheitswert"));

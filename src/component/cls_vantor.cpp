@@ -7,10 +7,10 @@
 
 namespace halqvantor {
 
-clsVantor::Impl::Impl(clsVantor& owner) : self(owner), form(frmComm::ForThisThread()), LineBreak("\r\n") {}
+clsVantor::Impl::Impl(clsVantor& owner) : self(owner), form(frmComm::ForThisThread()), env(platform::Env::Default()), LineBreak("\r\n") {}
 
 void clsVantor::Impl::WriteLog(std::string_view text) const {
-  WriteLogLine(self.strDebugLogPath, self.strSessionID, text);
+  WriteLogLine(*env, self.strDebugLogPath, self.strSessionID, text);
 }
 
 bool clsVantor::Impl::LogEnabled() const { return !LogFilePath(self.strDebugLogPath, self.strSessionID).empty(); }
@@ -22,6 +22,15 @@ clsVantor::~clsVantor() { impl_->Terminate(); }
 ObjectOptions& Options(clsVantor& object) { return VantorAccess::Of(object).options; }
 const ObjectOptions& Options(const clsVantor& object) {
   return VantorAccess::Of(const_cast<clsVantor&>(object)).options;
+}
+
+void SetEnvironment(clsVantor& object, platform::Env* env) {
+  clsVantor::Impl& d = VantorAccess::Of(object);
+  d.env = env != nullptr ? env : platform::Env::Default();
+  // A slot already taken follows its owner: its log and its connections from the next request on.
+  if (d.SlotIndex < 1) return;
+  d.form.State(d.SlotIndex).Environment = d.env;
+  d.form.ctlWinsock(d.SlotIndex).SetNetwork(d.env);
 }
 
 void clsVantor::Impl::Terminate() {
@@ -62,9 +71,11 @@ void clsVantor::Init(const Variant& blnDBInit) {
     socket.RemoteHost = strREMOTEHOST;
     socket.RemotePort = lngREMOTEPORT;
     socket.LocalPort = 0;
+    socket.SetNetwork(d.env);
+    d.form.State(d.SlotIndex).Environment = d.env;
     d.form.SetDebugLogPath(d.SlotIndex, strDebugLogPath);
     d.form.SetSessionID(d.SlotIndex, strSessionID);
-    d.DBConnection = platform::CurrentConnectionFactory().NewConnection();
+    d.DBConnection = d.env->NewConnection();
     if (db_init) d.DBConnection->Open(strDBConnect);
   } catch (const std::exception& e) {
     d.WriteLog(GeneralFailureLine("Init", e));

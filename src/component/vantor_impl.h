@@ -15,6 +15,7 @@
 #include "halqvantor/Extensions.h"
 #include "halqvantor/clsVantor.h"
 #include "platform/database.h"
+#include "platform/env.h"
 
 namespace halqvantor {
 
@@ -23,12 +24,15 @@ namespace platform {
 class SendSource;
 }
 
-struct clsVantor::Impl {
+struct HALQVANTOR_HIDDEN clsVantor::Impl {
   explicit Impl(clsVantor& owner);
+  // The private side of `object`.
+  static Impl& Of(clsVantor& object) { return *object.impl_; }
 
   clsVantor& self;  // the public side: the properties
   frmComm& form;    // the slot table of the thread that created the object
   ObjectOptions options;  // settings outside the interface table
+  platform::Env* env;     // the clock, files, network and database factory it uses (SetEnvironment)
 
   int32_t SlotIndex = 0;        // connection slot taken by Init; 0 before Init
   bool RequestPending = false;  // a request exchange is under way
@@ -135,7 +139,7 @@ struct clsVantor::Impl {
 
 // Access to the private side for in-tree code: tests, the dispatch layer.
 struct VantorAccess {
-  static clsVantor::Impl& Of(clsVantor& object) { return *object.impl_; }
+  static clsVantor::Impl& Of(clsVantor& object) { return clsVantor::Impl::Of(object); }
 };
 
 }  // namespace halqvantor

@@ -111,7 +111,7 @@ Variant clsVantor::EASYTransferBLOB(const Variant& strFile, const Variant& lngFi
   try {
     const std::string path = d.LocalBlobPath(LocalNameOf(strFile.ToString()));
     number = platform::FreeFile();
-    platform::OpenFileForBinaryWrite(number, path);
+    platform::OpenFileForBinaryWrite(*d.env, number, path);
     d.form.SetFile(d.SlotIndex, static_cast<uint8_t>(number));
     const bool ok = d.RunRoundTrip(request, platform::Utf8ToCp1252(request), status);
     // What arrived stays in the file, also after a failure.
@@ -143,7 +143,7 @@ Variant clsVantor::EASYUploadFile(const Variant& strFileName, Variant* strStatus
   try {
     const std::string name = strFileName.ToString();
     const std::string path = d.LocalBlobPath(name);
-    platform::FileSystem& fs = platform::CurrentFileSystem();
+    platform::FileSystem& fs = *d.env;
     int64_t size = 0;
     Check(fs.FileSize(path, &size));
     const int32_t length = vb::CheckedInt32(size);

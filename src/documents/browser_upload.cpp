@@ -96,7 +96,7 @@ bool clsVantor::UploadFile(const Variant& strSubDir, Variant* strFileNameParam, 
       if (!prefix.empty()) file_name = prefix + "_" + file_name;
     }
     const std::string path = d.LocalBlobPath(file_name);
-    platform::FileSystem& fs = platform::CurrentFileSystem();
+    platform::FileSystem& fs = *d.env;
     if (fs.FileExists(path)) Check(fs.DeleteFile(path));
 
     const int64_t size = part.last - part.first + 1;
@@ -124,7 +124,7 @@ void clsVantor::DeleteFTPObjects(const Variant& strFile) {
     const size_t slash = file.rfind('/');
     const std::string folder = slash == std::string::npos ? std::string() : file.substr(0, slash + 1);
     const std::string pattern = file.substr(folder.size());
-    platform::FileSystem& fs = platform::CurrentFileSystem();
+    platform::FileSystem& fs = *impl_->env;
 
     DeleteMatchingFiles(fs, folder, pattern);
     // The whole list is made before anything goes; then each matching folder is emptied of its files and

@@ -54,7 +54,7 @@ Variant clsVantor::CreateImportFile(const Variant& strImportFile, const Variant&
   if (!strCharSet.IsMissing()) text += "@CHARSET," + TextOf(strCharSet) + crlf;
   text += FolderLine(TextOf(strTitle), TextOf(strFieldTypes), TextOf(strFieldIDs)) + crlf;
   text += TextOf(strFieldContents) + crlf;
-  const int error = platform::CurrentFileSystem().AppendToFile(TextOf(strImportFile), platform::Utf8ToCp1252(text));
+  const int error = impl_->env->AppendToFile(TextOf(strImportFile), platform::Utf8ToCp1252(text));
   if (error != 0) throw RuntimeError(error);
   SetOut(strStatus, Variant(""));
   return SuccessResult();

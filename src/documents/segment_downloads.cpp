@@ -118,7 +118,7 @@ void clsVantor::Impl::ChangeFileExtension(Variant* strFileName) {
     to = LocalBlobPath(*mapped);
   } catch (const RuntimeError&) {
   }
-  if (!to.empty()) (void)platform::CurrentFileSystem().RenameWithoutReplacing(from, to);
+  if (!to.empty()) (void)env->RenameWithoutReplacing(from, to);
   *strFileName = Variant(*mapped);
 }
 

@@ -87,7 +87,7 @@ platform::SortedList& frmComm::lstSort(int32_t slot) {
 void frmComm::WriteSlotLog(int32_t slot, std::string_view text) const {
   if (slot < 1 || slot > slot_count_) return;
   const SlotState& s = slots_[static_cast<size_t>(slot)];
-  WriteLogLine(s.DebugLogPath, s.SessionID, text);
+  WriteLogLine(*s.Environment, s.DebugLogPath, s.SessionID, text);
 }
 
 }  // namespace halqvantor

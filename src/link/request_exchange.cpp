@@ -6,7 +6,7 @@
 #include "component/debug_log.h"
 #include "component/vantor_impl.h"
 #include "link/frm_comm.h"
-#include "platform/clock.h"
+#include "platform/env.h"
 #include "platform/cp1252.h"
 #include "platform/socket.h"
 #include "platform/vb_runtime.h"
@@ -23,15 +23,15 @@ constexpr int kYieldsPerPass = 10;
 
 // The time measure of every wait: seconds since midnight, whole seconds. It is not guarded against the
 // turn of the day: a wait that starts just before midnight cannot time out until its slot is done.
-double SecondsSinceMidnight() { return static_cast<double>(platform::CurrentClock().SecondsSinceMidnight()); }
+double SecondsSinceMidnight(platform::Env& env) { return static_cast<double>(env.SecondsSinceMidnight()); }
 
 std::string StateText(const platform::Socket& socket) { return std::to_string(socket.State()); }
 
 // Yields as a wait pass does, but stops early once an event was delivered, so that the waiter looks at the
 // slot at once instead of sleeping through the remaining yields.
-void YieldPass() {
+void YieldPass(platform::Env& env) {
   for (int i = 0; i < kYieldsPerPass; ++i) {
-    if (platform::DoEvents() > 0) return;
+    if (platform::DoEvents(env) > 0) return;
   }
 }
 
@@ -82,12 +82,12 @@ std::string clsVantor::Impl::BuildRequest(const std::vector<Variant>& args) cons
 
 bool clsVantor::Impl::WaitForReply() {
   form.SetWinsockError(SlotIndex, "");
-  const double start = SecondsSinceMidnight();
+  const double start = SecondsSinceMidnight(*env);
   WriteLog("  Starte Warteschleife für Anfrageergebnis.");
   bool timed_out = false;
   while (form.GetWinsockError(SlotIndex).empty() && !form.GetReady(SlotIndex) && !timed_out) {
-    if (start + self.lngREQUESTTIMEOUT < SecondsSinceMidnight()) timed_out = true;
-    YieldPass();
+    if (start + self.lngREQUESTTIMEOUT < SecondsSinceMidnight(*env)) timed_out = true;
+    YieldPass(*env);
   }
   WriteLog("  Beende Warteschleife für Anfrageergebnis.");
   const std::string& error = form.GetWinsockError(SlotIndex);
@@ -203,7 +203,7 @@ bool clsVantor::Impl::RequestList(const std::string& request, std::string& statu
   std::vector<std::string>().swap(ResultRows);  // the old rows' memory goes too
   ResultCount = 0;
   ResultCursor = 0;
-  const double start = SecondsSinceMidnight();
+  const double start = SecondsSinceMidnight(*env);
 
   std::string status_line;
   bool try_again = false;
@@ -215,8 +215,8 @@ bool clsVantor::Impl::RequestList(const std::string& request, std::string& statu
       Pause(kBusyRetrySeconds);
       try_again = true;
     }
-    if (start + self.lngREQUESTTIMEOUT < SecondsSinceMidnight()) try_again = false;
-    platform::DoPendingEvents();
+    if (start + self.lngREQUESTTIMEOUT < SecondsSinceMidnight(*env)) try_again = false;
+    platform::DoPendingEvents(*env);
   } while (try_again);
 
   if (status_line != "Status: OK") {
@@ -233,14 +233,14 @@ bool clsVantor::Impl::RequestList(const std::string& request, std::string& statu
 }
 
 void clsVantor::Impl::Pause(int32_t seconds) {
-  const int64_t start = platform::CurrentClock().SecondsSinceMidnight();
+  const int64_t start = env->SecondsSinceMidnight();
   const int64_t until = start + seconds;
   for (;;) {
-    int64_t now = platform::CurrentClock().SecondsSinceMidnight();
+    int64_t now = env->SecondsSinceMidnight();
     // A pause that runs over midnight counts on into the new day instead of waiting a whole day more.
     if (now < start) now += 24 * 3600;
     if (now >= until) return;
-    platform::DoEvents();
+    platform::DoEvents(*env);
   }
 }
 

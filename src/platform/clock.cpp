@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <ctime>
 
-#include "platform/installed.h"
 
 namespace halqvantor::platform {
 namespace {
@@ -38,10 +37,6 @@ Clock* Clock::Default() {
   static SystemClock clock;
   return &clock;
 }
-
-Clock& CurrentClock() { return Installed<Clock>::Current(); }
-
-Clock* InstallClock(Clock* clock) { return Installed<Clock>::Install(clock); }
 
 // Howard Hinnant's days-from-civil algorithm.
 int64_t DaysFromCivil(const CivilDate& date) {

@@ -1,6 +1,5 @@
 #include "platform/database.h"
 
-#include "platform/installed.h"
 
 namespace halqvantor::platform {
 namespace {
@@ -195,12 +194,6 @@ Variant Recordset::Field(std::string_view name) const {
 ConnectionFactory* ConnectionFactory::Default() {
   static DefaultFactory factory;
   return &factory;
-}
-
-ConnectionFactory& CurrentConnectionFactory() { return Installed<ConnectionFactory>::Current(); }
-
-ConnectionFactory* InstallConnectionFactory(ConnectionFactory* factory) {
-  return Installed<ConnectionFactory>::Install(factory);
 }
 
 std::vector<ConnectPair> ParseConnectString(std::string_view text) {

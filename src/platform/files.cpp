@@ -10,7 +10,6 @@
 #include <cerrno>
 
 #include "halqvantor/RuntimeError.h"
-#include "platform/installed.h"
 #include "platform/cp1252.h"
 
 namespace halqvantor::platform {
@@ -174,10 +173,6 @@ FileSystem* FileSystem::Default() {
   return &fs;
 }
 
-FileSystem& CurrentFileSystem() { return Installed<FileSystem>::Current(); }
-
-FileSystem* InstallFileSystem(FileSystem* fs) { return Installed<FileSystem>::Install(fs); }
-
 int FreeFile() {
   for (int n = 1; n <= kMaxFileNumber; ++n) {
     if (!OpenFiles()[static_cast<size_t>(n)]) return n;
@@ -185,12 +180,12 @@ int FreeFile() {
   throw RuntimeError(67);
 }
 
-void OpenFileForBinaryWrite(int number, const std::string& path) {
+void OpenFileForBinaryWrite(FileSystem& fs, int number, const std::string& path) {
   if (number < 1 || number > kMaxFileNumber) throw RuntimeError(ErrorNumber::kBadFileNameOrNumber);
   auto& slot = OpenFiles()[static_cast<size_t>(number)];
   if (slot) throw RuntimeError(ErrorNumber::kFileAlreadyOpen);
   std::unique_ptr<WritableFile> file;
-  const int rc = CurrentFileSystem().OpenForBinaryWrite(path, &file);
+  const int rc = fs.OpenForBinaryWrite(path, &file);
   if (rc != 0) throw RuntimeError(rc);
   slot = std::move(file);
 }

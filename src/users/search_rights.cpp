@@ -107,7 +107,7 @@ Variant clsVantor::GetUserSearchRights(const Variant& lngUserID, Variant* strSea
       OutText text(strSearchRights);
       std::string& t = text.text();
       const std::string id = SqlNumber(lngUserID, "lngUserID");
-      const platform::CivilDate today = platform::CurrentClock().Today();
+      const platform::CivilDate today = d.env->Today();
       std::string last_key;
       std::string last_field;
       int32_t values = 0;
