@@ -15,7 +15,7 @@
 #include "platform/database.h"
 #include "support/best_time.h"
 #include "support/temp_dir.h"
-#include "users/text_encoding.h"
+#include "link/text_encoding.h"
 
 namespace {
 

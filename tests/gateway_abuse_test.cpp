@@ -17,7 +17,7 @@
 #include "support/sample_gateway.h"
 #include "support/temp_dir.h"
 #include "text.h"
-#include "users/text_encoding.h"
+#include "link/text_encoding.h"
 
 namespace halqvantor::gateway {
 namespace {

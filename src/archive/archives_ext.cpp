@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "archive/results.h"
+#include "archive/grouped_rows.h"
 #include "halqvantor/clsVantor.h"
 #include "platform/vb_runtime.h"
 

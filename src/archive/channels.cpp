@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "component/results.h"
+#include "link/result_values.h"
 #include "component/vantor_impl.h"
 #include "platform/vb_runtime.h"
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "component/results.h"
+#include "link/result_values.h"
 #include "archive/row_columns.h"
 #include "component/vantor_impl.h"
 #include "platform/vb_runtime.h"

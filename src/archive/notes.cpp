@@ -1,6 +1,6 @@
 #include "archive/notes.h"
 
-#include "archive/results.h"
+#include "archive/grouped_rows.h"
 #include "archive/row_columns.h"
 #include "halqvantor/clsVantor.h"
 #include "platform/vb_runtime.h"

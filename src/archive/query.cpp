@@ -1,6 +1,6 @@
 #include "archive/query.h"
 
-#include "component/results.h"
+#include "link/result_values.h"
 #include "archive/row_columns.h"
 #include "component/vantor_impl.h"
 #include "link/frm_comm.h"

@@ -1,6 +1,6 @@
 #include <exception>
 
-#include "component/debug_log.h"
+#include "link/debug_log.h"
 #include "component/vantor_impl.h"
 #include "halqvantor/clsVantor.h"
 #include "link/frm_comm.h"

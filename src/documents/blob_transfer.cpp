@@ -13,9 +13,9 @@
 #include <optional>
 #include <utility>
 
-#include "component/debug_log.h"
+#include "link/debug_log.h"
 #include "component/vantor_impl.h"
-#include "component/results.h"
+#include "link/result_values.h"
 #include "link/frm_comm.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"

@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
-#include "component/debug_log.h"
+#include "link/debug_log.h"
 #include "component/vantor_impl.h"
-#include "component/results.h"
+#include "link/result_values.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
 

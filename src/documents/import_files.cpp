@@ -6,7 +6,7 @@
 #include <string>
 
 #include "component/vantor_impl.h"
-#include "component/results.h"
+#include "link/result_values.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
 

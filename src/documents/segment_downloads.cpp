@@ -11,7 +11,7 @@
 #include <limits>
 
 #include "component/vantor_impl.h"
-#include "component/results.h"
+#include "link/result_values.h"
 #include "platform/files.h"
 #include "platform/vb_runtime.h"
 

@@ -1,6 +1,6 @@
 #include "link/frm_comm.h"
 
-#include "component/debug_log.h"
+#include "link/debug_log.h"
 #include "platform/vb_runtime.h"
 
 namespace halqvantor {

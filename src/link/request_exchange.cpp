@@ -3,14 +3,14 @@
 #include <exception>
 #include <limits>
 
-#include "component/debug_log.h"
+#include "link/debug_log.h"
 #include "component/vantor_impl.h"
 #include "link/frm_comm.h"
 #include "platform/env.h"
 #include "platform/cp1252.h"
 #include "platform/socket.h"
 #include "platform/vb_runtime.h"
-#include "users/text_encoding.h"
+#include "link/text_encoding.h"
 
 namespace halqvantor {
 namespace {

@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "component/debug_log.h"
+#include "link/debug_log.h"
 #include "halqvantor/Variant.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "component/debug_log.h"
+#include "link/debug_log.h"
 #include "component/vantor_impl.h"
 #include "halqvantor/Variant.h"
 #include "platform/database.h"

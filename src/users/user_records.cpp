@@ -8,7 +8,7 @@
 #include "halqvantor/clsVantor.h"
 #include "platform/vb_runtime.h"
 #include "users/strong_password.h"
-#include "users/text_encoding.h"
+#include "link/text_encoding.h"
 #include "users/user_directory.h"
 
 namespace halqvantor {

@@ -14,7 +14,7 @@
 #include "status.h"
 #include "text.h"
 #include "tiff.h"
-#include "users/text_encoding.h"
+#include "link/text_encoding.h"
 
 namespace halqvantor::gateway {
 namespace {

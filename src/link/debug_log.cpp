@@ -1,4 +1,4 @@
-#include "component/debug_log.h"
+#include "link/debug_log.h"
 
 #include "platform/env.h"
 

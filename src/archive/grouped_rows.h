@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "component/results.h"
+#include "link/result_values.h"
 #include "component/vantor_impl.h"
 #include "halqvantor/Variant.h"
 

@@ -1,4 +1,4 @@
-#include "archive/results.h"
+#include "archive/grouped_rows.h"
 
 #include <string>
 
