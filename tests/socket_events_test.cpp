@@ -1,10 +1,11 @@
+#include "link/socket_events.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <memory>
 
-#include "link/socket_events.h"
 #include "platform/files.h"
 #include "support/session_fixture.h"
 
@@ -152,21 +153,21 @@ TEST(Reception, RepliesPastTheObjectsLimitFailAtOnceAndTheSlotGoesOn) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.chunks[0]);
-    InFakeSession({Packets(c.chunks), {FakeNetwork::Reply("next")}}, [&](GatewaySession& s, FakeNetwork& net,
-                                                                          FakeClock&) {
-      Options(s.object()).max_reply_bytes = 10;
-      const auto got = Exchange(s, kRequest);
-      EXPECT_EQ(got.ok, c.status.empty());
-      EXPECT_EQ(got.status, c.status);
-      EXPECT_EQ(s.socket().State(), platform::kSckClosed);
-      EXPECT_EQ(net.open_sockets(), 0);
-      const std::vector<std::string> lines = s.LogLines();
-      EXPECT_EQ(std::count(lines.begin(), lines.end(), c.line), c.line.empty() ? 0 : 1);
-      // The slot serves the next request as usual.
-      const auto next = Exchange(s, kRequest);
-      EXPECT_TRUE(next.ok) << next.status;
-      EXPECT_EQ(next.response, "next");
-    });
+    InFakeSession({Packets(c.chunks), {FakeNetwork::Reply("next")}},
+                  [&](GatewaySession& s, FakeNetwork& net, FakeClock&) {
+                    Options(s.object()).max_reply_bytes = 10;
+                    const auto got = Exchange(s, kRequest);
+                    EXPECT_EQ(got.ok, c.status.empty());
+                    EXPECT_EQ(got.status, c.status);
+                    EXPECT_EQ(s.socket().State(), platform::kSckClosed);
+                    EXPECT_EQ(net.open_sockets(), 0);
+                    const std::vector<std::string> lines = s.LogLines();
+                    EXPECT_EQ(std::count(lines.begin(), lines.end(), c.line), c.line.empty() ? 0 : 1);
+                    // The slot serves the next request as usual.
+                    const auto next = Exchange(s, kRequest);
+                    EXPECT_TRUE(next.ok) << next.status;
+                    EXPECT_EQ(next.response, "next");
+                  });
   }
 }
 
@@ -180,29 +181,36 @@ TEST(SocketErrors, ResolverConnectAndTransferFailuresInTheControlsWords) {
     std::vector<std::string> tried;
   };
   const std::vector<Case> cases = {
-      {"unknown host", [](FakeNetwork&, GatewaySession& s) { s.socket().RemoteHost = "no-such-host"; },
-       "11001 - Authoritative answer: Host not found", {}},
+      {"unknown host",
+       [](FakeNetwork&, GatewaySession& s) { s.socket().RemoteHost = "no-such-host"; },
+       "11001 - Authoritative answer: Host not found",
+       {}},
       {"resolver timed out",
        [](FakeNetwork& n, GatewaySession& s) {
          n.resolver_error = {11002, "Non-Authoritative answer: Host not found"};
          s.socket().RemoteHost = "slow-name";
        },
-       "11002 - Non-Authoritative answer: Host not found", {}},
-      {"refused", [](FakeNetwork& n, GatewaySession&) { n.refused["127.0.0.1"] = ECONNREFUSED; },
-       "10061 - Connection is forcefully rejected", {"127.0.0.1"}},
+       "11002 - Non-Authoritative answer: Host not found",
+       {}},
+      {"refused",
+       [](FakeNetwork& n, GatewaySession&) { n.refused["127.0.0.1"] = ECONNREFUSED; },
+       "10061 - Connection is forcefully rejected",
+       {"127.0.0.1"}},
       {"refused at once",
        [](FakeNetwork& n, GatewaySession&) {
          n.refused["127.0.0.1"] = ECONNREFUSED;
          n.at_once = true;
        },
-       "10061 - Connection is forcefully rejected", {"127.0.0.1"}},
+       "10061 - Connection is forcefully rejected",
+       {"127.0.0.1"}},
       {"IPv6 refused, IPv4 taken",
        [&](FakeNetwork& n, GatewaySession& s) {
          n.hosts["dual"] = {v6, v4};
          n.refused["::1"] = ECONNREFUSED;
          s.socket().RemoteHost = "dual";
        },
-       "", {"::1", "127.0.0.1"}},
+       "",
+       {"::1", "127.0.0.1"}},
       {"both unreachable, the last failure counts",
        [&](FakeNetwork& n, GatewaySession& s) {
          n.hosts["dual"] = {v6, v4};
@@ -210,17 +218,23 @@ TEST(SocketErrors, ResolverConnectAndTransferFailuresInTheControlsWords) {
          n.refused["127.0.0.1"] = ETIMEDOUT;
          s.socket().RemoteHost = "dual";
        },
-       "10060 - Connection timed out", {"::1", "127.0.0.1"}},
-      {"reset while reading", [](FakeNetwork& n, GatewaySession&) { n.scripts = {{FakeNetwork::Reset()}}; },
-       "10054 - Connection is reset by remote side", {"127.0.0.1"}},
-      {"reset while sending", [](FakeNetwork& n, GatewaySession&) { n.send_error = EPIPE; },
-       "10054 - Connection is reset by remote side", {"127.0.0.1"}},
+       "10060 - Connection timed out",
+       {"::1", "127.0.0.1"}},
+      {"reset while reading",
+       [](FakeNetwork& n, GatewaySession&) { n.scripts = {{FakeNetwork::Reset()}}; },
+       "10054 - Connection is reset by remote side",
+       {"127.0.0.1"}},
+      {"reset while sending",
+       [](FakeNetwork& n, GatewaySession&) { n.send_error = EPIPE; },
+       "10054 - Connection is reset by remote side",
+       {"127.0.0.1"}},
       {"local port in use",
        [](FakeNetwork& n, GatewaySession& s) {
          n.ports_in_use = {5000};
          s.socket().LocalPort = 5000;
        },
-       "10048 - Address in use", {}},
+       "10048 - Address in use",
+       {}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);

@@ -7,13 +7,12 @@
 
 namespace halqvantor {
 
-clsVantor::Impl::Impl(clsVantor& owner) : self(owner), form(frmComm::ForThisThread()), env(platform::Env::Default()), LineBreak("\r\n") {}
-
-void clsVantor::Impl::WriteLog(std::string_view text) const {
-  WriteLogLine(*env, self.strDebugLogPath, self.strSessionID, text);
+LinkSession& SessionOf(clsVantor& object) { return clsVantor::Impl::Of(object); }
+archive::ArchiveState& archive::StateOf(clsVantor& object) { return clsVantor::Impl::Of(object).archive_state; }
+documents::DocumentState& documents::StateOf(clsVantor& object) {
+  return clsVantor::Impl::Of(object).document_state;
 }
-
-bool clsVantor::Impl::LogEnabled() const { return !LogFilePath(self.strDebugLogPath, self.strSessionID).empty(); }
+users::UserState& users::StateOf(clsVantor& object) { return clsVantor::Impl::Of(object).user_state; }
 
 clsVantor::clsVantor() : impl_(std::make_unique<Impl>(*this)) {}
 
@@ -39,7 +38,8 @@ void clsVantor::Impl::Terminate() {
   try {
     platform::Socket& socket = form.ctlWinsock(SlotIndex);
     if (socket.State() != platform::kSckClosed) socket.Close();
-    if (DBConnection && DBConnection->State() == platform::kAdStateOpen) DBConnection->Close();
+    std::unique_ptr<platform::Connection>& connection = user_state.DBConnection;
+    if (connection && connection->State() == platform::kAdStateOpen) connection->Close();
     form.SetBusy(SlotIndex, false);
     WriteLog("Winsock-Instanz " + std::to_string(SlotIndex) + " wieder freigegeben.");
     WriteLog("Sitzung beendet.");
@@ -49,13 +49,14 @@ void clsVantor::Impl::Terminate() {
 }
 
 void clsVantor::OnStartPage(std::shared_ptr<ScriptingContext> PassedScriptingContext) {
-  impl_->context = std::move(PassedScriptingContext);
-  impl_->request = impl_->context ? impl_->context->Request() : nullptr;
+  documents::DocumentState& page = impl_->document_state;
+  page.context = std::move(PassedScriptingContext);
+  page.request = page.context ? page.context->Request() : nullptr;
 }
 
 void clsVantor::OnEndPage() {
-  impl_->request.reset();
-  impl_->context.reset();
+  impl_->document_state.request.reset();
+  impl_->document_state.context.reset();
 }
 
 void clsVantor::Init(const Variant& blnDBInit) {
@@ -75,8 +76,8 @@ void clsVantor::Init(const Variant& blnDBInit) {
     d.form.State(d.SlotIndex).Environment = d.env;
     d.form.SetDebugLogPath(d.SlotIndex, strDebugLogPath);
     d.form.SetSessionID(d.SlotIndex, strSessionID);
-    d.DBConnection = d.env->NewConnection();
-    if (db_init) d.DBConnection->Open(strDBConnect);
+    d.user_state.DBConnection = d.env->NewConnection();
+    if (db_init) d.user_state.DBConnection->Open(strDBConnect);
   } catch (const std::exception& e) {
     d.WriteLog(GeneralFailureLine("Init", e));
   }

@@ -4,8 +4,8 @@
 #include <limits>
 
 #include "link/debug_log.h"
-#include "component/vantor_impl.h"
 #include "link/frm_comm.h"
+#include "link/session.h"
 #include "platform/env.h"
 #include "platform/cp1252.h"
 #include "platform/socket.h"
@@ -69,7 +69,7 @@ void SplitReplyRows(std::string_view response, std::vector<std::string>& rows) {
   if (open_last_line) rows.emplace_back(body.substr(start));
 }
 
-std::string clsVantor::Impl::BuildRequest(const std::vector<Variant>& args) const {
+std::string LinkSession::BuildRequest(const std::vector<Variant>& args) const {
   std::string request = "^" + self.strSessionID + "^,^" + self.strEASYUser + "^,^" + EncodeText(self.strEASYPwd) + "^";
   for (const Variant& arg : args) {
     request += ",^";
@@ -80,7 +80,7 @@ std::string clsVantor::Impl::BuildRequest(const std::vector<Variant>& args) cons
   return request;
 }
 
-bool clsVantor::Impl::WaitForReply() {
+bool LinkSession::WaitForReply() {
   form.SetWinsockError(SlotIndex, "");
   const double start = SecondsSinceMidnight(*env);
   WriteLog("  Starte Warteschleife für Anfrageergebnis.");
@@ -96,7 +96,7 @@ bool clsVantor::Impl::WaitForReply() {
   return false;
 }
 
-bool clsVantor::Impl::TakeRequestGuard(std::string& status) {
+bool LinkSession::TakeRequestGuard(std::string& status) {
   if (!RequestPending) {
     RequestPending = true;
     return true;
@@ -108,7 +108,7 @@ bool clsVantor::Impl::TakeRequestGuard(std::string& status) {
   return false;
 }
 
-bool clsVantor::Impl::RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status,
+bool LinkSession::RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status,
                                    std::shared_ptr<platform::SendSource> body) {
   try {
     platform::Socket& socket = form.ctlWinsock(SlotIndex);
@@ -170,7 +170,7 @@ bool clsVantor::Impl::RunRoundTrip(std::string_view request, std::string_view by
   }
 }
 
-bool clsVantor::Impl::ExchangeText(const std::string& request, std::string& status, std::string* response) {
+bool LinkSession::ExchangeText(const std::string& request, std::string& status, std::string* response) {
   if (!TakeRequestGuard(status)) return false;
   if (response != nullptr) response->clear();
   status.clear();
@@ -195,11 +195,11 @@ bool clsVantor::Impl::ExchangeText(const std::string& request, std::string& stat
   return ok;
 }
 
-bool clsVantor::Impl::RequestExchange(const std::string& request, std::string& response, std::string& status) {
+bool LinkSession::RequestExchange(const std::string& request, std::string& response, std::string& status) {
   return ExchangeText(request, status, &response);
 }
 
-bool clsVantor::Impl::RequestList(const std::string& request, std::string& status) {
+bool LinkSession::RequestList(const std::string& request, std::string& status) {
   std::vector<std::string>().swap(ResultRows);  // the old rows' memory goes too
   ResultCount = 0;
   ResultCursor = 0;
@@ -232,7 +232,7 @@ bool clsVantor::Impl::RequestList(const std::string& request, std::string& statu
   return true;
 }
 
-void clsVantor::Impl::Pause(int32_t seconds) {
+void LinkSession::Pause(int32_t seconds) {
   const int64_t start = env->SecondsSinceMidnight();
   const int64_t until = start + seconds;
   for (;;) {

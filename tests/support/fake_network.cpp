@@ -14,7 +14,8 @@ FakeNetwork::FakeNetwork(platform::Env* base) : EnvWrapper(base) {
   hosts["127.0.0.1"] = {{platform::AddressFamily::kIPv4, "127.0.0.1", {}}};
 }
 
-platform::SocketError FakeNetwork::Resolve(const std::string& host, int32_t, std::vector<platform::SocketAddress>* addresses) {
+platform::SocketError FakeNetwork::Resolve(const std::string& host, int32_t,
+                                           std::vector<platform::SocketAddress>* addresses) {
   addresses->clear();
   const auto it = hosts.find(host);
   if (it == hosts.end()) return resolver_error;

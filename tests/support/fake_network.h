@@ -70,10 +70,10 @@ class FakeNetwork : public platform::EnvWrapper {
     std::string address;
     bool connecting = false;
     int connect_error = 0;
-    int request = -1;          // index into requests once accepted
-    std::deque<Step> steps;    // what is left to play
-    std::string partial;       // the rest of a packet the reader had no room for
-    bool fresh = true;         // a packet may be handed out in this pass
+    int request = -1;        // index into requests once accepted
+    std::deque<Step> steps;  // what is left to play
+    std::string partial;     // the rest of a packet the reader had no room for
+    bool fresh = true;       // a packet may be handed out in this pass
   };
   int next_descriptor_ = 1000;
   int accepted_ = 0;
