@@ -158,7 +158,7 @@ class DispatchingConnection final : public Connection {
   }
   using Connection::Execute;
   std::unique_ptr<Recordset> Execute(const std::string& sql, const std::vector<Variant>& params) override {
-    if (!backend_) throw DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
+    if (!backend_) throw ObjectClosedError();
     return backend_->Execute(sql, params);
   }
   int32_t State() const override { return backend_ ? backend_->State() : kAdStateClosed; }
@@ -189,6 +189,10 @@ Variant Recordset::Field(std::string_view name) const {
   throw DatabaseError(kErrItemNotFound,
                       "Item cannot be found in the collection corresponding to the requested name or ordinal (" +
                           std::string(name) + ")");
+}
+
+DatabaseError ObjectClosedError() {
+  return DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
 }
 
 ConnectionFactory* ConnectionFactory::Default() {

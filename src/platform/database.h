@@ -45,6 +45,9 @@ class DatabaseError : public RuntimeError {
   std::string sqlstate_;
 };
 
+// The error of a call on a connection or record set that is closed (3704).
+DatabaseError ObjectClosedError();
+
 // The rows of one SELECT, read forward. Field values: NULL is Variant::null(); whole numbers are Long when
 // they fit 32 bits and Double otherwise; reals are Double; everything else is a String (UTF-8).
 class Recordset {
