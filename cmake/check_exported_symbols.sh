@@ -7,8 +7,9 @@ lib=$1
 include=$2
 
 # The names the public headers export: classes and functions marked HALQVANTOR_API.
-names=$(grep -hoE 'HALQVANTOR_API [^(;{]*' "$include"/halqvantor/*.h |
-        sed -E 's/^HALQVANTOR_API //; s/[[:space:]]*:.*$//; s/.*[^A-Za-z0-9_]//' | sort -u | paste -sd'|')
+names=$(grep -hE 'HALQVANTOR_API ' "$include"/halqvantor/*.h | grep -vE '^[[:space:]]*(//|#)' |
+        grep -oE 'HALQVANTOR_API [^(;{]*' |
+        sed -E 's/^.*HALQVANTOR_API //; s/ : .*$//; s/[[:space:]]+$//; s/.*[^A-Za-z0-9_]//' | sort -u | paste -sd'|')
 [ -n "$names" ] || { echo "no HALQVANTOR_API declarations found under $include" >&2; exit 1; }
 allowed="^((typeinfo( name)? for|vtable for|non-virtual thunk to) )?halqvantor::(dispatch::)?($names)(::|\\(|$)"
 
