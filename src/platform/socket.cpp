@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <map>
 
 #include "halqvantor/RuntimeError.h"
 
@@ -324,24 +323,25 @@ int RunEventPass(Network& waiter, bool wait) {
     if (s->HasDueEvents()) delivered += s->DeliverDueEvents();
   }
 
-  // Each network polls its own sockets; only the waiter's waits.
+  // Each network polls its own sockets; only the waiter's waits. Most passes have one network.
   struct Group {
+    Network* network;
     std::vector<PollEntry> entries;
     std::vector<std::pair<Socket*, uint64_t>> owners;
   };
-  std::map<Network*, Group> groups;
-  groups[&waiter];
+  std::vector<Group> groups(1);
+  groups[0].network = &waiter;
   for (Socket* s : list) {
     const short wanted = s->WantedEvents();
     if (wanted == 0) continue;
-    Group& group = groups[&s->network()];
-    group.entries.push_back({s->Descriptor(), wanted, 0});
-    group.owners.emplace_back(s, s->Generation());
+    auto group = std::find_if(groups.begin(), groups.end(), [s](const Group& g) { return g.network == &s->network(); });
+    if (group == groups.end()) group = groups.insert(groups.end(), Group{&s->network(), {}, {}});
+    group->entries.push_back({s->Descriptor(), wanted, 0});
+    group->owners.emplace_back(s, s->Generation());
   }
   const int timeout = (delivered > 0 || !wait) ? 0 : waiter.EventWaitMs();
-  for (auto& [network, group] : groups) {
-    if (network != &waiter && group.entries.empty()) continue;
-    const int ready = network->Poll(group.entries, network == &waiter ? timeout : 0);
+  for (Group& group : groups) {
+    const int ready = group.network->Poll(group.entries, group.network == &waiter ? timeout : 0);
     if (ready <= 0) continue;
     for (size_t i = 0; i < group.entries.size(); ++i) {
       if (group.entries[i].ready == 0) continue;
