@@ -18,7 +18,7 @@
 #include "client.h"
 #include "server.h"
 #include "support/temp_dir.h"
-#include "users/text_encoding.h"
+#include "link/text_encoding.h"
 
 namespace {
 

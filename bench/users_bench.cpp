@@ -15,7 +15,7 @@
 #include "halqvantor/clsVantor.h"
 #include "platform/database.h"
 #include "support/temp_dir.h"
-#include "users/text_encoding.h"
+#include "link/text_encoding.h"
 
 namespace {
 

@@ -42,7 +42,7 @@ TEST_F(ArchiveDescription, ShortAnswersKeepTheOldRecordsButHandOutNothing) {
   Variant rights = "old";
   EXPECT_EQ(v().EASYGetArchiveDescriptionInit("K", "A", &rights), Variant(int32_t{0}));
   EXPECT_EQ(rights, Variant("R2"));
-  EXPECT_EQ(impl().description.FieldRecords.size(), 2u);
+  EXPECT_EQ(impl().archive_state.description.FieldRecords.size(), 2u);
   EXPECT_EQ(v().EASYGetArchiveDescriptionNext(), Variant(""));
   // No line at all: -1, but as a Long, and no edit rights.
   EXPECT_EQ(v().EASYGetArchiveDescriptionInit("K", "A", &rights), Variant(int32_t{-1}));

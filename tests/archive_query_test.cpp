@@ -74,7 +74,7 @@ TEST_F(ArchiveQuery, NoHitsHandsOutTheTitleLineOnce) {
   EXPECT_EQ(v().EASYQueryArchiveNext(), Variant("^Wert^"));
   EXPECT_EQ(v().EASYQueryArchiveNext(), Variant(""));
   EXPECT_EQ(v().EASYSortHitlistInit(0), 0);
-  EXPECT_EQ(archive::ToText(impl().hits.SortDirection), "DOWN");
+  EXPECT_EQ(archive::ToText(impl().archive_state.hits.SortDirection), "DOWN");
   EXPECT_EQ(SortedIds(v()), "");
   EXPECT_EQ(v().EASYSortHitlistNext(), Variant(""));
 }

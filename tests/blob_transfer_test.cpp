@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <memory>
 
-#include "support/installed_file_system.h"
 #include "support/session_fixture.h"
 
 namespace halqvantor {
@@ -66,24 +65,26 @@ TEST_F(BlobTransfer, LocalNamesThatLeaveTheFolderAreFileErrors) {
 }
 
 // Records every path the component hands to the file system.
-struct PathLog : testing::InstalledFileSystem {
+struct PathLog : platform::EnvWrapper {
+  using EnvWrapper::EnvWrapper;
   std::vector<std::string> paths;
   int OpenForBinaryWrite(const std::string& path, std::unique_ptr<platform::WritableFile>* file) override {
     paths.push_back(path);
-    return FileSystemWrapper::OpenForBinaryWrite(path, file);
+    return EnvWrapper::OpenForBinaryWrite(path, file);
   }
   int OpenForRead(const std::string& path, std::unique_ptr<platform::ReadableFile>* file) override {
     paths.push_back(path);
-    return FileSystemWrapper::OpenForRead(path, file);
+    return EnvWrapper::OpenForRead(path, file);
   }
   int FileSize(const std::string& path, int64_t* size) override {
     paths.push_back(path);
-    return FileSystemWrapper::FileSize(path, size);
+    return EnvWrapper::FileSize(path, size);
   }
 };
 
 TEST_F(BlobTransfer, WithoutALocalBlobFolderNothingIsOpenedAndNothingSent) {
-  PathLog disk;
+  PathLog disk(&clock_);
+  SetEnvironment(v(), &disk);
   v().strBlobPathLocal = "";
   const std::string error = "76 - Path not found: no local blob folder set";
   Variant status;
@@ -114,7 +115,7 @@ TEST(TransferAndUpload, ExchangeFailuresAndTheBusyGuard) {
   TempDir blob;
   testing::WriteFile(blob.File("u.bin"), "data");
   OnFreshThread([&] {
-    GatewaySession s(ScriptedGateway::UnusedPort());
+    GatewaySession s(ScriptedGateway::UnusedPort(), &clock);
     clsVantor& v = s.object();
     v.strBlobPathLocal = blob.path();
     Variant status;
@@ -161,8 +162,9 @@ TEST_F(ServerUpload, TheWireCarriesTheRequestLineAndTheFileAsOneStream) {
 }
 
 // Reads fail after the first chunk of every file.
-class FailingReads : public testing::InstalledFileSystem {
+class FailingReads : public platform::EnvWrapper {
  public:
+  using EnvWrapper::EnvWrapper;
   int OpenForRead(const std::string& path, std::unique_ptr<platform::ReadableFile>* file) override {
     struct Failing : platform::ReadableFile {
       explicit Failing(std::unique_ptr<platform::ReadableFile> f) : inner(std::move(f)) {}
@@ -172,7 +174,7 @@ class FailingReads : public testing::InstalledFileSystem {
       std::unique_ptr<platform::ReadableFile> inner;
       int reads = 0;
     };
-    const int error = FileSystemWrapper::OpenForRead(path, file);
+    const int error = EnvWrapper::OpenForRead(path, file);
     if (error == 0) *file = std::make_unique<Failing>(std::move(*file));
     return error;
   }
@@ -195,7 +197,8 @@ TEST_F(ServerUpload, LocalFileFailuresEndInTheFileErrorHandler) {
   EXPECT_EQ(gateway_.connections(), 0);
   EXPECT_TRUE(Contains(s().LogLines(), "Datei-Fehler (53 - File not found)."));
 
-  FailingReads disk;
+  FailingReads disk(&clock_);
+  SetEnvironment(v(), &disk);
   EXPECT_EQ(v().EASYUploadFile("big", &status), kMinusOne);
   EXPECT_EQ(status, Variant("File Error (57 - Device I/O error)"));
   EXPECT_FALSE(s().impl().RequestPending);

@@ -25,6 +25,7 @@ std::string Body(const std::string& disposition, const std::string& content) {
 class BrowserUpload : public ::testing::Test {
  protected:
   BrowserUpload() {
+    SetEnvironment(v, &clock);
     v.strBlobPathLocal = blob.path();
     v.strDebugLogPath = logs.path();
     v.strSessionID = "S9";

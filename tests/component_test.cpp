@@ -23,6 +23,7 @@ TEST(ComponentObject, FirstObjectLogsItsLifeInFourLines) {
   FakeClock clock({{2002, 11, 15}, 14, 3, 7});
   OnFreshThread([&] {
     auto v = std::make_unique<clsVantor>();
+    SetEnvironment(*v, &clock);
     v->strDebugLogPath = dir.path();
     v->strSessionID = "S1";
     v->strREMOTEHOST = "gateway.example";
@@ -55,6 +56,7 @@ TEST(ComponentObject, LoggingOffTouchesNoFile) {
   std::filesystem::current_path(work.path());
   OnFreshThread([&] {
     clsVantor v;
+    SetEnvironment(v, &clock);
     v.strDebugLogPath = dir.path();
     v.strDebugLogPath = "";
     v.strSessionID = "S1";
@@ -76,6 +78,7 @@ TEST(ComponentObject, LoggingOffTouchesNoFile) {
   // An empty session id names the file ".LOG".
   {
     clsVantor v;
+    SetEnvironment(v, &clock);
     v.strDebugLogPath = dir.path();
     v.Init();
   }
@@ -87,6 +90,7 @@ TEST(ComponentObject, SessionIdChangedAfterInitSplitsTheLog) {
   FakeClock clock;
   OnFreshThread([&] {
     clsVantor v;
+    SetEnvironment(v, &clock);
     v.strDebugLogPath = dir.path();
     v.strSessionID = "A";
     v.Init();
@@ -106,6 +110,7 @@ TEST(ComponentObject, UnwritableLogChangesNothingButTheLine) {
   FakeClock clock;
   OnFreshThread([&] {
     clsVantor v;
+    SetEnvironment(v, &clock);
     v.strDebugLogPath = dir.File("missing/folder");
     v.strSessionID = "S";
     v.Init();
@@ -129,6 +134,7 @@ TEST(ComponentObject, InitLogsItsFailuresAndReturns) {
   FakeClock clock;
   OnFreshThread([&] {
     clsVantor v;
+    SetEnvironment(v, &clock);
     v.strDebugLogPath = dir.path();
     v.strSessionID = "S";
     v.Init(Variant("kein Wahrheitswert"));

@@ -174,9 +174,9 @@ TEST_F(DispatchCalls, TheObjectsOwnErrorsPassThroughAndOnStartPageTakesTheHostsC
   auto context = std::make_shared<MemoryScriptingContext>(std::make_shared<MemoryPageRequest>(std::vector<uint8_t>{}));
   std::vector<Variant> none;
   Invoke(v(), MemberNamed("OnStartPage"), none, context);
-  EXPECT_EQ(impl().context, context);
+  EXPECT_EQ(impl().document_state.context, context);
   Call(v(), "OnEndPage");
-  EXPECT_EQ(impl().context, nullptr);
+  EXPECT_EQ(impl().document_state.context, nullptr);
 }
 
 TEST(DispatchProperties, PutConvertsTheValueAndGetReadsIt) {

@@ -8,7 +8,6 @@
 #include <functional>
 #include <memory>
 
-#include "support/installed_file_system.h"
 #include "support/session_fixture.h"
 
 namespace halqvantor {
@@ -123,33 +122,33 @@ TEST(CutReplies, EveryOffsetByCloseResetOrStallEndsInTheMembersFailureWithinTheT
       ASSERT_TRUE(gateway.WaitAllClosed());
       EXPECT_EQ(OpenDescriptors(), descriptors);
       EXPECT_EQ(gateway.connections(), static_cast<int>(cases.size()));
-    });
+    }, {{2002, 11, 15}, 14, 3, 7}, &pump);
   }
 }
 
 // Fails the n-th call of one kind with "Disk full" (61) and counts the calls of every kind.
-class FaultyDisk : public testing::InstalledFileSystem {
+class FaultyDisk : public platform::EnvWrapper {
  public:
   enum Kind { kOpen, kWrite, kRename, kAppend, kKinds };
-  FaultyDisk(Kind kind, int at) : kind_(kind), at_(at) {}
+  FaultyDisk(Kind kind, int at, platform::Env* base) : EnvWrapper(base), kind_(kind), at_(at) {}
 
   int calls(Kind kind) const { return calls_[kind]; }
   bool Fails(Kind kind) { return ++calls_[kind] == at_ && kind == kind_; }
 
   int OpenForBinaryWrite(const std::string& path, std::unique_ptr<platform::WritableFile>* file) override {
     if (Fails(kOpen)) return 61;
-    const int error = FileSystemWrapper::OpenForBinaryWrite(path, file);
+    const int error = EnvWrapper::OpenForBinaryWrite(path, file);
     if (error == 0) *file = std::make_unique<Writes>(std::move(*file), *this);
     return error;
   }
   int OpenForRead(const std::string& path, std::unique_ptr<platform::ReadableFile>* file) override {
-    return Fails(kOpen) ? 61 : FileSystemWrapper::OpenForRead(path, file);
+    return Fails(kOpen) ? 61 : EnvWrapper::OpenForRead(path, file);
   }
   int RenameWithoutReplacing(const std::string& from, const std::string& to) override {
-    return Fails(kRename) ? 61 : FileSystemWrapper::RenameWithoutReplacing(from, to);
+    return Fails(kRename) ? 61 : EnvWrapper::RenameWithoutReplacing(from, to);
   }
   int AppendToFile(const std::string& path, std::string_view bytes) override {
-    return Fails(kAppend) ? 61 : FileSystemWrapper::AppendToFile(path, bytes);
+    return Fails(kAppend) ? 61 : EnvWrapper::AppendToFile(path, bytes);
   }
 
  private:
@@ -217,19 +216,21 @@ TEST(FileFaults, EachOpenWriteRenameAndAppendFailsCleanly) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    InFreshSession({{ScriptedGateway::Send(row.reply)}}, [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock&) {
+    InFreshSession({{ScriptedGateway::Send(row.reply)}}, [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
       clsVantor& v = s.object();
       v.strBlobPathLocal = blob.path();
       const int descriptors = OpenDescriptors();
       int calls = 0;
       {
-        FaultyDisk counting(FaultyDisk::kKinds, 0);
+        FaultyDisk counting(FaultyDisk::kKinds, 0, &clock);
+        testing::EnvScope use(v, &counting);
         EXPECT_EQ(row.run(v), row.good);
         calls = counting.calls(row.kind);
       }
       EXPECT_GT(calls, 0);
       for (int n = 1; n <= calls; ++n) {
-        FaultyDisk disk(row.kind, n);
+        FaultyDisk disk(row.kind, n, &clock);
+        testing::EnvScope use(v, &disk);
         EXPECT_EQ(row.run(v), row.faulty) << "call " << n;
         EXPECT_FALSE(s.impl().RequestPending);
       }

@@ -27,7 +27,7 @@
 #include "support/temp_dir.h"
 #include "text.h"
 #include "tiff.h"
-#include "users/text_encoding.h"
+#include "link/text_encoding.h"
 
 namespace halqvantor::gateway {
 namespace {

@@ -147,7 +147,7 @@ TEST(Wildcards, StarAndQuestionMarkAgainstWholeNames) {
 
 TEST(Files, SizesRenamesDeletesAndListings) {
   testing::TempDir dir;
-  platform::FileSystem& fs = platform::CurrentFileSystem();
+  platform::FileSystem& fs = *platform::FileSystem::Default();
   testing::WriteFile(dir.File("a"), "12345");
   testing::WriteFile(dir.File("b"), "x");
   std::filesystem::create_directory(dir.File("sub"));

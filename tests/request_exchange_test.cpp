@@ -1,3 +1,5 @@
+#include "link/request_exchange.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,19 +9,38 @@
 namespace halqvantor {
 namespace {
 
-using testing::FakeClock;
-using testing::GatewaySession;
 using testing::Exchange;
-using testing::InFreshSession;
-using testing::QuickPump;
-using testing::ScriptedGateway;
-using RequestExchange = testing::SessionTest;
-using RequestList = testing::SessionTest;
+using testing::FakeClock;
+using testing::FakeNetwork;
+using testing::GatewaySession;
+using testing::InFakeSession;
 
 const std::string kRequest = "^S1^,^u^,^ABA1^,^GetChannels^";
 
+// One object on a network inside the process, with a fake clock.
+class FakeLink : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    clock_.on_read = nullptr;
+    session_.reset();
+  }
+  GatewaySession& s() {
+    if (!session_) session_ = std::make_unique<GatewaySession>(4711, &net_);
+    return *session_;
+  }
+  void Answers(const std::vector<std::string>& payloads) {
+    for (const std::string& p : payloads) net_.scripts.push_back({FakeNetwork::Reply(p)});
+  }
+
+  FakeClock clock_;
+  FakeNetwork net_{&clock_};
+  std::unique_ptr<GatewaySession> session_;
+};
+using RequestExchange = FakeLink;
+using RequestList = FakeLink;
+
 TEST_F(RequestExchange, FramingAndTheLogOfOneGoodExchange) {
-  Answer("Status: OK\r\nEins");
+  Answers({"Status: OK\r\nEins"});
   const std::string request = s().impl().BuildRequest(
       {Variant("GetSegmentText"), Variant(""), Variant(int32_t{42}), Variant::null(), Variant("Müller^,^x")});
   // No escaping; a Null is an empty field; the password goes encoded.
@@ -30,7 +51,7 @@ TEST_F(RequestExchange, FramingAndTheLogOfOneGoodExchange) {
   EXPECT_EQ(response, "Status: OK\r\nEins");
   EXPECT_EQ(status, "");
   // On the wire: Windows-1252, one byte per character, no terminator.
-  EXPECT_EQ(Requests(), std::vector<std::string>{"^S1^,^u^,^ABA1^,^GetSegmentText^,^^,^42^,^^,^M\xFCller^,^x^"});
+  EXPECT_EQ(net_.requests, std::vector<std::string>{"^S1^,^u^,^ABA1^,^GetSegmentText^,^^,^42^,^^,^M\xFCller^,^x^"});
   EXPECT_EQ(s().LogLines(before),
             (std::vector<std::string>{
                 "Verbindungsaufbau.", "  Starte Warteschleife für Anfrageergebnis.", "    Winsock(1)-Connect-Event.",
@@ -41,11 +62,11 @@ TEST_F(RequestExchange, FramingAndTheLogOfOneGoodExchange) {
                 "  Beende Warteschleife für Anfrageergebnis.", "Trennen der Verbindung (letzter Status: 7).",
                 "Weitergabe Abfrageergebnis an IIS (Status: OK", "Eins)"}));
   EXPECT_EQ(s().socket().State(), platform::kSckClosed);
+  EXPECT_EQ(net_.open_sockets(), 0);
 }
 
 TEST_F(RequestExchange, ANestedRequestIsRefusedOnceAndTheNextOneRuns) {
-  gateway_.Script({ScriptedGateway::Await(), testing::Answer("Status: OK\r\nA")});
-  Answer("Status: OK\r\nB");
+  Answers({"Status: OK\r\nA", "Status: OK\r\nB"});
   s();  // Init'ed before the clock hook looks at the socket
   std::string nested_response = "untouched", nested_status;
   bool nested = false;
@@ -54,7 +75,6 @@ TEST_F(RequestExchange, ANestedRequestIsRefusedOnceAndTheNextOneRuns) {
     if (nested || s().socket().State() != platform::kSckConnected) return;
     nested = true;
     EXPECT_FALSE(s().impl().RequestExchange(kRequest, nested_response, nested_status));
-    gateway_.Continue();
   };
   std::string response, status;
   EXPECT_TRUE(s().impl().RequestExchange(kRequest, response, status)) << status;
@@ -71,24 +91,24 @@ TEST_F(RequestExchange, ANestedRequestIsRefusedOnceAndTheNextOneRuns) {
 }
 
 TEST(WaitForReply, TimeOutsCountClockSeconds) {
-  QuickPump pump;
   // The gateway's close plays no part: the wait ends with the time-out, 5 clock seconds and a little on.
-  InFreshSession({{ScriptedGateway::Send("TotalBytes:10\r\nHal"), ScriptedGateway::Close()}},
-                 [](GatewaySession& s, ScriptedGateway&, FakeClock& clock) {
-                   int seconds = 0;
-                   clock.on_read = [&](FakeClock& c) {
-                     if (s.socket().State() == platform::kSckClosing) c.AdvanceSeconds(1), ++seconds;
-                   };
-                   EXPECT_EQ(Exchange(s, kRequest).status, "Timeout of 5 seconds occured waiting for server response.");
-                   const std::vector<std::string> lines = s.LogLines();
-                   EXPECT_NE(std::find(lines.begin(), lines.end(), "    Winsock(1)-Close-Event."), lines.end());
-                   EXPECT_EQ(lines.back(), "Timeout-Fehler (last winsock state: 8).");
-                   EXPECT_EQ(s.socket().State(), platform::kSckClosed);
-                   EXPECT_GE(seconds, 6);
-                   EXPECT_LE(seconds, 9);
-                 });
+  InFakeSession({{FakeNetwork::Packet("TotalBytes:10\r\nHal"), FakeNetwork::Close()}},
+                [](GatewaySession& s, FakeNetwork& net, FakeClock& clock) {
+                  int seconds = 0;
+                  clock.on_read = [&](FakeClock& c) {
+                    if (s.socket().State() == platform::kSckClosing) c.AdvanceSeconds(1), ++seconds;
+                  };
+                  EXPECT_EQ(Exchange(s, kRequest).status, "Timeout of 5 seconds occured waiting for server response.");
+                  const std::vector<std::string> lines = s.LogLines();
+                  EXPECT_NE(std::find(lines.begin(), lines.end(), "    Winsock(1)-Close-Event."), lines.end());
+                  EXPECT_EQ(lines.back(), "Timeout-Fehler (last winsock state: 8).");
+                  EXPECT_EQ(s.socket().State(), platform::kSckClosed);
+                  EXPECT_EQ(net.open_sockets(), 0);
+                  EXPECT_GE(seconds, 6);
+                  EXPECT_LE(seconds, 9);
+                });
   // A time-out of 0 ends at the first look after the second changed.
-  InFreshSession({{ScriptedGateway::Silence()}}, [](GatewaySession& s, ScriptedGateway&, FakeClock& clock) {
+  InFakeSession({{}}, [](GatewaySession& s, FakeNetwork&, FakeClock& clock) {
     s.object().lngREQUESTTIMEOUT = 0;
     s.object().strDebugLogPath = "";  // only the waits read the clock
     int reads = 0;
@@ -99,24 +119,27 @@ TEST(WaitForReply, TimeOutsCountClockSeconds) {
     EXPECT_EQ(reads, 6);
   });
   // A wait that starts before midnight cannot time out after it.
-  InFreshSession(
-      {{ScriptedGateway::Await(), testing::Answer("Status: OK")}},
-      [](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
-        s.object().lngREQUESTTIMEOUT = 2;
-        int advanced = 0;
-        clock.on_read = [&](FakeClock& c) {
-          if (gateway.Requests() != std::vector<std::string>{kRequest}) return;  // until the reply wait
-          c.AdvanceSeconds(5);
-          if (++advanced == 5) gateway.Continue();  // 00:00:23
-        };
-        const auto got = Exchange(s, kRequest);
-        EXPECT_TRUE(got.ok) << got.status;
-        EXPECT_GE(advanced, 5);
-      },
-      {{2002, 11, 15}, 23, 59, 58});
+  FakeClock clock({{2002, 11, 15}, 23, 59, 58});
+  FakeNetwork net(&clock);
+  net.scripts = {{FakeNetwork::Reply("Status: OK")}};
+  testing::OnFreshThread([&] {
+    GatewaySession s(4711, &net);
+    s.object().lngREQUESTTIMEOUT = 2;
+    int advanced = 0;
+    net.hold = true;
+    clock.on_read = [&](FakeClock& c) {
+      if (net.requests != std::vector<std::string>{kRequest}) return;  // until the reply wait
+      c.AdvanceSeconds(5);
+      if (++advanced == 5) net.hold = false;  // 00:00:23
+    };
+    const auto got = Exchange(s, kRequest);
+    EXPECT_TRUE(got.ok) << got.status;
+    EXPECT_GE(advanced, 5);
+    clock.on_read = nullptr;
+  });
 }
 
-TEST_F(RequestList, RowsAfterTheStatusLine) {
+TEST(ReplyRows, SplitAfterTheStatusLine) {
   const std::vector<std::pair<std::string, std::vector<std::string>>> good = {
       {"Status: OK", {}},
       {"Status: OK\r\n", {}},
@@ -124,99 +147,105 @@ TEST_F(RequestList, RowsAfterTheStatusLine) {
       {"Status: OK\r\nEins\r\n\r\nDrei\r\n", {"Eins", "", "Drei"}},
       {"Status: OK\r\nx\ry\r", {"x\ry\r"}},
   };
+  for (const auto& [payload, rows] : good) {
+    std::vector<std::string> got = {"old"};
+    SplitReplyRows(payload, got);
+    EXPECT_EQ(got, rows) << payload;
+  }
   const std::vector<std::pair<std::string, std::string>> bad = {
       {"Status: Error 3 Archiv unbekannt\r\nEins", "Error 3 Archiv unbekannt"},
       {"Status: ok", "ok"},
       {"", ""},  // shorter than seven characters: the whole line
       {"Stat\r\nEins", "Stat"},
   };
-  for (const auto& c : good) Answer(c.first);
-  for (const auto& c : bad) Answer(c.first);
-  clsVantor::Impl& d = s().impl();
-  for (const auto& [payload, rows] : good) {
-    d.ResultCursor = 1;
-    std::string status = "old";
-    EXPECT_TRUE(d.RequestList(kRequest, status)) << payload;
-    EXPECT_EQ(status, "");  // the exchange cleared it
-    EXPECT_EQ(d.ResultRows, rows);
-    EXPECT_EQ(d.ResultCount, static_cast<int32_t>(rows.size()));
-    EXPECT_EQ(d.ResultCursor, 0);
-  }
-  for (const auto& [payload, text] : bad) {
-    std::string status;
-    EXPECT_FALSE(d.RequestList(kRequest, status)) << payload;
-    EXPECT_EQ(status, text);
-    EXPECT_TRUE(d.ResultRows.empty());
-    EXPECT_EQ(d.ResultCount, 0);
-  }
+  for (const auto& [payload, text] : bad) EXPECT_EQ(FailureStatusText(StatusLineOf(payload)), text) << payload;
 }
 
 TEST(BusyAnswers, AreRetriedEveryThreeSecondsUntilTheRetryPeriodEnds) {
-  QuickPump pump;
   for (const auto& [code, retried] :
        std::vector<std::pair<std::string, bool>>{{"1", true}, {"12", true}, {"7", true}, {"2", false}}) {
-    InFreshSession({{testing::Answer("Status: Error " + code + " x\r\n")}},
-                   [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
-                     s.object().lngREQUESTTIMEOUT = 30;
-                     s.object().strDebugLogPath = "";
-                     // Time passes between the exchanges only, a second per look at the clock.
-                     clock.on_read = [&](FakeClock& c) {
-                       if (s.socket().State() == platform::kSckClosed) c.AdvanceSeconds(1);
-                     };
-                     std::string status;
-                     EXPECT_FALSE(s.impl().RequestList(kRequest, status));
-                     EXPECT_EQ(status, "Error " + code + " x");
-                     // Pause(3) reads the clock 4 times, the retry test once: 5 seconds a try, until 30 passed.
-                     EXPECT_EQ(gateway.connections(), retried ? 7 : 1) << code;
-                   });
+    InFakeSession({{FakeNetwork::Reply("Status: Error " + code + " x\r\n")}},
+                  [&](GatewaySession& s, FakeNetwork& net, FakeClock& clock) {
+                    s.object().lngREQUESTTIMEOUT = 30;
+                    s.object().strDebugLogPath = "";
+                    // Time passes between the exchanges only, a second per look at the clock.
+                    clock.on_read = [&](FakeClock& c) {
+                      if (s.socket().State() == platform::kSckClosed) c.AdvanceSeconds(1);
+                    };
+                    std::string status;
+                    EXPECT_FALSE(s.impl().RequestList(kRequest, status));
+                    EXPECT_EQ(status, "Error " + code + " x");
+                    // Pause(3) reads the clock 4 times, the retry test once: 5 seconds a try, until 30 passed.
+                    EXPECT_EQ(net.requests.size(), retried ? 7u : 1u) << code;
+                  });
   }
-  InFreshSession({{testing::Answer("Status: Error 1 busy")}, {testing::Answer("Status: OK\r\nrow")}},
-                 [](GatewaySession& s, ScriptedGateway&, FakeClock& clock) {
-                   clock.on_read = [](FakeClock& c) { c.AdvanceSeconds(1); };
-                   s.object().lngREQUESTTIMEOUT = 1000;
-                   std::string status;
-                   EXPECT_TRUE(s.impl().RequestList(kRequest, status)) << status;
-                   EXPECT_EQ(s.impl().ResultRows, std::vector<std::string>{"row"});
-                 });
+  InFakeSession({{FakeNetwork::Reply("Status: Error 1 busy")}, {FakeNetwork::Reply("Status: OK\r\nrow")}},
+                [](GatewaySession& s, FakeNetwork&, FakeClock& clock) {
+                  clock.on_read = [](FakeClock& c) { c.AdvanceSeconds(1); };
+                  s.object().lngREQUESTTIMEOUT = 1000;
+                  std::string status;
+                  EXPECT_TRUE(s.impl().RequestList(kRequest, status)) << status;
+                  EXPECT_EQ(s.impl().ResultRows, std::vector<std::string>{"row"});
+                });
 }
 
-TEST_F(RequestList, MalformedRepliesEndWithinTheTimeOut) {
-  const std::vector<std::string> replies = {"",
-                                            "TotalBytes:",
-                                            "TotalBytes:\r\n",
-                                            "TotalBytes:-1\r\n",
-                                            "TotalBytes:1e3\r\nStatus: OK",
-                                            "TotalBytes:&HFF\r\nStatus: OK\r\n",
-                                            "TotalBytes:2147483647\r\nStatus: OK\r\nrow",
-                                            "TotalBytes:4\r\n\r\n\r\n",
-                                            "TotalBytes:5\r\n\xFF\xFE\r\n\x00",
-                                            "\r\n\r\nTotalBytes:3\r\nabc",
-                                            std::string("\0\1TotalBytes:1\r\n", 17)};
-  QuickPump pump;
-  for (size_t i = 0; i < replies.size(); ++i) {
-    gateway_.Script({ScriptedGateway::Send(replies[i]), i % 2 ? ScriptedGateway::Reset() : ScriptedGateway::Close()});
+TEST_F(RequestList, MalformedRepliesEachEndInTheirStatusWithinTheTimeOut) {
+  const std::string kTimeout = "Timeout of 2 seconds occured waiting for server response.";
+  const std::string kReset = "Winsock Error (10054 - Connection is reset by remote side)";
+  auto arrival = [](const std::string& error) { return "Winsock Error (DataArrival Error (" + error + "))"; };
+  struct Case {
+    std::string reply;
+    bool reset;  // else the gateway closes after the reply
+    std::string status;
+  };
+  const std::vector<Case> cases = {
+      {"", false, kTimeout},
+      {"", true, kReset},
+      {"TotalBytes:", true, arrival("5 - Invalid procedure call or argument")},
+      {"TotalBytes:\r\n", false, arrival("13 - Type mismatch")},
+      {"TotalBytes:-1\r\n", true, ""},  // complete at once, and no status line
+      {"TotalBytes:1e3\r\nStatus: OK", false, kTimeout},
+      {"TotalBytes:&HFF\r\nStatus: OK\r\n", true, kReset},
+      {"TotalBytes:2147483647\r\nStatus: OK\r\nrow", false,
+       "Reply too large (2147483647 bytes announced, the limit is 1073741824 bytes)."},
+      {"TotalBytes:4\r\n\r\n\r\n", true, ""},
+      {"TotalBytes:5\r\n\xFF\xFE\r\n", false, kTimeout},  // one byte short
+      // Without the header a packet is payload: it follows the last reply, which is complete already.
+      {"\r\n\r\nTotalBytes:3\r\nabc", true, "\xC3\xBF\xC3\xBE"},
+      {std::string("\0\1TotalBytes:1\r\n", 17), false, "\xC3\xBF\xC3\xBE"},
+  };
+  for (const Case& c : cases) {
+    net_.scripts.push_back({FakeNetwork::Packet(c.reply), c.reset ? FakeNetwork::Reset() : FakeNetwork::Close()});
   }
-  Answer("Status: OK\r\nok");
+  Answers({"Status: OK\r\nEins\r\n\r\nDrei"});
   s().object().lngREQUESTTIMEOUT = 2;
   s().object().strDebugLogPath = "";
   clock_.on_read = [&](FakeClock& c) {
     if (s().socket().State() == platform::kSckClosing) c.AdvanceSeconds(1);
   };
-  for (size_t i = 0; i <= replies.size(); ++i) {
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(c.reply));
     std::string status;
-    const bool ok = s().impl().RequestList(kRequest, status);
-    EXPECT_EQ(s().impl().ResultCount, static_cast<int32_t>(s().impl().ResultRows.size()));
+    EXPECT_FALSE(s().impl().RequestList(kRequest, status));
+    EXPECT_EQ(status, c.status);
+    EXPECT_TRUE(s().impl().ResultRows.empty() && s().impl().ResultCount == 0);
     EXPECT_FALSE(s().impl().RequestPending);
-    if (i == replies.size()) {
-      EXPECT_TRUE(ok) << status;  // and the link still works
-    }
   }
+  // The link still works: the rows after the status line, the status cleared, the walk at its start.
+  s().impl().ResultCursor = 1;
+  std::string status = "old";
+  EXPECT_TRUE(s().impl().RequestList(kRequest, status)) << status;
+  EXPECT_EQ(status, "");
+  EXPECT_EQ(s().impl().ResultRows, (std::vector<std::string>{"Eins", "", "Drei"}));
+  EXPECT_EQ(s().impl().ResultCount, 3);
+  EXPECT_EQ(s().impl().ResultCursor, 0);
 }
 
 TEST(Pause, LastsWholeSecondsOfTheClockAlsoOverMidnight) {
   FakeClock clock({{2002, 11, 15}, 23, 59, 58});
   clock.on_read = [](FakeClock& c) { c.AdvanceSeconds(1); };
   clsVantor v;
+  SetEnvironment(v, &clock);
   VantorAccess::Of(v).Pause(3);
   EXPECT_EQ(clock.reads(), 4);  // 23:59:59 at the start, then 00:00:00, 00:00:01, 00:00:02
 }

@@ -4,7 +4,6 @@
 
 #include <filesystem>
 
-#include "support/installed_file_system.h"
 #include "support/session_fixture.h"
 
 namespace halqvantor {
@@ -106,12 +105,14 @@ TEST_F(SegmentFiles, ExtensionMappingRenamesInTheLocalFolder) {
   EXPECT_EQ(testing::RuntimeErrorNumber([&] { v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}); }), 13);
 
   // Without a local blob folder there is nothing to rename (never "/A1.TIF"); the name is mapped all the same.
-  struct NoRenames : testing::InstalledFileSystem {
+  struct NoRenames : platform::EnvWrapper {
+    using EnvWrapper::EnvWrapper;
     int RenameWithoutReplacing(const std::string& from, const std::string&) override {
       ADD_FAILURE() << "renamed " << from;
       return 53;
     }
-  } disk;
+  } disk(&clock_);
+  SetEnvironment(v(), &disk);
   v().strBlobPathLocal = "";
   EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), kOne);
   EXPECT_EQ(name, Variant("A1.pdf"));

@@ -1,45 +1,30 @@
+#include "link/socket_events.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
-#include <tuple>
 
 #include "platform/files.h"
-#include "support/installed_file_system.h"
 #include "support/session_fixture.h"
 
 namespace halqvantor {
 namespace {
 
-using testing::Answer;
-using testing::FakeClock;
-using testing::GatewaySession;
 using testing::Exchange;
-using testing::InFreshSession;
-using testing::ScriptedGateway;
+using testing::FakeClock;
+using testing::FakeNetwork;
+using testing::GatewaySession;
+using testing::InFakeSession;
+using Step = FakeNetwork::Step;
 
 const std::string kRequest = "^S1^,^u^,^p^,^Test^";
 
-// One Send per chunk, each after the component has taken the one before: one DataArrival per chunk.
-std::vector<ScriptedGateway::Step> Chunks(const std::vector<std::string>& chunks) {
-  std::vector<ScriptedGateway::Step> steps;
-  for (const std::string& c : chunks) {
-    if (!steps.empty()) steps.push_back(ScriptedGateway::Await());
-    steps.push_back(ScriptedGateway::Send(c));
-  }
+std::vector<Step> Packets(const std::vector<std::string>& chunks) {
+  std::vector<Step> steps;
+  for (const std::string& c : chunks) steps.push_back(FakeNetwork::Packet(c));
   return steps;
-}
-
-// Lets the gateway go on whenever the slot's reception has moved on (the component reads the clock in
-// every wait pass and for every log line).
-void ReleaseOnProgress(FakeClock& clock, GatewaySession& s, ScriptedGateway& gateway) {
-  auto now = [&s] {
-    return std::make_tuple(s.state().BytesReceived, s.state().BytesToReceive, s.state().Response.size());
-  };
-  clock.on_read = [&gateway, now, last = now()](FakeClock&) mutable {
-    if (now() != last) gateway.Continue();
-    last = now();
-  };
 }
 
 // The log lines that tell how the packets were taken.
@@ -77,47 +62,78 @@ TEST(Reception, RepliesEndWhenTheAnnouncedBytesAreIn) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.response);
-    InFreshSession({Chunks(c.chunks)}, [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
-      ReleaseOnProgress(clock, s, gateway);
+    InFakeSession({Packets(c.chunks)}, [&](GatewaySession& s, FakeNetwork& net, FakeClock&) {
       const auto got = Exchange(s, kRequest);
       EXPECT_TRUE(got.ok) << got.status;
       EXPECT_EQ(got.response, c.response);
       EXPECT_TRUE(s.state().Ready);
       EXPECT_EQ(ReceptionLines(s), c.lines);
+      EXPECT_EQ(net.requests, std::vector<std::string>{kRequest});
+      EXPECT_EQ(net.open_sockets(), 0);
     });
   }
 }
 
-TEST(Reception, HeadersThatAreNotRecognised) {
-  for (const auto& [reply, error] : std::vector<std::pair<std::string, std::string>>{
-           {"TotalBytes:5", "5 - Invalid procedure call or argument"},  // no CR LF (yet)
-           {"TotalBytes:abc\r\nHallo", "13 - Type mismatch"},
-           {"TotalBytes:99999999999\r\nHallo", "6 - Overflow"}}) {
-    InFreshSession({{ScriptedGateway::Send(reply), ScriptedGateway::Silence()}},
-                   [&](GatewaySession& s, ScriptedGateway&, FakeClock&) {
-                     const auto got = Exchange(s, kRequest);
-                     EXPECT_FALSE(got.ok);
-                     EXPECT_EQ(got.status, "Winsock Error (DataArrival Error (" + error + "))");
-                     EXPECT_FALSE(s.state().Ready);
-                     std::vector<std::string> lines = s.LogLines();
-                     EXPECT_EQ(lines[lines.size() - 4], "    Error occured: DataArrival Error (" + error + ").");
-                     EXPECT_EQ(lines.back(), "Winsock-Fehler (DataArrival Error (" + error + ") - 7).");
-                     // The connection stays open; the next request closes it first.
-                     EXPECT_FALSE(Exchange(s, kRequest).ok);
-                     EXPECT_EQ(s.LogLines(lines.size())[0],
-                               "Schließe noch offene Verbindung (letzter Winsock-Status: 0).");
-                   });
+TEST(Reception, PacketsFedDirectly) {
+  struct Case {
+    std::string first, next;  // the next packet only when the first is taken
+    std::string response, error;
+    int32_t received, announced;
+  };
+  const Case cases[] = {
+      {"TotalBytes:4\r\nab", "c\xE4", "abcä", "", 4, 4},
+      {"TotalBytes:0\r\n", "", "", "", 0, 0},
+      {"TotalBytes:5", "", "", "5 - Invalid procedure call or argument", 0, 0},  // no CR LF
+      {"TotalBytes:\r\nx", "", "", "13 - Type mismatch", 0, 0},
+      {"TotalBytes:abc\r\nHallo", "", "", "13 - Type mismatch", 0, 0},
+      {"TotalBytes:99999999999\r\nHallo", "", "", "6 - Overflow", 0, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.first);
+    SlotState slot;
+    slot.Response = "old";
+    try {
+      ReceiveFirstPacket(slot, c.first);
+      if (!c.next.empty()) ReceiveNextPacket(slot, c.next);
+      EXPECT_EQ(c.error, "");
+      EXPECT_EQ(slot.Response, c.response);
+    } catch (const RuntimeError& e) {
+      EXPECT_EQ(std::to_string(e.number()) + " - " + e.description(), c.error);
+      EXPECT_EQ(slot.Response, "old");  // unchanged when it raises
+    }
+    EXPECT_EQ(slot.BytesReceived, c.received);
+    EXPECT_EQ(slot.BytesToReceive, c.announced);
   }
+  SlotState slot;
+  slot.MaxReplyBytes = 3;
+  EXPECT_THROW(ReceiveFirstPacket(slot, "TotalBytes:4\r\n"), ReplyTooLarge);
+  ReceiveFirstPacket(slot, "TotalBytes:3\r\nab");
+  EXPECT_THROW(ReceiveNextPacket(slot, "cd"), ReplyTooLarge);
+  EXPECT_EQ(slot.BytesReceived, 2);
+}
+
+TEST(Reception, AHeaderThatFailsEndsTheWaitAndTheNextRequestClosesTheConnection) {
+  const std::string error = "13 - Type mismatch";
+  InFakeSession({Packets({"TotalBytes:abc\r\nHallo"})}, [&](GatewaySession& s, FakeNetwork&, FakeClock&) {
+    const auto got = Exchange(s, kRequest);
+    EXPECT_EQ(got.status, "Winsock Error (DataArrival Error (" + error + "))");
+    EXPECT_FALSE(s.state().Ready);
+    std::vector<std::string> lines = s.LogLines();
+    EXPECT_EQ(lines[lines.size() - 4], "    Error occured: DataArrival Error (" + error + ").");
+    EXPECT_EQ(lines.back(), "Winsock-Fehler (DataArrival Error (" + error + ") - 7).");
+    EXPECT_FALSE(Exchange(s, kRequest).ok);
+    EXPECT_EQ(s.LogLines(lines.size())[0], "Schließe noch offene Verbindung (letzter Winsock-Status: 0).");
+  });
   // A header split inside its keyword is no header: the piece follows whatever the slot held, and a slot
   // with a complete reply is complete again at once.
-  InFreshSession({{Answer("Hallo")}, Chunks({"Total", "Bytes:5\r\nWelt!"})},
-                 [&](GatewaySession& s, ScriptedGateway&, FakeClock&) {
-                   ASSERT_TRUE(Exchange(s, kRequest).ok);
-                   const auto got = Exchange(s, kRequest);
-                   ASSERT_TRUE(got.ok) << got.status;
-                   EXPECT_EQ(got.response, "HalloTotal");
-                   EXPECT_EQ(ReceptionLines(s).back(), End(10, 5));
-                 });
+  InFakeSession({{FakeNetwork::Reply("Hallo")}, Packets({"Total", "Bytes:5\r\nWelt!"})},
+                [&](GatewaySession& s, FakeNetwork&, FakeClock&) {
+                  ASSERT_TRUE(Exchange(s, kRequest).ok);
+                  const auto got = Exchange(s, kRequest);
+                  ASSERT_TRUE(got.ok) << got.status;
+                  EXPECT_EQ(got.response, "HalloTotal");
+                  EXPECT_EQ(ReceptionLines(s).back(), End(10, 5));
+                });
 }
 
 TEST(Reception, RepliesPastTheObjectsLimitFailAtOnceAndTheSlotGoesOn) {
@@ -137,45 +153,141 @@ TEST(Reception, RepliesPastTheObjectsLimitFailAtOnceAndTheSlotGoesOn) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.chunks[0]);
-    InFreshSession({Chunks(c.chunks), {Answer("next")}}, [&](GatewaySession& s, ScriptedGateway& gateway,
-                                                             FakeClock& clock) {
-      Options(s.object()).max_reply_bytes = 10;
-      ReleaseOnProgress(clock, s, gateway);
-      const auto got = Exchange(s, kRequest);
-      EXPECT_EQ(got.ok, c.status.empty());
-      EXPECT_EQ(got.status, c.status);
-      EXPECT_EQ(s.socket().State(), platform::kSckClosed);
-      const std::vector<std::string> lines = s.LogLines();
-      EXPECT_EQ(std::count(lines.begin(), lines.end(), c.line), c.line.empty() ? 0 : 1);
-      // The slot serves the next request as usual.
-      const auto next = Exchange(s, kRequest);
-      EXPECT_TRUE(next.ok) << next.status;
-      EXPECT_EQ(next.response, "next");
-    });
+    InFakeSession({Packets(c.chunks), {FakeNetwork::Reply("next")}},
+                  [&](GatewaySession& s, FakeNetwork& net, FakeClock&) {
+                    Options(s.object()).max_reply_bytes = 10;
+                    const auto got = Exchange(s, kRequest);
+                    EXPECT_EQ(got.ok, c.status.empty());
+                    EXPECT_EQ(got.status, c.status);
+                    EXPECT_EQ(s.socket().State(), platform::kSckClosed);
+                    EXPECT_EQ(net.open_sockets(), 0);
+                    const std::vector<std::string> lines = s.LogLines();
+                    EXPECT_EQ(std::count(lines.begin(), lines.end(), c.line), c.line.empty() ? 0 : 1);
+                    // The slot serves the next request as usual.
+                    const auto next = Exchange(s, kRequest);
+                    EXPECT_TRUE(next.ok) << next.status;
+                    EXPECT_EQ(next.response, "next");
+                  });
   }
 }
 
-TEST(SocketErrors, RefusedConnectionAndUnknownHost) {
-  for (const auto& [host, number, words] : std::vector<std::tuple<std::string, std::string, std::string>>{
-           {"127.0.0.1", "10061", "Connection is forcefully rejected"},
-           {"no-such-host.invalid", "11001", "Authoritative answer: Host not found"}}) {
-    InFreshSession({}, [&](GatewaySession& s, ScriptedGateway&, FakeClock&) {
-      s.socket().RemotePort = ScriptedGateway::UnusedPort();
-      s.socket().RemoteHost = host;
+TEST(SocketErrors, ResolverConnectAndTransferFailuresInTheControlsWords) {
+  using platform::AddressFamily;
+  const platform::SocketAddress v6{AddressFamily::kIPv6, "::1", {}}, v4{AddressFamily::kIPv4, "127.0.0.1", {}};
+  struct Case {
+    const char* what;
+    std::function<void(FakeNetwork&, GatewaySession&)> arrange;
+    std::string error;  // "" when the exchange succeeds
+    std::vector<std::string> tried;
+  };
+  const std::vector<Case> cases = {
+      {"unknown host",
+       [](FakeNetwork&, GatewaySession& s) { s.socket().RemoteHost = "no-such-host"; },
+       "11001 - Authoritative answer: Host not found",
+       {}},
+      {"resolver timed out",
+       [](FakeNetwork& n, GatewaySession& s) {
+         n.resolver_error = {11002, "Non-Authoritative answer: Host not found"};
+         s.socket().RemoteHost = "slow-name";
+       },
+       "11002 - Non-Authoritative answer: Host not found",
+       {}},
+      {"refused",
+       [](FakeNetwork& n, GatewaySession&) { n.refused["127.0.0.1"] = ECONNREFUSED; },
+       "10061 - Connection is forcefully rejected",
+       {"127.0.0.1"}},
+      {"refused at once",
+       [](FakeNetwork& n, GatewaySession&) {
+         n.refused["127.0.0.1"] = ECONNREFUSED;
+         n.at_once = true;
+       },
+       "10061 - Connection is forcefully rejected",
+       {"127.0.0.1"}},
+      {"IPv6 refused, IPv4 taken",
+       [&](FakeNetwork& n, GatewaySession& s) {
+         n.hosts["dual"] = {v6, v4};
+         n.refused["::1"] = ECONNREFUSED;
+         s.socket().RemoteHost = "dual";
+       },
+       "",
+       {"::1", "127.0.0.1"}},
+      {"both unreachable, the last failure counts",
+       [&](FakeNetwork& n, GatewaySession& s) {
+         n.hosts["dual"] = {v6, v4};
+         n.refused["::1"] = ECONNREFUSED;
+         n.refused["127.0.0.1"] = ETIMEDOUT;
+         s.socket().RemoteHost = "dual";
+       },
+       "10060 - Connection timed out",
+       {"::1", "127.0.0.1"}},
+      {"reset while reading",
+       [](FakeNetwork& n, GatewaySession&) { n.scripts = {{FakeNetwork::Reset()}}; },
+       "10054 - Connection is reset by remote side",
+       {"127.0.0.1"}},
+      {"reset while sending",
+       [](FakeNetwork& n, GatewaySession&) { n.send_error = EPIPE; },
+       "10054 - Connection is reset by remote side",
+       {"127.0.0.1"}},
+      {"local port in use",
+       [](FakeNetwork& n, GatewaySession& s) {
+         n.ports_in_use = {5000};
+         s.socket().LocalPort = 5000;
+       },
+       "10048 - Address in use",
+       {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    InFakeSession({{FakeNetwork::Reply("ok")}}, [&](GatewaySession& s, FakeNetwork& net, FakeClock&) {
+      c.arrange(net, s);
       const size_t before = s.LogLines().size();
-      const std::string error = number + " - " + words;
-      EXPECT_EQ(Exchange(s, kRequest).status, "Winsock Error (" + error + ")");
-      EXPECT_EQ(s.LogLines(before),
-                (std::vector<std::string>{"Verbindungsaufbau.", "  Starte Warteschleife für Anfrageergebnis.",
-                                          "    Winsock(1)-Error-Event (" + number + "- " + words + ").",
-                                          "  Beende Warteschleife für Anfrageergebnis.",
-                                          "  Winsock-Fehler (" + error + ")", "Winsock-Fehler (" + error + " - 0)."}));
+      const auto got = Exchange(s, kRequest);
+      EXPECT_EQ(net.tried, c.tried);
+      EXPECT_EQ(net.open_sockets(), 0);
+      if (c.error.empty()) {
+        EXPECT_TRUE(got.ok) << got.status;
+        EXPECT_EQ(got.response, "ok");
+        return;
+      }
+      EXPECT_EQ(got.status, "Winsock Error (" + c.error + ")");
+      const std::string number = c.error.substr(0, 5), words = c.error.substr(8);
+      const std::vector<std::string> lines = s.LogLines(before);
+      EXPECT_NE(std::find(lines.begin(), lines.end(), "    Winsock(1)-Error-Event (" + number + "- " + words + ")."),
+                lines.end());
+      EXPECT_EQ(lines.back(), "Winsock-Fehler (" + c.error + " - 0).");
     });
   }
+  InFakeSession({{FakeNetwork::Reply("ok")}}, [&](GatewaySession& s, FakeNetwork& net, FakeClock&) {
+    s.socket().LocalPort = 5001;
+    EXPECT_TRUE(Exchange(s, kRequest).ok);
+    EXPECT_EQ(net.bound, std::vector<int32_t>{5001});
+  });
+}
+
+TEST(SocketReads, StopWhileTheUnreadBytesAreAtTheLimit) {
+  FakeNetwork net;
+  net.scripts = {{FakeNetwork::Packet(std::string(600 * 1024, 'x'))}};
+  platform::Socket socket;
+  socket.SetNetwork(&net);
+  socket.RemoteHost = "127.0.0.1";
+  socket.Connect();
+  platform::DoPendingEvents(net);
+  ASSERT_EQ(socket.State(), platform::kSckConnected);
+  socket.SendData("ask");
+  for (int i = 0; i < 10; ++i) platform::DoPendingEvents(net);
+  // Nobody takes the bytes: reading stops at 256 KiB, and goes on once some are taken.
+  EXPECT_EQ(socket.PeekData().size(), 256u * 1024);
+  EXPECT_EQ(socket.WantedEvents() & platform::kPollIn, 0);
+  EXPECT_EQ(socket.GetData(100 * 1024).size(), 100u * 1024);
+  EXPECT_NE(socket.WantedEvents() & platform::kPollIn, 0);
+  platform::DoPendingEvents(net);
+  EXPECT_EQ(socket.PeekData().size(), 256u * 1024);
+  EXPECT_EQ(net.largest_read, 256u * 1024);
 }
 
 // A file system whose binary files fail every write with "Disk full".
-struct FullDisk : testing::InstalledFileSystem {
+struct FullDisk : platform::EnvWrapper {
+  using EnvWrapper::EnvWrapper;
   int OpenForBinaryWrite(const std::string&, std::unique_ptr<platform::WritableFile>* file) override {
     struct Full : platform::WritableFile {
       int Write(std::string_view) override { return 61; }
@@ -190,32 +302,31 @@ TEST(ByteMode, EveryByteGoesIntoTheFileOpenUnderTheSlotsNumber) {
   testing::TempDir dir;
   const std::string path = dir.File("blob.bin");
   testing::WriteFile(path, "0123456789ABCDEF");
-  auto run = [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock, const std::string& file,
-                 int32_t expected, std::string& status) {
+  auto run = [&](GatewaySession& s, platform::FileSystem& fs, const std::string& file, int32_t expected,
+                 std::string& status) {
     const int number = platform::FreeFile();
-    platform::OpenFileForBinaryWrite(number, file);
+    platform::OpenFileForBinaryWrite(fs, number, file);
     s.form().SetMode(s.slot(), ReceptionMode::kByte);
     s.form().SetBytesReceived(s.slot(), 0);
     s.form().SetBytesToReceive(s.slot(), expected);
     s.form().SetFile(s.slot(), static_cast<uint8_t>(number));
-    ReleaseOnProgress(clock, s, gateway);
     const bool ok = s.impl().RunRoundTrip(kRequest, kRequest, status);
     platform::CloseFile(number);
     return ok;
   };
-  InFreshSession({Chunks({"TotalBytes:", std::string("\0\xFF\r\n", 4)}), {ScriptedGateway::Send("abc")}},
-                 [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
-                   std::string status;
-                   EXPECT_TRUE(run(s, gateway, clock, path, 15, status)) << status;
-                   EXPECT_EQ(ReceptionLines(s),
-                             (std::vector<std::string>{"    Packet received (mode: BYTE).", End(11, 15),
-                                                       "    Packet received (mode: BYTE).", End(15, 15)}));
-                   // A failing write is a file error; the bytes count all the same.
-                   FullDisk disk;
-                   EXPECT_FALSE(run(s, gateway, clock, "/nowhere/blob.bin", 3, status));
-                   EXPECT_EQ(status, "Winsock Error (File Error (61 - Disk full))");
-                   EXPECT_EQ(s.state().BytesReceived, 3);
-                 });
+  InFakeSession({Packets({"TotalBytes:", std::string("\0\xFF\r\n", 4)}), Packets({"abc"})},
+                [&](GatewaySession& s, FakeNetwork& net, FakeClock&) {
+                  std::string status;
+                  EXPECT_TRUE(run(s, net, path, 15, status)) << status;
+                  EXPECT_EQ(ReceptionLines(s),
+                            (std::vector<std::string>{"    Packet received (mode: BYTE).", End(11, 15),
+                                                      "    Packet received (mode: BYTE).", End(15, 15)}));
+                  // A failing write is a file error; the bytes count all the same.
+                  FullDisk disk(&net);
+                  EXPECT_FALSE(run(s, disk, "/nowhere/blob.bin", 3, status));
+                  EXPECT_EQ(status, "Winsock Error (File Error (61 - Disk full))");
+                  EXPECT_EQ(s.state().BytesReceived, 3);
+                });
   // Written from the first byte on: the longer old file keeps its tail.
   EXPECT_EQ(testing::ReadFile(path), std::string("TotalBytes:\0\xFF\r\nF", 16));
 }

@@ -1,4 +1,4 @@
-#include "users/text_encoding.h"
+#include "link/text_encoding.h"
 
 #include <gtest/gtest.h>
 

@@ -11,6 +11,8 @@
 #include "halqvantor/RuntimeError.h"
 #include "halqvantor/Variant.h"
 
+#include "halqvantor/Export.h"
+
 namespace halqvantor {
 
 class clsVantor;
@@ -40,7 +42,7 @@ struct Parameter {
   ValueKind kind;
 };
 
-struct Member {
+struct HALQVANTOR_API Member {
   int32_t dispid;
   std::string_view name;  // as the interface spells it
   MemberKind kind;
@@ -57,7 +59,7 @@ struct Member {
 // there is one, the argument ("EASYTransferBLOB: argument 2 (lngFileLen) is not optional"). Numbers follow
 // the automation host: 438 no such member, 450 wrong number of arguments, 449 argument not optional, 13
 // type mismatch (6 overflow).
-class DispatchError : public RuntimeError {
+class HALQVANTOR_API DispatchError : public RuntimeError {
  public:
   DispatchError(int32_t number, std::string member, int argument, std::string description);
   const std::string& member() const { return member_; }
@@ -69,21 +71,21 @@ class DispatchError : public RuntimeError {
 };
 
 // All 77 members in interface order: the properties first, then the operations.
-std::span<const Member> Members();
+HALQVANTOR_API std::span<const Member> Members();
 
 // nullptr when there is no such member.
-const Member* FindMember(std::string_view name);
-const Member* FindMember(int32_t dispid);
+HALQVANTOR_API const Member* FindMember(std::string_view name);
+HALQVANTOR_API const Member* FindMember(int32_t dispid);
 
 // FindMember that raises DispatchError 438 naming what was asked for.
-const Member& MemberNamed(std::string_view name);
-const Member& MemberWithId(int32_t dispid);
+HALQVANTOR_API const Member& MemberNamed(std::string_view name);
+HALQVANTOR_API const Member& MemberWithId(int32_t dispid);
 
 // Property access. GetProperty hands back a String or Long Variant. PutProperty converts the value the way
 // an assignment to a String or Long property does (CStr, CLng: "8080" is a port, 2.5 rounds to 2, "abc"
 // raises 13, 3000000000 raises 6) and raises DispatchError naming the property when it cannot.
-Variant GetProperty(const clsVantor& object, const Member& property);
-void PutProperty(clsVantor& object, const Member& property, const Variant& value);
+HALQVANTOR_API Variant GetProperty(const clsVantor& object, const Member& property);
+HALQVANTOR_API void PutProperty(clsVantor& object, const Member& property, const Variant& value);
 
 // Calls an operation. args holds the arguments in order; the list may stop before the optional ones, and a
 // Missing Variant leaves an optional argument out (an out-argument left out is not written). By-reference
@@ -92,14 +94,14 @@ void PutProperty(clsVantor& object, const Member& property, const Variant& value
 // `context` (its one argument, if given, must be Missing or Empty). The object's own run-time errors pass
 // through as RuntimeError; refusals of the table are DispatchError.
 // A property may be called too: no argument reads it, one argument writes it.
-Variant Invoke(clsVantor& object, const Member& member, std::vector<Variant>& args,
+HALQVANTOR_API Variant Invoke(clsVantor& object, const Member& member, std::vector<Variant>& args,
                std::shared_ptr<ScriptingContext> context = nullptr);
 
 // Converts a value to the kind a parameter's name announces (Integer for int..., Long for lng..., Boolean for
 // bln..., String for str...) by the checked conversions of Variant; Missing and Null pass unchanged. Used by
 // callers that hold text, such as a command line. Raises DispatchError naming the member and the argument
 // when it cannot.
-Variant ConvertArgument(const Member& member, size_t index, const Variant& value);
+HALQVANTOR_API Variant ConvertArgument(const Member& member, size_t index, const Variant& value);
 
 }  // namespace dispatch
 }  // namespace halqvantor

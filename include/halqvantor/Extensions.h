@@ -5,9 +5,14 @@
 
 #include <cstdint>
 
+#include "halqvantor/Export.h"
+
 namespace halqvantor {
 
 class clsVantor;
+namespace platform {
+class Env;
+}
 
 // Per-object settings outside the interface table. Each starts at the value a page that never heard of it
 // expects; a host changes them after creating the object and before the members that read them.
@@ -24,13 +29,18 @@ struct ObjectOptions {
 };
 
 // The options of `object`, to read or change.
-ObjectOptions& Options(clsVantor& object);
-const ObjectOptions& Options(const clsVantor& object);
+HALQVANTOR_API ObjectOptions& Options(clsVantor& object);
+HALQVANTOR_API const ObjectOptions& Options(const clsVantor& object);
 
 // Sets the options that a user database records for itself, after Init has opened it: the one row of its
 // DirectorySettings table (which `vantor initdb` creates), whose StrongPasswords column sets
 // strong_passwords (1 on, 0 off). True when the database holds that row; false, options unchanged, when the
 // object has no open user database or the database no such table or row.
-bool ApplyDirectorySettings(clsVantor& object);
+HALQVANTOR_API bool ApplyDirectorySettings(clsVantor& object);
+
+// Hands `object` the environment it runs on from now on: its clock, files, network and database factory
+// (an in-tree platform::Env; nullptr gives back the system's). `env` must outlive the object's use of it.
+// A slot the object already took follows: its log lines and its next connection.
+HALQVANTOR_API void SetEnvironment(clsVantor& object, platform::Env* env);
 
 }  // namespace halqvantor

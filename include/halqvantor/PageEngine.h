@@ -4,10 +4,12 @@
 #include <memory>
 #include <vector>
 
+#include "halqvantor/Export.h"
+
 namespace halqvantor {
 
 // The page engine's request: the posted body of the current page.
-class PageRequest {
+class HALQVANTOR_API PageRequest {
  public:
   virtual ~PageRequest() = default;
   // Length in bytes of the posted body.
@@ -17,7 +19,7 @@ class PageRequest {
 };
 
 // What the page engine hands a component at the start of a page.
-class ScriptingContext {
+class HALQVANTOR_API ScriptingContext {
  public:
   virtual ~ScriptingContext() = default;
   // The current page's request; may be null when the page has none.
@@ -25,7 +27,7 @@ class ScriptingContext {
 };
 
 // A request whose body is held in memory, for hosts without a page engine and for tests.
-class MemoryPageRequest : public PageRequest {
+class HALQVANTOR_API MemoryPageRequest : public PageRequest {
  public:
   explicit MemoryPageRequest(std::vector<uint8_t> body) : body_(std::move(body)) {}
   int32_t TotalBytes() override;
@@ -36,7 +38,7 @@ class MemoryPageRequest : public PageRequest {
   size_t read_position_ = 0;
 };
 
-class MemoryScriptingContext : public ScriptingContext {
+class HALQVANTOR_API MemoryScriptingContext : public ScriptingContext {
  public:
   explicit MemoryScriptingContext(std::shared_ptr<PageRequest> request) : request_(std::move(request)) {}
   std::shared_ptr<PageRequest> Request() override { return request_; }

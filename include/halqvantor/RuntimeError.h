@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "halqvantor/Export.h"
+
 namespace halqvantor {
 
 // The run-time errors a page sees as an automation error, by the number a page reads from Err.Number; each
@@ -34,7 +36,7 @@ enum class ErrorNumber : int32_t {
 };
 
 // Thrown where the component raises a run-time error to its caller; nothing else is thrown at a caller.
-class RuntimeError : public std::runtime_error {
+class HALQVANTOR_API RuntimeError : public std::runtime_error {
  public:
   // An error with the standard text of its number ("Application-defined or object-defined error" for a
   // number without one).

@@ -4,6 +4,8 @@
 #include <string>
 #include <variant>
 
+#include "halqvantor/Export.h"
+
 namespace halqvantor {
 
 // The automation variant: every argument and most results of clsVantor are Variants.
@@ -15,7 +17,7 @@ namespace halqvantor {
 // prefixes for hexadecimal and octal whole numbers.
 enum class VarType { Empty, Null, Integer, Long, Double, Date, String, Boolean, Byte, Missing };
 
-class Variant {
+class HALQVANTOR_API Variant {
  public:
   Variant() = default;  // Empty
   Variant(int16_t v) : type_(VarType::Integer), value_(static_cast<int64_t>(v)) {}

@@ -10,6 +10,8 @@
 #include "halqvantor/Dispatch.h"
 #include "halqvantor/Extensions.h"
 
+#include "halqvantor/Export.h"
+
 namespace halqvantor {
 
 // Print file formats of EASYGetSegmentPrintfile.
@@ -23,7 +25,7 @@ enum intPrintfileMode : int16_t { intPrintPDF = 0, intPrintTIF = 1 };
 // in-out argument is `Variant*` and is written only when it is not null. Failures of a gateway exchange come
 // back through the result (-1 as a 16-bit Integer) and strStatus; RuntimeError is thrown only where the
 // operation raises a run-time error to the page (malformed answers, Encode/Decode, CreateImportFile).
-class clsVantor {
+class HALQVANTOR_API clsVantor {
  public:
   clsVantor();
   // The end of the object: closes its socket and database connection, frees its slot, logs the end.
@@ -335,11 +337,10 @@ class clsVantor {
                               Variant* strDocID = nullptr, Variant* strVer = nullptr);
   Variant EASYDeleteFromHitlist(const Variant& lngLine);
 
-  // The object's private side: slot, request state, result rows and the state of each operation family.
+  // The object's private side (defined inside the library).
   struct Impl;
 
  private:
-  friend struct VantorAccess;
   std::unique_ptr<Impl> impl_;
 };
 

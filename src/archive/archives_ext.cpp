@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "archive/results.h"
+#include "archive/grouped_rows.h"
 #include "halqvantor/clsVantor.h"
 #include "platform/vb_runtime.h"
 
@@ -38,14 +38,14 @@ std::array<std::string_view, 5> SplitArchiveProperties(std::string_view row) {
 
 
 Variant clsVantor::EASYGetAllArchivesExtInit(Variant* strStatus) {
-  Impl& d = *impl_;
-  if (!archive::SendListRequest(d, {Variant("GetAllArchivesExt")}, strStatus)) return FailureResult();
+  LinkSession& d = SessionOf(*this);
+  if (!d.SendListRequest({Variant("GetAllArchivesExt")}, strStatus)) return FailureResult();
   SetOut(strStatus, Variant(""));
   return Variant(archive::CountGroups(d.ResultRows, archive::kChannelMark));
 }
 
 Variant clsVantor::EASYGetAllArchivesExtNext(Variant* strChannel, Variant* strDescription) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   d.ResultCursor = archive::SkipToGroup(d.ResultRows, d.ResultCursor, archive::kChannelMark);
   if (d.ResultCursor >= d.ResultCount) {
     SetOut(strChannel, Variant(""));
@@ -60,19 +60,19 @@ Variant clsVantor::EASYGetAllArchivesExtNext(Variant* strChannel, Variant* strDe
 }
 
 Variant clsVantor::EASYGetAllArchivesExtNextArchive() {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   // The row at the cursor is read even when the cursor stands at the answer's end, which raises 9.
   if (!archive::InGroup(d.ResultRows, d.ResultCursor, archive::kChannelMark)) return Variant("");
   return Variant(d.ResultRows[d.ResultCursor++]);
 }
 
-void clsVantor::EASYGetAllArchivesExtFirst() { impl_->ResultCursor = 0; }
+void clsVantor::EASYGetAllArchivesExtFirst() { SessionOf(*this).ResultCursor = 0; }
 
 Variant clsVantor::EASYGetArchiveProperties(const Variant& strChannel, const Variant& strArchive, Variant* blnCreate,
                                             Variant* blnEdit, Variant* blnDelete, Variant* blnIndex,
                                             Variant* strStatus) {
-  Impl& d = *impl_;
-  if (!archive::SendListRequest(d, {Variant("GetArchiveProperties"), strChannel, strArchive}, strStatus)) {
+  LinkSession& d = SessionOf(*this);
+  if (!d.SendListRequest({Variant("GetArchiveProperties"), strChannel, strArchive}, strStatus)) {
     return FailureResult();
   }
   Variant result;  // Empty when the answer has no row

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "component/results.h"
-#include "component/vantor_impl.h"
+#include "link/result_values.h"
+#include "link/session.h"
 #include "platform/vb_runtime.h"
 
 namespace halqvantor {
@@ -84,41 +84,12 @@ void SortRowsByCapitals(std::vector<std::string>& rows) {
 
 }  // namespace archive
 
-
-const std::string& clsVantor::Impl::ResultRowAt(int32_t index) const {
-  if (index < 0 || static_cast<size_t>(index) >= ResultRows.size()) vb::Raise(ErrorNumber::kSubscriptOutOfRange);
-  return ResultRows[static_cast<size_t>(index)];
-}
-
-void clsVantor::Impl::SortResultRows() {
-  if (ResultCount < 2) return;
-  archive::SortRowsByCapitals(ResultRows);
-}
-
-Variant clsVantor::Impl::ListInit(const std::vector<Variant>& args, Variant* strStatus, bool sort_rows) {
-  std::string status;
-  if (!RequestList(BuildRequest(args), status)) {
-    SetOut(strStatus, Variant(status));
-    return FailureResult();
-  }
-  SetOut(strStatus, Variant(""));
-  if (sort_rows) SortResultRows();
-  return Variant(ResultCount);
-}
-
-Variant clsVantor::Impl::ListNext() {
-  if (ResultCursor >= ResultCount) return Variant("");
-  Variant row(ResultRowAt(ResultCursor));
-  ++ResultCursor;
-  return row;
-}
-
 Variant clsVantor::EASYGetChannelsInit(Variant* strStatus) {
-  return impl_->ListInit({Variant("GetChannels")}, strStatus, true);
+  return SessionOf(*this).ListInit({Variant("GetChannels")}, strStatus, archive::SortRowsByCapitals);
 }
 
 Variant clsVantor::EASYGetChannelsNext(Variant* strChannelDescription) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   if (d.ResultCursor >= d.ResultCount) return Variant("");
   const std::string& row = d.ResultRowAt(d.ResultCursor);
   ++d.ResultCursor;
@@ -128,15 +99,15 @@ Variant clsVantor::EASYGetChannelsNext(Variant* strChannelDescription) {
 }
 
 Variant clsVantor::EASYGetArchivesInit(const Variant& strChannel, Variant* strStatus) {
-  return impl_->ListInit({Variant("GetArchives"), strChannel}, strStatus, true);
+  return SessionOf(*this).ListInit({Variant("GetArchives"), strChannel}, strStatus, archive::SortRowsByCapitals);
 }
 
-Variant clsVantor::EASYGetArchivesNext() { return impl_->ListNext(); }
+Variant clsVantor::EASYGetArchivesNext() { return SessionOf(*this).ListNext(); }
 
 Variant clsVantor::EASYGetAllArchivesInit(Variant* strStatus) {
-  return impl_->ListInit({Variant("GetAllArchives")}, strStatus, true);
+  return SessionOf(*this).ListInit({Variant("GetAllArchives")}, strStatus, archive::SortRowsByCapitals);
 }
 
-Variant clsVantor::EASYGetAllArchivesNext() { return impl_->ListNext(); }
+Variant clsVantor::EASYGetAllArchivesNext() { return SessionOf(*this).ListNext(); }
 
 }  // namespace halqvantor

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 
-#include "component/results.h"
+#include "link/result_values.h"
 #include "archive/row_columns.h"
-#include "component/vantor_impl.h"
+#include "archive/archive_state.h"
+#include "link/session.h"
 #include "platform/vb_runtime.h"
 
 namespace halqvantor {
@@ -45,26 +46,28 @@ void SortFieldRecords(std::vector<FieldRecord>& records) {
 }
 
 }  // namespace archive
+namespace {
 
-
-void clsVantor::Impl::LoadFieldRecords() {
-  // Rows 1 .. count-1 become records 0 .. count-2; a line that does not split leaves the records after it
-  // empty.
+// Rows 1 .. count-1 of the reply become records 0 .. count-2, sorted by weight; a line that does not split
+// leaves the records after it empty.
+void LoadFieldRecords(const LinkSession& d, archive::DescriptionState& description) {
   std::vector<archive::FieldRecord>& records = description.FieldRecords;
-  records.assign(static_cast<size_t>(ResultCount - 1), archive::FieldRecord{});
-  for (int32_t i = 1; i < ResultCount; ++i) records[static_cast<size_t>(i - 1)] = archive::ParseFieldLine(ResultRowAt(i));
+  records.assign(static_cast<size_t>(d.ResultCount - 1), archive::FieldRecord{});
+  for (int32_t i = 1; i < d.ResultCount; ++i) {
+    records[static_cast<size_t>(i - 1)] = archive::ParseFieldLine(d.ResultRowAt(i));
+  }
   archive::SortFieldRecords(records);
 }
 
+}  // namespace
+
 Variant clsVantor::EASYGetArchiveDescriptionInit(const Variant& strChannel, const Variant& strArchive,
                                                  Variant* strEditRights, Variant* strStatus) {
-  Impl& d = *impl_;
-  std::string status;
-  if (!d.RequestList(d.BuildRequest({Variant("GetArchiveDescription"), strChannel, strArchive}), status)) {
-    SetOut(strStatus, Variant(status));
+  LinkSession& d = SessionOf(*this);
+  if (!d.SendListRequest({Variant("GetArchiveDescription"), strChannel, strArchive}, strStatus)) {
     return FailureResult();
   }
-  if (d.ResultCount > 1) d.LoadFieldRecords();
+  if (d.ResultCount > 1) LoadFieldRecords(d, archive::StateOf(*this).description);
   // An answer without any line counts -1 fields, as a Long, and has no edit rights.
   const Variant result(d.ResultCount - 1);
   SetOut(strEditRights, Variant(d.ResultCount > 0 ? d.ResultRowAt(0) : std::string()));
@@ -74,9 +77,9 @@ Variant clsVantor::EASYGetArchiveDescriptionInit(const Variant& strChannel, cons
 
 Variant clsVantor::EASYGetArchiveDescriptionNext(Variant* intFieldID, Variant* intType, Variant* intSize,
                                                  Variant* intState, Variant* intWeight, Variant* intSelectList) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   if (d.ResultCursor >= d.ResultCount - 1) return Variant("");
-  const std::vector<archive::FieldRecord>& records = d.description.FieldRecords;
+  const std::vector<archive::FieldRecord>& records = archive::StateOf(*this).description.FieldRecords;
   // The rows may belong to another list by now; the records are those of the last description.
   if (d.ResultCursor < 0 || static_cast<size_t>(d.ResultCursor) >= records.size()) {
     vb::Raise(ErrorNumber::kSubscriptOutOfRange);
@@ -94,9 +97,9 @@ Variant clsVantor::EASYGetArchiveDescriptionNext(Variant* intFieldID, Variant* i
 
 Variant clsVantor::EASYGetSegmentSelectListInit(const Variant& strChannel, const Variant& strArchive,
                                                 const Variant& intFieldID, Variant* strStatus) {
-  return impl_->ListInit({Variant("GetSegmentSelectList"), strChannel, strArchive, intFieldID}, strStatus, false);
+  return SessionOf(*this).ListInit({Variant("GetSegmentSelectList"), strChannel, strArchive, intFieldID}, strStatus);
 }
 
-Variant clsVantor::EASYGetSegmentSelectListNext() { return impl_->ListNext(); }
+Variant clsVantor::EASYGetSegmentSelectListNext() { return SessionOf(*this).ListNext(); }
 
 }  // namespace halqvantor

@@ -1,6 +1,7 @@
 #include "archive/document.h"
 
-#include "archive/results.h"
+#include "archive/archive_state.h"
+#include "archive/grouped_rows.h"
 #include "archive/row_columns.h"
 #include "halqvantor/clsVantor.h"
 
@@ -48,8 +49,8 @@ Variant clsVantor::EASYGetDocumentInfo(const Variant& strChannel, const Variant&
                                        Variant* strAenderDat, Variant* strTitel, Variant* intFelderGes,
                                        Variant* intTextFelder, Variant* intBildFelder, Variant* intBlobFelder,
                                        Variant* strStatus) {
-  Impl& d = *impl_;
-  if (!archive::SendListRequest(d, {Variant("GetDocumentInfo"), strChannel, strArchive, strDocID, strVer}, strStatus)) {
+  LinkSession& d = SessionOf(*this);
+  if (!d.SendListRequest({Variant("GetDocumentInfo"), strChannel, strArchive, strDocID, strVer}, strStatus)) {
     return FailureResult();
   }
   if (d.ResultCount > 0) {
@@ -66,11 +67,10 @@ Variant clsVantor::EASYGetSegmentDescriptionInit(const Variant& strChannel, cons
                                                  const Variant& strDocID, const Variant& strVer,
                                                  const Variant& strThumbnailPath, Variant* lngNotes,
                                                  Variant* strStatus) {
-  Impl& d = *impl_;
-  if (!archive::SendListRequest(d,
-                                {Variant("GetSegmentDescription"), strChannel, strArchive, strDocID, strVer,
-                                 OrDefault(strThumbnailPath, "")},
-                                strStatus)) {
+  LinkSession& d = SessionOf(*this);
+  if (!d.SendListRequest(
+          {Variant("GetSegmentDescription"), strChannel, strArchive, strDocID, strVer, OrDefault(strThumbnailPath, "")},
+          strStatus)) {
     return FailureResult();
   }
   // Row 0 is the notes count; an answer without it reads as "" and announces -1 segments.
@@ -84,7 +84,7 @@ Variant clsVantor::EASYGetSegmentDescriptionNext(Variant* intFeldID, Variant* ln
                                                  Variant* lngNCILaenge, Variant* strExt, Variant* intFeldTyp,
                                                  Variant* strFeldtitel, Variant* strDateiname, Variant* intStatus,
                                                  Variant* strLayoutID, Variant* lngThumbnailSize) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   if (d.ResultCursor < 0 || d.ResultCursor >= d.ResultCount) return Variant("");
   const auto columns = archive::SegmentColumns(d.ResultRows[d.ResultCursor]);
   // Column 1 is the result; the others go to the outs in column order.
@@ -99,30 +99,31 @@ Variant clsVantor::EASYGetSegmentTextInit(const Variant& strChannel, const Varia
                                           const Variant& strVer, const Variant& strQuery, const Variant& strMarkOn,
                                           const Variant& strMarkOff, const Variant& strCRLF, const Variant& strBlank,
                                           Variant* strStatus) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   const std::string line_break = strCRLF.IsMissing() ? d.LineBreak : strCRLF.ToString();
   // The line break is applied here when the answer is joined; the server never sees it.
-  if (!archive::SendListRequest(
-          d,
+  if (!d.SendListRequest(
           {Variant("GetSegmentText"), strChannel, strArchive, strDocID, strVer, OrDefault(strQuery, ""),
            OrDefault(strMarkOn, ""), OrDefault(strMarkOff, ""), OrDefault(strBlank, "")},
           strStatus)) {
     return FailureResult();
   }
-  d.TextPieces.Pieces.clear();
-  d.TextPieces.Cursor = 0;
-  archive::JoinTextPieces(d.ResultRows, line_break, d.TextPieces.Pieces);
+  archive::StateOf(*this).TextPieces.Pieces.clear();
+  archive::StateOf(*this).TextPieces.Cursor = 0;
+  archive::JoinTextPieces(d.ResultRows, line_break, archive::StateOf(*this).TextPieces.Pieces);
   SetOut(strStatus, Variant(""));
-  return Variant(static_cast<int32_t>(d.TextPieces.Pieces.size()));
+  return Variant(static_cast<int32_t>(archive::StateOf(*this).TextPieces.Pieces.size()));
 }
 
-Variant clsVantor::EASYGetSegmentTextNext() { return impl_->NextTextPiece(); }
+Variant clsVantor::EASYGetSegmentTextNext() { return archive::StateOf(*this).TextPieces.Next(); }
 
-Variant clsVantor::Impl::NextTextPiece() {
-  if (TextPieces.Cursor < 0 || static_cast<size_t>(TextPieces.Cursor) >= TextPieces.Pieces.size()) {
-    return Variant("");
-  }
-  return Variant(TextPieces.Pieces[TextPieces.Cursor++]);
+namespace archive {
+
+Variant TextPieceList::Next() {
+  if (Cursor < 0 || static_cast<size_t>(Cursor) >= Pieces.size()) return Variant("");
+  return Variant(Pieces[Cursor++]);
 }
+
+}  // namespace archive
 
 }  // namespace halqvantor

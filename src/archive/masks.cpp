@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "archive/results.h"
+#include "archive/grouped_rows.h"
 #include "archive/row_columns.h"
 #include "halqvantor/clsVantor.h"
 
@@ -35,8 +35,8 @@ bool MaskFlag(std::string_view text) { return Variant(std::string(text)).ToByte(
 
 
 Variant clsVantor::EASYGetMasksInit(const Variant& strChannel, const Variant& strArchive, Variant* strStatus) {
-  Impl& d = *impl_;
-  if (!archive::SendListRequest(d, {Variant("GetMasks"), strChannel, strArchive}, strStatus)) {
+  LinkSession& d = SessionOf(*this);
+  if (!d.SendListRequest({Variant("GetMasks"), strChannel, strArchive}, strStatus)) {
     return FailureResult();
   }
   SetOut(strStatus, Variant(""));
@@ -44,7 +44,7 @@ Variant clsVantor::EASYGetMasksInit(const Variant& strChannel, const Variant& st
 }
 
 Variant clsVantor::EASYGetMasksNext(Variant* strMaskName) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   d.ResultCursor = archive::SkipToGroup(d.ResultRows, d.ResultCursor, archive::kMaskMark);
   if (d.ResultCursor >= d.ResultCount) {
     SetOut(strMaskName, Variant(""));
@@ -58,7 +58,7 @@ Variant clsVantor::EASYGetMasksNext(Variant* strMaskName) {
 Variant clsVantor::EASYGetMasksNextField(Variant* lngTabIndex, Variant* lngWidth, Variant* strAlign, Variant* strName,
                                          Variant* blnMandatory, Variant* strInitText, Variant* blnListOnly,
                                          Variant* strList) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   // The row at the cursor is read even when the cursor stands at the answer's end, which raises 9.
   if (!archive::InGroup(d.ResultRows, d.ResultCursor, archive::kMaskMark)) return FailureResult();
   const archive::MaskFieldColumns field = archive::SplitMaskField(d.ResultRows[d.ResultCursor]);
@@ -76,6 +76,6 @@ Variant clsVantor::EASYGetMasksNextField(Variant* lngTabIndex, Variant* lngWidth
   return Variant(id);
 }
 
-void clsVantor::EASYGetMasksFirst() { impl_->ResultCursor = 0; }
+void clsVantor::EASYGetMasksFirst() { SessionOf(*this).ResultCursor = 0; }
 
 }  // namespace halqvantor

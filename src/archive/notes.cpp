@@ -1,6 +1,7 @@
 #include "archive/notes.h"
 
-#include "archive/results.h"
+#include "archive/archive_state.h"
+#include "archive/grouped_rows.h"
 #include "archive/row_columns.h"
 #include "halqvantor/clsVantor.h"
 #include "platform/vb_runtime.h"
@@ -44,29 +45,28 @@ void JoinNotes(const std::vector<std::string>& rows, std::vector<std::string>& n
 
 Variant clsVantor::EASYGetNotesInit(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                     const Variant& strVer, Variant* strStatus) {
-  Impl& d = *impl_;
-  if (!archive::SendListRequest(d, {Variant("GetNotes"), strChannel, strArchive, strDocID, strVer}, strStatus)) {
+  LinkSession& d = SessionOf(*this);
+  if (!d.SendListRequest({Variant("GetNotes"), strChannel, strArchive, strDocID, strVer}, strStatus)) {
     return FailureResult();
   }
-  d.TextPieces.Pieces.clear();
-  d.TextPieces.Cursor = 0;
-  archive::JoinNotes(d.ResultRows, d.TextPieces.Pieces);
+  archive::StateOf(*this).TextPieces.Pieces.clear();
+  archive::StateOf(*this).TextPieces.Cursor = 0;
+  archive::JoinNotes(d.ResultRows, archive::StateOf(*this).TextPieces.Pieces);
   SetOut(strStatus, Variant(""));
-  return Variant(static_cast<int32_t>(d.TextPieces.Pieces.size()));
+  return Variant(static_cast<int32_t>(archive::StateOf(*this).TextPieces.Pieces.size()));
 }
 
-Variant clsVantor::EASYGetNotesNext() { return impl_->NextTextPiece(); }
+Variant clsVantor::EASYGetNotesNext() { return archive::StateOf(*this).TextPieces.Next(); }
 
 Variant clsVantor::EASYWriteNote(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                  const Variant& strVer, const Variant& strNote, const Variant& strCRLF,
                                  Variant* strStatus) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   const Variant note(vb::Left(strNote.ToString(), archive::kMaxNoteCharacters));
   // The line break travels with the note: it tells the server how the note's lines are separated.
-  if (!archive::SendListRequest(d,
-                                {Variant("WriteNote"), strChannel, strArchive, strDocID, strVer, note,
-                                 strCRLF.IsMissing() ? Variant(d.LineBreak) : strCRLF},
-                                strStatus)) {
+  if (!d.SendListRequest({Variant("WriteNote"), strChannel, strArchive, strDocID, strVer, note,
+                          strCRLF.IsMissing() ? Variant(d.LineBreak) : strCRLF},
+                         strStatus)) {
     return FailureResult();
   }
   SetOut(strStatus, Variant(""));
@@ -75,8 +75,8 @@ Variant clsVantor::EASYWriteNote(const Variant& strChannel, const Variant& strAr
 
 Variant clsVantor::EASYDeleteNotes(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                    const Variant& strVer, Variant* strStatus) {
-  Impl& d = *impl_;
-  if (!archive::SendListRequest(d, {Variant("DeleteNotes"), strChannel, strArchive, strDocID, strVer}, strStatus)) {
+  LinkSession& d = SessionOf(*this);
+  if (!d.SendListRequest({Variant("DeleteNotes"), strChannel, strArchive, strDocID, strVer}, strStatus)) {
     return FailureResult();
   }
   SetOut(strStatus, Variant(""));

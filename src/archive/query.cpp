@@ -1,8 +1,9 @@
 #include "archive/query.h"
 
-#include "component/results.h"
+#include "link/result_values.h"
 #include "archive/row_columns.h"
-#include "component/vantor_impl.h"
+#include "archive/archive_state.h"
+#include "link/session.h"
 #include "link/frm_comm.h"
 #include "platform/sorted_list.h"
 #include "platform/vb_runtime.h"
@@ -214,15 +215,13 @@ Variant clsVantor::EASYQueryArchiveInit(const Variant& strChannel, const Variant
                                         const Variant& strQueryFormat, const Variant& strFolderRights,
                                         Variant* strLayoutFieldID, Variant* strLayoutID, Variant* lngTotalHits,
                                         Variant* blnHitlistMultiTIFF, Variant* strStatus) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   const Variant format = strQueryFormat.IsMissing() ? Variant("") : strQueryFormat;
   const Variant rights = strFolderRights.IsMissing() ? Variant("") : strFolderRights;
   // The query format goes ahead of the two limits: the order the server reads.
-  const std::string request = d.BuildRequest(
-      {Variant("QueryArchive"), strChannel, strArchive, strQuery, format, lngMaxLines, lngQueryMax, rights});
-  std::string status;
-  if (!d.RequestList(request, status)) {
-    SetOut(strStatus, Variant(status));
+  if (!d.SendListRequest(
+          {Variant("QueryArchive"), strChannel, strArchive, strQuery, format, lngMaxLines, lngQueryMax, rights},
+          strStatus)) {
     return FailureResult();
   }
 
@@ -249,7 +248,7 @@ Variant clsVantor::EASYQueryArchiveInit(const Variant& strChannel, const Variant
 
   // Without the column-type line there is no hit list to keep.
   if (d.ResultCount < 4) vb::Raise(ErrorNumber::kSubscriptOutOfRange);
-  archive::HitListState& h = d.hits;
+  archive::HitListState& h = archive::StateOf(*this).hits;
   h.HitList.assign(d.ResultRows.begin() + 3, d.ResultRows.end());
   h.HitListBound = d.ResultCount - 4;
   h.SortDirection = archive::SortOrder::kNone;
@@ -260,7 +259,7 @@ Variant clsVantor::EASYQueryArchiveInit(const Variant& strChannel, const Variant
 }
 
 Variant clsVantor::EASYQueryArchiveNext(Variant* strChannel, Variant* strArchive, Variant* strDocID, Variant* strVer) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   if (d.ResultCursor >= d.ResultCount) return Variant("");
   // Row 4 is the title line; the cursor moves on only when the line has been handed out.
   Variant result = HandOutHitLine(d.ResultRowAt(d.ResultCursor), d.ResultCursor < 5, strChannel, strArchive,
@@ -270,14 +269,14 @@ Variant clsVantor::EASYQueryArchiveNext(Variant* strChannel, Variant* strArchive
 }
 
 Variant clsVantor::EASYGetQueryFormatListInit(const Variant& strChannel, const Variant& strArchive, Variant* strStatus) {
-  return impl_->ListInit({Variant("GetQueryFormatList"), strChannel, strArchive}, strStatus, false);
+  return SessionOf(*this).ListInit({Variant("GetQueryFormatList"), strChannel, strArchive}, strStatus);
 }
 
-Variant clsVantor::EASYGetQueryFormatListNext() { return impl_->ListNext(); }
+Variant clsVantor::EASYGetQueryFormatListNext() { return SessionOf(*this).ListNext(); }
 
 int32_t clsVantor::EASYSortHitlistInit(const Variant& lngCol) {
-  Impl& d = *impl_;
-  archive::HitListState& h = d.hits;
+  LinkSession& d = SessionOf(*this);
+  archive::HitListState& h = archive::StateOf(*this).hits;
   // lngCol 0 is the document id, the second column of the line counted from 1.
   const int16_t k = vb::ToInt16(lngCol.ToDouble() + 2.0);
   h.SortColumn = k;
@@ -306,8 +305,8 @@ int32_t clsVantor::EASYSortHitlistInit(const Variant& lngCol) {
 }
 
 Variant clsVantor::EASYSortHitlistNext(Variant* strChannel, Variant* strArchive, Variant* strDocID, Variant* strVer) {
-  Impl& d = *impl_;
-  archive::HitListState& h = d.hits;
+  LinkSession& d = SessionOf(*this);
+  archive::HitListState& h = archive::StateOf(*this).hits;
   const bool up = h.SortDirection == archive::SortOrder::kUp;
   const bool down = h.SortDirection == archive::SortOrder::kDown;
   if (!(h.SortPosition == -1 || (up && h.SortPosition < h.HitListBound - 1) || (down && h.SortPosition >= 0))) {
@@ -325,8 +324,8 @@ Variant clsVantor::EASYSortHitlistNext(Variant* strChannel, Variant* strArchive,
 }
 
 Variant clsVantor::EASYDeleteFromHitlist(const Variant& lngLine) {
-  Impl& d = *impl_;
-  archive::HitListState& h = d.hits;
+  LinkSession& d = SessionOf(*this);
+  archive::HitListState& h = archive::StateOf(*this).hits;
   const int32_t line = lngLine.ToLong();
   int64_t index;
   if (h.SortDirection != archive::SortOrder::kNone) {

@@ -1,20 +1,19 @@
 #include <exception>
 
-#include "component/debug_log.h"
-#include "component/general_failure.h"
+#include "link/debug_log.h"
+#include "link/general_failure.h"
 #include "component/vantor_impl.h"
 #include "halqvantor/clsVantor.h"
 #include "link/frm_comm.h"
 
 namespace halqvantor {
 
-clsVantor::Impl::Impl(clsVantor& owner) : self(owner), form(frmComm::ForThisThread()), LineBreak("\r\n") {}
-
-void clsVantor::Impl::WriteLog(std::string_view text) const {
-  WriteLogLine(self.strDebugLogPath, self.strSessionID, text);
+LinkSession& SessionOf(clsVantor& object) { return clsVantor::Impl::Of(object); }
+archive::ArchiveState& archive::StateOf(clsVantor& object) { return clsVantor::Impl::Of(object).archive_state; }
+documents::DocumentState& documents::StateOf(clsVantor& object) {
+  return clsVantor::Impl::Of(object).document_state;
 }
-
-bool clsVantor::Impl::LogEnabled() const { return !LogFilePath(self.strDebugLogPath, self.strSessionID).empty(); }
+users::UserState& users::StateOf(clsVantor& object) { return clsVantor::Impl::Of(object).user_state; }
 
 clsVantor::clsVantor() : impl_(std::make_unique<Impl>(*this)) {}
 
@@ -25,13 +24,23 @@ const ObjectOptions& Options(const clsVantor& object) {
   return VantorAccess::Of(const_cast<clsVantor&>(object)).options;
 }
 
+void SetEnvironment(clsVantor& object, platform::Env* env) {
+  clsVantor::Impl& d = VantorAccess::Of(object);
+  d.env = env != nullptr ? env : platform::Env::Default();
+  // A slot already taken follows its owner: its log and its connections from the next request on.
+  if (d.SlotIndex < 1) return;
+  d.form.State(d.SlotIndex).Environment = d.env;
+  d.form.ctlWinsock(d.SlotIndex).SetNetwork(d.env);
+}
+
 void clsVantor::Impl::Terminate() {
   // An object that never took a slot has nothing to give back.
   if (SlotIndex < 1) return;
   try {
     platform::Socket& socket = form.ctlWinsock(SlotIndex);
     if (socket.State() != platform::kSckClosed) socket.Close();
-    if (DBConnection && DBConnection->State() == platform::kAdStateOpen) DBConnection->Close();
+    std::unique_ptr<platform::Connection>& connection = user_state.DBConnection;
+    if (connection && connection->State() == platform::kAdStateOpen) connection->Close();
     form.SetBusy(SlotIndex, false);
     WriteLog("Winsock-Instanz " + std::to_string(SlotIndex) + " wieder freigegeben.");
     WriteLog("Sitzung beendet.");
@@ -41,13 +50,14 @@ void clsVantor::Impl::Terminate() {
 }
 
 void clsVantor::OnStartPage(std::shared_ptr<ScriptingContext> PassedScriptingContext) {
-  impl_->context = std::move(PassedScriptingContext);
-  impl_->request = impl_->context ? impl_->context->Request() : nullptr;
+  documents::DocumentState& page = impl_->document_state;
+  page.context = std::move(PassedScriptingContext);
+  page.request = page.context ? page.context->Request() : nullptr;
 }
 
 void clsVantor::OnEndPage() {
-  impl_->request.reset();
-  impl_->context.reset();
+  impl_->document_state.request.reset();
+  impl_->document_state.context.reset();
 }
 
 void clsVantor::Init(const Variant& blnDBInit) {
@@ -63,10 +73,12 @@ void clsVantor::Init(const Variant& blnDBInit) {
     socket.RemoteHost = strREMOTEHOST;
     socket.RemotePort = lngREMOTEPORT;
     socket.LocalPort = 0;
+    socket.SetNetwork(d.env);
+    d.form.State(d.SlotIndex).Environment = d.env;
     d.form.SetDebugLogPath(d.SlotIndex, strDebugLogPath);
     d.form.SetSessionID(d.SlotIndex, strSessionID);
-    d.DBConnection = platform::CurrentConnectionFactory().NewConnection();
-    if (db_init) d.DBConnection->Open(strDBConnect);
+    d.user_state.DBConnection = d.env->NewConnection();
+    if (db_init) d.user_state.DBConnection->Open(strDBConnect);
   } catch (const std::exception& e) {
     d.WriteLog(GeneralFailureLine("Init", e));
   }

@@ -3,17 +3,17 @@
 #include <string>
 #include <string_view>
 
-#include "component/vantor_impl.h"
+#include "documents/document_files.h"
 #include "platform/files.h"
 
 namespace halqvantor {
 
-std::string clsVantor::Impl::LocalBlobPath(std::string_view name) const {
-  if (self.strBlobPathLocal.empty()) {
+std::string documents::LocalBlobPath(const LinkSession& d, std::string_view name) {
+  if (d.self.strBlobPathLocal.empty()) {
     throw RuntimeError(ErrorNumber::kPathNotFound, "Path not found: no local blob folder set");
   }
   if (!platform::IsPlainFileName(name)) throw RuntimeError(ErrorNumber::kPathFileAccessError);
-  return platform::JoinPath(self.strBlobPathLocal, name);
+  return platform::JoinPath(d.self.strBlobPathLocal, name);
 }
 
 }  // namespace halqvantor

@@ -13,9 +13,10 @@
 #include <optional>
 #include <utility>
 
-#include "component/general_failure.h"
-#include "component/vantor_impl.h"
-#include "component/results.h"
+#include "link/debug_log.h"
+#include "link/general_failure.h"
+#include "documents/document_files.h"
+#include "link/result_values.h"
 #include "link/frm_comm.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
@@ -70,23 +71,23 @@ class FileBody final : public platform::SendSource {
 
 }  // namespace
 
-Variant clsVantor::Impl::FileErrorResult(const std::exception& error, Variant* strStatus) {
+Variant documents::FileErrorResult(LinkSession& d, const std::exception& error, Variant* strStatus) {
   const ErrorInfo info = DescribeError(error);
   const std::string detail = std::to_string(info.number) + " - " + info.text;
   // A connection still open (a file that failed while it was being sent) goes now, not with the next request.
   try {
-    platform::Socket& socket = form.ctlWinsock(SlotIndex);
+    platform::Socket& socket = d.form.ctlWinsock(d.SlotIndex);
     if (socket.State() != platform::kSckClosed) socket.Close();
   } catch (const std::exception&) {
   }
   SetOut(strStatus, Variant("File Error (" + detail + ")"));
-  WriteLog("Datei-Fehler (" + detail + ").");
-  RequestPending = false;
+  d.WriteLog("Datei-Fehler (" + detail + ").");
+  d.RequestPending = false;
   return FailureResult();
 }
 
 Variant clsVantor::EASYTransferBLOB(const Variant& strFile, const Variant& lngFileLen, Variant* strStatus) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   std::string status;
   if (!d.TakeRequestGuard(status)) {
     SetOut(strStatus, Variant(status));
@@ -106,9 +107,9 @@ Variant clsVantor::EASYTransferBLOB(const Variant& strFile, const Variant& lngFi
 
   int number = 0;
   try {
-    const std::string path = d.LocalBlobPath(LocalNameOf(strFile.ToString()));
+    const std::string path = documents::LocalBlobPath(d, LocalNameOf(strFile.ToString()));
     number = platform::FreeFile();
-    platform::OpenFileForBinaryWrite(number, path);
+    platform::OpenFileForBinaryWrite(*d.env, number, path);
     d.form.SetFile(d.SlotIndex, static_cast<uint8_t>(number));
     const bool ok = d.RunRoundTrip(request, platform::Utf8ToCp1252(request), status);
     // What arrived stays in the file, also after a failure.
@@ -126,12 +127,12 @@ Variant clsVantor::EASYTransferBLOB(const Variant& strFile, const Variant& lngFi
       } catch (const std::exception&) {
       }
     }
-    return d.FileErrorResult(e, strStatus);
+    return documents::FileErrorResult(d, e, strStatus);
   }
 }
 
 Variant clsVantor::EASYUploadFile(const Variant& strFileName, Variant* strStatus) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   std::string status;
   if (!d.TakeRequestGuard(status)) {
     SetOut(strStatus, Variant(status));
@@ -139,8 +140,8 @@ Variant clsVantor::EASYUploadFile(const Variant& strFileName, Variant* strStatus
   }
   try {
     const std::string name = strFileName.ToString();
-    const std::string path = d.LocalBlobPath(name);
-    platform::FileSystem& fs = platform::CurrentFileSystem();
+    const std::string path = documents::LocalBlobPath(d, name);
+    platform::FileSystem& fs = *d.env;
     int64_t size = 0;
     platform::Check(fs.FileSize(path, &size));
     const int32_t length = vb::CheckedInt32(size);
@@ -167,7 +168,7 @@ Variant clsVantor::EASYUploadFile(const Variant& strFileName, Variant* strStatus
     d.RequestPending = false;
     return SuccessResult();
   } catch (const std::exception& e) {
-    return d.FileErrorResult(e, strStatus);
+    return documents::FileErrorResult(d, e, strStatus);
   }
 }
 

@@ -8,9 +8,10 @@
 #include <string_view>
 #include <vector>
 
-#include "component/general_failure.h"
-#include "component/vantor_impl.h"
-#include "component/results.h"
+#include "link/debug_log.h"
+#include "link/general_failure.h"
+#include "documents/document_files.h"
+#include "link/result_values.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
 
@@ -76,11 +77,11 @@ void DeleteMatchingFiles(platform::FileSystem& fs, const std::string& folder, co
 }  // namespace
 
 bool clsVantor::UploadFile(const Variant& strSubDir, Variant* strFileNameParam, Variant* lngFileSizeParam) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   try {
-    if (d.request == nullptr) throw RuntimeError(ErrorNumber::kObjectNotSet);
-    const int32_t total = d.request->TotalBytes();
-    const std::vector<uint8_t> body = d.request->BinaryRead(total);
+    if (documents::StateOf(*this).request == nullptr) throw RuntimeError(ErrorNumber::kObjectNotSet);
+    const int32_t total = documents::StateOf(*this).request->TotalBytes();
+    const std::vector<uint8_t> body = documents::StateOf(*this).request->BinaryRead(total);
     const FilePart part = FindFilePart(body, total);
     if (part.name.empty()) return false;
 
@@ -90,8 +91,8 @@ bool clsVantor::UploadFile(const Variant& strSubDir, Variant* strFileNameParam, 
       const std::string prefix = strSubDir.ToString();
       if (!prefix.empty()) file_name = prefix + "_" + file_name;
     }
-    const std::string path = d.LocalBlobPath(file_name);
-    platform::FileSystem& fs = platform::CurrentFileSystem();
+    const std::string path = documents::LocalBlobPath(d, file_name);
+    platform::FileSystem& fs = *d.env;
     if (fs.FileExists(path)) platform::Check(fs.DeleteFile(path));
 
     const int64_t size = part.last - part.first + 1;
@@ -119,7 +120,7 @@ void clsVantor::DeleteFTPObjects(const Variant& strFile) {
     const size_t slash = file.rfind('/');
     const std::string folder = slash == std::string::npos ? std::string() : file.substr(0, slash + 1);
     const std::string pattern = file.substr(folder.size());
-    platform::FileSystem& fs = platform::CurrentFileSystem();
+    platform::FileSystem& fs = *SessionOf(*this).env;
 
     DeleteMatchingFiles(fs, folder, pattern);
     // The whole list is made before anything goes; then each matching folder is emptied of its files and

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "component/vantor_impl.h"
-#include "component/results.h"
+#include "link/session.h"
+#include "link/result_values.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
 
@@ -39,7 +39,7 @@ std::string FolderLine(const std::string& title, const std::string& types, const
 }
 
 // Row 0 of the reply, which must be there.
-Variant FirstRow(const clsVantor::Impl& d) {
+Variant FirstRow(const LinkSession& d) {
   if (d.ResultCount < 1) throw RuntimeError(ErrorNumber::kSubscriptOutOfRange);
   return Variant(d.ResultRows[0]);
 }
@@ -49,23 +49,19 @@ Variant FirstRow(const clsVantor::Impl& d) {
 Variant clsVantor::CreateImportFile(const Variant& strImportFile, const Variant& strChannel, const Variant& strArchive,
                                     const Variant& strTitle, const Variant& strFieldTypes, const Variant& strFieldIDs,
                                     const Variant& strFieldContents, const Variant& strCharSet, Variant* strStatus) {
-  const std::string& crlf = impl_->LineBreak;
+  const std::string& crlf = SessionOf(*this).LineBreak;
   std::string text = "@DB,$(#" + TextOf(strChannel) + ")\\" + TextOf(strArchive) + crlf;
   if (!strCharSet.IsMissing()) text += "@CHARSET," + TextOf(strCharSet) + crlf;
   text += FolderLine(TextOf(strTitle), TextOf(strFieldTypes), TextOf(strFieldIDs)) + crlf;
   text += TextOf(strFieldContents) + crlf;
-  platform::Check(platform::CurrentFileSystem().AppendToFile(TextOf(strImportFile), platform::Utf8ToCp1252(text)));
+  platform::Check(SessionOf(*this).env->AppendToFile(TextOf(strImportFile), platform::Utf8ToCp1252(text)));
   SetOut(strStatus, Variant(""));
   return SuccessResult();
 }
 
 Variant clsVantor::EASYCreateDocument(const Variant& strImportFile, Variant* strDocIDVer, Variant* strStatus) {
-  Impl& d = *impl_;
-  std::string status;
-  if (!d.RequestList(d.BuildRequest({Variant("CreateDocument"), strImportFile}), status)) {
-    SetOut(strStatus, Variant(status));
-    return FailureResult();
-  }
+  LinkSession& d = SessionOf(*this);
+  if (!d.SendListRequest({Variant("CreateDocument"), strImportFile}, strStatus)) return FailureResult();
   if (strDocIDVer != nullptr) *strDocIDVer = FirstRow(d);
   SetOut(strStatus, Variant(""));
   return Variant(d.ResultCount);
@@ -73,12 +69,8 @@ Variant clsVantor::EASYCreateDocument(const Variant& strImportFile, Variant* str
 
 Variant clsVantor::EASYEditDocument(const Variant& strImportFile, Variant* strDocIDVer, Variant* strStatus) {
   if (strDocIDVer == nullptr) throw RuntimeError(ErrorNumber::kArgumentNotOptional);
-  Impl& d = *impl_;
-  std::string status;
-  if (!d.RequestList(d.BuildRequest({Variant("EditDocument"), strImportFile, *strDocIDVer}), status)) {
-    SetOut(strStatus, Variant(status));
-    return FailureResult();
-  }
+  LinkSession& d = SessionOf(*this);
+  if (!d.SendListRequest({Variant("EditDocument"), strImportFile, *strDocIDVer}, strStatus)) return FailureResult();
   *strDocIDVer = FirstRow(d);
   SetOut(strStatus, Variant(""));
   return Variant(d.ResultCount);
@@ -86,10 +78,8 @@ Variant clsVantor::EASYEditDocument(const Variant& strImportFile, Variant* strDo
 
 Variant clsVantor::EASYDeleteDocument(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                       const Variant& strVer, Variant* strStatus) {
-  Impl& d = *impl_;
-  std::string status;
-  if (!d.RequestList(d.BuildRequest({Variant("DeleteDocument"), strChannel, strArchive, strDocID, strVer}), status)) {
-    SetOut(strStatus, Variant(status));
+  LinkSession& d = SessionOf(*this);
+  if (!d.SendListRequest({Variant("DeleteDocument"), strChannel, strArchive, strDocID, strVer}, strStatus)) {
     return FailureResult();
   }
   SetOut(strStatus, Variant(""));

@@ -10,8 +10,8 @@
 #include <exception>
 #include <limits>
 
-#include "component/vantor_impl.h"
-#include "component/results.h"
+#include "documents/document_files.h"
+#include "link/result_values.h"
 #include "platform/files.h"
 #include "platform/vb_runtime.h"
 
@@ -84,17 +84,13 @@ std::optional<std::string> MappedFileName(std::string_view file_name, std::strin
   return vb::Left(file_name, length - 3) + vb::Mid(mappings, at + 4, 3);
 }
 
-Variant clsVantor::Impl::RequestSegmentFile(const std::vector<Variant>& args, SegmentFileKind kind,
-                                            Variant* strFileName, Variant* lngFileLen, Variant* strStatus) {
-  std::string status;
-  if (!RequestList(BuildRequest(args), status)) {
-    SetOut(strStatus, Variant(status));
-    return FailureResult();
-  }
-  if (ResultCount >= 2) {
-    SetOut(strFileName, Variant(ResultRows[1]));
-    SetOut(lngFileLen, Variant(ResultRows[0]));
-    if (kind != SegmentFileKind::kKeepName) ChangeFileExtension(strFileName);
+Variant documents::RequestSegmentFile(LinkSession& d, const std::vector<Variant>& args, SegmentFileKind kind,
+                                      Variant* strFileName, Variant* lngFileLen, Variant* strStatus) {
+  if (!d.SendListRequest(args, strStatus)) return FailureResult();
+  if (d.ResultCount >= 2) {
+    SetOut(strFileName, Variant(d.ResultRows[1]));
+    SetOut(lngFileLen, Variant(d.ResultRows[0]));
+    if (kind != SegmentFileKind::kKeepName) ChangeFileExtension(d, strFileName);
   } else if (kind == SegmentFileKind::kMultiTif) {
     SetOut(strFileName, Variant(""));
     SetOut(lngFileLen, Variant(int16_t{0}));
@@ -103,39 +99,39 @@ Variant clsVantor::Impl::RequestSegmentFile(const std::vector<Variant>& args, Se
   return SuccessResult();
 }
 
-void clsVantor::Impl::ChangeFileExtension(Variant* strFileName) {
-  if (self.strChangeFileExt.empty()) return;
+void documents::ChangeFileExtension(LinkSession& d, Variant* strFileName) {
+  if (d.self.strChangeFileExt.empty()) return;
   // The name to map is the out-argument itself: a call without it has nothing to map.
   if (strFileName == nullptr) vb::Raise(ErrorNumber::kTypeMismatch);
   const std::string name = strFileName->ToString();
-  const std::optional<std::string> mapped = MappedFileName(name, self.strChangeFileExt);
+  const std::optional<std::string> mapped = MappedFileName(name, d.self.strChangeFileExt);
   if (!mapped) return;
   // A failed rename is no failure of the call: a name that would leave the blob folder, or no local blob
   // folder at all, leaves the file alone the same way.
   std::string from, to;
   try {
-    from = LocalBlobPath(name);
-    to = LocalBlobPath(*mapped);
+    from = LocalBlobPath(d, name);
+    to = LocalBlobPath(d, *mapped);
   } catch (const RuntimeError&) {
   }
-  if (!to.empty()) (void)platform::CurrentFileSystem().RenameWithoutReplacing(from, to);
+  if (!to.empty()) (void)d.env->RenameWithoutReplacing(from, to);
   *strFileName = Variant(*mapped);
 }
 
 Variant clsVantor::EASYGetSegmentData(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                       const Variant& strVer, const Variant& intFieldIndex, Variant* strFileName,
                                       Variant* lngFileLen, Variant* strStatus) {
-  return impl_->RequestSegmentFile(
+  return documents::RequestSegmentFile(SessionOf(*this), 
       {Variant("GetSegmentData"), strChannel, strArchive, strDocID, strVer, intFieldIndex, Variant(strBlobPathRemote)},
-      Impl::SegmentFileKind::kMapName, strFileName, lngFileLen, strStatus);
+      documents::SegmentFileKind::kMapName, strFileName, lngFileLen, strStatus);
 }
 
 Variant clsVantor::EASYGetSegmentPDF(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                      const Variant& strVer, const Variant& intFieldIndex, const Variant& intLayoutID,
                                      Variant* strFileName, Variant* lngFileLen, Variant* strStatus) {
-  return impl_->RequestSegmentFile({Variant("GetSegmentPDF"), strChannel, strArchive, strDocID, strVer, intFieldIndex,
+  return documents::RequestSegmentFile(SessionOf(*this), {Variant("GetSegmentPDF"), strChannel, strArchive, strDocID, strVer, intFieldIndex,
                                     intLayoutID, Variant(strBlobPathRemote)},
-                                   Impl::SegmentFileKind::kKeepName, strFileName, lngFileLen, strStatus);
+                                   documents::SegmentFileKind::kKeepName, strFileName, lngFileLen, strStatus);
 }
 
 Variant clsVantor::EASYGetSegmentPrintfile(const Variant& strChannel, const Variant& strArchive,
@@ -143,9 +139,9 @@ Variant clsVantor::EASYGetSegmentPrintfile(const Variant& strChannel, const Vari
                                            const Variant& strLayoutID, const Variant& intMode, Variant* strFileName,
                                            Variant* lngFileLen, Variant* strStatus) {
   const Variant mode = intMode.IsMissing() ? Variant(int16_t{intPrintPDF}) : intMode;
-  return impl_->RequestSegmentFile({Variant("GetSegmentPrintfile"), strChannel, strArchive, strDocID, strVer,
+  return documents::RequestSegmentFile(SessionOf(*this), {Variant("GetSegmentPrintfile"), strChannel, strArchive, strDocID, strVer,
                                     strFieldID, strLayoutID, Variant(strBlobPathRemote), mode},
-                                   Impl::SegmentFileKind::kMapName, strFileName, lngFileLen, strStatus);
+                                   documents::SegmentFileKind::kMapName, strFileName, lngFileLen, strStatus);
 }
 
 Variant clsVantor::EASYGetSegmentMultiTIF(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
@@ -157,19 +153,16 @@ Variant clsVantor::EASYGetSegmentMultiTIF(const Variant& strChannel, const Varia
     pages = strPages.ToString();
   } catch (const RuntimeError&) {
   }
-  return impl_->RequestSegmentFile({Variant("GetSegmentMultiTIF"), strChannel, strArchive, strDocID, strVer,
+  return documents::RequestSegmentFile(SessionOf(*this), {Variant("GetSegmentMultiTIF"), strChannel, strArchive, strDocID, strVer,
                                     Variant(ExpandPageList(pages)), Variant(strBlobPathRemote)},
-                                   Impl::SegmentFileKind::kMultiTif, strFileName, lngFileLen, strStatus);
+                                   documents::SegmentFileKind::kMultiTif, strFileName, lngFileLen, strStatus);
 }
 
 Variant clsVantor::EASYGetSegmentERFInit(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                          const Variant& strVer, const Variant& intFieldIndex, Variant* strStatus) {
-  Impl& d = *impl_;
-  std::string status;
-  if (!d.RequestList(
-          d.BuildRequest({Variant("GetSegmentERF"), strChannel, strArchive, strDocID, strVer, intFieldIndex}),
-          status)) {
-    SetOut(strStatus, Variant(status));
+  LinkSession& d = SessionOf(*this);
+  if (!d.SendListRequest({Variant("GetSegmentERF"), strChannel, strArchive, strDocID, strVer, intFieldIndex},
+                         strStatus)) {
     return FailureResult();
   }
   SetOut(strStatus, Variant(""));
@@ -177,7 +170,7 @@ Variant clsVantor::EASYGetSegmentERFInit(const Variant& strChannel, const Varian
 }
 
 Variant clsVantor::EASYGetSegmentERFNext(Variant* strChannel, Variant* strArchive, Variant* strDocID, Variant* strVer) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   if (d.ResultCursor >= d.ResultCount) return Variant("");
   const std::string line = d.ResultRows[static_cast<size_t>(d.ResultCursor)];
   // "$(#" channel ")\" archive "," doc id "," version: the parts lie between ")\" and the two commas after

@@ -1,6 +1,6 @@
 #include "link/frm_comm.h"
 
-#include "component/debug_log.h"
+#include "link/debug_log.h"
 #include "platform/vb_runtime.h"
 
 namespace halqvantor {
@@ -99,7 +99,7 @@ platform::SortedList& frmComm::lstSort(int32_t slot) {
 void frmComm::WriteSlotLog(int32_t slot, std::string_view text) const {
   if (slot < 1 || slot > slot_count_) return;
   const SlotState& s = slots_[static_cast<size_t>(slot)];
-  WriteLogLine(s.DebugLogPath, s.SessionID, text);
+  WriteLogLine(*s.Environment, s.DebugLogPath, s.SessionID, text);
 }
 
 }  // namespace halqvantor

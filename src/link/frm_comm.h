@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "halqvantor/Extensions.h"
+#include "platform/env.h"
 #include "platform/socket.h"
 #include "platform/sorted_list.h"
 
@@ -42,6 +43,7 @@ struct SlotState {
   uint8_t File = 0;            // number of the open file that byte-mode reception writes to
   std::string DebugLogPath;    // log folder of the owner
   std::string SessionID;       // session id of the owner; names the log file
+  platform::Env* Environment = platform::Env::Default();  // the owner's: the log's clock and files
   // Set by the request under way (RunRoundTrip) from its object's options and its progress:
   int64_t MaxReplyBytes = ObjectOptions().max_reply_bytes;  // the most payload bytes a reply may bring
   bool AwaitingFirstPacket = false;  // the request went out and no packet of its reply has come yet

@@ -3,14 +3,15 @@
 #include <exception>
 #include <limits>
 
-#include "component/general_failure.h"
-#include "component/vantor_impl.h"
+#include "link/debug_log.h"
+#include "link/general_failure.h"
 #include "link/frm_comm.h"
-#include "platform/clock.h"
+#include "link/session.h"
+#include "platform/env.h"
 #include "platform/cp1252.h"
 #include "platform/socket.h"
 #include "platform/vb_runtime.h"
-#include "users/text_encoding.h"
+#include "link/text_encoding.h"
 
 namespace halqvantor {
 namespace {
@@ -23,15 +24,15 @@ constexpr int kYieldsPerPass = 10;
 
 // The time measure of every wait: seconds since midnight, whole seconds. It is not guarded against the
 // turn of the day: a wait that starts just before midnight cannot time out until its slot is done.
-double SecondsSinceMidnight() { return static_cast<double>(platform::CurrentClock().SecondsSinceMidnight()); }
+double SecondsSinceMidnight(platform::Env& env) { return static_cast<double>(env.SecondsSinceMidnight()); }
 
 std::string StateText(const platform::Socket& socket) { return std::to_string(socket.State()); }
 
 // Yields as a wait pass does, but stops early once an event was delivered, so that the waiter looks at the
 // slot at once instead of sleeping through the remaining yields.
-void YieldPass() {
+void YieldPass(platform::Env& env) {
   for (int i = 0; i < kYieldsPerPass; ++i) {
-    if (platform::DoEvents() > 0) return;
+    if (platform::DoEvents(env) > 0) return;
   }
 }
 
@@ -69,7 +70,7 @@ void SplitReplyRows(std::string_view response, std::vector<std::string>& rows) {
   if (open_last_line) rows.emplace_back(body.substr(start));
 }
 
-std::string clsVantor::Impl::BuildRequest(const std::vector<Variant>& args) const {
+std::string LinkSession::BuildRequest(const std::vector<Variant>& args) const {
   std::string request = "^" + self.strSessionID + "^,^" + self.strEASYUser + "^,^" + EncodeText(self.strEASYPwd) + "^";
   for (const Variant& arg : args) {
     request += ",^";
@@ -80,14 +81,14 @@ std::string clsVantor::Impl::BuildRequest(const std::vector<Variant>& args) cons
   return request;
 }
 
-bool clsVantor::Impl::WaitForReply() {
+bool LinkSession::WaitForReply() {
   form.SetWinsockError(SlotIndex, "");
-  const double start = SecondsSinceMidnight();
+  const double start = SecondsSinceMidnight(*env);
   WriteLog("  Starte Warteschleife für Anfrageergebnis.");
   bool timed_out = false;
   while (form.GetWinsockError(SlotIndex).empty() && !form.GetReady(SlotIndex) && !timed_out) {
-    if (start + self.lngREQUESTTIMEOUT < SecondsSinceMidnight()) timed_out = true;
-    YieldPass();
+    if (start + self.lngREQUESTTIMEOUT < SecondsSinceMidnight(*env)) timed_out = true;
+    YieldPass(*env);
   }
   WriteLog("  Beende Warteschleife für Anfrageergebnis.");
   const std::string& error = form.GetWinsockError(SlotIndex);
@@ -96,7 +97,7 @@ bool clsVantor::Impl::WaitForReply() {
   return false;
 }
 
-bool clsVantor::Impl::TakeRequestGuard(std::string& status) {
+bool LinkSession::TakeRequestGuard(std::string& status) {
   if (!RequestPending) {
     RequestPending = true;
     return true;
@@ -108,7 +109,7 @@ bool clsVantor::Impl::TakeRequestGuard(std::string& status) {
   return false;
 }
 
-bool clsVantor::Impl::RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status,
+bool LinkSession::RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status,
                                    std::shared_ptr<platform::SendSource> body) {
   try {
     platform::Socket& socket = form.ctlWinsock(SlotIndex);
@@ -170,7 +171,7 @@ bool clsVantor::Impl::RunRoundTrip(std::string_view request, std::string_view by
   }
 }
 
-bool clsVantor::Impl::ExchangeText(const std::string& request, std::string& status, std::string* response) {
+bool LinkSession::ExchangeText(const std::string& request, std::string& status, std::string* response) {
   if (!TakeRequestGuard(status)) return false;
   if (response != nullptr) response->clear();
   status.clear();
@@ -195,15 +196,15 @@ bool clsVantor::Impl::ExchangeText(const std::string& request, std::string& stat
   return ok;
 }
 
-bool clsVantor::Impl::RequestExchange(const std::string& request, std::string& response, std::string& status) {
+bool LinkSession::RequestExchange(const std::string& request, std::string& response, std::string& status) {
   return ExchangeText(request, status, &response);
 }
 
-bool clsVantor::Impl::RequestList(const std::string& request, std::string& status) {
+bool LinkSession::RequestList(const std::string& request, std::string& status) {
   std::vector<std::string>().swap(ResultRows);  // the old rows' memory goes too
   ResultCount = 0;
   ResultCursor = 0;
-  const double start = SecondsSinceMidnight();
+  const double start = SecondsSinceMidnight(*env);
 
   std::string status_line;
   bool try_again = false;
@@ -215,8 +216,8 @@ bool clsVantor::Impl::RequestList(const std::string& request, std::string& statu
       Pause(kBusyRetrySeconds);
       try_again = true;
     }
-    if (start + self.lngREQUESTTIMEOUT < SecondsSinceMidnight()) try_again = false;
-    platform::DoPendingEvents();
+    if (start + self.lngREQUESTTIMEOUT < SecondsSinceMidnight(*env)) try_again = false;
+    platform::DoPendingEvents(*env);
   } while (try_again);
 
   if (status_line != "Status: OK") {
@@ -232,15 +233,15 @@ bool clsVantor::Impl::RequestList(const std::string& request, std::string& statu
   return true;
 }
 
-void clsVantor::Impl::Pause(int32_t seconds) {
-  const int64_t start = platform::CurrentClock().SecondsSinceMidnight();
+void LinkSession::Pause(int32_t seconds) {
+  const int64_t start = env->SecondsSinceMidnight();
   const int64_t until = start + seconds;
   for (;;) {
-    int64_t now = platform::CurrentClock().SecondsSinceMidnight();
+    int64_t now = env->SecondsSinceMidnight();
     // A pause that runs over midnight counts on into the new day instead of waiting a whole day more.
     if (now < start) now += 24 * 3600;
     if (now >= until) return;
-    platform::DoEvents();
+    platform::DoEvents(*env);
   }
 }
 

@@ -2,7 +2,7 @@
 
 // The request exchange with the Vantor-Server: one TCP connection per request (connect, send the request,
 // receive one reply, close), the busy retry and the status line. The operations are members of
-// clsVantor::Impl (component/vantor_impl.h); the pure pieces of the reply handling are here.
+// LinkSession (link/session.h); the pure pieces of the reply handling are here.
 //
 // A request is "^" + session id + "^,^" + user + "^,^" + encoded password + "^", then ",^" + field + "^"
 // per argument, the command first; no terminator, no escaping. It goes out in Windows-1252.

@@ -5,7 +5,8 @@
 #include <functional>
 #include <string>
 
-#include "component/general_failure.h"
+#include "link/debug_log.h"
+#include "link/general_failure.h"
 #include "halqvantor/Variant.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"

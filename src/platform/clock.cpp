@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <ctime>
 
-#include "platform/installed.h"
 
 namespace halqvantor::platform {
 namespace {
@@ -48,10 +47,6 @@ Clock* Clock::Default() {
   static SystemClock clock;
   return &clock;
 }
-
-Clock& CurrentClock() { return Installed<Clock>::Current(); }
-
-Clock* InstallClock(Clock* clock) { return Installed<Clock>::Install(clock); }
 
 int64_t DaysFromCivil(const CivilDate& date) {
   const int64_t cycles = CyclesBelow(int64_t{date.year} - 1970, kYearsPerCycle);

@@ -1,8 +1,8 @@
 #pragma once
 
 // The clock of the component: time of day for the request time-outs, today's date for date tokens, and the
-// time stamp of the debug log. Everything reads the installed clock (CurrentClock()); tests install a fake
-// one so that no test waits for real time.
+// time stamp of the debug log. Everything reads the clock of its object's environment (platform/env.h);
+// tests give objects a fake one so that no test waits for real time.
 
 #include <cstdint>
 #include <string>
@@ -36,11 +36,6 @@ class Clock {
   // The system's local time.
   static Clock* Default();
 };
-
-// The installed clock: the default one unless a test installed its own.
-Clock& CurrentClock();
-// Installs `clock` for the whole process (nullptr restores the default); returns the one it replaces.
-Clock* InstallClock(Clock* clock);
 
 // Calendar arithmetic (proleptic Gregorian). DaysFromCivil takes a month 1 .. 12; a day outside the month
 // counts on from its first day.

@@ -1,6 +1,5 @@
 #include "platform/database.h"
 
-#include "platform/installed.h"
 
 namespace halqvantor::platform {
 namespace {
@@ -159,7 +158,7 @@ class DispatchingConnection final : public Connection {
   }
   using Connection::Execute;
   std::unique_ptr<Recordset> Execute(const std::string& sql, const std::vector<Variant>& params) override {
-    if (!backend_) throw DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
+    if (!backend_) throw ObjectClosedError();
     return backend_->Execute(sql, params);
   }
   int32_t State() const override { return backend_ ? backend_->State() : kAdStateClosed; }
@@ -192,15 +191,13 @@ Variant Recordset::Field(std::string_view name) const {
                           std::string(name) + ")");
 }
 
+DatabaseError ObjectClosedError() {
+  return DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
+}
+
 ConnectionFactory* ConnectionFactory::Default() {
   static DefaultFactory factory;
   return &factory;
-}
-
-ConnectionFactory& CurrentConnectionFactory() { return Installed<ConnectionFactory>::Current(); }
-
-ConnectionFactory* InstallConnectionFactory(ConnectionFactory* factory) {
-  return Installed<ConnectionFactory>::Install(factory);
 }
 
 std::vector<ConnectPair> ParseConnectString(std::string_view text) {

@@ -8,7 +8,8 @@
 //     "Provider=SQLOLEDB;Data Source=host;Initial Catalog=db;User ID=u;Password=p" is translated to the keys
 //     of the FreeTDS driver (or of the driver that a "Driver=" key names); other strings go to the driver
 //     manager as they are.
-// New connections come from the installed ConnectionFactory, so a test can wrap or replace them.
+// New connections come from the ConnectionFactory of the object's environment, so a test can wrap or
+// replace them.
 //
 // Every failure is thrown as DatabaseError, a RuntimeError that carries the driver's native error number and
 // message (and the SQLSTATE for ODBC); a connection that is not open raises 3704.
@@ -43,6 +44,9 @@ class DatabaseError : public RuntimeError {
  private:
   std::string sqlstate_;
 };
+
+// The error of a call on a connection or record set that is closed (3704).
+DatabaseError ObjectClosedError();
 
 // The rows of one SELECT, read forward. Field values: NULL is Variant::null(); whole numbers are Long when
 // they fit 32 bits and Double otherwise; reals are Double; everything else is a String (UTF-8).
@@ -91,11 +95,6 @@ class ConnectionFactory {
   // The real backends, picked by the connect string on Open.
   static ConnectionFactory* Default();
 };
-
-// The installed factory: the default one unless a test installed its own.
-ConnectionFactory& CurrentConnectionFactory();
-// Installs `factory` for the whole process (nullptr restores the default); returns the one it replaces.
-ConnectionFactory* InstallConnectionFactory(ConnectionFactory* factory);
 
 // The backends on their own. A SQLite connection opens an existing database file only, unless it was made
 // with create_missing (then a missing file is created empty).

@@ -120,7 +120,7 @@ class OdbcRecordset final : public Recordset {
  private:
   void CheckOpen() const {
     if (stmt_ == SQL_NULL_HSTMT || !link_->connected) {
-      throw DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
+      throw ObjectClosedError();
     }
   }
   void CheckIndex(int index) const {
@@ -310,7 +310,7 @@ class OdbcConnection final : public Connection {
 
   using Connection::Execute;
   std::unique_ptr<Recordset> Execute(const std::string& sql, const std::vector<Variant>& params) override {
-    if (!link_) throw DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
+    if (!link_) throw ObjectClosedError();
     // The driver would run a second statement behind a ";"; only one goes through.
     if (SplitSqlScript(sql).size() > 1) throw DatabaseError(-1, "more than one statement in one Execute");
     SQLHSTMT stmt = SQL_NULL_HSTMT;

@@ -28,7 +28,7 @@ class SqliteRecordset final : public Recordset {
   int FieldCount() const override { return columns_; }
 
   Variant Field(int index) const override {
-    if (stmt_ == nullptr) throw DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
+    if (stmt_ == nullptr) throw ObjectClosedError();
     CheckIndex(index);
     if (eof_) {
       throw DatabaseError(kErrEndOfRecordset, "Either BOF or EOF is True, or the current record has been deleted");
@@ -55,14 +55,14 @@ class SqliteRecordset final : public Recordset {
   using Recordset::Field;
 
   std::string FieldName(int index) const override {
-    if (stmt_ == nullptr) throw DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
+    if (stmt_ == nullptr) throw ObjectClosedError();
     CheckIndex(index);
     const char* name = sqlite3_column_name(stmt_, index);
     return name != nullptr ? name : "";
   }
 
   void MoveNext() override {
-    if (stmt_ == nullptr) throw DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
+    if (stmt_ == nullptr) throw ObjectClosedError();
     if (eof_) {
       throw DatabaseError(kErrEndOfRecordset, "Either BOF or EOF is True, or the current record has been deleted");
     }
@@ -154,7 +154,7 @@ class SqliteConnection final : public Connection {
 
   using Connection::Execute;
   std::unique_ptr<Recordset> Execute(const std::string& sql, const std::vector<Variant>& params) override {
-    if (db_ == nullptr) throw DatabaseError(kErrObjectClosed, "Operation is not allowed when the object is closed");
+    if (db_ == nullptr) throw ObjectClosedError();
     sqlite3_stmt* stmt = nullptr;
     const char* tail = nullptr;
     int rc = sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &stmt, &tail);

@@ -10,7 +10,6 @@
 #include <cerrno>
 
 #include "halqvantor/RuntimeError.h"
-#include "platform/installed.h"
 #include "platform/cp1252.h"
 #include "platform/wildcard.h"
 
@@ -181,10 +180,6 @@ FileSystem* FileSystem::Default() {
   return &fs;
 }
 
-FileSystem& CurrentFileSystem() { return Installed<FileSystem>::Current(); }
-
-FileSystem* InstallFileSystem(FileSystem* fs) { return Installed<FileSystem>::Install(fs); }
-
 int FreeFile() {
   for (int n = 1; n <= kMaxFileNumber; ++n) {
     if (!OpenFiles()[static_cast<size_t>(n)]) return n;
@@ -192,12 +187,12 @@ int FreeFile() {
   throw RuntimeError(ErrorNumber::kTooManyFiles);
 }
 
-void OpenFileForBinaryWrite(int number, const std::string& path) {
+void OpenFileForBinaryWrite(FileSystem& fs, int number, const std::string& path) {
   if (number < 1 || number > kMaxFileNumber) throw RuntimeError(ErrorNumber::kBadFileNameOrNumber);
   auto& slot = OpenFiles()[static_cast<size_t>(number)];
   if (slot) throw RuntimeError(ErrorNumber::kFileAlreadyOpen);
   std::unique_ptr<WritableFile> file;
-  Check(CurrentFileSystem().OpenForBinaryWrite(path, &file));
+  Check(fs.OpenForBinaryWrite(path, &file));
   slot = std::move(file);
 }
 

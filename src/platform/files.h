@@ -1,6 +1,7 @@
 #pragma once
 
-// Every file the component touches goes through the installed FileSystem, so a test can inject faults.
+// Every file the component touches goes through the FileSystem of its object's environment (platform/env.h),
+// so a test can inject faults.
 // Errors are VB run-time error numbers (53 file not found, 70 permission denied, 75 path/file access error,
 // 76 path not found, 61 disk full, ...), mapped from errno in one place (ErrorFromErrno).
 
@@ -67,44 +68,12 @@ class FileSystem {
   static FileSystem* Default();
 };
 
-// Forwards every call to another file system, so that a test overrides only the calls it fails.
-class FileSystemWrapper : public FileSystem {
- public:
-  explicit FileSystemWrapper(FileSystem* target) : target_(target) {}
-  int AppendToFile(const std::string& path, std::string_view bytes) override {
-    return target_->AppendToFile(path, bytes);
-  }
-  int OpenForBinaryWrite(const std::string& path, std::unique_ptr<WritableFile>* file) override {
-    return target_->OpenForBinaryWrite(path, file);
-  }
-  int OpenForRead(const std::string& path, std::unique_ptr<ReadableFile>* file) override {
-    return target_->OpenForRead(path, file);
-  }
-  int FileSize(const std::string& path, int64_t* size) override { return target_->FileSize(path, size); }
-  bool FileExists(const std::string& path) override { return target_->FileExists(path); }
-  int DeleteFile(const std::string& path) override { return target_->DeleteFile(path); }
-  int RenameWithoutReplacing(const std::string& from, const std::string& to) override {
-    return target_->RenameWithoutReplacing(from, to);
-  }
-  int ListFolder(const std::string& folder, std::vector<FolderEntry>* entries) override {
-    return target_->ListFolder(folder, entries);
-  }
-  int RemoveFolder(const std::string& path) override { return target_->RemoveFolder(path); }
-
- private:
-  FileSystem* target_;
-};
-
-// The installed file system: the default one unless a test installed its own.
-FileSystem& CurrentFileSystem();
-// Installs `fs` for the whole process (nullptr restores the default); returns the one it replaces.
-FileSystem* InstallFileSystem(FileSystem* fs);
-
 // The calling thread's files opened by number, 1 .. 255, as a page script opens them ("Open ... As #n").
 // Failures raise RuntimeError with the VB error number: 52 for a number outside 1 .. 255 or not open,
 // 55 for a number already open, 67 when all numbers are taken, and the file system's errors.
 int FreeFile();
-void OpenFileForBinaryWrite(int number, const std::string& path);
+// The file is opened through `fs`.
+void OpenFileForBinaryWrite(FileSystem& fs, int number, const std::string& path);
 void WriteToFile(int number, std::string_view bytes);
 // Closes the file; a number that is not open is left alone. Raises the error of the final close.
 void CloseFile(int number);

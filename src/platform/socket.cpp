@@ -1,19 +1,10 @@
 #include "platform/socket.h"
 
-#include <fcntl.h>
-#include <netdb.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include "halqvantor/RuntimeError.h"
-#include "platform/installed.h"
 
 namespace halqvantor::platform {
 namespace {
@@ -36,68 +27,6 @@ std::vector<Socket*>& Registry() {
 
 }  // namespace
 
-SocketError SocketErrorFromErrno(int err) {
-  switch (err) {
-    case ECONNREFUSED:
-      return {10061, "Connection is forcefully rejected"};
-    case ECONNRESET:
-    case EPIPE:
-      return {10054, "Connection is reset by remote side"};
-    case ETIMEDOUT:
-      return {10060, "Connection timed out"};
-    case ENETUNREACH:
-      return {10051, "Network cannot be reached from this host at this time"};
-    case EHOSTUNREACH:
-    case EHOSTDOWN:
-      return {10065, "No route to host"};
-    case ECONNABORTED:
-      return {10053, "Connection is aborted due to timeout or other failure"};
-    case EADDRINUSE:
-      return {10048, "Address in use"};
-    case EADDRNOTAVAIL:
-      return {10049, "Address not available from the local machine"};
-    case ENOTCONN:
-      return {10057, "Socket is not connected"};
-    case EAFNOSUPPORT:
-    case EPROTONOSUPPORT:
-      return {10047, "Address family not supported"};
-    case EACCES:
-    case EPERM:
-      return {10013, "Permission denied"};
-    case EMFILE:
-    case ENFILE:
-      return {10024, "Too many open sockets"};
-    case ENOBUFS:
-    case ENOMEM:
-      return {10055, "No buffer space is available"};
-    default:
-      return {10050, "Network subsystem failed"};
-  }
-}
-
-SocketError SocketErrorFromResolver(int resolver_error, int err) {
-  switch (resolver_error) {
-    case EAI_NONAME:
-#ifdef EAI_NODATA
-    case EAI_NODATA:
-#endif
-#ifdef EAI_ADDRFAMILY
-    case EAI_ADDRFAMILY:
-#endif
-      return {11001, "Authoritative answer: Host not found"};
-    case EAI_AGAIN:
-      return {11002, "Non-Authoritative answer: Host not found"};
-    case EAI_FAIL:
-      return {11003, "Non-recoverable errors"};
-    case EAI_MEMORY:
-      return {10055, "No buffer space is available"};
-    case EAI_SYSTEM:
-      return SocketErrorFromErrno(err);
-    default:
-      return {11004, "Valid name, no data record of requested type"};
-  }
-}
-
 Socket::Socket() { Registry().push_back(this); }
 
 Socket::~Socket() {
@@ -111,6 +40,12 @@ void Socket::SetEventSink(SocketEventSink* sink, int32_t index) {
   index_ = index;
 }
 
+void Socket::SetNetwork(Network* network) {
+  if (network == network_) return;
+  Close();
+  network_ = network;
+}
+
 void Socket::Connect() {
   if (state_ != kSckClosed) throw RuntimeError(kSckInvalidOp, "Invalid operation at current state");
   if (RemotePort < 0 || RemotePort > 65535) {
@@ -121,23 +56,13 @@ void Socket::Connect() {
   last_connect_error_ = 0;
   state_ = kSckResolvingHost;
 
-  addrinfo hints{};
-  hints.ai_family = AF_UNSPEC;
-  hints.ai_socktype = SOCK_STREAM;
-  hints.ai_flags = AI_NUMERICSERV;
-  addrinfo* found = nullptr;
-  const std::string port = std::to_string(RemotePort);
-  const int rc = ::getaddrinfo(RemoteHost.c_str(), port.c_str(), &hints, &found);
-  if (rc != 0) {
+  const SocketError resolved = network_->Resolve(RemoteHost, RemotePort, &addresses_);
+  if (resolved.number != 0) {
+    addresses_.clear();
     state_ = kSckError;
-    due_.push_back({true, SocketErrorFromResolver(rc, errno)});
+    due_.push_back({true, resolved});
     return;
   }
-  for (const addrinfo* a = found; a != nullptr; a = a->ai_next) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(a->ai_addr);
-    addresses_.emplace_back(bytes, bytes + a->ai_addrlen);
-  }
-  ::freeaddrinfo(found);
   state_ = kSckHostResolved;
   StartNextAddress();
 }
@@ -146,47 +71,33 @@ void Socket::Connect() {
 // when none is left.
 void Socket::StartNextAddress() {
   while (next_address_ < addresses_.size()) {
-    const std::vector<unsigned char>& address = addresses_[next_address_++];
-    const auto* sa = reinterpret_cast<const sockaddr*>(address.data());
-    const int fd = ::socket(sa->sa_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    const SocketAddress& address = addresses_[next_address_++];
+    const int fd = network_->OpenSocket(address.family);
     if (fd < 0) {
-      last_connect_error_ = errno;
+      last_connect_error_ = -fd;
       continue;
     }
     fd_ = fd;
     ++generation_;
-    const int one = 1;
-    (void)::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
     if (LocalPort != 0) {
-      sockaddr_storage local{};
-      socklen_t local_len = 0;
-      if (sa->sa_family == AF_INET6) {
-        auto* in6 = reinterpret_cast<sockaddr_in6*>(&local);
-        in6->sin6_family = AF_INET6;
-        in6->sin6_port = htons(static_cast<uint16_t>(LocalPort));
-        local_len = sizeof(sockaddr_in6);
-      } else {
-        auto* in4 = reinterpret_cast<sockaddr_in*>(&local);
-        in4->sin_family = AF_INET;
-        in4->sin_port = htons(static_cast<uint16_t>(LocalPort));
-        local_len = sizeof(sockaddr_in);
-      }
-      if (::bind(fd, reinterpret_cast<sockaddr*>(&local), local_len) != 0) {
-        last_connect_error_ = errno;
+      const int bound = network_->BindLocalPort(fd, address.family, LocalPort);
+      if (bound != 0) {
+        last_connect_error_ = bound;
         CloseDescriptor();
         continue;
       }
     }
-    if (::connect(fd, sa, static_cast<socklen_t>(address.size())) == 0) {
+    const int started = network_->StartConnect(fd, address);
+    if (started == 0) {
       state_ = kSckConnected;
       due_.push_back({});
       return;
     }
-    if (errno == EINPROGRESS || errno == EINTR) {
+    if (started == EINPROGRESS) {
       state_ = kSckConnecting;
       return;
     }
-    last_connect_error_ = errno;
+    last_connect_error_ = started;
     CloseDescriptor();
   }
   state_ = kSckError;
@@ -268,7 +179,7 @@ void Socket::Close() {
 
 void Socket::CloseDescriptor() {
   if (fd_ >= 0) {
-    ::close(fd_);
+    network_->CloseSocket(fd_);
     fd_ = -1;
     ++generation_;
   }
@@ -278,11 +189,11 @@ short Socket::WantedEvents() const {
   if (fd_ < 0) return 0;
   switch (state_) {
     case kSckConnecting:
-      return POLLOUT;
+      return kPollOut;
     case kSckConnected: {
       short wanted = 0;
-      if (received_size_ < kMaxUnread) wanted |= POLLIN;
-      if (HasPendingSend()) wanted |= POLLOUT;
+      if (received_size_ < kMaxUnread) wanted |= kPollIn;
+      if (HasPendingSend()) wanted |= kPollOut;
       return wanted;
     }
     default:
@@ -321,10 +232,8 @@ int Socket::Fail(const SocketError& error) {
 
 int Socket::HandleReady(short revents) {
   if (state_ == kSckConnecting) {
-    if ((revents & (POLLOUT | POLLERR | POLLHUP)) == 0) return 0;
-    int err = 0;
-    socklen_t len = sizeof err;
-    if (::getsockopt(fd_, SOL_SOCKET, SO_ERROR, &err, &len) != 0) err = errno;
+    if ((revents & (kPollOut | kPollErr | kPollHup)) == 0) return 0;
+    const int err = network_->ConnectResult(fd_);
     if (err == 0) {
       state_ = kSckConnected;
       Deliver({});
@@ -339,11 +248,11 @@ int Socket::HandleReady(short revents) {
 
   int delivered = 0;
   const uint64_t generation = generation_;
-  if ((revents & POLLOUT) != 0 && HasPendingSend()) {
+  if ((revents & kPollOut) != 0 && HasPendingSend()) {
     delivered += FlushSendQueue();
     if (generation != generation_ || state_ != kSckConnected) return delivered;
   }
-  if ((revents & (POLLIN | POLLHUP | POLLERR)) != 0) delivered += ReadAvailable();
+  if ((revents & (kPollIn | kPollHup | kPollErr)) != 0) delivered += ReadAvailable();
   return delivered;
 }
 
@@ -352,11 +261,11 @@ int Socket::FlushSendQueue() {
   for (std::string_view bytes = PendingBytes(); !bytes.empty(); bytes = PendingBytes()) {
     // A source may report its failure to whoever waits; the socket itself goes on as it is.
     if (generation != generation_ || state_ != kSckConnected) return 0;
-    const ssize_t n = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    const int64_t n = network_->Send(fd_, bytes.data(), bytes.size());
     if (n < 0) {
-      if (errno == EINTR) continue;
-      if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;
-      return Fail(SocketErrorFromErrno(errno));
+      if (n == -EINTR) continue;
+      if (n == -EAGAIN || n == -EWOULDBLOCK) return 0;
+      return Fail(SocketErrorFromErrno(static_cast<int>(-n)));
     }
     if (send_offset_ < send_queue_.size()) {
       send_offset_ += static_cast<size_t>(n);
@@ -376,17 +285,17 @@ int Socket::ReadAvailable() {
   // One buffer for the socket's life: recv writes straight into it, and receivers read it where it lies.
   if (!received_) received_ = std::make_unique_for_overwrite<char[]>(kMaxUnread);
   while (received_size_ < kMaxUnread) {
-    const ssize_t n = ::recv(fd_, received_.get() + received_size_, kMaxUnread - received_size_, 0);
+    const int64_t n = network_->Receive(fd_, received_.get() + received_size_, kMaxUnread - received_size_);
     if (n > 0) {
       received_size_ += static_cast<size_t>(n);
       continue;
     }
     if (n == 0) {
       peer_closed = true;
-    } else if (errno == EINTR) {
+    } else if (n == -EINTR) {
       continue;
-    } else if (errno != EAGAIN && errno != EWOULDBLOCK) {
-      read_error = errno;
+    } else if (n != -EAGAIN && n != -EWOULDBLOCK) {
+      read_error = static_cast<int>(-n);
     }
     break;
   }
@@ -409,48 +318,51 @@ int Socket::ReadAvailable() {
 
 const std::vector<Socket*>& ThreadSockets() { return Registry(); }
 
-int PollPump::RunOnce(const std::vector<Socket*>& sockets, bool wait) {
+namespace {
+
+int RunEventPass(Network& waiter, bool wait) {
   // Handlers may close sockets (or, in principle, make new ones) while this pass runs: work on a copy and
   // check each descriptor's generation before acting on its readiness.
-  const std::vector<Socket*> list(sockets);
+  const std::vector<Socket*> list(ThreadSockets());
   int delivered = 0;
   for (Socket* s : list) {
     if (s->HasDueEvents()) delivered += s->DeliverDueEvents();
   }
 
-  std::vector<pollfd> fds;
-  std::vector<std::pair<Socket*, uint64_t>> owners;
-  fds.reserve(list.size());
-  owners.reserve(list.size());
+  // Each network polls its own sockets; only the waiter's waits. Most passes have one network.
+  struct Group {
+    Network* network;
+    std::vector<PollEntry> entries;
+    std::vector<std::pair<Socket*, uint64_t>> owners;
+  };
+  std::vector<Group> groups(1);
+  groups[0].network = &waiter;
   for (Socket* s : list) {
     const short wanted = s->WantedEvents();
     if (wanted == 0) continue;
-    fds.push_back({s->Descriptor(), wanted, 0});
-    owners.emplace_back(s, s->Generation());
+    auto group = std::find_if(groups.begin(), groups.end(), [s](const Group& g) { return g.network == &s->network(); });
+    if (group == groups.end()) group = groups.insert(groups.end(), Group{&s->network(), {}, {}});
+    group->entries.push_back({s->Descriptor(), wanted, 0});
+    group->owners.emplace_back(s, s->Generation());
   }
-  const int timeout = (delivered > 0 || !wait) ? 0 : max_wait_ms_;
-  const int ready = ::poll(fds.empty() ? nullptr : fds.data(), static_cast<nfds_t>(fds.size()), timeout);
-  if (ready <= 0) return delivered;
-  for (size_t i = 0; i < fds.size(); ++i) {
-    if (fds[i].revents == 0) continue;
-    Socket* s = owners[i].first;
-    if (s->Generation() != owners[i].second) continue;
-    delivered += s->HandleReady(fds[i].revents);
+  const int timeout = (delivered > 0 || !wait) ? 0 : waiter.EventWaitMs();
+  for (Group& group : groups) {
+    const int ready = group.network->Poll(group.entries, group.network == &waiter ? timeout : 0);
+    if (ready <= 0) continue;
+    for (size_t i = 0; i < group.entries.size(); ++i) {
+      if (group.entries[i].ready == 0) continue;
+      Socket* s = group.owners[i].first;
+      if (s->Generation() != group.owners[i].second) continue;
+      delivered += s->HandleReady(group.entries[i].ready);
+    }
   }
   return delivered;
 }
 
-EventPump* EventPump::Default() {
-  static PollPump pump;
-  return &pump;
-}
+}  // namespace
 
-EventPump& CurrentEventPump() { return Installed<EventPump>::Current(); }
+int DoEvents(Network& waiter) { return RunEventPass(waiter, true); }
 
-EventPump* InstallEventPump(EventPump* pump) { return Installed<EventPump>::Install(pump); }
-
-int DoEvents() { return CurrentEventPump().RunOnce(ThreadSockets(), true); }
-
-int DoPendingEvents() { return CurrentEventPump().RunOnce(ThreadSockets(), false); }
+int DoPendingEvents(Network& waiter) { return RunEventPass(waiter, false); }
 
 }  // namespace halqvantor::platform

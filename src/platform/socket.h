@@ -5,7 +5,8 @@
 // 5 host resolved, 6 connecting, 7 connected, 8 peer is closing, 9 error), Connect, SendData, GetData and
 // Close.
 //
-// Underneath is a non-blocking TCP socket. Nothing happens behind the caller's back: the thread's event pump
+// Underneath is a non-blocking TCP socket of a Network (the system's unless the socket is given another).
+// Nothing happens behind the caller's back: the thread's event pump
 // (DoEvents) sends what SendData queued, reads what arrived and reports Connect, DataArrival, Close and Error
 // to the socket's event sink. Failures are reported with the socket's own error numbers and words (10061
 // refused, 10054 reset, 11001 host not found, ...).
@@ -15,6 +16,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/network.h"
 
 namespace halqvantor::platform {
 
@@ -30,17 +33,6 @@ enum SocketState : int16_t {
   kSckClosing = 8,
   kSckError = 9,
 };
-
-// A socket failure: its error number and words, as status texts show them.
-struct SocketError {
-  int32_t number = 0;
-  std::string description;
-};
-
-// The one table from the operating system's errors to the socket's: an errno value, and a name
-// resolution result (getaddrinfo's code, with errno for its system errors).
-SocketError SocketErrorFromErrno(int err);
-SocketError SocketErrorFromResolver(int resolver_error, int err);
 
 // The receiver of a socket's events, called with the index the socket was given. Calls come only from
 // inside DoEvents on the socket's thread; a receiver may call the socket back (GetData, Close).
@@ -73,6 +65,9 @@ class Socket {
 
   // Where the events go; without a sink they are dropped.
   void SetEventSink(SocketEventSink* sink, int32_t index);
+  // The network the socket's connections go through from now on (closes the socket when it changes).
+  void SetNetwork(Network* network);
+  Network& network() const { return *network_; }
 
   int32_t Protocol = 0;  // 0: TCP
   std::string RemoteHost;
@@ -104,7 +99,7 @@ class Socket {
   // ---- For the event pump.
   // The descriptor to wait on and the poll events wanted (0: nothing to wait for).
   int Descriptor() const { return fd_; }
-  short WantedEvents() const;
+  short WantedEvents() const;  // PollEvents
   // Changes whenever the descriptor is closed, so that a pump can tell a stale readiness.
   uint64_t Generation() const { return generation_; }
   // Events that are due without waiting (a connection made at once, a failed name resolution).
@@ -128,12 +123,13 @@ class Socket {
   int Fail(const SocketError& error);
   void Deliver(const DueEvent& event);
 
+  Network* network_ = Network::Default();
   SocketEventSink* sink_ = nullptr;
   int32_t index_ = 0;
   int16_t state_ = kSckClosed;
   int fd_ = -1;
   uint64_t generation_ = 0;
-  std::vector<std::vector<unsigned char>> addresses_;  // resolved addresses not tried yet, in order
+  std::vector<SocketAddress> addresses_;  // resolved addresses not tried yet, in order
   size_t next_address_ = 0;
   int last_connect_error_ = 0;
   std::string send_queue_;
@@ -150,40 +146,12 @@ class Socket {
 // The sockets of the calling thread, in the order they were made.
 const std::vector<Socket*>& ThreadSockets();
 
-// One pass of event delivery over a thread's sockets. Tests install their own (InstallEventPump), as they do
-// with the clock.
-class EventPump {
- public:
-  virtual ~EventPump() = default;
-  // Delivers the events that are due on `sockets`; when none is and `wait` is set, waits until one is, at
-  // most a few milliseconds (sleeping also when no socket is open). The number of events delivered.
-  virtual int RunOnce(const std::vector<Socket*>& sockets, bool wait) = 0;
-
-  // The poll pump with its standard wait.
-  static EventPump* Default();
-};
-
-// The default pump: poll(2) over the sockets' descriptors.
-class PollPump : public EventPump {
- public:
-  static constexpr int kDefaultMaxWaitMs = 5;
-  explicit PollPump(int max_wait_ms = kDefaultMaxWaitMs) : max_wait_ms_(max_wait_ms) {}
-  int RunOnce(const std::vector<Socket*>& sockets, bool wait) override;
-
- private:
-  int max_wait_ms_;
-};
-
-// The installed pump: the default one unless a test installed its own.
-EventPump& CurrentEventPump();
-// Installs `pump` for the whole process (nullptr restores the default); returns the one it replaces.
-EventPump* InstallEventPump(EventPump* pump);
-
-// Yields to the event loop: one pass of the installed pump over the calling thread's sockets, waiting a
-// few milliseconds at most for something to happen. Loops that wait call this. The number of events
-// delivered.
-int DoEvents();
+// Yields to the event loop: one pass over the calling thread's sockets that delivers what is due and what
+// their networks report ready. `waiter` (the network of the object that waits) waits for its sockets until
+// something happens, at most its EventWaitMs (sleeping that long also when none of its sockets is open);
+// sockets of other networks are only looked at. Loops that wait call this. The number of events delivered.
+int DoEvents(Network& waiter);
 // The same pass without waiting: lets through what is due, for a single yield between two steps.
-int DoPendingEvents();
+int DoPendingEvents(Network& waiter);
 
 }  // namespace halqvantor::platform

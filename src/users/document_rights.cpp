@@ -14,7 +14,7 @@ using users::SqlNumber;
 
 Variant clsVantor::GetUserDocRights(const Variant& lngUserID, const Variant& strChannel, const Variant& strArchive,
                                     Variant* strDocRights) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   return Logged(d, "GetUserDocRights", [&] {
     OutText out(strDocRights);
     std::string& text = out.text();

@@ -18,7 +18,7 @@ std::string UserOrGroups(const std::string& id) {
 }
 
 // The shared procedure of the list operations: one item per row, open + value + close, joined by ",".
-Variant ListRows(clsVantor::Impl& d, std::string_view function, const Variant& user_id, Variant* out,
+Variant ListRows(LinkSession& d, std::string_view function, const Variant& user_id, Variant* out,
                  std::string (*statement)(const std::string& id), std::string_view column, std::string_view open,
                  std::string_view close) {
   return Logged(d, function, [&] {
@@ -42,28 +42,28 @@ Variant ListRows(clsVantor::Impl& d, std::string_view function, const Variant& u
 
 Variant clsVantor::GetUserRights(const Variant& strUserID, Variant* strRights) {
   return ListRows(
-      *impl_, "GetUserRights", strUserID, strRights,
+      SessionOf(*this), "GetUserRights", strUserID, strRights,
       [](const std::string& id) { return "SELECT DISTINCT RightID FROM UserRights WHERE " + UserOrGroups(id); },
       "RightID", "^", "^");
 }
 
 Variant clsVantor::GetUserArchives(const Variant& strUserID, Variant* strArchives) {
   return ListRows(
-      *impl_, "GetUserArchives", strUserID, strArchives,
+      SessionOf(*this), "GetUserArchives", strUserID, strArchives,
       [](const std::string& id) { return "SELECT DISTINCT Archive FROM UserArchives WHERE " + UserOrGroups(id); },
       "Archive", "^", "^");
 }
 
 Variant clsVantor::GetUserChannels(const Variant& strUserID, Variant* strChannels) {
   return ListRows(
-      *impl_, "GetUserChannels", strUserID, strChannels,
+      SessionOf(*this), "GetUserChannels", strUserID, strChannels,
       [](const std::string& id) { return "SELECT DISTINCT Channel FROM UserChannels WHERE " + UserOrGroups(id); },
       "Channel", "^", "^");
 }
 
 Variant clsVantor::GetUserGroups(const Variant& strUserID, Variant* strGroups) {
   return ListRows(
-      *impl_, "GetUserGroups", strUserID, strGroups,
+      SessionOf(*this), "GetUserGroups", strUserID, strGroups,
       [](const std::string& id) {
         return "SELECT DISTINCT UserName FROM Users, UserGroups WHERE Users.UserID=UserGroups.GroupID AND "
                "UserGroups.UserID=" +
@@ -73,7 +73,7 @@ Variant clsVantor::GetUserGroups(const Variant& strUserID, Variant* strGroups) {
 }
 
 Variant clsVantor::GetUserEditRights(const Variant& strUserID, Variant* strEditRights) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   return Logged(d, "GetUserEditRights", [&] {
     OutText text(strEditRights);
     int32_t count = 0;

@@ -74,7 +74,7 @@ std::string SearchRightsStatement(std::string_view select, const std::string& id
 }
 
 // Passes 2 and 3: per archive a line "$(#channel)\archive;" + ".field" joined by ",", lines joined by CR LF.
-void FieldListPass(clsVantor::Impl& d, const std::string& sql, Variant* out) {
+void FieldListPass(LinkSession& d, const std::string& sql, Variant* out) {
   OutText text(out);
   std::string& t = text.text();
   std::string last_key;
@@ -100,14 +100,14 @@ void FieldListPass(clsVantor::Impl& d, const std::string& sql, Variant* out) {
 
 Variant clsVantor::GetUserSearchRights(const Variant& lngUserID, Variant* strSearchRights,
                                        Variant* strSearchRightsHideField, Variant* strSearchRightsNoMatchcode) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   return Logged(d, "GetUserSearchRights", [&] {
     int32_t blocks = 0;
     {
       OutText text(strSearchRights);
       std::string& t = text.text();
       const std::string id = SqlNumber(lngUserID, "lngUserID");
-      const platform::CivilDate today = platform::CurrentClock().Today();
+      const platform::CivilDate today = d.env->Today();
       std::string last_key;
       std::string last_field;
       int32_t values = 0;

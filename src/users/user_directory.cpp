@@ -63,9 +63,10 @@ std::string SqlIdentifier(const Variant& value, std::string_view argument) {
 
 std::string ColumnText(const Variant& value) { return value.IsNull() ? std::string() : value.ToString(); }
 
-platform::Connection& Database(clsVantor::Impl& d) {
-  if (!d.DBConnection) throw RuntimeError(ErrorNumber::kObjectNotSet);
-  return *d.DBConnection;
+platform::Connection& Database(LinkSession& d) {
+  std::unique_ptr<platform::Connection>& connection = StateOf(d.self).DBConnection;
+  if (!connection) throw RuntimeError(ErrorNumber::kObjectNotSet);
+  return *connection;
 }
 
 }  // namespace halqvantor::users

@@ -9,8 +9,10 @@
 #include <string>
 #include <string_view>
 
-#include "component/general_failure.h"
-#include "component/vantor_impl.h"
+#include "link/debug_log.h"
+#include "link/general_failure.h"
+#include "halqvantor/clsVantor.h"
+#include "link/session.h"
 #include "halqvantor/Variant.h"
 #include "platform/database.h"
 
@@ -31,9 +33,18 @@ Variant SqlText(const Variant& value);
 // A column value as the texts handed to the page write it: NULL gives "".
 std::string ColumnText(const Variant& value);
 
+// What the user-directory operations keep: the user database connection, created (closed) by Init, opened
+// there when asked, closed at the end of the object.
+struct UserState {
+  std::unique_ptr<platform::Connection> DBConnection;
+};
+
+// The user state of `object` (defined with the object's private side).
+UserState& StateOf(clsVantor& object);
+
 // The open user database of the object: raises 91 when Init has not created the connection and 3704 (from
 // the connection) when it is closed.
-platform::Connection& Database(clsVantor::Impl& d);
+platform::Connection& Database(LinkSession& d);
 
 // A by-reference text under construction. It is written to the caller's variable when it goes out of scope,
 // on success and on failure alike, so a failing operation leaves the text built so far.
@@ -58,7 +69,7 @@ class OutText {
 // Runs `body` under the catch-all handler of the user-directory operations: a failure is logged as
 // "Allgemeiner Fehler in Funktion '<function>': <number> - <text>." and gives -1 as an Integer.
 template <typename Body>
-Variant Logged(clsVantor::Impl& d, std::string_view function, Body&& body) {
+Variant Logged(LinkSession& d, std::string_view function, Body&& body) {
   try {
     return body();
   } catch (const std::exception& e) {

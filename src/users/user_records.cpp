@@ -8,7 +8,7 @@
 #include "halqvantor/clsVantor.h"
 #include "platform/vb_runtime.h"
 #include "users/strong_password.h"
-#include "users/text_encoding.h"
+#include "link/text_encoding.h"
 #include "users/user_directory.h"
 
 namespace halqvantor {
@@ -45,14 +45,14 @@ Variant PlusOne(const Variant& value) {
 
 // A password as the Passwd column keeps it: hashed when the object is set to strong passwords, encoded
 // otherwise.
-std::string StoredPassword(const clsVantor::Impl& d, const std::string& password) {
+std::string StoredPassword(const LinkSession& d, const std::string& password) {
   return d.options.strong_passwords ? users::HashStrongPassword(password) : EncodeText(password);
 }
 
 // CheckLogon, logged under that name. With `upgrade` and the object set to strong passwords, an encoded
 // password that the log-on gave exactly (case included) is replaced by its strong form; one that matched only
 // without regard to case stays as it is, so that no log-on with another spelling locks the user out.
-Variant CheckLogonOf(clsVantor::Impl& d, const Variant& strUser, const Variant& strPasswd, bool upgrade) {
+Variant CheckLogonOf(LinkSession& d, const Variant& strUser, const Variant& strPasswd, bool upgrade) {
   return Logged(d, "CheckLogon", [&] {
     Variant result(int16_t{0});
     std::optional<std::string> upgraded;  // the password to store in the strong form, when one is due
@@ -97,7 +97,7 @@ Variant CheckLogonOf(clsVantor::Impl& d, const Variant& strUser, const Variant& 
 }  // namespace
 
 Variant clsVantor::GetNextDBObjectID(const Variant& strField, const Variant& strTable) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   return Logged(d, "GetNextDBObjectID", [&] {
     const std::string sql =
         "SELECT MAX(" + SqlIdentifier(strField, "strField") + ") FROM " + SqlIdentifier(strTable, "strTable");
@@ -114,7 +114,7 @@ Variant clsVantor::GetNextDBObjectID(const Variant& strField, const Variant& str
 
 Variant clsVantor::WriteUserToDB(const Variant& strUser, const Variant& strPasswd, const Variant& strEASYUser,
                                  const Variant& strEASYPasswd) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   return Logged(d, "WriteUserToDB", [&] {
     // The values are read before the numbering, so that one that is no text sends nothing to the database.
     const bool with_account = !strEASYUser.IsMissing() && !strEASYPasswd.IsMissing();
@@ -138,11 +138,11 @@ Variant clsVantor::WriteUserToDB(const Variant& strUser, const Variant& strPassw
 }
 
 Variant clsVantor::CheckLogon(const Variant& strUser, const Variant& strPasswd) {
-  return CheckLogonOf(*impl_, strUser, strPasswd, /*upgrade=*/true);
+  return CheckLogonOf(SessionOf(*this), strUser, strPasswd, /*upgrade=*/true);
 }
 
 Variant clsVantor::ChangePasswd(const Variant& strUser, const Variant& strPasswdOld, const Variant& strPasswdNew) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   return Logged(d, "ChangePasswd", [&] {
     // A failed log-on check has logged itself and comes back as -1, which updates nothing. The old password
     // is not upgraded on the way, as the new one replaces it at once.
@@ -156,7 +156,7 @@ Variant clsVantor::ChangePasswd(const Variant& strUser, const Variant& strPasswd
 }
 
 Variant clsVantor::GetUserEASYUser(const Variant& strUserID, Variant* strEASYUser, Variant* strEASYPasswd) {
-  Impl& d = *impl_;
+  LinkSession& d = SessionOf(*this);
   return Logged(d, "GetUserEASYUser", [&] {
     std::unique_ptr<platform::Recordset> rs =
         Database(d).Execute("SELECT EASYUser, EASYPasswd FROM Users WHERE UserID=" + SqlNumber(strUserID, "strUserID"));
@@ -178,11 +178,12 @@ Variant clsVantor::GetUserEASYUser(const Variant& strUserID, Variant* strEASYUse
 }
 
 bool ApplyDirectorySettings(clsVantor& object) {
-  clsVantor::Impl& d = VantorAccess::Of(object);
-  if (!d.DBConnection || d.DBConnection->State() != platform::kAdStateOpen) return false;
+  LinkSession& d = SessionOf(object);
+  std::unique_ptr<platform::Connection>& connection = users::StateOf(object).DBConnection;
+  if (!connection || connection->State() != platform::kAdStateOpen) return false;
   std::unique_ptr<platform::Recordset> rs;
   try {
-    rs = d.DBConnection->Execute("SELECT StrongPasswords FROM DirectorySettings");
+    rs = connection->Execute("SELECT StrongPasswords FROM DirectorySettings");
   } catch (const platform::DatabaseError&) {
     return false;  // a directory without the table: made by hand, or before it existed
   }

@@ -10,7 +10,7 @@
 
 #include "halqvantor/RuntimeError.h"
 #include "platform/cp1252.h"
-#include "users/text_encoding.h"
+#include "link/text_encoding.h"
 
 namespace {
 

@@ -30,9 +30,9 @@ namespace platform = halqvantor::platform;
 constexpr uint16_t kNewRequest = 0xFFFF;
 
 // Byte-mode packets go to a file that keeps only its length.
-class CountingFileSystem : public platform::FileSystemWrapper {
+class CountingFileSystem : public platform::EnvWrapper {
  public:
-  CountingFileSystem() : FileSystemWrapper(platform::FileSystem::Default()) {}
+  CountingFileSystem() : EnvWrapper(platform::Env::Default()) {}
   int OpenForBinaryWrite(const std::string&, std::unique_ptr<platform::WritableFile>* file) override {
     struct Counting : platform::WritableFile {
       int Write(std::string_view bytes) override {
@@ -61,8 +61,6 @@ void CheckSlot(const SlotState& slot) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static CountingFileSystem file_system;
-  static const bool installed = (platform::InstallFileSystem(&file_system), true);
-  (void)installed;
   if (size == 0) return 0;
 
   const uint8_t flags = data[0];
@@ -72,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if ((flags & 2) != 0) slot.MaxReplyBytes = (((flags >> 2) & 0x1F) + 1) * 64;
   // A file number that stays open for the input's life, as the blob transfer holds one.
   const int file = platform::FreeFile();
-  platform::OpenFileForBinaryWrite(file, "reception.bin");
+  platform::OpenFileForBinaryWrite(file_system, file, "reception.bin");
   slot.File = static_cast<uint8_t>(file);
   if ((flags & 0x80) != 0 && rest.size() >= 2) {
     slot.BytesToReceive = static_cast<uint8_t>(rest[0]) | (static_cast<uint8_t>(rest[1]) << 8);

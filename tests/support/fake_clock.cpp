@@ -2,9 +2,7 @@
 
 namespace halqvantor::testing {
 
-FakeClock::FakeClock(platform::LocalDateTime start) : now_(start), previous_(platform::InstallClock(this)) {}
-
-FakeClock::~FakeClock() { platform::InstallClock(previous_ == platform::Clock::Default() ? nullptr : previous_); }
+FakeClock::FakeClock(platform::LocalDateTime start, platform::Env* base) : EnvWrapper(base), now_(start) {}
 
 platform::LocalDateTime FakeClock::Now() {
   ++reads_;

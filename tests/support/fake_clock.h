@@ -2,16 +2,17 @@
 
 #include <functional>
 
-#include "platform/clock.h"
+#include "platform/env.h"
 
 namespace halqvantor::testing {
 
-// A clock that stands still until told to move. Installed for the lifetime of the object. `on_read`, when
-// set, runs before every reading, so a test can let time pass while the code under test waits.
-class FakeClock : public platform::Clock {
+// An environment whose clock stands still until told to move; everything else goes to `base`. Objects use
+// it once given it (SetEnvironment). `on_read`, when set, runs before every reading, so a test can let time
+// pass while the code under test waits.
+class FakeClock : public platform::EnvWrapper {
  public:
-  explicit FakeClock(platform::LocalDateTime start = {{2002, 11, 15}, 14, 3, 7});
-  ~FakeClock() override;
+  explicit FakeClock(platform::LocalDateTime start = {{2002, 11, 15}, 14, 3, 7},
+                     platform::Env* base = platform::Env::Default());
 
   platform::LocalDateTime Now() override;
   void Set(const platform::LocalDateTime& now) { now_ = now; }
@@ -22,7 +23,6 @@ class FakeClock : public platform::Clock {
 
  private:
   platform::LocalDateTime now_;
-  platform::Clock* previous_;
   int reads_ = 0;
 };
 

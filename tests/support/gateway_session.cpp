@@ -4,7 +4,8 @@
 
 namespace halqvantor::testing {
 
-GatewaySession::GatewaySession(int port) : object_(std::make_unique<clsVantor>()) {
+GatewaySession::GatewaySession(int port, platform::Env* env) : object_(std::make_unique<clsVantor>()) {
+  SetEnvironment(*object_, env);
   object_->strREMOTEHOST = "127.0.0.1";
   object_->lngREMOTEPORT = port;
   object_->lngREQUESTTIMEOUT = 5;

@@ -7,16 +7,17 @@
 
 #include "component/vantor_impl.h"
 #include "link/frm_comm.h"
+#include "platform/env.h"
 #include "platform/socket.h"
 #include "support/temp_dir.h"
 
 namespace halqvantor::testing {
 
-// A clsVantor object Init'ed against a gateway on 127.0.0.1:port (time-out 5 s, session "S1", user "u",
-// password "pw"), logging into a temporary folder.
+// A clsVantor object on `env` Init'ed against a gateway on 127.0.0.1:port (time-out 5 s, session "S1", user
+// "u", password "pw"), logging into a temporary folder.
 class GatewaySession {
  public:
-  explicit GatewaySession(int port);
+  explicit GatewaySession(int port, platform::Env* env = platform::Env::Default());
 
   clsVantor& object() { return *object_; }
   clsVantor::Impl& impl() { return VantorAccess::Of(*object_); }
@@ -32,16 +33,31 @@ class GatewaySession {
   std::unique_ptr<clsVantor> object_;
 };
 
-// Installs, while it lives, a pump that waits at most 1 ms a pass (or `max_wait_ms`): for tests that wait on
+// An environment whose event pump waits at most 1 ms a pass (or `max_wait_ms`): for tests that wait on
 // purpose.
-class QuickPump {
+class QuickPump : public platform::EnvWrapper {
  public:
-  explicit QuickPump(int max_wait_ms = 1) : pump_(max_wait_ms), previous_(platform::InstallEventPump(&pump_)) {}
-  ~QuickPump() { platform::InstallEventPump(previous_ == platform::EventPump::Default() ? nullptr : previous_); }
+  explicit QuickPump(int max_wait_ms = 1, platform::Env* base = platform::Env::Default())
+      : EnvWrapper(base), max_wait_ms_(max_wait_ms) {}
+  int EventWaitMs() override { return max_wait_ms_; }
 
  private:
-  platform::PollPump pump_;
-  platform::EventPump* previous_;
+  int max_wait_ms_;
+};
+
+// Gives `object` the environment `env` while it lives, then gives it back the one it had.
+class EnvScope {
+ public:
+  EnvScope(clsVantor& object, platform::Env* env) : object_(object), previous_(VantorAccess::Of(object).env) {
+    SetEnvironment(object, env);
+  }
+  ~EnvScope() { SetEnvironment(object_, previous_); }
+  EnvScope(const EnvScope&) = delete;
+  EnvScope& operator=(const EnvScope&) = delete;
+
+ private:
+  clsVantor& object_;
+  platform::Env* previous_;
 };
 
 // Runs `body` on a new thread, which has a slot table of its own, as a fresh process would.

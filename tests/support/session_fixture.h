@@ -8,6 +8,7 @@
 
 #include "support/errors.h"
 #include "support/fake_clock.h"
+#include "support/fake_network.h"
 #include "support/gateway_session.h"
 #include "support/scripted_gateway.h"
 #include "support/temp_dir.h"
@@ -25,6 +26,8 @@ class SessionTest : public ::testing::Test {
   // A clock hook may hold the test body's locals, which are gone when the object ends (and logs).
   void TearDown() override {
     clock_.on_read = nullptr;
+    // An environment a test body gave the object is gone by now.
+    if (session_) SetEnvironment(session_->object(), &clock_);
     session_.reset();
   }
 
@@ -33,7 +36,7 @@ class SessionTest : public ::testing::Test {
     for (const std::string& p : payloads) Answer(p);
   }
   GatewaySession& s() {
-    if (!session_) session_ = std::make_unique<GatewaySession>(gateway_.port());
+    if (!session_) session_ = std::make_unique<GatewaySession>(gateway_.port(), &clock_);
     return *session_;
   }
   clsVantor& v() { return s().object(); }
@@ -63,13 +66,28 @@ inline Exchanged Exchange(GatewaySession& s, const std::string& request) {
 // the session does.
 template <typename F>
 void InFreshSession(const std::vector<std::vector<ScriptedGateway::Step>>& scripts, F body,
-                    platform::LocalDateTime start = {{2002, 11, 15}, 14, 3, 7}) {
-  FakeClock clock(start);
+                    platform::LocalDateTime start = {{2002, 11, 15}, 14, 3, 7},
+                    platform::Env* base = platform::Env::Default()) {
+  FakeClock clock(start, base);
   ScriptedGateway gateway;
   for (const auto& script : scripts) gateway.Script(script);
   OnFreshThread([&] {
-    GatewaySession s(gateway.port());
+    GatewaySession s(gateway.port(), &clock);
     body(s, gateway, clock);
+    clock.on_read = nullptr;
+  });
+}
+
+// The same over a network inside the process: the session's link plays `scripts` (FakeNetwork), its time is
+// a fake clock, and the session has a thread of its own.
+template <typename F>
+void InFakeSession(const std::vector<std::vector<FakeNetwork::Step>>& scripts, F body) {
+  FakeClock clock;
+  FakeNetwork net(&clock);
+  net.scripts = scripts;
+  OnFreshThread([&] {
+    GatewaySession s(4711, &net);
+    body(s, net, clock);
     clock.on_read = nullptr;
   });
 }

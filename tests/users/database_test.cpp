@@ -66,7 +66,7 @@ class DatabaseBackend : public ::testing::TestWithParam<Backend> {
   void SetUp() override {
     HALQVANTOR_SKIP_UNLESS_AVAILABLE(GetParam());
     db = std::make_unique<TestDatabase>(GetParam());
-    connection = platform::CurrentConnectionFactory().NewConnection();
+    connection = platform::Env::Default()->NewConnection();
     connection->Open(db->connect_string());
   }
   std::unique_ptr<TestDatabase> db;
@@ -155,9 +155,10 @@ TEST_P(DatabaseBackend, ErrorsCarryTheDriversNumberAndText) {
 TEST(DatabaseInit, FailedOpenIsLoggedAndLeavesTheConnectionClosed) {
   TempDir dir;
   FakeClock clock;
-  RecordingFactory recorder;
+  RecordingFactory recorder(&clock);
   {
     clsVantor v;
+    SetEnvironment(v, &recorder);
     v.strDebugLogPath = dir.path();
     v.strSessionID = "S";
     v.strDBConnect = "Provider=SQLite;Data Source=" + dir.File("missing.db");
@@ -180,6 +181,7 @@ TEST_P(DatabaseBackend, EndOfObjectClosesItsConnection) {
   RecordingFactory recorder;
   {
     clsVantor v;
+    SetEnvironment(v, &recorder);
     v.strDBConnect = db->connect_string();
     v.Init(Variant(true));
     EXPECT_EQ(v.CheckLogon("nobody"), Variant(int16_t{0}));
@@ -187,6 +189,7 @@ TEST_P(DatabaseBackend, EndOfObjectClosesItsConnection) {
   EXPECT_EQ(recorder.closes, 1);
   {
     clsVantor v;
+    SetEnvironment(v, &recorder);
     v.Init();  // created, never opened: nothing to close
   }
   EXPECT_EQ(recorder.closes, 1);

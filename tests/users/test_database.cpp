@@ -110,12 +110,8 @@ std::vector<std::string> TestDatabase::Column(const std::string& sql) {
   return values;
 }
 
-RecordingFactory::RecordingFactory() : previous_(platform::InstallConnectionFactory(this)) {}
-
-RecordingFactory::~RecordingFactory() { platform::InstallConnectionFactory(previous_); }
-
 std::unique_ptr<platform::Connection> RecordingFactory::NewConnection() {
-  return std::make_unique<RecordingConnection>(*this, previous_->NewConnection());
+  return std::make_unique<RecordingConnection>(*this, EnvWrapper::NewConnection());
 }
 
 }  // namespace halqvantor::testing

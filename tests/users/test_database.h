@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/database.h"
+#include "platform/env.h"
 #include "support/temp_dir.h"
 
 namespace halqvantor::testing {
@@ -56,20 +57,17 @@ class TestDatabase {
 };
 
 // Records the statements (and their bound values) of every connection it makes; `fail_at` (1-based, counted
-// over all connections) makes that Execute raise a database error instead of running.
-class RecordingFactory : public platform::ConnectionFactory {
+// over all connections) makes that Execute raise a database error instead of running. An environment:
+// everything but the connections goes to `base`.
+class RecordingFactory : public platform::EnvWrapper {
  public:
-  RecordingFactory();
-  ~RecordingFactory() override;
+  explicit RecordingFactory(platform::Env* base = platform::Env::Default()) : EnvWrapper(base) {}
   std::unique_ptr<platform::Connection> NewConnection() override;
 
   std::vector<std::string> statements;
   std::vector<std::vector<Variant>> values;  // the bound values of each statement
   int fail_at = 0;
   int closes = 0;
-
- private:
-  platform::ConnectionFactory* previous_;
 };
 
 }  // namespace halqvantor::testing

@@ -23,6 +23,7 @@ class UserDirectoryTest : public ::testing::TestWithParam<Backend> {
     HALQVANTOR_SKIP_UNLESS_AVAILABLE(GetParam());
     db = std::make_unique<TestDatabase>(GetParam());
     v = std::make_unique<clsVantor>();
+    SetEnvironment(*v, &recorder);
     v->strDebugLogPath = log.path();
     v->strSessionID = "S";
     v->strDBConnect = db->connect_string();
@@ -43,7 +44,7 @@ class UserDirectoryTest : public ::testing::TestWithParam<Backend> {
 
   TempDir log;
   FakeClock clock{{{2026, 11, 15}, 9, 0, 0}};
-  RecordingFactory recorder;
+  RecordingFactory recorder{&clock};
   std::unique_ptr<TestDatabase> db;
   std::unique_ptr<clsVantor> v;
 };

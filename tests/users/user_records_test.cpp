@@ -3,7 +3,7 @@
 #include <functional>
 #include <optional>
 
-#include "users/text_encoding.h"
+#include "link/text_encoding.h"
 #include "users/user_directory_fixture.h"
 
 namespace halqvantor::testing {

@@ -14,8 +14,8 @@
 #include "status.h"
 #include "text.h"
 #include "tiff.h"
+#include "link/text_encoding.h"
 #include "platform/vb_runtime.h"
-#include "users/text_encoding.h"
 
 namespace halqvantor::gateway {
 namespace {

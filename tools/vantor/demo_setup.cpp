@@ -19,7 +19,7 @@
 
 #include "platform/database.h"
 #include "schema_sql.h"
-#include "users/text_encoding.h"
+#include "link/text_encoding.h"
 
 extern char** environ;
 

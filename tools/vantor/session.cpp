@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "platform/database.h"
+#include "platform/env.h"
 #include "table.h"
 
 namespace vantor {
@@ -45,7 +46,7 @@ halqvantor::clsVantor& Session::Open(bool with_database) {
     if (options_.db.empty()) throw UsageError("this command needs the user database: give --db or VANTOR_DB");
     // Init reports a connection that does not open only in the debug log; try it here to say why.
     try {
-      auto connection = halqvantor::platform::CurrentConnectionFactory().NewConnection();
+      auto connection = halqvantor::platform::Env::Default()->NewConnection();
       connection->Open(options_.db);
       connection->Close();
     } catch (const halqvantor::RuntimeError& e) {

@@ -2,15 +2,20 @@
 
 // One debug-log line: folder + "/" + session id + ".LOG", opened for appending, one line of
 // "DD.MM.YYYY hh:mm:ss" + three blanks + text + CR LF (UTF-8), closed again. An empty folder turns logging
-// off. A folder that does not exist, a session id that would name a file outside the folder, or a file
-// that cannot be written costs the line and nothing else.
+// off. The time stamp comes from `env`'s clock and the file is written through its file system. A folder
+// that does not exist, a session id that would name a file outside the folder, or a file that cannot be
+// written costs the line and nothing else.
 
 #include <string>
 #include <string_view>
 
 namespace halqvantor {
+namespace platform {
+class Env;
+}
 
-void WriteLogLine(std::string_view folder, std::string_view session_id, std::string_view text);
+
+void WriteLogLine(platform::Env& env, std::string_view folder, std::string_view session_id, std::string_view text);
 
 // The file a line goes to ("" when logging is off or the session id is not a plain file name part).
 std::string LogFilePath(std::string_view folder, std::string_view session_id);

@@ -1,22 +1,18 @@
 #pragma once
 
-// What the archive operations share around a request: the round trip that hands its failure text to
-// strStatus, and the walks over grouped rows.
+// The walks of the archive operations over grouped rows: group rows marked by their first character and the
+// member rows under each.
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "component/results.h"
-#include "component/vantor_impl.h"
+#include "link/result_values.h"
+#include "link/session.h"
 #include "halqvantor/Variant.h"
 
 namespace halqvantor::archive {
-
-// BuildRequest + RequestList. On failure strStatus (when passed) receives the failure text and the result
-// is false; on success strStatus is left for the caller to clear once the answer has been read.
-bool SendListRequest(clsVantor::Impl& d, const std::vector<Variant>& args, Variant* strStatus);
 
 // True when the row's first character is `mark` (the group lines of the two-level walks).
 inline bool BeginsWith(std::string_view row, char mark) { return !row.empty() && row.front() == mark; }

@@ -1,4 +1,4 @@
-#include "component/general_failure.h"
+#include "link/general_failure.h"
 
 #include <new>
 

@@ -1,17 +1,10 @@
-#include "archive/results.h"
+#include "archive/grouped_rows.h"
 
 #include <string>
 
 #include "platform/vb_runtime.h"
 
 namespace halqvantor::archive {
-
-bool SendListRequest(clsVantor::Impl& d, const std::vector<Variant>& args, Variant* strStatus) {
-  std::string status;
-  if (d.RequestList(d.BuildRequest(args), status)) return true;
-  SetOut(strStatus, Variant(std::move(status)));
-  return false;
-}
 
 int32_t CountGroups(const std::vector<std::string>& rows, char mark) {
   int32_t count = 0;

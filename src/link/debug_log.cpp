@@ -1,7 +1,6 @@
-#include "component/debug_log.h"
+#include "link/debug_log.h"
 
-#include "platform/clock.h"
-#include "platform/files.h"
+#include "platform/env.h"
 
 namespace halqvantor {
 
@@ -13,10 +12,10 @@ std::string LogFilePath(std::string_view folder, std::string_view session_id) {
   return platform::JoinPath(folder, name);
 }
 
-void WriteLogLine(std::string_view folder, std::string_view session_id, std::string_view text) {
+void WriteLogLine(platform::Env& env, std::string_view folder, std::string_view session_id, std::string_view text) {
   const std::string path = LogFilePath(folder, session_id);
   if (path.empty()) return;
-  const platform::LocalDateTime now = platform::CurrentClock().Now();
+  const platform::LocalDateTime now = env.Now();
   std::string line = platform::FormatDate(now.date);
   line += ' ';
   line += platform::FormatTime(now.hour, now.minute, now.second);
@@ -24,7 +23,7 @@ void WriteLogLine(std::string_view folder, std::string_view session_id, std::str
   line += text;
   line += "\r\n";
   // The log is a diagnostic aid: a line that cannot be written is dropped without a word.
-  (void)platform::CurrentFileSystem().AppendToFile(path, line);
+  (void)env.AppendToFile(path, line);
 }
 
 }  // namespace halqvantor

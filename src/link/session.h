@@ -1,0 +1,103 @@
+#pragma once
+
+// The link side of one clsVantor object: its connection slot, the request under way and the rows of the
+// last list request, with the round trip that every operation family runs through it. The object's private
+// side derives from it and adds the state of each family (archive, documents, users); the families reach
+// it through SessionOf. Member functions live in request_exchange.cpp (the exchange with the gateway) and
+// round_trip.cpp (log, list requests and walks).
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "halqvantor/Extensions.h"
+#include "halqvantor/Variant.h"
+#include "halqvantor/clsVantor.h"
+#include "platform/env.h"
+
+namespace halqvantor {
+
+class frmComm;
+namespace platform {
+class SendSource;
+}
+
+struct LinkSession {
+  explicit LinkSession(clsVantor& owner);
+  LinkSession(const LinkSession&) = delete;
+  LinkSession& operator=(const LinkSession&) = delete;
+
+  clsVantor& self;        // the public side: the properties
+  frmComm& form;          // the slot table of the thread that created the object
+  ObjectOptions options;  // settings outside the interface table
+  platform::Env* env;     // the clock, files, network and database factory it uses (SetEnvironment)
+
+  int32_t SlotIndex = 0;        // connection slot taken by Init; 0 before Init
+  bool RequestPending = false;  // a request exchange is under way
+  std::string LineBreak;        // CR LF
+
+  // Rows of the last list request, shared by all ...Next operations.
+  std::vector<std::string> ResultRows;
+  int32_t ResultCount = 0;
+  int32_t ResultCursor = 0;
+
+  // One line of the object's debug log (strDebugLogPath, strSessionID as they are now).
+  void WriteLog(std::string_view text) const;
+  // True when WriteLog writes anywhere: lines that would copy a whole reply are built only then.
+  bool LogEnabled() const;
+
+  // ---- Request exchange with the gateway (request_exchange.cpp).
+
+  // The request string (UTF-8) for args: element 0 is the command, the others its arguments, each turned
+  // into text; the head carries strSessionID, strEASYUser and Encode(strEASYPwd). Raises what the
+  // conversions raise (13 for a Missing argument, 6 for a password too long to encode).
+  std::string BuildRequest(const std::vector<Variant>& args) const;
+  // One string-mode round trip. True with the reply's payload in `response`; false with the failure text
+  // in `status`. Both are set to "" first, except when the call is refused because a request is under way.
+  bool RequestExchange(const std::string& request, std::string& response, std::string& status);
+  // Waits, yielding to the event loop, until the slot is Ready, has a WinsockError, or lngREQUESTTIMEOUT
+  // seconds have passed; true only for Ready. Clears the slot's WinsockError first.
+  bool WaitForReply();
+  // The round trip with the busy retry and the status line: true with the reply rows in ResultRows /
+  // ResultCount and ResultCursor 0; false with the failure text in `status` and no rows.
+  bool RequestList(const std::string& request, std::string& status);
+  // Returns after that many seconds of the clock, yielding to the event loop meanwhile.
+  void Pause(int32_t seconds);
+
+  // The pieces of a round trip, for the operations that run their own copy of it (blob transfer, upload).
+  // Takes the request guard: sets RequestPending and returns true. When a request is under way instead:
+  // sets `status` to the refusal text, logs it, clears RequestPending (so the call after it runs) and
+  // returns false.
+  bool TakeRequestGuard(std::string& status);
+  // Connect, send `bytes` (already in the gateway's code page) followed by the bytes of `body` when there is
+  // one, wait for the reply, disconnect, with the log lines of the exchange; `request` is the text the send
+  // line shows. The caller has set the slot's Mode (and, for byte mode, its counters and File) and manages
+  // RequestPending. The slot takes options.max_reply_bytes as the bound of this reply. True when the reply
+  // is complete; false with the status text of the failure (socket error, time-out, failing socket call, or
+  // "Reply too large (...)." as it stands when the reply passed the bound).
+  bool RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status,
+                    std::shared_ptr<platform::SendSource> body = nullptr);
+  // RequestExchange without copying the reply: on success it stays in the slot's Response.
+  bool ExchangeText(const std::string& request, std::string& status, std::string* response);
+
+  // ---- List requests and walks (round_trip.cpp).
+
+  // BuildRequest + RequestList. On failure strStatus (when passed) receives the failure text and the result
+  // is false; on success strStatus is left for the caller to clear once the answer has been read.
+  bool SendListRequest(const std::vector<Variant>& args, Variant* strStatus);
+  // ResultRows[index]; raises 9 outside the rows.
+  const std::string& ResultRowAt(int32_t index) const;
+  // The Init of a plain list: the request of `args`, then the row count as a Long and strStatus "", or -1 as
+  // an Integer and the failure text in strStatus. `sort`, when given, orders the rows of a success.
+  using RowOrder = void (*)(std::vector<std::string>& rows);
+  Variant ListInit(const std::vector<Variant>& args, Variant* strStatus, RowOrder sort = nullptr);
+  // The Next of a plain list: the row at the cursor, whole, or "" after the last row.
+  Variant ListNext();
+};
+
+// The link side of `object` (defined with the object's private side).
+LinkSession& SessionOf(clsVantor& object);
+
+}  // namespace halqvantor
