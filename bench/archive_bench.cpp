@@ -28,7 +28,6 @@
 #include "archive/row_columns.h"
 #include "best_time.h"
 #include "halqvantor/clsVantor.h"
-
 #include "support/loopback.h"
 
 namespace {
@@ -61,7 +60,9 @@ std::unique_ptr<halqvantor::testing::LoopbackServer> MiniServer(std::string repl
   });
 }
 
-std::string Framed(const std::string& payload) { return "TotalBytes:" + std::to_string(payload.size()) + "\r\n" + payload; }
+std::string Framed(const std::string& payload) {
+  return "TotalBytes:" + std::to_string(payload.size()) + "\r\n" + payload;
+}
 
 // The plain client: connect, send, read until the announced length has arrived, close.
 std::string PlainReceive(int port, const std::string& request) {
@@ -138,9 +139,10 @@ void ChannelList() {
     std::stable_sort(rows.begin(), rows.end());
     walked += rows.size();
   });
-  std::printf("channel list, %d rows (%.1f MB): Init + Next walk %.3f s, plain receive + stable_sort %.3f s, "
-              "ratio %.2f (goal <= 1.5)\n",
-              kChannelRows, static_cast<double>(payload.size()) / 1e6, ours, baseline, ours / baseline);
+  std::printf(
+      "channel list, %d rows (%.1f MB): Init + Next walk %.3f s, plain receive + stable_sort %.3f s, "
+      "ratio %.2f (goal <= 1.5)\n",
+      kChannelRows, static_cast<double>(payload.size()) / 1e6, ours, baseline, ours / baseline);
 }
 
 std::string GermanDate(std::mt19937& random) {
@@ -189,9 +191,10 @@ void SortedHitList() {
     std::stable_sort(keys.begin(), keys.end(), [](const Keyed& a, const Keyed& b) { return a.key < b.key; });
     walked += keys.size();
   });
-  std::printf("hit list, %d hits by a date column: query + sort + walk %.3f s (goal < 0.5 s); sort + walk %.3f s, "
-              "keys + stable_sort %.3f s, ratio %.2f (goal <= 1.5)\n",
-              kHits, whole, ours, baseline, ours / baseline);
+  std::printf(
+      "hit list, %d hits by a date column: query + sort + walk %.3f s (goal < 0.5 s); sort + walk %.3f s, "
+      "keys + stable_sort %.3f s, ratio %.2f (goal <= 1.5)\n",
+      kHits, whole, ours, baseline, ours / baseline);
   if (walked == 0) std::printf("nothing walked\n");
 }
 

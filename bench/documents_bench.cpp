@@ -27,7 +27,6 @@
 #include <vector>
 
 #include "halqvantor/clsVantor.h"
-
 #include "support/loopback.h"
 
 namespace {
@@ -94,8 +93,7 @@ void Handle(int c, const std::vector<char>& pattern) {
   }
 }
 std::unique_ptr<halqvantor::testing::LoopbackServer> StartServer() {
-  return std::make_unique<halqvantor::testing::LoopbackServer>(
-      [pattern = Pattern()](int c) { Handle(c, pattern); });
+  return std::make_unique<halqvantor::testing::LoopbackServer>([pattern = Pattern()](int c) { Handle(c, pattern); });
 }
 
 int Connect(int port) {

@@ -4,6 +4,7 @@
 //
 //   gateway_bench [requests per client]     (default 400)
 
+#include <asio.hpp>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -13,12 +14,10 @@
 #include <thread>
 #include <vector>
 
-#include <asio.hpp>
-
 #include "client.h"
+#include "link/text_encoding.h"
 #include "server.h"
 #include "support/temp_dir.h"
-#include "link/text_encoding.h"
 
 namespace {
 

@@ -30,7 +30,6 @@
 #include "component/vantor_impl.h"
 #include "halqvantor/clsVantor.h"
 #include "link/frm_comm.h"
-
 #include "support/loopback.h"
 
 namespace {

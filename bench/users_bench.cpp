@@ -13,9 +13,9 @@
 #include "best_time.h"
 #include "component/vantor_impl.h"
 #include "halqvantor/clsVantor.h"
+#include "link/text_encoding.h"
 #include "platform/database.h"
 #include "support/temp_dir.h"
-#include "link/text_encoding.h"
 
 namespace {
 

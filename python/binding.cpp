@@ -6,23 +6,22 @@
 // table), so every call checks the calling thread first. Members that may wait on the network, a file or the
 // database run with the GIL released; the rest are quick and keep it.
 
-#include <pybind11/pybind11.h>
-#include <pybind11/eval.h>
-#include <pybind11/stl.h>
-
 #include <halqvantor/clsVantor.h>
+#include <pybind11/eval.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
 
 #include <algorithm>
 #include <array>
-#include <deque>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <stdexcept>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -48,14 +47,18 @@ PyObject* missing = nullptr;
 PyObject* value_name = nullptr;  // "value", interned
 
 bool IsRef(py::handle h) { return PyObject_TypeCheck(h.ptr(), ref_type); }
-py::object RefValue(py::handle ref) { return py::reinterpret_steal<py::object>(PyObject_GetAttr(ref.ptr(), value_name)); }
+py::object RefValue(py::handle ref) {
+  return py::reinterpret_steal<py::object>(PyObject_GetAttr(ref.ptr(), value_name));
+}
 void SetRefValue(py::handle ref, const py::object& value) {
   if (PyObject_SetAttr(ref.ptr(), value_name, value.ptr()) != 0) throw py::error_already_set();
 }
 
 // Python objects the module keeps for the life of the process. They are handles, never released: a static
 // py::object would drop its reference after the interpreter has finalized.
-py::handle Kept(const char* module, const char* name) { return py::object(py::module_::import(module).attr(name)).release(); }
+py::handle Kept(const char* module, const char* name) {
+  return py::object(py::module_::import(module).attr(name)).release();
+}
 
 // Exceptions defined in Python (see PYBIND11_MODULE).
 py::handle& VantorErrorType() {
@@ -229,9 +232,7 @@ struct WrongThread : std::runtime_error {
 
 class PyVantor {
  public:
-  PyVantor() : object_(std::make_unique<clsVantor>()), owner_(std::this_thread::get_id()) {
-    EndOrphansOfThisThread();
-  }
+  PyVantor() : object_(std::make_unique<clsVantor>()), owner_(std::this_thread::get_id()) { EndOrphansOfThisThread(); }
   ~PyVantor() {
     if (std::this_thread::get_id() == owner_) {
       py::gil_scoped_release release;
@@ -261,9 +262,14 @@ class PyVantor {
 // Members that never wait on the network, a file or the database: they keep the GIL (a release and
 // re-acquire would cost more than they do).
 bool KeepsTheGil(const dispatch::Member& member) {
-  static const std::unordered_set<std::string_view> kQuick{
-      "Encode", "Decode", "OnStartPage", "OnEndPage", "EASYSortHitlistInit", "EASYDeleteFromHitlist",
-      "EASYGetMasksFirst", "EASYGetAllArchivesExtFirst"};
+  static const std::unordered_set<std::string_view> kQuick{"Encode",
+                                                           "Decode",
+                                                           "OnStartPage",
+                                                           "OnEndPage",
+                                                           "EASYSortHitlistInit",
+                                                           "EASYDeleteFromHitlist",
+                                                           "EASYGetMasksFirst",
+                                                           "EASYGetAllArchivesExtFirst"};
   const std::string_view name = member.name;
   return kQuick.count(name) != 0 || name.ends_with("Next") || name.ends_with("NextField") ||
          name.ends_with("NextArchive");
@@ -273,8 +279,8 @@ bool KeepsTheGil(const dispatch::Member& member) {
 int ParameterIndex(const dispatch::Member& member, std::string_view name) {
   for (size_t i = 0; i < member.parameters.size(); ++i) {
     const std::string_view p = member.parameters[i].name;
-    if (p.size() == name.size() &&
-        std::equal(p.begin(), p.end(), name.begin(), [](char a, char b) { return std::tolower(a) == std::tolower(b); })) {
+    if (p.size() == name.size() && std::equal(p.begin(), p.end(), name.begin(),
+                                              [](char a, char b) { return std::tolower(a) == std::tolower(b); })) {
       return static_cast<int>(i);
     }
   }
@@ -287,8 +293,8 @@ int ParameterIndex(const dispatch::Member& member, std::string_view name) {
 
 PyTypeObject* wsgi_type = nullptr;
 
-py::object Call(PyVantor& self, const dispatch::Member& member, bool keeps_gil, PyObject* const* args,
-                Py_ssize_t nargs, PyObject* kwnames) {
+py::object Call(PyVantor& self, const dispatch::Member& member, bool keeps_gil, PyObject* const* args, Py_ssize_t nargs,
+                PyObject* kwnames) {
   clsVantor& object = self.Object();
   std::shared_ptr<halqvantor::ScriptingContext> context;
 
@@ -380,8 +386,8 @@ template <size_t N>
 PyObject* CallOperation(PyObject* self, PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
   try {
     const Operation& op = operations[N];
-    return Call(py::cast<PyVantor&>(py::handle(self)), *op.member, op.keeps_gil, args,
-                PyVectorcall_NARGS(nargs), kwnames)
+    return Call(py::cast<PyVantor&>(py::handle(self)), *op.member, op.keeps_gil, args, PyVectorcall_NARGS(nargs),
+                kwnames)
         .release()
         .ptr();
   } catch (...) {
@@ -471,8 +477,7 @@ MISSING = _Missing()
       .def_readwrite("strong_passwords", &halqvantor::ObjectOptions::strong_passwords,
                      "WriteUserToDB and ChangePasswd store Argon2id hashes (default False).");
 
-  py::class_<PyVantor> cls(m, "clsVantor",
-                           "The component object: one per page, used on the thread that created it.");
+  py::class_<PyVantor> cls(m, "clsVantor", "The component object: one per page, used on the thread that created it.");
   cls.def(py::init<>());
   cls.def_property_readonly(
       "options", [](PyVantor& self) -> halqvantor::ObjectOptions& { return halqvantor::Options(self.Object()); },
@@ -496,10 +501,10 @@ MISSING = _Missing()
       if (operations.size() == kMaxOperations) throw std::logic_error("raise kMaxOperations");
       operations.push_back({mp, KeepsTheGil(member)});
       method_names.push_back(name);
-      method_defs.push_back(PyMethodDef{method_names.back().c_str(),
-                                        reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(
-                                            kFast[operations.size() - 1])),
-                                        METH_FASTCALL | METH_KEYWORDS, nullptr});
+      method_defs.push_back(
+          PyMethodDef{method_names.back().c_str(),
+                      reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(kFast[operations.size() - 1])),
+                      METH_FASTCALL | METH_KEYWORDS, nullptr});
       py::object method = py::reinterpret_steal<py::object>(
           PyDescr_NewMethod(reinterpret_cast<PyTypeObject*>(cls.ptr()), &method_defs.back()));
       if (!method) throw py::error_already_set();
@@ -522,8 +527,8 @@ MISSING = _Missing()
     out["result"] = kResults[static_cast<int>(member->result)];
     py::list parameters;
     for (const dispatch::Parameter& p : member->parameters) {
-      parameters.append(py::make_tuple(std::string(p.name), p.by_reference, p.optional,
-                                       kKinds[static_cast<int>(p.kind)]));
+      parameters.append(
+          py::make_tuple(std::string(p.name), p.by_reference, p.optional, kKinds[static_cast<int>(p.kind)]));
     }
     out["parameters"] = parameters;
     return py::object(out);

@@ -13,8 +13,8 @@ std::string FieldLine(const std::string& id, const std::string& weight) {
 }
 
 TEST_F(ArchiveDescription, FieldsComeOutByWeightAsStrings) {
-  Answer("Status: OK\r\nRW-X\r\n" + FieldLine("1", "10") + "\r\n" + FieldLine("2", "9") + "\r\n" +
-         FieldLine("3", "9") + "\r\n");
+  Answer("Status: OK\r\nRW-X\r\n" + FieldLine("1", "10") + "\r\n" + FieldLine("2", "9") + "\r\n" + FieldLine("3", "9") +
+         "\r\n");
   Variant rights, status = "old";
   EXPECT_EQ(v().EASYGetArchiveDescriptionInit("K1", "A1", &rights, &status), Variant(int32_t{3}));
   EXPECT_EQ(rights, Variant("RW-X"));
@@ -53,8 +53,7 @@ TEST_F(ArchiveDescription, ShortAnswersKeepTheOldRecordsButHandOutNothing) {
 TEST_F(ArchiveDescription, FailuresAndMalformedAnswers) {
   Answer("Status: Error 2 kein Archiv");
   Answer("Status: OK\r\nR\r\n^1^,^a^,^b^,^c^,^d^,^e");
-  Answer("Status: OK\r\nR\r\n" + FieldLine("1", "x") + "\r\n" +
-                                                                FieldLine("2", "1"));
+  Answer("Status: OK\r\nR\r\n" + FieldLine("1", "x") + "\r\n" + FieldLine("2", "1"));
   Variant rights = "old", status;
   EXPECT_EQ(v().EASYGetArchiveDescriptionInit("K", "A", &rights, &status), Variant(int16_t{-1}));
   EXPECT_EQ(status, Variant("Error 2 kein Archiv"));

@@ -11,13 +11,15 @@ using ArchiveQuery = testing::SessionTest;
 const std::string kTitle = "^Ort^,^Nr^,^Ver^,^Wert^";
 
 // A hit in channel K1, archive A1, with one display column.
-std::string Hit(const std::string& id, const std::string& value) { return "^001K1)\\A1^,^" + id + "^,^1^,^" + value + "^"; }
+std::string Hit(const std::string& id, const std::string& value) {
+  return "^001K1)\\A1^,^" + id + "^,^1^,^" + value + "^";
+}
 
 // A query answer: total, layout line, multi-page flag, column types (the display column's last), title, hits.
 std::string QueryAnswer(const std::string& display_type, const std::vector<std::string>& hits,
                         const std::string& layout = "", const std::string& multi = "0") {
-  std::string payload = "Status: OK\r\n57\r\n" + layout + "\r\n" + multi + "\r\n^0^,^0^,^0^,^" + display_type +
-                        "^\r\n" + kTitle;
+  std::string payload =
+      "Status: OK\r\n57\r\n" + layout + "\r\n" + multi + "\r\n^0^,^0^,^0^,^" + display_type + "^\r\n" + kTitle;
   for (const std::string& hit : hits) payload += "\r\n" + hit;
   return payload;
 }
@@ -37,9 +39,9 @@ TEST_F(ArchiveQuery, RequestOutsAndTheWalkInTheServersOrder) {
   Answer(QueryAnswer("0", {}, "3=C"));
   Answer(QueryAnswer("0", {}, ""));
   Variant field_ids, layout_ids, total, multi, status = "old";
-  const Variant count = v().EASYQueryArchiveInit("K1", "A1", "Nr=1", Variant(int32_t{100}), Variant(int32_t{500}),
-                                                 Variant::missing(), Variant::missing(), &field_ids, &layout_ids,
-                                                 &total, &multi, &status);
+  const Variant count =
+      v().EASYQueryArchiveInit("K1", "A1", "Nr=1", Variant(int32_t{100}), Variant(int32_t{500}), Variant::missing(),
+                               Variant::missing(), &field_ids, &layout_ids, &total, &multi, &status);
   EXPECT_EQ(count, Variant(int32_t{3}));
   // The query format goes ahead of the two limits.
   EXPECT_EQ(Requests()[0], Request("^QueryArchive^,^K1^,^A1^,^Nr=1^,^^,^100^,^500^,^^"));
@@ -48,7 +50,8 @@ TEST_F(ArchiveQuery, RequestOutsAndTheWalkInTheServersOrder) {
 
   Variant channel, archive, id, ver;
   EXPECT_EQ(v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), Variant("^Wert^"));
-  EXPECT_EQ(std::vector<Variant>({channel, archive, id, ver}), (std::vector<Variant>{"Channel", "Archive", "Nr", "Ver"}));
+  EXPECT_EQ(std::vector<Variant>({channel, archive, id, ver}),
+            (std::vector<Variant>{"Channel", "Archive", "Nr", "Ver"}));
   EXPECT_EQ(v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), Variant("^x^"));
   EXPECT_EQ(std::vector<Variant>({channel, archive, id, ver}), (std::vector<Variant>{"K1", "A1", "4711", "1"}));
   // A hit of three columns has no display columns.
@@ -93,7 +96,8 @@ TEST_F(ArchiveQuery, FailedAndShortAnswersLeaveTheHitListForSorting) {
   EXPECT_EQ(status, Variant("Error 4 Syntax"));
   EXPECT_EQ(total, Variant("old"));
   // Three lines: the total is written, then the missing column-type line ends the call.
-  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYQueryArchiveInit("K", "A", "q", 1, 1, "", "", nullptr, nullptr, &total); }), 9);
+  EXPECT_EQ(
+      RuntimeErrorNumber([&] { v().EASYQueryArchiveInit("K", "A", "q", 1, 1, "", "", nullptr, nullptr, &total); }), 9);
   EXPECT_EQ(total, Variant("12"));
   ASSERT_EQ(v().EASYGetChannelsInit(), Variant(int32_t{1}));
 

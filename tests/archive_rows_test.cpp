@@ -53,8 +53,7 @@ TEST(ChannelRows, NameBeforeTheFirstCommaAndCapitalOrder) {
 }
 
 TEST(FieldRecords, SevenColumnsSortedByNumericWeightStably) {
-  EXPECT_EQ(ParseFieldLine("^1^,^Name^,^C^,^40^,^0^,^10^,^1^"),
-            (FieldRecord{"1", "Name", "C", "40", "0", "10", "1"}));
+  EXPECT_EQ(ParseFieldLine("^1^,^Name^,^C^,^40^,^0^,^10^,^1^"), (FieldRecord{"1", "Name", "C", "40", "0", "10", "1"}));
   EXPECT_EQ(RuntimeErrorNumber([] { ParseFieldLine("^1^,^Name^,^C^,^40^,^0^,^10"); }), 5);
 
   auto record = [](std::string id, std::string weight) { return FieldRecord{id, "", "", "", "", weight, ""}; };
@@ -78,8 +77,9 @@ TEST(FieldRecords, SevenColumnsSortedByNumericWeightStably) {
 }
 
 TEST(HitLines, ColumnsLocationAndDisplayRest) {
-  auto parts = [](const HitLine& h) { return Rows{std::string(h.location), std::string(h.doc_id),
-                                                   std::string(h.version), std::string(h.display)}; };
+  auto parts = [](const HitLine& h) {
+    return Rows{std::string(h.location), std::string(h.doc_id), std::string(h.version), std::string(h.display)};
+  };
   EXPECT_EQ(parts(ParseHitLine("^001K1)\\Rechnungen^,^4711^,^2^,^A^,^B^")),
             (Rows{"001K1)\\Rechnungen", "4711", "2", "^A^,^B^"}));
   // Three columns: no display columns, and the version ends one character before the line's end.

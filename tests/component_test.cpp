@@ -100,9 +100,10 @@ TEST(ComponentObject, SessionIdChangedAfterInitSplitsTheLog) {
   });
   // The slot keeps the id copied by Init; the object's own lines go to the new one.
   EXPECT_EQ(ReadLines(dir.File("A.LOG"))[2], "15.11.2002 14:03:07       Slot");
-  EXPECT_EQ(ReadLines(dir.File("B.LOG")), (std::vector<std::string>{"15.11.2002 14:03:07   Objekt",
-                                                                    "15.11.2002 14:03:07   Winsock-Instanz 1 wieder freigegeben.",
-                                                                    "15.11.2002 14:03:07   Sitzung beendet."}));
+  EXPECT_EQ(ReadLines(dir.File("B.LOG")),
+            (std::vector<std::string>{"15.11.2002 14:03:07   Objekt",
+                                      "15.11.2002 14:03:07   Winsock-Instanz 1 wieder freigegeben.",
+                                      "15.11.2002 14:03:07   Sitzung beendet."}));
 }
 
 TEST(ComponentObject, UnwritableLogChangesNothingButTheLine) {

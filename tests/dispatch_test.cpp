@@ -50,16 +50,15 @@ TEST(DispatchTable, MembersKeepInterfaceOrderWithDenseIdsAndAreFoundByAnyCase) {
     std::string_view name;
     MemberKind kind;
   };
-  const std::vector<Anchor> anchors = {
-      {0, 0x40030000, "strREMOTEHOST", MemberKind::Property},
-      {10, 0x4003000A, "strChangeFileExt", MemberKind::Property},
-      {11, 0x60030000, "OnStartPage", MemberKind::Operation},
-      {28, 0x60030011, "DeleteFTPObjects", MemberKind::Operation},
-      {29, 0x60030012, "EASYGetChannelsInit", MemberKind::Operation},
-      {56, 0x6003002D, "EASYSortHitlistInit", MemberKind::Operation},
-      {60, 0x60030031, "CreateImportFile", MemberKind::Operation},
-      {74, 0x6003003F, "EASYGetAllArchivesExtFirst", MemberKind::Operation},
-      {76, 0x60030041, "UploadFile", MemberKind::Operation}};
+  const std::vector<Anchor> anchors = {{0, 0x40030000, "strREMOTEHOST", MemberKind::Property},
+                                       {10, 0x4003000A, "strChangeFileExt", MemberKind::Property},
+                                       {11, 0x60030000, "OnStartPage", MemberKind::Operation},
+                                       {28, 0x60030011, "DeleteFTPObjects", MemberKind::Operation},
+                                       {29, 0x60030012, "EASYGetChannelsInit", MemberKind::Operation},
+                                       {56, 0x6003002D, "EASYSortHitlistInit", MemberKind::Operation},
+                                       {60, 0x60030031, "CreateImportFile", MemberKind::Operation},
+                                       {74, 0x6003003F, "EASYGetAllArchivesExtFirst", MemberKind::Operation},
+                                       {76, 0x60030041, "UploadFile", MemberKind::Operation}};
   for (const Anchor& a : anchors) {
     EXPECT_EQ(members[a.index].name, a.name);
     EXPECT_EQ(members[a.index].dispid, a.id) << a.name;

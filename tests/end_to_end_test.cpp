@@ -85,21 +85,33 @@ TEST_F(EndToEnd, ListsWalkWhatTheSampleHolds) {
     std::vector<Variant> items;
   };
   const std::vector<List> lists = {
-      {"all archives", [&] { return v().EASYGetAllArchivesInit(); }, [&] { return v().EASYGetAllArchivesNext(); },
+      {"all archives",
+       [&] { return v().EASYGetAllArchivesInit(); },
+       [&] { return v().EASYGetAllArchivesNext(); },
        Long(5),
        {"$(#FIBU)\\Ausgangsrechnungen", "$(#FIBU)\\Eingangsrechnungen", "$(#PERSONAL)\\Personalakten",
         "$(#VERTRAG)\\Korrespondenz", "$(#VERTRAG)\\Verträge"}},
-      {"select list", [&] { return v().EASYGetSegmentSelectListInit(kFibu, kIn, int16_t{6}); },
-       [&] { return v().EASYGetSegmentSelectListNext(); }, Long(3), {"offen", "geprüft", "bezahlt"}},
-      {"query formats", [&] { return v().EASYGetQueryFormatListInit(kFibu, kIn); },
-       [&] { return v().EASYGetQueryFormatListNext(); }, Long(3), {"Standard", "Kurz", "Buchhaltung"}},
-      {"notes", [&] { return v().EASYGetNotesInit(kFibu, kIn, "1000001", "1"); },
-       [&] { return v().EASYGetNotesNext(); }, Long(2),
+      {"select list",
+       [&] { return v().EASYGetSegmentSelectListInit(kFibu, kIn, int16_t{6}); },
+       [&] { return v().EASYGetSegmentSelectListNext(); },
+       Long(3),
+       {"offen", "geprüft", "bezahlt"}},
+      {"query formats",
+       [&] { return v().EASYGetQueryFormatListInit(kFibu, kIn); },
+       [&] { return v().EASYGetQueryFormatListNext(); },
+       Long(3),
+       {"Standard", "Kurz", "Buchhaltung"}},
+      {"notes",
+       [&] { return v().EASYGetNotesInit(kFibu, kIn, "1000001", "1"); },
+       [&] { return v().EASYGetNotesNext(); },
+       Long(2),
        {"^1^,^easy^,^05.02.2002^,^09:12:44^,Betrag mit Bestellung 4711 abgeglichen.",
         "^2^,^admin^,^06.02.2002^,^14:30:02^,Skonto nicht gezogen.\r\nBitte Rücksprache mit Herrn Meier.\r\n"
         "Frist: 15.02.2002"}},
-      {"references", [&] { return v().EASYGetSegmentERFInit(kFibu, kIn, "1000001", "1", int16_t{4}); },
-       [&] { return v().EASYGetSegmentERFNext(); }, Long(3),
+      {"references",
+       [&] { return v().EASYGetSegmentERFInit(kFibu, kIn, "1000001", "1", int16_t{4}); },
+       [&] { return v().EASYGetSegmentERFNext(); },
+       Long(3),
        {"$(#FIBU)\\Ausgangsrechnungen,1000016,1", "$(#FIBU)\\Eingangsrechnungen,1000002,2",
         "$(#VERTRAG)\\Verträge,1000030,1"}},
   };
@@ -119,8 +131,7 @@ TEST_F(EndToEnd, QueryOutArgumentsOfAShortFormat) {
             (std::vector<Variant>{"14", "1,2", "10;11", true, ""}));
   std::vector<Variant> where(4);
   EXPECT_EQ(v().EASYQueryArchiveNext(), Variant("^Rechnungsnummer^,^Lieferant^"));
-  EXPECT_EQ(v().EASYQueryArchiveNext(&where[0], &where[1], &where[2], &where[3]),
-            Variant("^2002-0117^,^Meier GmbH^"));
+  EXPECT_EQ(v().EASYQueryArchiveNext(&where[0], &where[1], &where[2], &where[3]), Variant("^2002-0117^,^Meier GmbH^"));
   EXPECT_EQ(where, (std::vector<Variant>{kFibu, kIn, "1000001", "1"}));
 }
 

@@ -76,53 +76,56 @@ TEST(CutReplies, EveryOffsetByCloseResetOrStallEndsInTheMembersFailureWithinTheT
       }
     }
     const size_t header_end = member.byte_mode ? 0 : member.wire.find("\r\n") + 2;
-    InFreshSession(scripts, [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
-      clsVantor& v = s.object();
-      v.lngREQUESTTIMEOUT = kTimeout;
-      v.strDebugLogPath = "";
-      v.strBlobPathLocal = blob.path();
-      // Time runs only once the gateway has played the current cut: a second per look at the clock.
-      int target = 0, seconds = 0;
-      clock.on_read = [&](FakeClock& c) {
-        if (gateway.finished() >= target) c.AdvanceSeconds(1), ++seconds;
-      };
-      const int descriptors = OpenDescriptors();
-      for (const Case& c : cases) {
-        SCOPED_TRACE("offset " + std::to_string(c.offset) + ", cut " + std::to_string(static_cast<int>(c.how)));
-        ++target;
-        const int start = seconds;
-        Variant status;
-        Variant result;
-        try {
-          result = member.call(v, &status);
-        } catch (const RuntimeError& e) {
-          // Only a reply that reception takes as complete (below) can reach the row parsers.
-          result = Variant(int16_t{-1});
-          status = Variant("raised " + std::to_string(e.number()));
-        }
-        EXPECT_LE(seconds - start, 2 * (kTimeout + 2));
-        EXPECT_FALSE(s.impl().RequestPending);
-        // A first packet that ends inside the keyword "TotalBytes:" is no header: it follows whatever the
-        // slot held and completes it at once, as reception always does. Here it only has to end in time.
-        if (!member.byte_mode && c.offset > 0 && c.offset < 11) continue;
-        EXPECT_EQ(result, Variant(int16_t{-1}));
-        const bool broken_header = !member.byte_mode && c.offset >= 11 && c.offset < header_end;
-        if (c.how == Cut::kReset) {
-          // The reset and an unfinished header may come in one pass; either reports the failure.
-          if (!(broken_header && status == Variant(kHeaderWithoutEnd))) {
-            EXPECT_EQ(status, Variant(kReset));
+    InFreshSession(
+        scripts,
+        [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
+          clsVantor& v = s.object();
+          v.lngREQUESTTIMEOUT = kTimeout;
+          v.strDebugLogPath = "";
+          v.strBlobPathLocal = blob.path();
+          // Time runs only once the gateway has played the current cut: a second per look at the clock.
+          int target = 0, seconds = 0;
+          clock.on_read = [&](FakeClock& c) {
+            if (gateway.finished() >= target) c.AdvanceSeconds(1), ++seconds;
+          };
+          const int descriptors = OpenDescriptors();
+          for (const Case& c : cases) {
+            SCOPED_TRACE("offset " + std::to_string(c.offset) + ", cut " + std::to_string(static_cast<int>(c.how)));
+            ++target;
+            const int start = seconds;
+            Variant status;
+            Variant result;
+            try {
+              result = member.call(v, &status);
+            } catch (const RuntimeError& e) {
+              // Only a reply that reception takes as complete (below) can reach the row parsers.
+              result = Variant(int16_t{-1});
+              status = Variant("raised " + std::to_string(e.number()));
+            }
+            EXPECT_LE(seconds - start, 2 * (kTimeout + 2));
+            EXPECT_FALSE(s.impl().RequestPending);
+            // A first packet that ends inside the keyword "TotalBytes:" is no header: it follows whatever the
+            // slot held and completes it at once, as reception always does. Here it only has to end in time.
+            if (!member.byte_mode && c.offset > 0 && c.offset < 11) continue;
+            EXPECT_EQ(result, Variant(int16_t{-1}));
+            const bool broken_header = !member.byte_mode && c.offset >= 11 && c.offset < header_end;
+            if (c.how == Cut::kReset) {
+              // The reset and an unfinished header may come in one pass; either reports the failure.
+              if (!(broken_header && status == Variant(kHeaderWithoutEnd))) {
+                EXPECT_EQ(status, Variant(kReset));
+              }
+            } else {
+              EXPECT_EQ(status, Variant(broken_header ? kHeaderWithoutEnd : kTimedOut));
+            }
           }
-        } else {
-          EXPECT_EQ(status, Variant(broken_header ? kHeaderWithoutEnd : kTimedOut));
-        }
-      }
-      // A broken header leaves the slot's socket open for the next request to close: close it as that would.
-      // Then nothing may be left open.
-      s.socket().Close();
-      ASSERT_TRUE(gateway.WaitAllClosed());
-      EXPECT_EQ(OpenDescriptors(), descriptors);
-      EXPECT_EQ(gateway.connections(), static_cast<int>(cases.size()));
-    }, {{2002, 11, 15}, 14, 3, 7}, &pump);
+          // A broken header leaves the slot's socket open for the next request to close: close it as that would.
+          // Then nothing may be left open.
+          s.socket().Close();
+          ASSERT_TRUE(gateway.WaitAllClosed());
+          EXPECT_EQ(OpenDescriptors(), descriptors);
+          EXPECT_EQ(gateway.connections(), static_cast<int>(cases.size()));
+        },
+        {{2002, 11, 15}, 14, 3, 7}, &pump);
   }
 }
 
@@ -216,29 +219,30 @@ TEST(FileFaults, EachOpenWriteRenameAndAppendFailsCleanly) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    InFreshSession({{ScriptedGateway::Send(row.reply)}}, [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
-      clsVantor& v = s.object();
-      v.strBlobPathLocal = blob.path();
-      const int descriptors = OpenDescriptors();
-      int calls = 0;
-      {
-        FaultyDisk counting(FaultyDisk::kKinds, 0, &clock);
-        testing::EnvScope use(v, &counting);
-        EXPECT_EQ(row.run(v), row.good);
-        calls = counting.calls(row.kind);
-      }
-      EXPECT_GT(calls, 0);
-      for (int n = 1; n <= calls; ++n) {
-        FaultyDisk disk(row.kind, n, &clock);
-        testing::EnvScope use(v, &disk);
-        EXPECT_EQ(row.run(v), row.faulty) << "call " << n;
-        EXPECT_FALSE(s.impl().RequestPending);
-      }
-      // A failed write leaves the connection for the next request to close, like any reception failure.
-      s.socket().Close();
-      ASSERT_TRUE(gateway.WaitAllClosed());
-      EXPECT_EQ(OpenDescriptors(), descriptors);
-    });
+    InFreshSession({{ScriptedGateway::Send(row.reply)}},
+                   [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
+                     clsVantor& v = s.object();
+                     v.strBlobPathLocal = blob.path();
+                     const int descriptors = OpenDescriptors();
+                     int calls = 0;
+                     {
+                       FaultyDisk counting(FaultyDisk::kKinds, 0, &clock);
+                       testing::EnvScope use(v, &counting);
+                       EXPECT_EQ(row.run(v), row.good);
+                       calls = counting.calls(row.kind);
+                     }
+                     EXPECT_GT(calls, 0);
+                     for (int n = 1; n <= calls; ++n) {
+                       FaultyDisk disk(row.kind, n, &clock);
+                       testing::EnvScope use(v, &disk);
+                       EXPECT_EQ(row.run(v), row.faulty) << "call " << n;
+                       EXPECT_FALSE(s.impl().RequestPending);
+                     }
+                     // A failed write leaves the connection for the next request to close, like any reception failure.
+                     s.socket().Close();
+                     ASSERT_TRUE(gateway.WaitAllClosed());
+                     EXPECT_EQ(OpenDescriptors(), descriptors);
+                   });
   }
 }
 

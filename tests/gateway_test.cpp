@@ -2,7 +2,6 @@
 // against clients that try to exhaust it, and the program, over loopback on a copy of the sample archive.
 
 #include <gtest/gtest.h>
-
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,14 +9,14 @@
 #include <asio.hpp>
 #include <chrono>
 #include <filesystem>
-#include <sstream>
-
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "archive.h"
 #include "blob_files.h"
 #include "client.h"
 #include "import_file.h"
+#include "link/text_encoding.h"
 #include "pdf_writer.h"
 #include "request_reader.h"
 #include "server.h"
@@ -27,7 +26,6 @@
 #include "support/temp_dir.h"
 #include "text.h"
 #include "tiff.h"
-#include "link/text_encoding.h"
 
 namespace halqvantor::gateway {
 namespace {
@@ -198,11 +196,13 @@ TEST(RequestReaderTest, StreamedUploadKeepsOnlyItsHead) {
 // Descriptions, groups and values are checked through the documents they create; here the character set
 // and the files that are refused.
 TEST(GatewayImportFileTest, Utf8FilesAndRefusals) {
-  const auto utf8 = ParseImportFile("@DB,$(#A)\\B\r\n@CHARSET,UTF-8\r\n@FOLDER,FT:T,1:X\r\n^Gr\xC3\xBC\xC3\x9F" "e^\r\n");
+  const auto utf8 = ParseImportFile(
+      "@DB,$(#A)\\B\r\n@CHARSET,UTF-8\r\n@FOLDER,FT:T,1:X\r\n^Gr\xC3\xBC\xC3\x9F"
+      "e^\r\n");
   EXPECT_EQ(utf8[0].groups[0].value, ToWire("Grüße"));
 
-  for (const std::string bad : {"", "@FOLDER,FT:x\r\n", "@DB,FIBU\r\n@FOLDER,FT:x\r\n",
-                                "@DB,$(#A)\\B\r\n^x^\r\n", "@DB,$(#A)\\B\r\n@FOLDER,FT:x,1:A,1:B\r\n^only one^\r\n"}) {
+  for (const std::string bad : {"", "@FOLDER,FT:x\r\n", "@DB,FIBU\r\n@FOLDER,FT:x\r\n", "@DB,$(#A)\\B\r\n^x^\r\n",
+                                "@DB,$(#A)\\B\r\n@FOLDER,FT:x,1:A,1:B\r\n^only one^\r\n"}) {
     try {
       ParseImportFile(bad);
       ADD_FAILURE() << "accepted: " << bad;
@@ -275,9 +275,9 @@ TEST(GatewayFilesTest, BlobPathsStayInsideTheBlobFolder) {
   EXPECT_EQ(blob.Resolve(root.string() + "\\out\\x.tif"), root / "out" / "x.tif");
   EXPECT_EQ(blob.Resolve("out\\\\.\\x.tif"), root / "out" / "x.tif");
   EXPECT_EQ(blob.ResolveFile("sub", "a.pdf"), root / "sub" / "a.pdf");
-  for (const std::string& bad : std::vector<std::string>{"..\\etc", "out\\..\\..\\x", "/etc/passwd", "C:\\blob",
-                                                        "\\\\server\\share", root.string() + "\\..\\x",
-                                                        root.string() + "x\\y"}) {
+  for (const std::string& bad :
+       std::vector<std::string>{"..\\etc", "out\\..\\..\\x", "/etc/passwd", "C:\\blob", "\\\\server\\share",
+                                root.string() + "\\..\\x", root.string() + "x\\y"}) {
     EXPECT_THROW(blob.Resolve(bad), GatewayError) << bad;
   }
   for (const std::string bad : {"", "..", "a/b", "a\\b"}) EXPECT_THROW(blob.ResolveFile("", bad), GatewayError);
@@ -354,7 +354,7 @@ TEST(GatewayLogTest, FieldsAreEscapedAndCut) {
 TEST_F(GatewayTest, ErrorAnswersNameTheirCause) {
   struct Case {
     std::vector<std::string> args;
-    std::string user;  // the password is the user's name
+    std::string user;    // the password is the user's name
     std::string status;  // after "Status: "
   };
   const std::string out = "out";
@@ -362,7 +362,8 @@ TEST_F(GatewayTest, ErrorAnswersNameTheirCause) {
       {{"GetChannels"}, "wrong", "Error 21 Anmeldung fehlgeschlagen"},
       {{"GetArchives", "NIRGENDS"}, "easy", "Error 30 Kanal unbekannt: NIRGENDS"},
       {{"GetArchiveDescription", kFibu, "Nichts"}, "easy", "Error 31 Archiv unbekannt: Nichts"},
-      {{"GetArchiveDescription", "PERSONAL", "Personalakten"}, "gast",
+      {{"GetArchiveDescription", "PERSONAL", "Personalakten"},
+       "gast",
        "Error 22 Keine Berechtigung: $(#PERSONAL)\\Personalakten"},
       {{"GetSegmentSelectList", kFibu, kIn, "77"}, "easy", "Error 33 Feld unbekannt: 77"},
       {{"QueryArchive", kFibu, kIn, ".2=Meier", "", "0", "0", ""}, "easy", "Error 40 Ungültige Abfrage: .2=Meier"},
@@ -372,7 +373,8 @@ TEST_F(GatewayTest, ErrorAnswersNameTheirCause) {
       {{"GetDocumentInfo", kFibu, kIn, "4711", ""}, "easy", "Error 32"},
       {{"GetSegmentPDF", kFibu, kIn, "1000001", "1", "1", "99", out}, "easy", "Error 34 Layout unbekannt: 99"},
       {{"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "", out, "7"}, "easy", "Error 41"},
-      {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "4", out}, "easy",
+      {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "4", out},
+       "easy",
        "Error 36 Seite nicht vorhanden: 4"},
       {{"GetSegmentERF", kFibu, kIn, "1000001", "1", "1"}, "easy", "Error 41"},
       {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "..\\outside"}, "easy", "Error 50"},

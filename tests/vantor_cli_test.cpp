@@ -5,13 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <optional>
 #include <filesystem>
+#include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "cli.h"
 #include "options.h"
@@ -44,8 +43,9 @@ class VantorCli : public ::testing::Test {
 
   // Runs vantor with the connection options of the gateway, then `args`.
   Outcome Run(std::vector<std::string> args) {
-    std::vector<std::string> line = {"--host", "127.0.0.1", "--port", port_, "--timeout", "10", "--user", "easy",
-                                     "--password", "easy", "--blob-local", local_, "--blob-remote", blob_};
+    std::vector<std::string> line = {"--host",       "127.0.0.1", "--port",        port_,        "--timeout",
+                                     "10",           "--user",    "easy",          "--password", "easy",
+                                     "--blob-local", local_,      "--blob-remote", blob_};
     if (!db_.empty()) line.insert(line.end(), {"--db", db_});
     line.insert(line.end(), args.begin(), args.end());
     return RunLine(line);
@@ -76,11 +76,19 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
       {{"fields", "FIBU", "Eingangsrechnungen"}, 0, "rights: RCEDI\n", ""},
       {{"fields", "FIBU", "Eingangsrechnungen"}, 0, "offen, geprüft, bezahlt", ""},
       {{"masks", "FIBU", "Eingangsrechnungen"}, 0, "Einkauf, Vertrieb, Verwaltung, Technik", ""},
-      {{"query", "FIBU", "Eingangsrechnungen", "", "--max", "2"}, 0, "id       version  Rechnungsnummer  Lieferant", ""},
+      {{"query", "FIBU", "Eingangsrechnungen", "", "--max", "2"},
+       0,
+       "id       version  Rechnungsnummer  Lieferant",
+       ""},
       {{"query", "FIBU", "Eingangsrechnungen", "", "--max", "2"}, 0, "2 of 14 hits\n", ""},
-      {{"text", "FIBU", "Eingangsrechnungen", "1000001", "1", "--query", "meier", "--mark-on", "<<", "--mark-off", ">>"},
-       0, "Lieferant: <<Meier>> GmbH\nRechnungsdatum", ""},
-      {{"query", "FIBU", "Eingangsrechnungen", "", "--sort", "Farbe"}, 2, "",
+      {{"text", "FIBU", "Eingangsrechnungen", "1000001", "1", "--query", "meier", "--mark-on", "<<", "--mark-off",
+        ">>"},
+       0,
+       "Lieferant: <<Meier>> GmbH\nRechnungsdatum",
+       ""},
+      {{"query", "FIBU", "Eingangsrechnungen", "", "--sort", "Farbe"},
+       2,
+       "",
        "columns: id, version, Rechnungsnummer, Lieferant"},
       {{"query", "FIBU", "Rechnungen", "x"}, 1, "", "EASYQueryArchiveInit: Error 31 Archiv unbekannt"},
       {{"query", "FIBU"}, 2, "", ""},
@@ -90,14 +98,20 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
       {{"upload", "nix.bin"}, 1, "", "EASYUploadFile: File Error"},
       {{"call", "strREMOTEHOST", "gw.example"}, 0, "strREMOTEHOST = gw.example (String)\n", ""},
       {{"call", "easygetchannelsinit"}, 0, "EASYGetChannelsInit = 3 (Long)\nstrStatus =  (String)\n", ""},
-      {{"call", "EASYGetDocumentInfo", "FIBU", "Eingangsrechnungen", "1000001", "1"}, 0,
-       "strTitel = Rechnung 2002-0117 Meier GmbH (String)\n", ""},
+      {{"call", "EASYGetDocumentInfo", "FIBU", "Eingangsrechnungen", "1000001", "1"},
+       0,
+       "strTitel = Rechnung 2002-0117 Meier GmbH (String)\n",
+       ""},
       // "str:" keeps a text as it is where the parameter would convert it; ":missing" leaves an argument out.
       {{"call", "EASYGetSegmentData", "FIBU", "Eingangsrechnungen", "1000001", "1", "BELEG"}, 2, "", "intFieldIndex"},
-      {{"call", "EASYGetSegmentData", "FIBU", "Eingangsrechnungen", "1000001", "1", "str:BELEG"}, 0,
-       "strFileName = 1000001_1_2.TIF (String)\n", ""},
+      {{"call", "EASYGetSegmentData", "FIBU", "Eingangsrechnungen", "1000001", "1", "str:BELEG"},
+       0,
+       "strFileName = 1000001_1_2.TIF (String)\n",
+       ""},
       {{"call", "EASYSortHitlistInit", ":missing"}, 2, "", "lngCol"},
-      {{"call", "EASYGetArchivesInit", "Nix"}, 1, "EASYGetArchivesInit = -1 (Integer)\n",
+      {{"call", "EASYGetArchivesInit", "Nix"},
+       1,
+       "EASYGetArchivesInit = -1 (Integer)\n",
        "EASYGetArchivesInit: Error 30"},
       {{"call", "EASYFrobnicate"}, 2, "", "EASYFrobnicate"},
       {{"call", "EASYTransferBLOB", "x"}, 2, "", "lngFileLen"},
@@ -132,7 +146,8 @@ TEST_F(VantorCli, JsonListsDocumentsAndSortedHits) {
   json all = Run({"--json", "archives"}).Json();
   ASSERT_EQ(all.size(), 5u);
   EXPECT_EQ(all[4], json({{"channel", "VERTRAG"}, {"archive", "Korrespondenz"}}));
-  EXPECT_EQ(Run({"--json", "archives", "FIBU"}).Json(), json::parse(R"([{"channel":"FIBU","archive":"Ausgangsrechnungen"},
+  EXPECT_EQ(Run({"--json", "archives", "FIBU"}).Json(),
+            json::parse(R"([{"channel":"FIBU","archive":"Ausgangsrechnungen"},
                                   {"channel":"FIBU","archive":"Eingangsrechnungen"}])"));
 
   json doc = Run({"--json", "doc", "FIBU", "Eingangsrechnungen", "1000001", "1"}).Json();
@@ -193,16 +208,18 @@ TEST_F(VantorCli, UploadThenTransferBackGivesTheSameBytes) {
   EXPECT_EQ(Run({"upload", dir_.File("data/archive.json")}).code, 2);
 
   // A browser upload from a posted body.
-  WriteFile(dir_.File("body"),
-            "-----------------------------7d41b838504d8\r\nContent-Disposition: form-data; name=\"f\"; filename=\"a.txt\""
-            "\r\nContent-Type: text/plain\r\n\r\nabc\r\n-----------------------------7d41b838504d8--\r\n");
+  WriteFile(
+      dir_.File("body"),
+      "-----------------------------7d41b838504d8\r\nContent-Disposition: form-data; name=\"f\"; filename=\"a.txt\""
+      "\r\nContent-Type: text/plain\r\n\r\nabc\r\n-----------------------------7d41b838504d8--\r\n");
   Outcome posted = Run({"call", "UploadFile", "--post", dir_.File("body")});
   EXPECT_THAT(posted.out, HasSubstr("UploadFile = True (Boolean)\nstrFileNameParam = a.txt (String)\n"));
   EXPECT_EQ(ReadFile(local_ + "/a.txt"), "abc");
 }
 
 TEST_F(VantorCli, NotesWrittenListedAndDeleted) {
-  Outcome added = Run({"--json", "notes", "FIBU", "Eingangsrechnungen", "1000003", "1", "--add", "Erste Zeile\nzweite"});
+  Outcome added =
+      Run({"--json", "notes", "FIBU", "Eingangsrechnungen", "1000003", "1", "--add", "Erste Zeile\nzweite"});
   ASSERT_EQ(added.code, 0) << added.err;
   json notes = added.Json();
   ASSERT_FALSE(notes.empty());
@@ -283,8 +300,8 @@ TEST(VantorCliRuntimeError, NamesTheMemberThatRaisedIt) {
   halqvantor::testing::ScriptedGateway gateway;
   gateway.Script({halqvantor::testing::Answer("Status: OK\r\n^K^,^A^")});
   std::ostringstream out, err;
-  int code = RunVantor({"--host", "127.0.0.1", "--port", std::to_string(gateway.port()), "doc", "K", "A", "D", "1"}, out,
-                       err);
+  int code =
+      RunVantor({"--host", "127.0.0.1", "--port", std::to_string(gateway.port()), "doc", "K", "A", "D", "1"}, out, err);
   EXPECT_EQ(code, 1);
   EXPECT_EQ(err.str(), "EASYGetDocumentInfo: run-time error 5: Invalid procedure call or argument\n");
 }
@@ -295,15 +312,17 @@ TEST(VantorCliHostileGateway, EscapesControlsRefusesForeignPathsAndBoundsReplies
   using halqvantor::testing::Answer;
   halqvantor::testing::ScriptedGateway gateway;
   TempDir local;
-  gateway.Script({Answer("Status: OK\r\nK1\x1b]0;owned\x07,ok\x9d" "2J")});
+  gateway.Script(
+      {Answer("Status: OK\r\nK1\x1b]0;owned\x07,ok\x9d"
+              "2J")});
   gateway.Script({Answer("Status: Error 3 \x1b[2J")});
   for (const char* name : {"../../etc/passwd", "/tmp/x.pdf", "a/b.pdf", ""}) {
     gateway.Script({Answer(std::string("Status: OK\r\n3\r\n") + name)});
   }
   gateway.Script({halqvantor::testing::ScriptedGateway::Send("TotalBytes:2000000000\r\nStatus: OK\r\n")});
   auto run = [&](std::vector<std::string> args) {
-    std::vector<std::string> line = {"--host", "127.0.0.1", "--port", std::to_string(gateway.port()), "--timeout", "5",
-                                     "--blob-local", local.path()};
+    std::vector<std::string> line = {"--host",    "127.0.0.1", "--port",       std::to_string(gateway.port()),
+                                     "--timeout", "5",         "--blob-local", local.path()};
     line.insert(line.end(), args.begin(), args.end());
     std::ostringstream out, err;
     const int code = RunVantor(line, out, err);

@@ -123,10 +123,10 @@ TEST(VantorDemo, GatewayAndSampleFoundFromTheProgramsFolder) {
     std::string gateway, sample;     // found from prefix/bin ("" when nothing is)
   };
   const std::vector<Layout> layouts = {
-      {{"bin/vantor-gateway", "share/halqvantor/sample/archive.json"}, "bin/vantor-gateway",
-       "share/halqvantor/sample"},
+      {{"bin/vantor-gateway", "share/halqvantor/sample/archive.json"}, "bin/vantor-gateway", "share/halqvantor/sample"},
       {{"libexec/halqvantor/vantor-gateway", "share/halqvantor/sample/archive.json"},
-       "libexec/halqvantor/vantor-gateway", "share/halqvantor/sample"},
+       "libexec/halqvantor/vantor-gateway",
+       "share/halqvantor/sample"},
       // The build tree: tools/vantor beside tools/gateway, which holds the sample.
       {{"gateway/vantor-gateway", "gateway/sample/archive.json"}, "gateway/vantor-gateway", "gateway/sample"},
       {{"share/halqvantor/sample/other.json"}, "", ""},

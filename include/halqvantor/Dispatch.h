@@ -7,11 +7,10 @@
 #include <string_view>
 #include <vector>
 
+#include "halqvantor/Export.h"
 #include "halqvantor/PageEngine.h"
 #include "halqvantor/RuntimeError.h"
 #include "halqvantor/Variant.h"
-
-#include "halqvantor/Export.h"
 
 namespace halqvantor {
 
@@ -46,8 +45,8 @@ struct HALQVANTOR_API Member {
   int32_t dispid;
   std::string_view name;  // as the interface spells it
   MemberKind kind;
-  ValueKind value_kind;                  // properties: String or Long
-  ResultKind result;                     // operations
+  ValueKind value_kind;                   // properties: String or Long
+  ResultKind result;                      // operations
   std::span<const Parameter> parameters;  // operations, in order
 
   // The number of leading parameters that must be passed.
@@ -95,7 +94,7 @@ HALQVANTOR_API void PutProperty(clsVantor& object, const Member& property, const
 // through as RuntimeError; refusals of the table are DispatchError.
 // A property may be called too: no argument reads it, one argument writes it.
 HALQVANTOR_API Variant Invoke(clsVantor& object, const Member& member, std::vector<Variant>& args,
-               std::shared_ptr<ScriptingContext> context = nullptr);
+                              std::shared_ptr<ScriptingContext> context = nullptr);
 
 // Converts a value to the kind a parameter's name announces (Integer for int..., Long for lng..., Boolean for
 // bln..., String for str...) by the checked conversions of Variant; Missing and Null pass unchanged. Used by

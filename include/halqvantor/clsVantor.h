@@ -4,13 +4,12 @@
 #include <memory>
 #include <string>
 
+#include "halqvantor/Dispatch.h"
+#include "halqvantor/Export.h"
+#include "halqvantor/Extensions.h"
 #include "halqvantor/PageEngine.h"
 #include "halqvantor/RuntimeError.h"
 #include "halqvantor/Variant.h"
-#include "halqvantor/Dispatch.h"
-#include "halqvantor/Extensions.h"
-
-#include "halqvantor/Export.h"
 
 namespace halqvantor {
 
@@ -109,8 +108,8 @@ class HALQVANTOR_API clsVantor {
   // $(DATE), $(DATE+n), $(DATE-n) replaced by dates from today), hidden fields and no-match-code fields.
   // Result: the number of archive blocks of strSearchRights as a Long. Each text is cleared when its own pass
   // begins.
-  Variant GetUserSearchRights(const Variant& lngUserID, Variant* strSearchRights,
-                              Variant* strSearchRightsHideField, Variant* strSearchRightsNoMatchcode);
+  Variant GetUserSearchRights(const Variant& lngUserID, Variant* strSearchRights, Variant* strSearchRightsHideField,
+                              Variant* strSearchRightsNoMatchcode);
   // The archives / channels of the user and his groups, each as "^" + name + "^", joined by ",".
   Variant GetUserArchives(const Variant& strUserID, Variant* strArchives);
   Variant GetUserChannels(const Variant& strUserID, Variant* strChannels);
@@ -307,8 +306,8 @@ class HALQVANTOR_API clsVantor {
   Variant EASYGetArchiveDescriptionNext(Variant* intFieldID = nullptr, Variant* intType = nullptr,
                                         Variant* intSize = nullptr, Variant* intState = nullptr,
                                         Variant* intWeight = nullptr, Variant* intSelectList = nullptr);
-  Variant EASYGetSegmentSelectListInit(const Variant& strChannel, const Variant& strArchive,
-                                       const Variant& intFieldID, Variant* strStatus = nullptr);
+  Variant EASYGetSegmentSelectListInit(const Variant& strChannel, const Variant& strArchive, const Variant& intFieldID,
+                                       Variant* strStatus = nullptr);
   Variant EASYGetSegmentSelectListNext();
 
   // ---- Archive query and hit list
@@ -323,18 +322,17 @@ class HALQVANTOR_API clsVantor {
   Variant EASYQueryArchiveInit(const Variant& strChannel, const Variant& strArchive, const Variant& strQuery,
                                const Variant& lngMaxLines, const Variant& lngQueryMax,
                                const Variant& strQueryFormat = Variant::missing(),
-                               const Variant& strFolderRights = Variant::missing(),
-                               Variant* strLayoutFieldID = nullptr, Variant* strLayoutID = nullptr,
-                               Variant* lngTotalHits = nullptr, Variant* blnHitlistMultiTIFF = nullptr,
-                               Variant* strStatus = nullptr);
+                               const Variant& strFolderRights = Variant::missing(), Variant* strLayoutFieldID = nullptr,
+                               Variant* strLayoutID = nullptr, Variant* lngTotalHits = nullptr,
+                               Variant* blnHitlistMultiTIFF = nullptr, Variant* strStatus = nullptr);
   Variant EASYQueryArchiveNext(Variant* strChannel = nullptr, Variant* strArchive = nullptr,
                                Variant* strDocID = nullptr, Variant* strVer = nullptr);
   Variant EASYGetQueryFormatListInit(const Variant& strChannel, const Variant& strArchive,
                                      Variant* strStatus = nullptr);
   Variant EASYGetQueryFormatListNext();
   int32_t EASYSortHitlistInit(const Variant& lngCol);
-  Variant EASYSortHitlistNext(Variant* strChannel = nullptr, Variant* strArchive = nullptr,
-                              Variant* strDocID = nullptr, Variant* strVer = nullptr);
+  Variant EASYSortHitlistNext(Variant* strChannel = nullptr, Variant* strArchive = nullptr, Variant* strDocID = nullptr,
+                              Variant* strVer = nullptr);
   Variant EASYDeleteFromHitlist(const Variant& lngLine);
 
   // The object's private side (defined inside the library).

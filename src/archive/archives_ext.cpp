@@ -36,7 +36,6 @@ std::array<std::string_view, 5> SplitArchiveProperties(std::string_view row) {
 
 }  // namespace archive
 
-
 Variant clsVantor::EASYGetAllArchivesExtInit(Variant* strStatus) {
   LinkSession& d = SessionOf(*this);
   if (!d.SendListRequest({Variant("GetAllArchivesExt")}, strStatus)) return FailureResult();

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "link/result_values.h"
-#include "archive/row_columns.h"
 #include "archive/archive_state.h"
+#include "archive/row_columns.h"
+#include "link/result_values.h"
 #include "link/session.h"
 #include "platform/vb_runtime.h"
 

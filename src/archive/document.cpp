@@ -43,7 +43,6 @@ void JoinTextPieces(const std::vector<std::string>& rows, std::string_view line_
 
 }  // namespace archive
 
-
 Variant clsVantor::EASYGetDocumentInfo(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                        const Variant& strVer, Variant* lngLaenge, Variant* strErstelldat,
                                        Variant* strAenderDat, Variant* strTitel, Variant* intFelderGes,
@@ -102,10 +101,9 @@ Variant clsVantor::EASYGetSegmentTextInit(const Variant& strChannel, const Varia
   LinkSession& d = SessionOf(*this);
   const std::string line_break = strCRLF.IsMissing() ? d.LineBreak : strCRLF.ToString();
   // The line break is applied here when the answer is joined; the server never sees it.
-  if (!d.SendListRequest(
-          {Variant("GetSegmentText"), strChannel, strArchive, strDocID, strVer, OrDefault(strQuery, ""),
-           OrDefault(strMarkOn, ""), OrDefault(strMarkOff, ""), OrDefault(strBlank, "")},
-          strStatus)) {
+  if (!d.SendListRequest({Variant("GetSegmentText"), strChannel, strArchive, strDocID, strVer, OrDefault(strQuery, ""),
+                          OrDefault(strMarkOn, ""), OrDefault(strMarkOff, ""), OrDefault(strBlank, "")},
+                         strStatus)) {
     return FailureResult();
   }
   archive::StateOf(*this).TextPieces.Pieces.clear();

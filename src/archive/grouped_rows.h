@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
+#include "halqvantor/Variant.h"
 #include "link/result_values.h"
 #include "link/session.h"
-#include "halqvantor/Variant.h"
 
 namespace halqvantor::archive {
 

@@ -33,7 +33,6 @@ bool MaskFlag(std::string_view text) { return Variant(std::string(text)).ToByte(
 
 }  // namespace archive
 
-
 Variant clsVantor::EASYGetMasksInit(const Variant& strChannel, const Variant& strArchive, Variant* strStatus) {
   LinkSession& d = SessionOf(*this);
   if (!d.SendListRequest({Variant("GetMasks"), strChannel, strArchive}, strStatus)) {

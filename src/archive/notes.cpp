@@ -42,7 +42,6 @@ void JoinNotes(const std::vector<std::string>& rows, std::vector<std::string>& n
 
 }  // namespace archive
 
-
 Variant clsVantor::EASYGetNotesInit(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                     const Variant& strVer, Variant* strStatus) {
   LinkSession& d = SessionOf(*this);

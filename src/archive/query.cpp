@@ -1,10 +1,10 @@
 #include "archive/query.h"
 
-#include "link/result_values.h"
-#include "archive/row_columns.h"
 #include "archive/archive_state.h"
-#include "link/session.h"
+#include "archive/row_columns.h"
 #include "link/frm_comm.h"
+#include "link/result_values.h"
+#include "link/session.h"
 #include "platform/sorted_list.h"
 #include "platform/vb_runtime.h"
 
@@ -43,7 +43,9 @@ bool IsTimeOfDay(std::string_view text, size_t pos) {
   return pos == text.size();
 }
 
-std::string TwoDigits(int value) { return std::string{static_cast<char>('0' + value / 10), static_cast<char>('0' + value % 10)}; }
+std::string TwoDigits(int value) {
+  return std::string{static_cast<char>('0' + value / 10), static_cast<char>('0' + value % 10)};
+}
 
 }  // namespace
 
@@ -185,14 +187,13 @@ std::string_view ToText(SortOrder order) {
 
 }  // namespace archive
 
-
 namespace {
 
 // Hands out one line of the hit list: the document id and version into their out-arguments, channel and
 // archive from the location (the words "Channel" and "Archive" for the title line); the result is the
 // display columns.
-Variant HandOutHitLine(std::string_view line, bool title, Variant* strChannel, Variant* strArchive,
-                       Variant* strDocID, Variant* strVer) {
+Variant HandOutHitLine(std::string_view line, bool title, Variant* strChannel, Variant* strArchive, Variant* strDocID,
+                       Variant* strVer) {
   const archive::HitLine hit = archive::ParseHitLine(line);
   SetOut(strDocID, Variant(std::string(hit.doc_id)));
   SetOut(strVer, Variant(std::string(hit.version)));
@@ -262,13 +263,14 @@ Variant clsVantor::EASYQueryArchiveNext(Variant* strChannel, Variant* strArchive
   LinkSession& d = SessionOf(*this);
   if (d.ResultCursor >= d.ResultCount) return Variant("");
   // Row 4 is the title line; the cursor moves on only when the line has been handed out.
-  Variant result = HandOutHitLine(d.ResultRowAt(d.ResultCursor), d.ResultCursor < 5, strChannel, strArchive,
-                                  strDocID, strVer);
+  Variant result =
+      HandOutHitLine(d.ResultRowAt(d.ResultCursor), d.ResultCursor < 5, strChannel, strArchive, strDocID, strVer);
   ++d.ResultCursor;
   return result;
 }
 
-Variant clsVantor::EASYGetQueryFormatListInit(const Variant& strChannel, const Variant& strArchive, Variant* strStatus) {
+Variant clsVantor::EASYGetQueryFormatListInit(const Variant& strChannel, const Variant& strArchive,
+                                              Variant* strStatus) {
   return SessionOf(*this).ListInit({Variant("GetQueryFormatList"), strChannel, strArchive}, strStatus);
 }
 

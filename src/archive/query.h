@@ -38,11 +38,11 @@ std::string_view ToText(SortOrder order);
 // the state of its sorting. Only a successful query resets it.
 struct HitListState {
   std::vector<std::string> HitList;
-  int32_t HitListBound = 0;       // last index of HitList
+  int32_t HitListBound = 0;  // last index of HitList
   SortOrder SortDirection = SortOrder::kNone;
-  int16_t SortColumn = 0;         // column of the last sort, counted from 1 within the line
-  int32_t SortPosition = 0;       // next item of the sorted list to hand out; -1: the title line
-                                  // (kSortWalkOver: a downward walk has handed out its last item)
+  int16_t SortColumn = 0;    // column of the last sort, counted from 1 within the line
+  int32_t SortPosition = 0;  // next item of the sorted list to hand out; -1: the title line
+                             // (kSortWalkOver: a downward walk has handed out its last item)
 
   // Entry `index`; raises 9 outside the list.
   const std::string& Entry(int64_t index) const;

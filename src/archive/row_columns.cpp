@@ -25,7 +25,6 @@ size_t LastCharOffset(std::string_view s) {
 
 }  // namespace
 
-
 int64_t FindSeparator(std::string_view row, int64_t start) {
   if (start < 1) vb::Raise(ErrorNumber::kInvalidProcedureCall);
   const auto from = static_cast<uint64_t>(start - 1);

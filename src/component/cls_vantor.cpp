@@ -1,18 +1,16 @@
 #include <exception>
 
-#include "link/debug_log.h"
-#include "link/general_failure.h"
 #include "component/vantor_impl.h"
 #include "halqvantor/clsVantor.h"
+#include "link/debug_log.h"
 #include "link/frm_comm.h"
+#include "link/general_failure.h"
 
 namespace halqvantor {
 
 LinkSession& SessionOf(clsVantor& object) { return clsVantor::Impl::Of(object); }
 archive::ArchiveState& archive::StateOf(clsVantor& object) { return clsVantor::Impl::Of(object).archive_state; }
-documents::DocumentState& documents::StateOf(clsVantor& object) {
-  return clsVantor::Impl::Of(object).document_state;
-}
+documents::DocumentState& documents::StateOf(clsVantor& object) { return clsVantor::Impl::Of(object).document_state; }
 users::UserState& users::StateOf(clsVantor& object) { return clsVantor::Impl::Of(object).user_state; }
 
 clsVantor::clsVantor() : impl_(std::make_unique<Impl>(*this)) {}

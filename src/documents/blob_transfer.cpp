@@ -13,11 +13,11 @@
 #include <optional>
 #include <utility>
 
-#include "link/debug_log.h"
-#include "link/general_failure.h"
 #include "documents/document_files.h"
-#include "link/result_values.h"
+#include "link/debug_log.h"
 #include "link/frm_comm.h"
+#include "link/general_failure.h"
+#include "link/result_values.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
 #include "platform/socket.h"

@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
+#include "documents/document_files.h"
 #include "link/debug_log.h"
 #include "link/general_failure.h"
-#include "documents/document_files.h"
 #include "link/result_values.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"

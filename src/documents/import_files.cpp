@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "link/session.h"
 #include "link/result_values.h"
+#include "link/session.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
 

@@ -121,7 +121,8 @@ void documents::ChangeFileExtension(LinkSession& d, Variant* strFileName) {
 Variant clsVantor::EASYGetSegmentData(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                       const Variant& strVer, const Variant& intFieldIndex, Variant* strFileName,
                                       Variant* lngFileLen, Variant* strStatus) {
-  return documents::RequestSegmentFile(SessionOf(*this), 
+  return documents::RequestSegmentFile(
+      SessionOf(*this),
       {Variant("GetSegmentData"), strChannel, strArchive, strDocID, strVer, intFieldIndex, Variant(strBlobPathRemote)},
       documents::SegmentFileKind::kMapName, strFileName, lngFileLen, strStatus);
 }
@@ -129,9 +130,10 @@ Variant clsVantor::EASYGetSegmentData(const Variant& strChannel, const Variant& 
 Variant clsVantor::EASYGetSegmentPDF(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
                                      const Variant& strVer, const Variant& intFieldIndex, const Variant& intLayoutID,
                                      Variant* strFileName, Variant* lngFileLen, Variant* strStatus) {
-  return documents::RequestSegmentFile(SessionOf(*this), {Variant("GetSegmentPDF"), strChannel, strArchive, strDocID, strVer, intFieldIndex,
-                                    intLayoutID, Variant(strBlobPathRemote)},
-                                   documents::SegmentFileKind::kKeepName, strFileName, lngFileLen, strStatus);
+  return documents::RequestSegmentFile(SessionOf(*this),
+                                       {Variant("GetSegmentPDF"), strChannel, strArchive, strDocID, strVer,
+                                        intFieldIndex, intLayoutID, Variant(strBlobPathRemote)},
+                                       documents::SegmentFileKind::kKeepName, strFileName, lngFileLen, strStatus);
 }
 
 Variant clsVantor::EASYGetSegmentPrintfile(const Variant& strChannel, const Variant& strArchive,
@@ -139,9 +141,10 @@ Variant clsVantor::EASYGetSegmentPrintfile(const Variant& strChannel, const Vari
                                            const Variant& strLayoutID, const Variant& intMode, Variant* strFileName,
                                            Variant* lngFileLen, Variant* strStatus) {
   const Variant mode = intMode.IsMissing() ? Variant(int16_t{intPrintPDF}) : intMode;
-  return documents::RequestSegmentFile(SessionOf(*this), {Variant("GetSegmentPrintfile"), strChannel, strArchive, strDocID, strVer,
-                                    strFieldID, strLayoutID, Variant(strBlobPathRemote), mode},
-                                   documents::SegmentFileKind::kMapName, strFileName, lngFileLen, strStatus);
+  return documents::RequestSegmentFile(SessionOf(*this),
+                                       {Variant("GetSegmentPrintfile"), strChannel, strArchive, strDocID, strVer,
+                                        strFieldID, strLayoutID, Variant(strBlobPathRemote), mode},
+                                       documents::SegmentFileKind::kMapName, strFileName, lngFileLen, strStatus);
 }
 
 Variant clsVantor::EASYGetSegmentMultiTIF(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,
@@ -153,9 +156,10 @@ Variant clsVantor::EASYGetSegmentMultiTIF(const Variant& strChannel, const Varia
     pages = strPages.ToString();
   } catch (const RuntimeError&) {
   }
-  return documents::RequestSegmentFile(SessionOf(*this), {Variant("GetSegmentMultiTIF"), strChannel, strArchive, strDocID, strVer,
-                                    Variant(ExpandPageList(pages)), Variant(strBlobPathRemote)},
-                                   documents::SegmentFileKind::kMultiTif, strFileName, lngFileLen, strStatus);
+  return documents::RequestSegmentFile(SessionOf(*this),
+                                       {Variant("GetSegmentMultiTIF"), strChannel, strArchive, strDocID, strVer,
+                                        Variant(ExpandPageList(pages)), Variant(strBlobPathRemote)},
+                                       documents::SegmentFileKind::kMultiTif, strFileName, lngFileLen, strStatus);
 }
 
 Variant clsVantor::EASYGetSegmentERFInit(const Variant& strChannel, const Variant& strArchive, const Variant& strDocID,

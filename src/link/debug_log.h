@@ -14,7 +14,6 @@ namespace platform {
 class Env;
 }
 
-
 void WriteLogLine(platform::Env& env, std::string_view folder, std::string_view session_id, std::string_view text);
 
 // The file a line goes to ("" when logging is off or the session id is not a plain file name part).

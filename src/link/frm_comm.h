@@ -33,11 +33,11 @@ enum class ReceptionMode { kNone, kString, kByte };
 std::string_view ToText(ReceptionMode mode);
 
 struct SlotState {
-  bool Busy = false;           // owned by a live component object
+  bool Busy = false;                          // owned by a live component object
   ReceptionMode Mode = ReceptionMode::kNone;  // reception mode of the current request
-  bool Ready = false;          // the awaited step finished: connected, or the whole reply received
-  std::string Response;        // collected reply payload in string mode (UTF-8)
-  std::string WinsockError;    // error text of the last socket or reception failure; "" when none
+  bool Ready = false;                         // the awaited step finished: connected, or the whole reply received
+  std::string Response;                       // collected reply payload in string mode (UTF-8)
+  std::string WinsockError;                   // error text of the last socket or reception failure; "" when none
   int32_t BytesToReceive = 0;  // payload length announced by the reply (or set by the caller in byte mode)
   int32_t BytesReceived = 0;   // payload bytes received so far
   uint8_t File = 0;            // number of the open file that byte-mode reception writes to

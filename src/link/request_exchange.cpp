@@ -4,14 +4,14 @@
 #include <limits>
 
 #include "link/debug_log.h"
-#include "link/general_failure.h"
 #include "link/frm_comm.h"
+#include "link/general_failure.h"
 #include "link/session.h"
-#include "platform/env.h"
+#include "link/text_encoding.h"
 #include "platform/cp1252.h"
+#include "platform/env.h"
 #include "platform/socket.h"
 #include "platform/vb_runtime.h"
-#include "link/text_encoding.h"
 
 namespace halqvantor {
 namespace {
@@ -110,7 +110,7 @@ bool LinkSession::TakeRequestGuard(std::string& status) {
 }
 
 bool LinkSession::RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status,
-                                   std::shared_ptr<platform::SendSource> body) {
+                               std::shared_ptr<platform::SendSource> body) {
   try {
     platform::Socket& socket = form.ctlWinsock(SlotIndex);
     if (socket.State() != platform::kSckClosed) {

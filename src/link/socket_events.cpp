@@ -5,9 +5,9 @@
 #include <functional>
 #include <string>
 
+#include "halqvantor/Variant.h"
 #include "link/debug_log.h"
 #include "link/general_failure.h"
-#include "halqvantor/Variant.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
 #include "platform/vb_runtime.h"

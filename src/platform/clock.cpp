@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <ctime>
 
-
 namespace halqvantor::platform {
 namespace {
 

@@ -1,6 +1,5 @@
 #include "platform/database.h"
 
-
 namespace halqvantor::platform {
 namespace {
 

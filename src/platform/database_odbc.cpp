@@ -266,8 +266,8 @@ class BoundValues {
           indicators_[i] = static_cast<SQLLEN>(text.size());
           // Servers cap a plain VARCHAR parameter (SQL Server at 8000 bytes); longer texts go as long ones.
           const SQLSMALLINT type = text.size() > 4000 ? SQL_LONGVARCHAR : SQL_VARCHAR;
-          rc = SQLBindParameter(stmt, number, SQL_PARAM_INPUT, SQL_C_CHAR, type, std::max<SQLULEN>(text.size(), 1), 0, text.data(), static_cast<SQLLEN>(text.size()),
-                                &indicators_[i]);
+          rc = SQLBindParameter(stmt, number, SQL_PARAM_INPUT, SQL_C_CHAR, type, std::max<SQLULEN>(text.size(), 1), 0,
+                                text.data(), static_cast<SQLLEN>(text.size()), &indicators_[i]);
           break;
         }
       }
@@ -323,8 +323,7 @@ class OdbcConnection final : public Connection {
     if (!params.empty()) {
       SQLRETURN prepared = SQLPrepare(stmt, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS);
       SQLSMALLINT placeholders = 0;
-      if (Ok(prepared) && Ok(SQLNumParams(stmt, &placeholders)) &&
-          static_cast<size_t>(placeholders) != params.size()) {
+      if (Ok(prepared) && Ok(SQLNumParams(stmt, &placeholders)) && static_cast<size_t>(placeholders) != params.size()) {
         SQLFreeHandle(SQL_HANDLE_STMT, stmt);
         throw DatabaseError(-1, "the statement has " + std::to_string(placeholders) + " placeholders for " +
                                     std::to_string(params.size()) + " values");
@@ -336,8 +335,8 @@ class OdbcConnection final : public Connection {
         throw error;
       }
     }
-    const SQLRETURN rc = params.empty() ? SQLExecDirect(stmt, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS)
-                                        : SQLExecute(stmt);
+    const SQLRETURN rc =
+        params.empty() ? SQLExecDirect(stmt, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS) : SQLExecute(stmt);
     if (!Ok(rc) && rc != SQL_NO_DATA) {
       DatabaseError error = DiagnosticOf(SQL_HANDLE_STMT, stmt, "the statement failed");
       SQLFreeHandle(SQL_HANDLE_STMT, stmt);

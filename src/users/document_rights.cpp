@@ -38,7 +38,7 @@ Variant clsVantor::GetUserDocRights(const Variant& lngUserID, const Variant& str
           "WHERE (UserDocRights.DocRightID = DocRights.DocRightID) AND "
           "(DocRights.DocRightID = DocRightFields.DocRightID) AND "
           "((UserID = " +
-          id + ") OR (UserID IN (SELECT GroupID FROM UserGroups WHERE UserID=" + id + "))) " +
+              id + ") OR (UserID IN (SELECT GroupID FROM UserGroups WHERE UserID=" + id + "))) " +
               "AND (Channel = ?) AND (Archive = ?) " + "ORDER BY DocRightFields.DocRightID, Grade, FieldID",
           {Variant(channel), Variant(archive)});
       // Restarts with every pair, so a right numbered 0 never opens a block of its own.

@@ -9,11 +9,11 @@
 #include <string>
 #include <string_view>
 
+#include "halqvantor/Variant.h"
+#include "halqvantor/clsVantor.h"
 #include "link/debug_log.h"
 #include "link/general_failure.h"
-#include "halqvantor/clsVantor.h"
 #include "link/session.h"
-#include "halqvantor/Variant.h"
 #include "platform/database.h"
 
 namespace halqvantor::users {

@@ -6,9 +6,9 @@
 #include <optional>
 
 #include "halqvantor/clsVantor.h"
+#include "link/text_encoding.h"
 #include "platform/vb_runtime.h"
 #include "users/strong_password.h"
-#include "link/text_encoding.h"
 #include "users/user_directory.h"
 
 namespace halqvantor {
@@ -129,9 +129,9 @@ Variant clsVantor::WriteUserToDB(const Variant& strUser, const Variant& strPassw
                           {user, password});
     } else {
       // The archive password is sent to the gateway, so it stays in the reversible encoding.
-      Database(d).Execute(
-          "INSERT INTO Users(UserID,UserName,Passwd,EASYUser,EASYPasswd) VALUES (" + std::to_string(id) + ", ?, ?, ?, ?)",
-          {user, password, account, Variant(EncodeText(strEASYPasswd.ToString()))});
+      Database(d).Execute("INSERT INTO Users(UserID,UserName,Passwd,EASYUser,EASYPasswd) VALUES (" +
+                              std::to_string(id) + ", ?, ?, ?, ?)",
+                          {user, password, account, Variant(EncodeText(strEASYPasswd.ToString()))});
     }
     return Variant(id);
   });

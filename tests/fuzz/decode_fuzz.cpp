@@ -9,8 +9,8 @@
 #include <string_view>
 
 #include "halqvantor/RuntimeError.h"
-#include "platform/cp1252.h"
 #include "link/text_encoding.h"
+#include "platform/cp1252.h"
 
 namespace {
 

@@ -1,7 +1,5 @@
 #include "support/scripted_gateway.h"
 
-#include "support/loopback.h"
-
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -12,6 +10,8 @@
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
+
+#include "support/loopback.h"
 
 namespace halqvantor::testing {
 namespace {

@@ -84,8 +84,8 @@ TEST_P(DatabaseBackend, FieldsByNameAndPositionWithTheirTypes) {
       "SUM(CAST(New AS BIGINT)), SUM(CAST(Edit AS NUMERIC(10,2)) * 0.5) FROM UserEditRights GROUP BY Archive");
   ASSERT_FALSE(rs->Eof());
   EXPECT_EQ(rs->Field("ARCHIVE"), Variant("A"));
-  const std::vector<Variant> fields = {rs->Field(1), rs->Field(2), rs->Field(4), rs->Field(5), rs->Field(6),
-                                       rs->Field(7)};
+  const std::vector<Variant> fields = {rs->Field(1), rs->Field(2), rs->Field(4),
+                                       rs->Field(5), rs->Field(6), rs->Field(7)};
   EXPECT_EQ(fields, (std::vector<Variant>{4000000000.0, int32_t{3}, int32_t{2}, int32_t{3}, 4000000000.0, 1.5}));
   rs->MoveNext();
   EXPECT_TRUE(rs->Eof());
@@ -121,9 +121,8 @@ TEST_P(DatabaseBackend, ValuesAreBoundToPlaceholders) {
   EXPECT_EQ(connection->Execute("INSERT INTO Users(UserID,UserName,Passwd,EASYUser) VALUES (?, ?, ?, ?)",
                                 {Variant(int32_t{3}), Variant(name), Variant::null(), Variant("Jürgen")}),
             nullptr);
-  std::unique_ptr<platform::Recordset> rs =
-      connection->Execute("SELECT UserID, Passwd, EASYUser FROM Users WHERE UserName=? AND UserID=?",
-                          {Variant(name), Variant(3.0)});
+  std::unique_ptr<platform::Recordset> rs = connection->Execute(
+      "SELECT UserID, Passwd, EASYUser FROM Users WHERE UserName=? AND UserID=?", {Variant(name), Variant(3.0)});
   ASSERT_FALSE(rs->Eof());
   EXPECT_EQ(rs->Field(0), Variant(int32_t{3}));
   EXPECT_TRUE(rs->Field(1).IsNull());
@@ -169,11 +168,12 @@ TEST(DatabaseInit, FailedOpenIsLoggedAndLeavesTheConnectionClosed) {
   EXPECT_FALSE(std::filesystem::exists(dir.File("missing.db")));  // never created
   std::vector<std::string> lines = ReadLines(dir.File("S.LOG"));
   for (std::string& line : lines) line.erase(0, 22);
-  EXPECT_EQ(std::vector<std::string>(lines.begin() + 2, lines.begin() + 4),
-            (std::vector<std::string>{
-                "Allgemeiner Fehler in Funktion 'Init': 14 - unable to open database file: " + dir.File("missing.db") + ".",
-                "Allgemeiner Fehler in Funktion 'GetUserRights': 3704 - Operation is not allowed when the object is "
-                "closed."}));
+  EXPECT_EQ(
+      std::vector<std::string>(lines.begin() + 2, lines.begin() + 4),
+      (std::vector<std::string>{
+          "Allgemeiner Fehler in Funktion 'Init': 14 - unable to open database file: " + dir.File("missing.db") + ".",
+          "Allgemeiner Fehler in Funktion 'GetUserRights': 3704 - Operation is not allowed when the object is "
+          "closed."}));
   EXPECT_EQ(recorder.closes, 0);
 }
 

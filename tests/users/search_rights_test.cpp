@@ -27,8 +27,13 @@ TEST(DateTokens, ExpansionsAndFailingForms) {
   };
   for (const auto& [value, text] : expanded) EXPECT_EQ(ExpandDateTokens(value, kToday), text) << value;
   const std::vector<std::pair<std::string, int>> failing = {
-      {"$(DATE+)", 13}, {"$(DATE+x)", 13}, {"$(DATE+5", 5}, {"$(DATE+99999999)", 6},
-      {"$(DATEX", 5},   {"a $(DATE", 5},   {"$(DATE) $(DATEX) $(DATE", 5},
+      {"$(DATE+)", 13},
+      {"$(DATE+x)", 13},
+      {"$(DATE+5", 5},
+      {"$(DATE+99999999)", 6},
+      {"$(DATEX", 5},
+      {"a $(DATE", 5},
+      {"$(DATE) $(DATEX) $(DATE", 5},
   };
   for (const auto& [value, number] : failing) {
     EXPECT_EQ(RuntimeErrorNumber([&] { ExpandDateTokens(value, kToday); }), number) << value;

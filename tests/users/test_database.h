@@ -24,7 +24,7 @@ inline void PrintTo(Backend backend, std::ostream* out) {
 }
 
 // In a test's SetUp: skips the case when the run leaves PostgreSQL out (HALQVANTOR_TEST_POSTGRES=OFF).
-#define HALQVANTOR_SKIP_UNLESS_AVAILABLE(backend)                                      \
+#define HALQVANTOR_SKIP_UNLESS_AVAILABLE(backend)                                          \
   if ((backend) == ::halqvantor::testing::Backend::kPostgres && !HALQVANTOR_TEST_POSTGRES) \
   GTEST_SKIP() << "PostgreSQL is left out of this run (HALQVANTOR_TEST_POSTGRES=OFF)"
 

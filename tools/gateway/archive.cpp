@@ -5,11 +5,10 @@
 
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <stdexcept>
-
-#include <nlohmann/json.hpp>
 
 #include "text.h"
 
@@ -27,8 +26,8 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Note, author, date, time, text)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Segment, id, file, references)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Version, version, changed, title, index, segments)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Document, id, created, notes, versions)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Archive, name, access, fields, segments, layouts, query_formats,
-                                                masks, documents)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Archive, name, access, fields, segments, layouts, query_formats, masks,
+                                                documents)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Channel, name, description, archives)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(ArchiveData, accounts, channels)
 
@@ -270,18 +269,24 @@ void Store::RemoveNotes(const Channel& channel, const Archive& archive, const Do
 }
 
 void Store::Validate() const {
-  RequireUnique(data_.accounts, [](const Account& a) { return a.user; }, "account");
-  RequireUnique(data_.channels, [](const Channel& c) { return c.name; }, "channel");
+  RequireUnique(
+      data_.accounts, [](const Account& a) { return a.user; }, "account");
+  RequireUnique(
+      data_.channels, [](const Channel& c) { return c.name; }, "channel");
   for (const Channel& channel : data_.channels) {
     if (channel.name.empty() || channel.name.find_first_of(",#^\r\n") != std::string::npos) {
       Invalid("channel name '" + FromWire(channel.name) + "' is empty or holds , # ^ or a line break");
     }
-    RequireUnique(channel.archives, [](const Archive& a) { return a.name; }, "archive in " + channel.name);
+    RequireUnique(
+        channel.archives, [](const Archive& a) { return a.name; }, "archive in " + channel.name);
     for (const Archive& archive : channel.archives) {
       const std::string where = FromWire(channel.name + "\\" + archive.name);
-      RequireUnique(archive.fields, [](const Field& f) { return f.id; }, "field id in " + where);
-      RequireUnique(archive.segments, [](const SegmentKind& s) { return s.id; }, "segment id in " + where);
-      RequireUnique(archive.documents, [](const Document& d) { return d.id; }, "document id in " + where);
+      RequireUnique(
+          archive.fields, [](const Field& f) { return f.id; }, "field id in " + where);
+      RequireUnique(
+          archive.segments, [](const SegmentKind& s) { return s.id; }, "segment id in " + where);
+      RequireUnique(
+          archive.documents, [](const Document& d) { return d.id; }, "document id in " + where);
       for (const Field& f : archive.fields) {
         if (f.type < kTextField || f.type > kDateField) Invalid("field type of " + FromWire(f.name) + " in " + where);
       }

@@ -1,8 +1,7 @@
 #include "client.h"
 
-#include <stdexcept>
-
 #include <asio.hpp>
+#include <stdexcept>
 
 #include "request_reader.h"
 #include "text.h"
@@ -92,9 +91,8 @@ std::string GatewayClient::Exchange(std::string_view request) {
   if (ec) throw std::runtime_error("connect: " + ec.message());
   socket.set_option(tcp::no_delay(true), ec);
 
-  Await(io, socket, options.timeout, "send", ec, n, [&](auto done) {
-    asio::async_write(socket, asio::buffer(request.data(), request.size()), done);
-  });
+  Await(io, socket, options.timeout, "send", ec, n,
+        [&](auto done) { asio::async_write(socket, asio::buffer(request.data(), request.size()), done); });
   if (ec) throw std::runtime_error("send: " + ec.message());
   if (options.half_close) socket.shutdown(tcp::socket::shutdown_send, ec);
 
@@ -114,8 +112,7 @@ std::string GatewayClient::Exchange(std::string_view request) {
   return received;
 }
 
-std::string Exchange(const std::string& host, uint16_t port, std::string_view request,
-                     const ExchangeOptions& options) {
+std::string Exchange(const std::string& host, uint16_t port, std::string_view request, const ExchangeOptions& options) {
   return GatewayClient(host, port, options).Exchange(request);
 }
 

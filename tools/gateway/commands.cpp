@@ -1,28 +1,28 @@
 #include "commands.h"
 
 #include <algorithm>
-#include <ctime>
 #include <atomic>
 #include <cstdio>
+#include <ctime>
 #include <exception>
 #include <set>
 #include <utility>
 
 #include "import_file.h"
+#include "link/text_encoding.h"
 #include "pdf_writer.h"
+#include "platform/vb_runtime.h"
 #include "query.h"
 #include "status.h"
 #include "text.h"
 #include "tiff.h"
-#include "link/text_encoding.h"
-#include "platform/vb_runtime.h"
 
 namespace halqvantor::gateway {
 namespace {
 
 [[noreturn]] void Fail(int code, const std::string& detail = {}) {
-  throw GatewayError(code, detail.empty() ? std::string(StandardMessage(code))
-                                          : StandardMessage(code) + (": " + detail));
+  throw GatewayError(code,
+                     detail.empty() ? std::string(StandardMessage(code)) : StandardMessage(code) + (": " + detail));
 }
 
 // The one place a text answer is framed: "TotalBytes:" + payload length + CR LF, then the payload, which is
@@ -91,29 +91,53 @@ std::vector<int64_t> PageList(const std::string& text, size_t max_pages) {
 
 const char* StandardMessage(int code) {
   switch (code) {
-    case kBusy: return "Server ausgelastet, bitte sp\xE4ter erneut versuchen";
-    case kLogonFailed: return "Anmeldung fehlgeschlagen";
-    case kNoPermission: return "Keine Berechtigung";
-    case kUnknownChannel: return "Kanal unbekannt";
-    case kUnknownArchive: return "Archiv unbekannt";
-    case kUnknownDocument: return "Dokument nicht gefunden";
-    case kUnknownField: return "Feld unbekannt";
-    case kUnknownLayout: return "Layout unbekannt";
-    case kUnknownQueryFormat: return "Abfrageformat unbekannt";
-    case kNoSuchPage: return "Seite nicht vorhanden";
-    case kBadQuery: return "Ung\xFCltige Abfrage";
-    case kBadArgument: return "Ung\xFCltiger Parameter";
-    case kBadPath: return "Pfad au\xDF" "erhalb des Blob-Verzeichnisses";
-    case kFileNotFound: return "Datei nicht gefunden";
-    case kFileNotWritten: return "Datei kann nicht geschrieben werden";
-    case kBadImportFile: return "Importdatei fehlerhaft";
-    case kBadFraming: return "Ung\xFCltiges Anfrageformat";
-    case kUnknownCommand: return "Unbekanntes Kommando";
-    case kWrongArgumentCount: return "Falsche Anzahl von Argumenten";
-    case kIncompleteRequest: return "Anfrage unvollst\xE4ndig";
-    case kRequestTooLarge: return "Anfrage zu gro\xDF";
-    case kAnswerTooLarge: return "Antwort zu gro\xDF";
-    default: return "Interner Fehler";
+    case kBusy:
+      return "Server ausgelastet, bitte sp\xE4ter erneut versuchen";
+    case kLogonFailed:
+      return "Anmeldung fehlgeschlagen";
+    case kNoPermission:
+      return "Keine Berechtigung";
+    case kUnknownChannel:
+      return "Kanal unbekannt";
+    case kUnknownArchive:
+      return "Archiv unbekannt";
+    case kUnknownDocument:
+      return "Dokument nicht gefunden";
+    case kUnknownField:
+      return "Feld unbekannt";
+    case kUnknownLayout:
+      return "Layout unbekannt";
+    case kUnknownQueryFormat:
+      return "Abfrageformat unbekannt";
+    case kNoSuchPage:
+      return "Seite nicht vorhanden";
+    case kBadQuery:
+      return "Ung\xFCltige Abfrage";
+    case kBadArgument:
+      return "Ung\xFCltiger Parameter";
+    case kBadPath:
+      return "Pfad au\xDF"
+             "erhalb des Blob-Verzeichnisses";
+    case kFileNotFound:
+      return "Datei nicht gefunden";
+    case kFileNotWritten:
+      return "Datei kann nicht geschrieben werden";
+    case kBadImportFile:
+      return "Importdatei fehlerhaft";
+    case kBadFraming:
+      return "Ung\xFCltiges Anfrageformat";
+    case kUnknownCommand:
+      return "Unbekanntes Kommando";
+    case kWrongArgumentCount:
+      return "Falsche Anzahl von Argumenten";
+    case kIncompleteRequest:
+      return "Anfrage unvollst\xE4ndig";
+    case kRequestTooLarge:
+      return "Anfrage zu gro\xDF";
+    case kAnswerTooLarge:
+      return "Antwort zu gro\xDF";
+    default:
+      return "Interner Fehler";
   }
 }
 
@@ -285,8 +309,8 @@ std::vector<std::string> Commands::TextsOf(const Archive& archive, const Version
   return texts;
 }
 
-std::string Commands::WriteDownload(const std::string& remote_folder, const std::string& name,
-                                    const std::string& bytes, Rows& rows) {
+std::string Commands::WriteDownload(const std::string& remote_folder, const std::string& name, const std::string& bytes,
+                                    Rows& rows) {
   WriteWholeFile(blob_.ResolveFile(remote_folder, name), bytes);
   rows = {std::to_string(bytes.size()), name};
   return name;
@@ -365,10 +389,14 @@ Commands::Rows Commands::GetMasks(const Request& r) {
     rows.push_back("@" + m.name);
     for (const MaskField& mf : m.fields) {
       const Field& f = *a.FieldById(mf.field);
-      std::vector<std::string> columns = {std::to_string(mf.field), std::to_string(mf.tab),
-                                          std::to_string(mf.width), mf.align,
-                                          mf.name.empty() ? f.name : mf.name, mf.mandatory ? "1" : "0",
-                                          mf.init, mf.list_only ? "1" : "0"};
+      std::vector<std::string> columns = {std::to_string(mf.field),
+                                          std::to_string(mf.tab),
+                                          std::to_string(mf.width),
+                                          mf.align,
+                                          mf.name.empty() ? f.name : mf.name,
+                                          mf.mandatory ? "1" : "0",
+                                          mf.init,
+                                          mf.list_only ? "1" : "0"};
       const std::vector<std::string>& list = mf.list.empty() ? f.select_list : mf.list;
       columns.insert(columns.end(), list.begin(), list.end());
       rows.push_back(Row(columns));
@@ -479,8 +507,7 @@ Commands::Rows Commands::QueryArchive(const Request& r) {
   const std::vector<const Document*> hits = FindHits(a, query, restriction, query_max);
   const size_t shown = max_lines > 0 ? std::min(hits.size(), static_cast<size_t>(max_lines)) : hits.size();
   const auto [types, titles] = HitListHead(a, columns);
-  Rows rows = {std::to_string(hits.size()), LayoutList(a), EveryHitHasTiff(a, hits, shown) ? "1" : "0", types,
-               titles};
+  Rows rows = {std::to_string(hits.size()), LayoutList(a), EveryHitHasTiff(a, hits, shown) ? "1" : "0", types, titles};
   const std::string reference = Reference(channel.name, a.name);
   for (size_t i = 0; i < shown; ++i) rows.push_back(HitRow(reference, *hits[i], columns));
   return rows;
@@ -519,8 +546,8 @@ Commands::Rows Commands::GetSegmentDescription(const Request& r) {
     if (kind.type == kImageSegment && !Trim(thumbnails).empty()) {
       if (const auto pages = ReadTiff(bytes)) {
         const std::string small = WriteTiff({pages->front()});
-        const std::string name = "TN_" + t.document->id + "_" + std::to_string(t.version->version) + "_" +
-                                 std::to_string(s.id) + ".TIF";
+        const std::string name =
+            "TN_" + t.document->id + "_" + std::to_string(t.version->version) + "_" + std::to_string(s.id) + ".TIF";
         WriteWholeFile(blob_.ResolveFile(thumbnails, name), small);
         thumbnail = small.size();
       }
@@ -529,11 +556,10 @@ Commands::Rows Commands::GetSegmentDescription(const Request& r) {
     const std::string file_name = kind.type == kReferenceSegment
                                       ? t.document->id + "." + kind.ext
                                       : (slash == std::string::npos ? s.file : s.file.substr(slash + 1));
-    rows.push_back(Row({std::to_string(s.id), kind.code,
-                        std::to_string(kind.type == kTextSegment ? bytes.size() : 0), std::to_string(hits),
-                        std::to_string(kind.type == kImageSegment ? bytes.size() : 0), kind.ext,
-                        std::to_string(kind.type), kind.title, file_name, "0", kind.layout,
-                        std::to_string(thumbnail)}));
+    rows.push_back(
+        Row({std::to_string(s.id), kind.code, std::to_string(kind.type == kTextSegment ? bytes.size() : 0),
+             std::to_string(hits), std::to_string(kind.type == kImageSegment ? bytes.size() : 0), kind.ext,
+             std::to_string(kind.type), kind.title, file_name, "0", kind.layout, std::to_string(thumbnail)}));
   }
   return rows;
 }
@@ -663,8 +689,7 @@ Commands::Rows Commands::GetSegmentPdf(const Request& r, const std::string& segm
   }
   std::vector<std::string> lines = {
       "Archiv: " + Reference(t.channel->name, t.archive->name),
-      "Dokument: " + t.document->id + "  Version " + std::to_string(t.version->version) + "  vom " +
-          t.version->changed,
+      "Dokument: " + t.document->id + "  Version " + std::to_string(t.version->version) + "  vom " + t.version->changed,
       "Titel: " + OneLine(t.version->title)};
   if (layout != nullptr) {
     for (int id : layout->fields) {
@@ -678,8 +703,7 @@ Commands::Rows Commands::GetSegmentPdf(const Request& r, const std::string& segm
   if (kind.type == kTextSegment || kind.type == kReferenceSegment) {
     for (std::string& line : SplitLines(bytes)) lines.push_back(std::move(line));
   } else if (const auto pages = kind.type == kImageSegment ? ReadTiff(bytes) : std::nullopt) {
-    lines.push_back("Bild, " + std::to_string(pages->size()) + " Seite(n), " + std::to_string(bytes.size()) +
-                    " Bytes");
+    lines.push_back("Bild, " + std::to_string(pages->size()) + " Seite(n), " + std::to_string(bytes.size()) + " Bytes");
   } else {
     lines.push_back("Datei (" + kind.ext + "), " + std::to_string(bytes.size()) + " Bytes");
   }
@@ -699,8 +723,8 @@ Commands::Rows Commands::GetSegmentPrintfile(const Request& r) {
   const std::vector<TiffPage> pages =
       TiffPagesOf(s.id, kind.type == kImageSegment ? SegmentBytes(*t.archive, s) : std::string());
   Rows rows;
-  WriteDownload(r.args[6], DownloadName(*t.document, *t.version, std::to_string(s.id) + "_P.TIF"),
-                WriteTiff(pages), rows);
+  WriteDownload(r.args[6], DownloadName(*t.document, *t.version, std::to_string(s.id) + "_P.TIF"), WriteTiff(pages),
+                rows);
   return rows;
 }
 

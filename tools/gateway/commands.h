@@ -34,11 +34,11 @@ Answer ErrorAnswer(int code, const std::string& message);
 
 // What one request may make the gateway spend.
 struct CommandLimits {
-  size_t max_session_bytes = 16u << 20;                    // all sessions' last-query words together
-  std::chrono::milliseconds session_idle{30 * 60 * 1000};  // a session unused this long is forgotten
-  size_t max_pages = 1000;                                 // pages of one "GetSegmentMultiTIF"
-  size_t max_answer_bytes = 64u << 20;                     // a text answer, or a file a command composes
-  size_t max_note_bytes = 64u << 10;                       // the text of one note
+  size_t max_session_bytes = 16u << 20;                        // all sessions' last-query words together
+  std::chrono::milliseconds session_idle{30 * 60 * 1000};      // a session unused this long is forgotten
+  size_t max_pages = 1000;                                     // pages of one "GetSegmentMultiTIF"
+  size_t max_answer_bytes = 64u << 20;                         // a text answer, or a file a command composes
+  size_t max_note_bytes = 64u << 10;                           // the text of one note
   std::function<std::chrono::steady_clock::time_point()> now;  // the clock of the session expiry
 };
 
@@ -69,8 +69,7 @@ class Commands {
   Rows Dispatch(const Request& request);
   bool LogOn(const Request& request);
 
-  Archive& ArchiveFor(const std::string& channel, const std::string& archive, const std::string& user,
-                      char right);
+  Archive& ArchiveFor(const std::string& channel, const std::string& archive, const std::string& user, char right);
   Target DocumentFor(const Request& request, char right);
 
   // Segment contents as the client receives them (text segments in Windows-1252 with CR LF).
@@ -98,8 +97,8 @@ class Commands {
   Rows GetAllArchivesExt(const Request& r);
   Rows GetArchiveProperties(const Request& r);
   Rows GetSegmentData(const Request& r);
-  Rows GetSegmentPdf(const Request& r, const std::string& segment, const std::string& layout,
-                     const std::string& folder, const std::string& suffix);
+  Rows GetSegmentPdf(const Request& r, const std::string& segment, const std::string& layout, const std::string& folder,
+                     const std::string& suffix);
   Rows GetSegmentPrintfile(const Request& r);
   Rows GetSegmentMultiTif(const Request& r);
   Rows GetSegmentErf(const Request& r);
@@ -118,8 +117,8 @@ class Commands {
   std::mutex busy_mutex_;
   int busy_left_;
   std::map<std::string, std::string> encoded_passwords_;  // user (upper case) -> as sent; fixed after start
-  SessionCache sessions_;                                  // session -> free-text words of its last query
-  std::shared_mutex store_mutex_;                          // the archive: shared to read, alone to change
+  SessionCache sessions_;                                 // session -> free-text words of its last query
+  std::shared_mutex store_mutex_;                         // the archive: shared to read, alone to change
   std::mutex text_cache_mutex_;
   std::map<std::string, std::string> text_cache_;  // content file -> text in Windows-1252
 };

@@ -62,8 +62,8 @@ ImportDescription ParseOne(const std::vector<std::string>& lines) {
   d.title = vb::Join(std::vector<std::string>(pieces.begin(), pieces.begin() + static_cast<long>(first_group)), ",");
   for (size_t k = first_group; k < pieces.size(); ++k) {
     const size_t colon = pieces[k].find(':');
-    d.groups.push_back({static_cast<int>(*ParseInteger(pieces[k].substr(0, colon).substr(0, 6))),
-                        pieces[k].substr(colon + 1), {}});
+    d.groups.push_back(
+        {static_cast<int>(*ParseInteger(pieces[k].substr(0, colon).substr(0, 6))), pieces[k].substr(colon + 1), {}});
   }
   if (d.groups.empty()) return d;
   const std::vector<std::string> values = SplitColumns(contents);

@@ -1,12 +1,11 @@
 // vantor-gateway: the reference gateway. Serves the archive in --data over the gateway protocol until it is
 // interrupted; prints "listening on ADDRESS:PORT" once it accepts connections.
 
+#include <CLI/CLI.hpp>
+#include <asio.hpp>
 #include <csignal>
 #include <iostream>
 #include <thread>
-
-#include <CLI/CLI.hpp>
-#include <asio.hpp>
 
 #include "server.h"
 
@@ -60,8 +59,7 @@ int main(int argc, char** argv) {
   app.add_option("--max-note-bytes", options.max_note_bytes, "size of one note")
       ->capture_default_str()
       ->check(CLI::PositiveNumber);
-  app.add_option("--max-upload-bytes", options.max_upload_bytes, "size of one uploaded file")
-      ->capture_default_str();
+  app.add_option("--max-upload-bytes", options.max_upload_bytes, "size of one uploaded file")->capture_default_str();
   app.add_flag("-v,--verbose", verbose, "print one line per answered request");
   CLI11_PARSE(app, argc, argv);
   options.idle_timeout = std::chrono::seconds(idle_seconds);

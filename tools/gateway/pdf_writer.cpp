@@ -45,8 +45,10 @@ std::string RenderTextPdf(const std::string& title, const std::vector<std::strin
       content += "(" + Escape(pages[i][l]) + ") " + (l == 0 ? "Tj\n" : "'\n");
     }
     content += "ET\n";
-    objects.push_back("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 595 842] /Resources << /Font << /F1 3 0 R >> >> "
-                      "/Contents " + std::to_string(5 + 2 * i) + " 0 R >>");
+    objects.push_back(
+        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 595 842] /Resources << /Font << /F1 3 0 R >> >> "
+        "/Contents " +
+        std::to_string(5 + 2 * i) + " 0 R >>");
     objects.push_back("<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "endstream");
   }
 

@@ -1,11 +1,10 @@
 #include "server.h"
 
 #include <algorithm>
+#include <asio.hpp>
 #include <optional>
 #include <set>
 #include <vector>
-
-#include <asio.hpp>
 
 #include "archive.h"
 #include "blob_files.h"
@@ -148,8 +147,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   enum class Phase { kReading, kWorking, kWriting, kDraining, kClosed };
 
   void Read() {
-    socket_.async_read_some(asio::buffer(buffer_), [self = shared_from_this()](const asio::error_code& ec,
-                                                                               size_t n) { self->OnRead(ec, n); });
+    socket_.async_read_some(asio::buffer(buffer_),
+                            [self = shared_from_this()](const asio::error_code& ec, size_t n) { self->OnRead(ec, n); });
   }
 
   void OnRead(const asio::error_code& ec, size_t n) {
@@ -215,9 +214,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
                                      : LogField(std::string_view(out_).substr(from + 2, to - from - 2)))
                             << std::endl;
     }
-    asio::async_write(socket_, asio::buffer(out_), [self = shared_from_this()](const asio::error_code& ec, size_t) {
-      self->OnWritten(ec);
-    });
+    asio::async_write(socket_, asio::buffer(out_),
+                      [self = shared_from_this()](const asio::error_code& ec, size_t) { self->OnWritten(ec); });
   }
 
   void OnWritten(const asio::error_code& ec) {

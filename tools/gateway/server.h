@@ -29,15 +29,15 @@ struct GatewayOptions {
   std::chrono::milliseconds idle_timeout{30000};
   std::chrono::milliseconds request_timeout{120000};
   std::chrono::milliseconds linger_timeout{10000};
-  size_t max_request_bytes = 1 << 20;     // a request head with all its arguments
-  size_t max_upload_bytes = 256u << 20;   // the file of one "UploadFile"
-  size_t max_connections = 256;           // open connections at once
-  int workers = 2;                        // threads that run the commands
-  size_t max_session_bytes = 16u << 20;   // every session's last query together
+  size_t max_request_bytes = 1 << 20;                      // a request head with all its arguments
+  size_t max_upload_bytes = 256u << 20;                    // the file of one "UploadFile"
+  size_t max_connections = 256;                            // open connections at once
+  int workers = 2;                                         // threads that run the commands
+  size_t max_session_bytes = 16u << 20;                    // every session's last query together
   std::chrono::milliseconds session_idle{30 * 60 * 1000};  // a session unused this long is forgotten
-  size_t max_pages = 1000;                // pages of one "GetSegmentMultiTIF"
-  size_t max_answer_bytes = 64u << 20;    // a text answer or a file a command composes
-  size_t max_note_bytes = 64u << 10;      // one note
+  size_t max_pages = 1000;                                 // pages of one "GetSegmentMultiTIF"
+  size_t max_answer_bytes = 64u << 20;                     // a text answer or a file a command composes
+  size_t max_note_bytes = 64u << 10;                       // one note
   // The clock of the deadlines and the session expiry; tests install a manual one and call CheckDeadlines().
   std::function<std::chrono::steady_clock::time_point()> now;
   // One line per answered request ("user command -> status"; each field escaped and cut), or nullptr.

@@ -9,28 +9,28 @@
 namespace halqvantor::gateway {
 
 enum ErrorCode : int {
-  kBusy = 101,                // --busy: the server is busy, try again later
-  kLogonFailed = 21,          // unknown user or wrong password
-  kNoPermission = 22,         // the user lacks the right for the archive or the action
+  kBusy = 101,         // --busy: the server is busy, try again later
+  kLogonFailed = 21,   // unknown user or wrong password
+  kNoPermission = 22,  // the user lacks the right for the archive or the action
   kUnknownChannel = 30,
   kUnknownArchive = 31,
-  kUnknownDocument = 32,      // no such document or version
-  kUnknownField = 33,         // index field or segment
+  kUnknownDocument = 32,  // no such document or version
+  kUnknownField = 33,     // index field or segment
   kUnknownLayout = 34,
   kUnknownQueryFormat = 35,
-  kNoSuchPage = 36,           // page list beyond the document's pages
+  kNoSuchPage = 36,  // page list beyond the document's pages
   kBadQuery = 40,
-  kBadArgument = 41,          // an argument that is not of its form (number, segment kind, ...)
-  kBadPath = 50,              // a path that would leave the blob folder
+  kBadArgument = 41,  // an argument that is not of its form (number, segment kind, ...)
+  kBadPath = 50,      // a path that would leave the blob folder
   kFileNotFound = 51,
   kFileNotWritten = 52,
   kBadImportFile = 53,
   kBadFraming = 80,
   kUnknownCommand = 81,
   kWrongArgumentCount = 82,
-  kIncompleteRequest = 83,    // the client stopped sending before the request was complete
+  kIncompleteRequest = 83,  // the client stopped sending before the request was complete
   kRequestTooLarge = 84,
-  kAnswerTooLarge = 85,       // the answer (or the file it writes) would exceed the gateway's limit
+  kAnswerTooLarge = 85,  // the answer (or the file it writes) would exceed the gateway's limit
   kInternalError = 90,
 };
 

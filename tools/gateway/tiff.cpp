@@ -32,11 +32,25 @@ bool IsOffsetEntry(uint16_t tag, uint16_t type) {
 // Bytes per value of each field type, and the size of the unit that byte order applies to.
 size_t TypeSize(uint16_t type) {
   switch (type) {
-    case 1: case 2: case 6: case 7: return 1;
-    case 3: case 8: return 2;
-    case 4: case 9: case 11: case 13: return 4;
-    case 5: case 10: case 12: return 8;
-    default: return 0;
+    case 1:
+    case 2:
+    case 6:
+    case 7:
+      return 1;
+    case 3:
+    case 8:
+      return 2;
+    case 4:
+    case 9:
+    case 11:
+    case 13:
+      return 4;
+    case 5:
+    case 10:
+    case 12:
+      return 8;
+    default:
+      return 0;
   }
 }
 
@@ -45,7 +59,9 @@ size_t UnitSize(uint16_t type) { return (type == 5 || type == 10) ? 4 : TypeSize
 class Reader {
  public:
   Reader(std::string_view bytes, bool big) : bytes_(bytes), big_(big) {}
-  bool Has(uint64_t offset, uint64_t length) const { return offset <= bytes_.size() && length <= bytes_.size() - offset; }
+  bool Has(uint64_t offset, uint64_t length) const {
+    return offset <= bytes_.size() && length <= bytes_.size() - offset;
+  }
   uint32_t Get(uint64_t offset, size_t size) const {
     uint32_t value = 0;
     for (size_t i = 0; i < size; ++i) {
@@ -71,7 +87,8 @@ class Reader {
 uint32_t ValueAt(const TiffEntry& e, size_t index) {
   const size_t size = TypeSize(e.type);
   uint32_t value = 0;
-  for (size_t i = 0; i < size && i < 4; ++i) value |= static_cast<uint32_t>(static_cast<uint8_t>(e.value[index * size + i])) << (8 * i);
+  for (size_t i = 0; i < size && i < 4; ++i)
+    value |= static_cast<uint32_t>(static_cast<uint8_t>(e.value[index * size + i])) << (8 * i);
   return value;
 }
 
@@ -98,7 +115,7 @@ std::optional<std::vector<TiffPage>> ReadTiff(std::string_view bytes, std::strin
   const Reader r(bytes, big);
   std::vector<TiffPage> pages;
   std::set<uint32_t> seen;
-  for (uint32_t ifd = r.Get(4, 4); ifd != 0; ) {
+  for (uint32_t ifd = r.Get(4, 4); ifd != 0;) {
     if (!seen.insert(ifd).second || pages.size() >= kMaxPages || !r.Has(ifd, 2)) return std::nullopt;
     const uint32_t n = r.Get(ifd, 2);
     if (!r.Has(ifd + 2, uint64_t{n} * 12 + 4)) return std::nullopt;
@@ -149,12 +166,15 @@ std::string WriteTiff(const std::vector<TiffPage>& pages) {
     std::vector<TiffEntry> entries = page.entries;
     TiffEntry offsets{static_cast<uint16_t>(page.tiled ? kTileOffsets : kStripOffsets), 4,
                       static_cast<uint32_t>(page.chunks.size()), std::string(page.chunks.size() * 4, '\0')};
-    TiffEntry counts{static_cast<uint16_t>(page.tiled ? kTileByteCounts : kStripByteCounts), 4,
-                     static_cast<uint32_t>(page.chunks.size()), {}};
+    TiffEntry counts{static_cast<uint16_t>(page.tiled ? kTileByteCounts : kStripByteCounts),
+                     4,
+                     static_cast<uint32_t>(page.chunks.size()),
+                     {}};
     for (const std::string& c : page.chunks) Put(counts.value, static_cast<uint32_t>(c.size()), 4);
     entries.push_back(offsets);
     entries.push_back(counts);
-    std::stable_sort(entries.begin(), entries.end(), [](const TiffEntry& a, const TiffEntry& b) { return a.tag < b.tag; });
+    std::stable_sort(entries.begin(), entries.end(),
+                     [](const TiffEntry& a, const TiffEntry& b) { return a.tag < b.tag; });
 
     // Chunks first, then the values that do not fit into an entry, then the directory itself.
     std::vector<uint32_t> chunk_at;

@@ -1,12 +1,11 @@
 // Sub-commands that read the archive: channels, archives, fields, query, doc, text, notes, masks.
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <CLI/CLI.hpp>
 
 #include "platform/vb_runtime.h"
 #include "session.h"
@@ -166,7 +165,8 @@ void ReadHitList(NextFn next, std::vector<std::string>& titles, std::vector<std:
 // The component's column number of a sort column: a number as it is, else a title of the hit list
 // ("id" and "version" included) without regard to case.
 int32_t SortColumn(const std::string& column, const std::vector<std::string>& titles) {
-  bool numeric = !column.empty() && std::all_of(column.begin(), column.end(), [](char c) { return c >= '0' && c <= '9'; });
+  bool numeric =
+      !column.empty() && std::all_of(column.begin(), column.end(), [](char c) { return c >= '0' && c <= '9'; });
   if (numeric) return std::stoi(column);
   std::string wanted = halqvantor::vb::UCase(column);
   if (wanted == "ID") return 0;
@@ -183,8 +183,9 @@ int RunQuery(Session& session, const QueryArgs& args) {
   auto& vantor = session.Open();
   Variant total, status;
   session.Calling("EASYQueryArchiveInit");
-  Variant count = vantor.EASYQueryArchiveInit(args.channel, args.archive, args.query, Variant(args.max), Variant(int32_t{0}),
-                                              OrMissing(args.format), kMissing, nullptr, nullptr, &total, nullptr, &status);
+  Variant count =
+      vantor.EASYQueryArchiveInit(args.channel, args.archive, args.query, Variant(args.max), Variant(int32_t{0}),
+                                  OrMissing(args.format), kMissing, nullptr, nullptr, &total, nullptr, &status);
   session.Check(count, status);
 
   std::vector<std::string> titles;
@@ -223,31 +224,38 @@ int RunDoc(Session& session, const DocumentRef& doc) {
 
   Variant notes;
   session.Calling("EASYGetSegmentDescriptionInit");
-  Variant count = vantor.EASYGetSegmentDescriptionInit(doc.channel, doc.archive, doc.id, doc.version, kMissing, &notes,
-                                                       &status);
+  Variant count =
+      vantor.EASYGetSegmentDescriptionInit(doc.channel, doc.archive, doc.id, doc.version, kMissing, &notes, &status);
   session.Check(count, status);
   Listing segments({"id", "name", "title", "type", "ext", "text length", "image length", "hits", "file", "layout"});
   session.Calling("EASYGetSegmentDescriptionNext");
   for (int32_t i = 0; i < CountOf(count); ++i) {
     Variant id, text_length, hits, image_length, ext, type, segment_title, file, segment_status, layout, thumbnail;
-    std::string name = Text(vantor.EASYGetSegmentDescriptionNext(&id, &text_length, &hits, &image_length, &ext, &type,
-                                                                 &segment_title, &file, &segment_status, &layout,
-                                                                 &thumbnail));
+    std::string name =
+        Text(vantor.EASYGetSegmentDescriptionNext(&id, &text_length, &hits, &image_length, &ext, &type, &segment_title,
+                                                  &file, &segment_status, &layout, &thumbnail));
     segments.Add({Text(id), name, Text(segment_title), SegmentTypeName(Text(type)), Text(ext), Text(text_length),
                   Text(image_length), Text(hits), Text(file), Text(layout)});
   }
 
-  std::vector<std::pair<std::string, std::string>> facts = {
-      {"title", Text(title)},          {"length", Text(length)},
-      {"created", Text(created)},      {"changed", Text(changed)},
-      {"fields", Text(fields)},        {"text fields", Text(text_fields)},
-      {"image fields", Text(image_fields)}, {"file fields", Text(blob_fields)},
-      {"notes", Text(notes)}};
+  std::vector<std::pair<std::string, std::string>> facts = {{"title", Text(title)},
+                                                            {"length", Text(length)},
+                                                            {"created", Text(created)},
+                                                            {"changed", Text(changed)},
+                                                            {"fields", Text(fields)},
+                                                            {"text fields", Text(text_fields)},
+                                                            {"image fields", Text(image_fields)},
+                                                            {"file fields", Text(blob_fields)},
+                                                            {"notes", Text(notes)}};
   if (session.json()) {
     Json info = Json::object();
     for (const auto& [label, value] : facts) info[label] = value;
-    session.PrintJson({{"channel", doc.channel}, {"archive", doc.archive}, {"id", doc.id}, {"version", doc.version},
-                       {"info", info}, {"segments", segments.ToJson()}});
+    session.PrintJson({{"channel", doc.channel},
+                       {"archive", doc.archive},
+                       {"id", doc.id},
+                       {"version", doc.version},
+                       {"info", info},
+                       {"segments", segments.ToJson()}});
   } else {
     PrintFacts(session.out(), facts);
     session.out() << '\n';
@@ -343,8 +351,8 @@ int RunMasks(Session& session, const std::string& channel, const std::string& ar
     for (int32_t f = 0; f < fields; ++f) {
       Variant tab, width, align, name, mandatory, initial, list_only, list;
       Variant id = vantor.EASYGetMasksNextField(&tab, &width, &align, &name, &mandatory, &initial, &list_only, &list);
-      listing.Add({Text(mask), Text(id), Text(tab), Text(width), Text(align), Text(name), YesNo(mandatory), Text(initial),
-                   YesNo(list_only), halqvantor::vb::Join(DisplayColumns(Text(list)), ", ")});
+      listing.Add({Text(mask), Text(id), Text(tab), Text(width), Text(align), Text(name), YesNo(mandatory),
+                   Text(initial), YesNo(list_only), halqvantor::vb::Join(DisplayColumns(Text(list)), ", ")});
     }
   }
   session.Print(listing);
@@ -382,9 +390,10 @@ void AddArchiveCommands(CLI::App& app, Action& action) {
   query_command->add_option("QUERY", query->query, "the query (\"\" finds every document)")->required();
   query_command->add_option("--max", query->max, "show at most N hits (0: all)");
   query_command->add_option("--format", query->format, "query format naming the columns shown");
-  query_command->add_option("--sort", query->sorts,
-                            "sort by a column title (or number: 0 id, 1 version, 2 the first shown column); "
-                            "each further --sort reverses the direction of the one before")
+  query_command
+      ->add_option("--sort", query->sorts,
+                   "sort by a column title (or number: 0 id, 1 version, 2 the first shown column); "
+                   "each further --sort reverses the direction of the one before")
       ->allow_extra_args(false);
   OnParsed(query_command, action, query, RunQuery);
 

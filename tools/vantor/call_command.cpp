@@ -1,13 +1,13 @@
 // `vantor call MEMBER [ARG...]`: any property or operation of the component by name, through the dispatch
 // table, with the text arguments converted to the kinds the parameters announce.
 
+#include <halqvantor/Dispatch.h>
+
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <halqvantor/Dispatch.h>
 
 #include "session.h"
 
@@ -26,16 +26,26 @@ struct CallArgs {
 
 const char* TypeName(VarType type) {
   switch (type) {
-    case VarType::Empty: return "Empty";
-    case VarType::Null: return "Null";
-    case VarType::Integer: return "Integer";
-    case VarType::Long: return "Long";
-    case VarType::Double: return "Double";
-    case VarType::Date: return "Date";
-    case VarType::String: return "String";
-    case VarType::Boolean: return "Boolean";
-    case VarType::Byte: return "Byte";
-    case VarType::Missing: return "Missing";
+    case VarType::Empty:
+      return "Empty";
+    case VarType::Null:
+      return "Null";
+    case VarType::Integer:
+      return "Integer";
+    case VarType::Long:
+      return "Long";
+    case VarType::Double:
+      return "Double";
+    case VarType::Date:
+      return "Date";
+    case VarType::String:
+      return "String";
+    case VarType::Boolean:
+      return "Boolean";
+    case VarType::Byte:
+      return "Byte";
+    case VarType::Missing:
+      return "Missing";
   }
   return "?";
 }
@@ -45,12 +55,22 @@ Json JsonOf(const Variant& value) {
   switch (value.type()) {
     case VarType::Integer:
     case VarType::Long:
-    case VarType::Byte: json["value"] = value.ToLong(); break;
-    case VarType::Double: json["value"] = value.ToDouble(); break;
-    case VarType::Boolean: json["value"] = value.ToBoolean(); break;
+    case VarType::Byte:
+      json["value"] = value.ToLong();
+      break;
+    case VarType::Double:
+      json["value"] = value.ToDouble();
+      break;
+    case VarType::Boolean:
+      json["value"] = value.ToBoolean();
+      break;
     case VarType::String:
-    case VarType::Date: json["value"] = value.ToString(); break;
-    default: json["value"] = nullptr; break;
+    case VarType::Date:
+      json["value"] = value.ToString();
+      break;
+    default:
+      json["value"] = nullptr;
+      break;
   }
   return json;
 }

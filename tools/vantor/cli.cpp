@@ -1,8 +1,7 @@
 #include "cli.h"
 
-#include <algorithm>
-
 #include <CLI/CLI.hpp>
+#include <algorithm>
 
 #include "demo.h"
 #include "options.h"
@@ -41,7 +40,8 @@ int RunVantor(std::vector<std::string> args, std::ostream& out, std::ostream& er
   demo_command->add_option("--gateway", demo.gateway_program, "the vantor-gateway program to start");
   demo_command->add_option("--sample", demo.sample_dir, "the sample archive folder to copy");
   demo_command->add_flag("--keep", demo.keep, "keep the temporary folder and print where it is");
-  demo_command->callback([&] { action = [&](Session& session) { return RunDemo(demo, session.out(), session.err()); }; });
+  demo_command->callback(
+      [&] { action = [&](Session& session) { return RunDemo(demo, session.out(), session.err()); }; });
 
   std::reverse(args.begin(), args.end());  // the parser takes the arguments last first
   try {

@@ -620,9 +620,9 @@ int RunDemo(const DemoOptions& options, std::ostream& out, std::ostream& err) {
     fs::copy(sample, folder->File("data"), fs::copy_options::recursive);
     fs::create_directories(setting.blob);
     demo::CreateUserDatabase(setting.database);
-    gateway = std::make_unique<demo::GatewayProcess>(
-        program, folder->File("data"), setting.blob, std::chrono::seconds(10),
-        [&](pid_t pid) { interrupts.Watch(pid, removed_on_interrupt); });
+    gateway =
+        std::make_unique<demo::GatewayProcess>(program, folder->File("data"), setting.blob, std::chrono::seconds(10),
+                                               [&](pid_t pid) { interrupts.Watch(pid, removed_on_interrupt); });
     setting.port = gateway->port();
     out << "vantor demo\n"
         << "  folder         " << folder->path()

@@ -17,9 +17,9 @@
 #include <thread>
 #include <vector>
 
+#include "link/text_encoding.h"
 #include "platform/database.h"
 #include "schema_sql.h"
-#include "link/text_encoding.h"
 
 extern char** environ;
 

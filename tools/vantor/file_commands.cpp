@@ -64,8 +64,8 @@ int RunFetch(Session& session, const FetchArgs& args) {
                                             &name, &length, &status);
   } else {
     session.Calling("EASYGetSegmentData");
-    result = vantor.EASYGetSegmentData(doc.channel, doc.archive, doc.id, doc.version, args.field, &name, &length,
-                                       &status);
+    result =
+        vantor.EASYGetSegmentData(doc.channel, doc.archive, doc.id, doc.version, args.field, &name, &length, &status);
   }
   session.Check(result, status);
   // The name comes from the gateway: only a plain name in the local blob folder is a download. Anything else
@@ -73,8 +73,8 @@ int RunFetch(Session& session, const FetchArgs& args) {
   const std::string file = Text(name);
   if (file.empty()) throw CommandFailed(session.member() + ": the gateway named no file");
   if (!halqvantor::platform::IsPlainFileName(file)) {
-    throw CommandFailed(session.member() + ": the gateway named a file outside the local blob folder: " +
-                        EscapeControls(file));
+    throw CommandFailed(session.member() +
+                        ": the gateway named a file outside the local blob folder: " + EscapeControls(file));
   }
   return PrintFile(session, file, Text(length));
 }
@@ -86,7 +86,8 @@ struct TransferArgs {
 
 int RunTransfer(Session& session, const TransferArgs& args) {
   auto& vantor = session.Open();
-  std::string name = args.file.substr(args.file.find_last_of('\\') == std::string::npos ? 0 : args.file.find_last_of('\\') + 1);
+  std::string name =
+      args.file.substr(args.file.find_last_of('\\') == std::string::npos ? 0 : args.file.find_last_of('\\') + 1);
   std::string path = LocalPath(session, name);
   Variant status;
   session.Calling("EASYTransferBLOB");
@@ -142,8 +143,8 @@ void AddFileCommands(CLI::App& app, Action& action) {
   auto* pdf = fetch_command->add_option("--pdf", fetch->pdf, "the segment printed as PDF under this layout");
   auto* print = fetch_command->add_option("--print", fetch->print, "the segment's print file under this layout");
   fetch_command->add_flag("--tif", fetch->tif, "with --print: a TIFF instead of a PDF")->needs(print);
-  auto* pages = fetch_command->add_option("--pages", fetch->pages,
-                                          "pages of the document's images as one TIFF, e.g. 1-3 or 1;4");
+  auto* pages =
+      fetch_command->add_option("--pages", fetch->pages, "pages of the document's images as one TIFF, e.g. 1-3 or 1;4");
   pdf->excludes(print)->excludes(pages);
   print->excludes(pages);
   OnParsed(fetch_command, action, fetch, RunFetch);

@@ -3,12 +3,12 @@
 // The connection settings every sub-command shares: one command-line option (and one VANTOR_* environment
 // variable) per property of the component object.
 
+#include <halqvantor/clsVantor.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
-
-#include <halqvantor/clsVantor.h>
 
 namespace CLI {
 class App;
@@ -17,19 +17,19 @@ class App;
 namespace vantor {
 
 struct GlobalOptions {
-  std::string host;         // --host, VANTOR_HOST -> strREMOTEHOST
-  int32_t port = 0;         // --port, VANTOR_PORT -> lngREMOTEPORT
-  int32_t timeout = 30;     // --timeout, VANTOR_TIMEOUT -> lngREQUESTTIMEOUT (seconds)
-  std::string session;      // --session, VANTOR_SESSION -> strSessionID
-  std::string user;         // --user, VANTOR_USER -> strEASYUser
-  std::string password;     // --password, VANTOR_PASSWORD -> strEASYPwd
-  std::string blob_local;   // --blob-local, VANTOR_BLOB_LOCAL -> strBlobPathLocal
-  std::string blob_remote;  // --blob-remote, VANTOR_BLOB_REMOTE -> strBlobPathRemote
-  std::string db;           // --db, VANTOR_DB -> strDBConnect
-  std::string log;          // --log, VANTOR_LOG -> strDebugLogPath
-  std::string ext_map;      // --ext-map, VANTOR_EXT_MAP -> strChangeFileExt
+  std::string host;                      // --host, VANTOR_HOST -> strREMOTEHOST
+  int32_t port = 0;                      // --port, VANTOR_PORT -> lngREMOTEPORT
+  int32_t timeout = 30;                  // --timeout, VANTOR_TIMEOUT -> lngREQUESTTIMEOUT (seconds)
+  std::string session;                   // --session, VANTOR_SESSION -> strSessionID
+  std::string user;                      // --user, VANTOR_USER -> strEASYUser
+  std::string password;                  // --password, VANTOR_PASSWORD -> strEASYPwd
+  std::string blob_local;                // --blob-local, VANTOR_BLOB_LOCAL -> strBlobPathLocal
+  std::string blob_remote;               // --blob-remote, VANTOR_BLOB_REMOTE -> strBlobPathRemote
+  std::string db;                        // --db, VANTOR_DB -> strDBConnect
+  std::string log;                       // --log, VANTOR_LOG -> strDebugLogPath
+  std::string ext_map;                   // --ext-map, VANTOR_EXT_MAP -> strChangeFileExt
   int64_t max_reply = int64_t{1} << 30;  // --max-reply, VANTOR_MAX_REPLY -> Options(object).max_reply_bytes
-  bool json = false;        // --json: machine-readable output
+  bool json = false;                     // --json: machine-readable output
 
   // Registers the options (with their environment variables) on the top-level app.
   void AddTo(CLI::App& app);

@@ -74,7 +74,8 @@ void Session::Check(const Variant& result, const Variant& status) const {
 
 void Session::CheckDirectory(const Variant& result) const {
   if (result.type() == VarType::Integer && result.ToInteger() == -1) {
-    std::string where = options_.log.empty() ? "give --log to see why" : "the debug log in " + options_.log + " says why";
+    std::string where =
+        options_.log.empty() ? "give --log to see why" : "the debug log in " + options_.log + " says why";
     throw CommandFailed(member_ + ": failed (" + where + ")");
   }
 }

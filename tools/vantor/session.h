@@ -3,19 +3,18 @@
 // What every sub-command shares: one component object set up from the global options, the member being
 // called (for error messages), the check of results, and output as a table or as JSON.
 
+#include <halqvantor/clsVantor.h>
+
+#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <ostream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
-
-#include <halqvantor/clsVantor.h>
 
 #include "options.h"
 

@@ -125,9 +125,8 @@ int RunInitDb(Session& session, const InitDbArgs& args) {
     fs::remove(file, error);
     throw CommandFailed(e.what());
   }
-  size_t tables = std::count_if(statements.begin(), statements.end(), [](const std::string& s) {
-    return s.find("CREATE TABLE") != std::string::npos;
-  });
+  size_t tables = std::count_if(statements.begin(), statements.end(),
+                                [](const std::string& s) { return s.find("CREATE TABLE") != std::string::npos; });
   if (session.json()) {
     session.PrintJson({{"file", file},
                        {"tables", tables},
