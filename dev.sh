@@ -17,6 +17,8 @@
 #                              for SECONDS each (default 60) over a copy of their seed corpus
 #   ./dev.sh build             build only (build/)
 #   ./dev.sh bench             build and run the benchmarks (figures as ratios against a baseline)
+#   ./dev.sh format [--check]  format every C++ source with clang-format (.clang-format); --check only reports
+#                              the files that differ and fails
 #   ./dev.sh deps              install the Debian packages the project needs
 #
 # `-j N` before the command (or JOBS=N) sets the parallel build and test jobs (default: all cores). A build
@@ -28,7 +30,7 @@ PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev libsqlite3-dev sqlite3
           unixodbc-dev odbc-postgresql postgresql libcli11-dev nlohmann-json3-dev libasio-dev
           python3-dev pybind11-dev python3-pytest
           python3-flask python3-waitress gunicorn python3-selenium chromium chromium-driver
-          libsodium-dev pkg-config clang libfuzzer-14-dev)
+          libsodium-dev pkg-config clang libfuzzer-14-dev clang-format)
 
 say() { printf '\033[1m==> %s\033[0m\n' "$*" >&2; }
 
@@ -184,6 +186,18 @@ case "$cmd" in
     ctest --test-dir "$dir" --output-on-failure -j"$JOBS"
     ;;
   fuzz) fuzz "$@" ;;
+  format)
+    deps
+    mapfile -t sources < <(git ls-files '*.cpp' '*.h')
+    if [ "${1:-}" = --check ]; then
+      clang-format --dry-run --Werror "${sources[@]}" || {
+        echo "dev.sh format: the files above are not formatted; run ./dev.sh format" >&2
+        exit 1
+      }
+    else
+      clang-format -i "${sources[@]}"
+    fi
+    ;;
   bench)
     build build
     for b in build/bench/*_bench; do
@@ -199,7 +213,7 @@ case "$cmd" in
     fi
     ;;
   *)
-    echo "usage: ./dev.sh [-j N] {demo [--keep]|portal [--host H] [--port P]|test [--no-postgres] [--sanitize|--tsan]|fuzz [TARGET|all] [SECONDS]|build|bench|deps}" >&2
+    echo "usage: ./dev.sh [-j N] {demo [--keep]|format [--check]|portal [--host H] [--port P]|test [--no-postgres] [--sanitize|--tsan]|fuzz [TARGET|all] [SECONDS]|build|bench|deps}" >&2
     exit 2
     ;;
 esac
