@@ -91,23 +91,11 @@ TEST_F(EndToEnd, ListsWalkWhatTheSampleHolds) {
        Long(5),
        {"$(#FIBU)\\Ausgangsrechnungen", "$(#FIBU)\\Eingangsrechnungen", "$(#PERSONAL)\\Personalakten",
         "$(#VERTRAG)\\Korrespondenz", "$(#VERTRAG)\\Verträge"}},
-      {"select list",
-       [&] { return v().EASYGetSegmentSelectListInit(kFibu, kIn, int16_t{6}); },
-       [&] { return v().EASYGetSegmentSelectListNext(); },
-       Long(3),
-       {"offen", "geprüft", "bezahlt"}},
       {"query formats",
        [&] { return v().EASYGetQueryFormatListInit(kFibu, kIn); },
        [&] { return v().EASYGetQueryFormatListNext(); },
        Long(3),
        {"Standard", "Kurz", "Buchhaltung"}},
-      {"notes",
-       [&] { return v().EASYGetNotesInit(kFibu, kIn, "1000001", "1"); },
-       [&] { return v().EASYGetNotesNext(); },
-       Long(2),
-       {"^1^,^easy^,^05.02.2002^,^09:12:44^,Betrag mit Bestellung 4711 abgeglichen.",
-        "^2^,^admin^,^06.02.2002^,^14:30:02^,Skonto nicht gezogen.\r\nBitte Rücksprache mit Herrn Meier.\r\n"
-        "Frist: 15.02.2002"}},
       {"references",
        [&] { return v().EASYGetSegmentERFInit(kFibu, kIn, "1000001", "1", int16_t{4}); },
        [&] { return v().EASYGetSegmentERFNext(); },
@@ -148,32 +136,21 @@ TEST_F(EndToEnd, ThumbnailsAndEveryKindOfSegmentFile) {
   EXPECT_EQ(beleg, (std::vector<Variant>{"2", "0", "0", std::to_string(tif.size()), "TIF", "2", beleg[6],
                                          "eingang_beleg_a.tif", "0", "11", thumb}));
 
+  // PDF through a layout and the print file (PDF by default, the TIFF in mode intPrintTIF).
   Variant name, length;
-  EXPECT_EQ(v().EASYGetSegmentData(kFibu, kIn, "1000001", "1", int16_t{2}, &name, &length), kOne);
-  EXPECT_EQ(Fetched(name, length), tif);
-  // PDF through a layout: never mapped.
-  v().strChangeFileExt = "tif-Pdf,PDF-TXT";
   EXPECT_EQ(v().EASYGetSegmentPDF(kFibu, kIn, "1000001", "1", int16_t{1}, "10", &name, &length), kOne);
   EXPECT_EQ(name, Variant("1000001_1_1_L10.PDF"));
   EXPECT_EQ(Fetched(name, length).substr(0, 5), "%PDF-");
-  // Print files: PDF by default, the TIFF in mode intPrintTIF, renamed by the mapping.
-  v().strChangeFileExt = "tif-Pdf";
   EXPECT_EQ(v().EASYGetSegmentPrintfile(kFibu, kIn, "1000001", "1", "2", "11", Variant::missing(), &name, &length),
             kOne);
   EXPECT_EQ(name, Variant("1000001_1_2_L11_P.PDF"));
   EXPECT_EQ(Fetched(name, length).substr(0, 5), "%PDF-");
   EXPECT_EQ(v().EASYGetSegmentPrintfile(kFibu, kIn, "1000001", "1", "2", "11", int16_t{intPrintTIF}, &name, &length),
             kOne);
-  EXPECT_TRUE(name.ToString().ends_with("_P.Pdf")) << name.ToString();
   EXPECT_EQ(Fetched(name, length).substr(0, 2), "II");
-  v().strChangeFileExt = "";
-  // Multi-page TIFF of the pages 2 and 1 (the range expanded downwards).
-  EXPECT_EQ(v().EASYGetSegmentMultiTIF(kFibu, kIn, "1000001", "1", "2-1", &name, &length), kOne);
-  EXPECT_EQ(name, Variant("1000001_1_MULTI.TIF"));
-  EXPECT_EQ(Fetched(name, length).substr(0, 4), std::string("II*\0", 4));
 }
 
-TEST_F(EndToEnd, DocumentsEditedAndDeletedNotesCutAndDeleted) {
+TEST_F(EndToEnd, DocumentsEditedAndDeleted) {
   Variant reference, status("old");
   EXPECT_EQ(v().CreateImportFile(InBlob("neu.txt"), kFibu, kIn, "Rechnung Grün", "1,1,3,2,4",
                                  "NR,LIEFERANT,DATUM,BETRAG,TEXT",
@@ -181,8 +158,6 @@ TEST_F(EndToEnd, DocumentsEditedAndDeletedNotesCutAndDeleted) {
             kOne);
   EXPECT_EQ(v().EASYCreateDocument(Remote("neu.txt"), &reference), Long(1));
   const std::string id = reference.ToString().substr(0, reference.ToString().find(','));
-  EXPECT_EQ(v().EASYGetSegmentTextInit(kFibu, kIn, id, "1"), Long(1));
-  EXPECT_EQ(v().EASYGetSegmentTextNext(), Variant("Zeile eins\r\nZeile zwei"));
 
   // A new state from a second import file; a broken one keeps the reference.
   EXPECT_EQ(v().CreateImportFile(InBlob("neu2.txt"), kFibu, kIn, "Rechnung Grün bezahlt", "1", "STATUS", "^bezahlt^"),
@@ -201,25 +176,6 @@ TEST_F(EndToEnd, DocumentsEditedAndDeletedNotesCutAndDeleted) {
   EXPECT_EQ(v().EASYGetDocumentInfo(kFibu, kIn, id, "2"), kFailed);
   EXPECT_EQ(v().EASYDeleteDocument(kFibu, kIn, id, "1"), kOne);
   EXPECT_EQ(v().EASYGetArchiveProperties(kFibu, kIn), Long(14));
-
-  // Only 8000 characters of a note are sent.
-  EXPECT_EQ(v().EASYWriteNote(kFibu, kIn, "1000003", "1", std::string(8100, 'x')), kOne);
-  EXPECT_EQ(v().EASYGetNotesInit(kFibu, kIn, "1000003", "1"), Long(1));
-  const std::string note = v().EASYGetNotesNext().ToString();
-  EXPECT_EQ(note.substr(note.find(",x")), "," + std::string(8000, 'x'));
-  EXPECT_EQ(v().EASYDeleteNotes(kFibu, kIn, "1000003", "1"), kOne);
-  EXPECT_EQ(v().EASYGetNotesInit(kFibu, kIn, "1000003", "1"), Long(0));
-}
-
-// The password is compared as the gateway's account holds it, the user name in any case.
-TEST_F(EndToEnd, TheGatewaysLogOnAndItsRefusal) {
-  Variant status, name("kept");
-  v().strEASYUser = "EASY";
-  EXPECT_EQ(v().EASYGetAllArchivesExtInit(&status), Long(3));
-  v().strEASYPwd = "EASY";
-  EXPECT_EQ(v().EASYGetSegmentData(kFibu, kIn, "1000001", "1", int16_t{2}, &name, nullptr, &status), kFailed);
-  EXPECT_EQ(name, Variant("kept"));
-  EXPECT_EQ(status, Variant("Error 21 Anmeldung fehlgeschlagen"));
 }
 
 // Busy answers are retried while the request time-out lasts. The clock moves a second per look while no
