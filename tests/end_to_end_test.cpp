@@ -1,14 +1,13 @@
 // clsVantor against the reference gateway, in-process on a loopback port over a copy of the sample archive.
 // `vantor demo` (vantor_demo_test) walks the members of a portal session and the vantor program
-// (vantor_cli_test) the description, masks, archive lists, notes and files; these are the members neither
-// reaches, each with what the sample holds, so that the component and the gateway are seen to agree on
-// every command. The gateway's error answers are checked in gateway_test, the component's handling of them
-// in the member tests.
+// (vantor_cli_test) the description, masks, archive lists, notes, files and, through `call`, the other
+// members; these are what neither reaches: thumbnails, editing and deleting documents and busy answers.
+// The gateway's error answers are checked in gateway_test, the component's handling of them in the member
+// tests.
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -57,74 +56,14 @@ class EndToEnd : public ::testing::Test {
   std::string InBlob(const std::string& name) const { return blob() + "/" + name; }
   // The remote form of a file of the blob folder, with the separator the gateway expects.
   std::string Remote(const std::string& name) const { return blob() + "\\" + name; }
-  // The bytes of a downloaded file, checked against the length the member reported.
-  std::string Fetched(const Variant& name, const Variant& length) const {
-    const std::string bytes = ReadFile(InBlob(name.ToString()));
-    EXPECT_EQ(std::to_string(bytes.size()), length.ToString()) << name.ToString();
-    return bytes;
-  }
-
   clsVantor& v() { return *vantor_; }
 
   testing::SampleGateway gateway_;
   std::unique_ptr<clsVantor> vantor_;
 };
 
-// The items a Next member hands out until it answers "".
-std::vector<Variant> Walk(const std::function<Variant()>& next) {
-  std::vector<Variant> items;
-  for (Variant item = next(); item != Variant("") && items.size() < 100; item = next()) items.push_back(item);
-  return items;
-}
-
-TEST_F(EndToEnd, ListsWalkWhatTheSampleHolds) {
-  struct List {
-    const char* what;
-    std::function<Variant()> init, next;
-    Variant count;
-    std::vector<Variant> items;
-  };
-  const std::vector<List> lists = {
-      {"all archives",
-       [&] { return v().EASYGetAllArchivesInit(); },
-       [&] { return v().EASYGetAllArchivesNext(); },
-       Long(5),
-       {"$(#FIBU)\\Ausgangsrechnungen", "$(#FIBU)\\Eingangsrechnungen", "$(#PERSONAL)\\Personalakten",
-        "$(#VERTRAG)\\Korrespondenz", "$(#VERTRAG)\\Verträge"}},
-      {"query formats",
-       [&] { return v().EASYGetQueryFormatListInit(kFibu, kIn); },
-       [&] { return v().EASYGetQueryFormatListNext(); },
-       Long(3),
-       {"Standard", "Kurz", "Buchhaltung"}},
-      {"references",
-       [&] { return v().EASYGetSegmentERFInit(kFibu, kIn, "1000001", "1", int16_t{4}); },
-       [&] { return v().EASYGetSegmentERFNext(); },
-       Long(3),
-       {"$(#FIBU)\\Ausgangsrechnungen,1000016,1", "$(#FIBU)\\Eingangsrechnungen,1000002,2",
-        "$(#VERTRAG)\\Verträge,1000030,1"}},
-  };
-  for (const List& list : lists) {
-    EXPECT_EQ(list.init(), list.count) << list.what;
-    EXPECT_EQ(Walk(list.next), list.items) << list.what;
-  }
-}
-
-// The demo queries with the standard format; here the other out-arguments, from a format of two columns.
-TEST_F(EndToEnd, QueryOutArgumentsOfAShortFormat) {
-  Variant fields("old"), layouts("old"), total("old"), multi("old"), status("old");
-  EXPECT_EQ(v().EASYQueryArchiveInit(kFibu, kIn, "", int32_t{0}, int32_t{0}, "Kurz", Variant::missing(), &fields,
-                                     &layouts, &total, &multi, &status),
-            Long(15));
-  EXPECT_EQ(std::vector<Variant>({total, fields, layouts, multi, status}),
-            (std::vector<Variant>{"14", "1,2", "10;11", true, ""}));
-  std::vector<Variant> where(4);
-  EXPECT_EQ(v().EASYQueryArchiveNext(), Variant("^Rechnungsnummer^,^Lieferant^"));
-  EXPECT_EQ(v().EASYQueryArchiveNext(&where[0], &where[1], &where[2], &where[3]), Variant("^2002-0117^,^Meier GmbH^"));
-  EXPECT_EQ(where, (std::vector<Variant>{kFibu, kIn, "1000001", "1"}));
-}
-
-TEST_F(EndToEnd, ThumbnailsAndEveryKindOfSegmentFile) {
-  // Thumbnails land in the folder the request names.
+// Thumbnails land in the folder the request names.
+TEST_F(EndToEnd, SegmentDescriptionWithThumbnails) {
   const std::string tif = ReadFile(gateway_.data() + "/files/eingang_beleg_a.tif");
   EXPECT_EQ(v().EASYGetSegmentDescriptionInit(kFibu, kIn, "1000001", "1", blob()), Long(4));
   std::vector<Variant> beleg(11);
@@ -135,19 +74,6 @@ TEST_F(EndToEnd, ThumbnailsAndEveryKindOfSegmentFile) {
   const std::string thumb = std::to_string(fs::file_size(InBlob("TN_1000001_1_2.TIF")));
   EXPECT_EQ(beleg, (std::vector<Variant>{"2", "0", "0", std::to_string(tif.size()), "TIF", "2", beleg[6],
                                          "eingang_beleg_a.tif", "0", "11", thumb}));
-
-  // PDF through a layout and the print file (PDF by default, the TIFF in mode intPrintTIF).
-  Variant name, length;
-  EXPECT_EQ(v().EASYGetSegmentPDF(kFibu, kIn, "1000001", "1", int16_t{1}, "10", &name, &length), kOne);
-  EXPECT_EQ(name, Variant("1000001_1_1_L10.PDF"));
-  EXPECT_EQ(Fetched(name, length).substr(0, 5), "%PDF-");
-  EXPECT_EQ(v().EASYGetSegmentPrintfile(kFibu, kIn, "1000001", "1", "2", "11", Variant::missing(), &name, &length),
-            kOne);
-  EXPECT_EQ(name, Variant("1000001_1_2_L11_P.PDF"));
-  EXPECT_EQ(Fetched(name, length).substr(0, 5), "%PDF-");
-  EXPECT_EQ(v().EASYGetSegmentPrintfile(kFibu, kIn, "1000001", "1", "2", "11", int16_t{intPrintTIF}, &name, &length),
-            kOne);
-  EXPECT_EQ(Fetched(name, length).substr(0, 2), "II");
 }
 
 TEST_F(EndToEnd, DocumentsEditedAndDeleted) {
