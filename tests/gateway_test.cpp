@@ -1,5 +1,8 @@
 // The reference gateway: its framing, files and archive without a network, then its commands, its bounds
 // against clients that try to exhaust it, and the program, over loopback on a copy of the sample archive.
+// clsVantor meets it here where neither `vantor demo` (vantor_demo_test) nor the vantor program
+// (vantor_cli_test, whose `call` rows reach the other members) does: thumbnails, editing and deleting
+// documents, and busy answers.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -22,7 +25,9 @@
 #include "server.h"
 #include "session_cache.h"
 #include "status.h"
+#include "support/fake_clock.h"
 #include "support/sample_gateway.h"
+#include "support/session_fixture.h"
 #include "support/temp_dir.h"
 #include "text.h"
 #include "tiff.h"
@@ -93,6 +98,20 @@ class GatewayTest : public ::testing::Test {
       EXPECT_TRUE(status.starts_with("Status: " + r.status)) << r.args[0] << " " << r.args.back() << ": " << status;
     }
   }
+  // A component object for the gateway, Init'ed; `env`, when given, is its environment.
+  std::unique_ptr<clsVantor> Object(platform::Env* env = nullptr) {
+    auto v = std::make_unique<clsVantor>();
+    if (env != nullptr) SetEnvironment(*v, env);
+    v->strREMOTEHOST = "127.0.0.1";
+    v->lngREMOTEPORT = gateway_.port();
+    v->lngREQUESTTIMEOUT = 10;
+    v->strSessionID = "E2E";
+    v->strEASYUser = v->strEASYPwd = "easy";
+    v->strBlobPathLocal = v->strBlobPathRemote = blob();
+    v->strDebugLogPath = gateway_.dir().File("");
+    v->Init();
+    return v;
+  }
   GatewayServer& server() { return gateway_.server(); }
   std::string blob() const { return gateway_.blob(); }
 
@@ -102,6 +121,9 @@ class GatewayTest : public ::testing::Test {
 const std::string kOk = "Status: OK";
 const std::string kFibu = "FIBU";
 const std::string kIn = "Eingangsrechnungen";
+const Variant kOne(int16_t{1});
+const Variant kFailed(int16_t{-1});
+Variant Long(int32_t v) { return Variant(v); }
 
 // ---- framing, files and the archive, without a network ------------------------------------------------------
 
@@ -579,6 +601,79 @@ TEST_F(GatewayTest, TheLogShowsEachAnswerOnOneLine) {
   EXPECT_EQ(lines[1], "easy GetChannels -> Status: OK");
 }
 
+// ---- the component against the gateway ----------------------------------------------------------------------
+
+// Thumbnails land in the folder the request names.
+TEST_F(GatewayTest, TheComponentGetsThumbnails) {
+  const auto object = Object();
+  clsVantor& v = *object;
+  const std::string tif = ReadFile(gateway_.data() + "/files/eingang_beleg_a.tif");
+  EXPECT_EQ(v.EASYGetSegmentDescriptionInit(kFibu, kIn, "1000001", "1", blob()), Long(4));
+  std::vector<Variant> beleg(11);
+  v.EASYGetSegmentDescriptionNext();
+  EXPECT_EQ(v.EASYGetSegmentDescriptionNext(&beleg[0], &beleg[1], &beleg[2], &beleg[3], &beleg[4], &beleg[5], &beleg[6],
+                                            &beleg[7], &beleg[8], &beleg[9], &beleg[10]),
+            Variant("BELEG"));
+  const std::string thumb = std::to_string(fs::file_size(blob() + "/TN_1000001_1_2.TIF"));
+  EXPECT_EQ(beleg, (std::vector<Variant>{"2", "0", "0", std::to_string(tif.size()), "TIF", "2", beleg[6],
+                                         "eingang_beleg_a.tif", "0", "11", thumb}));
+}
+
+TEST_F(GatewayTest, TheComponentEditsAndDeletesDocuments) {
+  const auto object = Object();
+  clsVantor& v = *object;
+  Variant reference, status("old");
+  EXPECT_EQ(v.CreateImportFile(blob() + "/neu.txt", kFibu, kIn, "Rechnung Grün", "1,1,3,2,4",
+                               "NR,LIEFERANT,DATUM,BETRAG,TEXT",
+                               "^2002-4711^,^Grün & Söhne^,^15.03.2002^,^12,50^,^Zeile eins\r\nZeile zwei^"),
+            kOne);
+  EXPECT_EQ(v.EASYCreateDocument(blob() + "\\neu.txt", &reference), Long(1));
+  const std::string id = reference.ToString().substr(0, reference.ToString().find(','));
+
+  // A new state from a second import file; a broken one keeps the reference.
+  EXPECT_EQ(v.CreateImportFile(blob() + "/neu2.txt", kFibu, kIn, "Rechnung Grün bezahlt", "1", "STATUS", "^bezahlt^"),
+            kOne);
+  EXPECT_EQ(v.EASYEditDocument(blob() + "\\neu2.txt", &reference, &status), Long(1));
+  EXPECT_EQ(reference, Variant(id + ",2"));
+  Variant title;
+  EXPECT_EQ(v.EASYGetDocumentInfo(kFibu, kIn, id, "2", nullptr, nullptr, nullptr, &title), Long(1));
+  EXPECT_EQ(title, Variant("Rechnung Grün bezahlt"));
+  EXPECT_EQ(v.CreateImportFile(blob() + "/kaputt.txt", kFibu, kIn, "x", "3", "DATUM", "^31.02.2002^"), kOne);
+  EXPECT_EQ(v.EASYEditDocument(blob() + "\\kaputt.txt", &reference, &status), kFailed);
+  EXPECT_EQ(status.ToString().substr(0, 8), "Error 53");
+  EXPECT_EQ(reference, Variant(id + ",2"));
+  // Deleting the second version, then the document.
+  EXPECT_EQ(v.EASYDeleteDocument(kFibu, kIn, id, "2", &status), kOne);
+  EXPECT_EQ(v.EASYGetDocumentInfo(kFibu, kIn, id, "2"), kFailed);
+  EXPECT_EQ(v.EASYDeleteDocument(kFibu, kIn, id, "1"), kOne);
+  EXPECT_EQ(v.EASYGetArchiveProperties(kFibu, kIn), Long(14));
+}
+
+// Busy answers are retried while the request time-out lasts. The clock moves a second per look while no
+// connection is open, so the pauses between tries cost nothing.
+TEST_F(GatewayTest, TheComponentRetriesBusyAnswersUntilServedOrTheTimeIsUp) {
+  for (const auto& [busy, timeout, answered, count, status] :
+       std::vector<std::tuple<int, int, size_t, Variant, Variant>>{
+           {2, 30, 3, Long(3), ""},
+           {1000, 12, 2, kFailed, "Error 101 Server ausgelastet, bitte später erneut versuchen"}}) {
+    GatewayOptions options = SmallLimits();
+    options.busy = busy;
+    Start(options);
+    halqvantor::testing::FakeClock clock;
+    std::unique_ptr<clsVantor> object;  // goes before the clock its hook reads
+    clock.on_read = [&object](halqvantor::testing::FakeClock& c) {
+      if (!object) return;
+      auto& impl = VantorAccess::Of(*object);
+      if (impl.form.ctlWinsock(impl.SlotIndex).State() == platform::kSckClosed) c.AdvanceSeconds(1);
+    };
+    object = Object(&clock);
+    object->lngREQUESTTIMEOUT = timeout;
+    Variant got("old");
+    EXPECT_EQ(object->EASYGetAllArchivesExtInit(&got), count) << busy;
+    EXPECT_EQ(got, status);
+    EXPECT_GE(server().answered(), answered);
+  }
+}
 // ---- the program --------------------------------------------------------------------------------------------
 
 TEST(GatewayProgramTest, ServesOnTheAnnouncedPortUntilTerminated) {
