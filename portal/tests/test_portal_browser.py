@@ -65,29 +65,21 @@ def wait_for_file(browser, path, seconds=10):
         return False
 
 
-def test_log_on_refused_then_accepted_then_off(browser, server, shot):
+def test_log_on_query_sort_read_download_note_and_log_off(browser, server, site, downloads, shot):
     sign_in(browser, server, "anna", "falsch")
     assert "wrong" in browser.find_element(By.ID, "login-error").text
     shot("01-logon-refused")
     sign_in(browser, server, "anna", "Portal2002")
     assert [h.text for h in browser.find_elements(By.CSS_SELECTOR, ".channel h2")] == ["FIBU", "VERTRAG"]
-    assert browser.find_element(By.LINK_TEXT, "Eingangsrechnungen")
     shot("02-archives")
-    follow(browser, By.ID, "logoff")
-    browser.get(server + INVOICES)
-    assert browser.find_element(By.ID, "logon")  # back at the log-on
 
-
-def test_query_then_sort_by_clicking_a_column_twice(browser, server, shot):
-    sign_in(browser, server, "anna", "Portal2002")
-    browser.get(server + INVOICES)
+    follow(browser, By.LINK_TEXT, "Eingangsrechnungen")
     assert Select(browser.find_element(By.ID, "f6")).options[1].text == "offen"  # a select list as drop-down
     shot("03-query-form")
     follow(browser, By.ID, "search")
     found = documents(browser)
     assert len(found) == 14
     shot("04-hit-list")
-
     follow(browser, By.PARTIAL_LINK_TEXT, "Lieferant")
     first, suppliers = documents(browser), [s.upper() for s in hit_column(browser, 1)]
     assert sorted(first) == sorted(found)
@@ -95,37 +87,31 @@ def test_query_then_sort_by_clicking_a_column_twice(browser, server, shot):
     follow(browser, By.PARTIAL_LINK_TEXT, "Lieferant")
     assert documents(browser) == first[::-1]
     shot("05-hit-list-sorted-twice")
-
     follow(browser, By.CSS_SELECTOR, "#hits button.danger")  # remove the first hit
     assert documents(browser) == first[::-1][1:]
     follow(browser, By.ID, "restore")
     assert len(documents(browser)) == 14
 
-
-def test_document_shows_the_marked_hits_and_downloads_a_segment(browser, server, site, downloads, shot):
-    sign_in(browser, server, "anna", "Portal2002")
     search(browser, server, text="meier")
     follow(browser, By.LINK_TEXT, "1000001/1")
     assert browser.find_element(By.ID, "doc-title").text == "Rechnung 2002-0117 Meier GmbH"
     marks = browser.find_elements(By.CSS_SELECTOR, "pre.text mark")
     assert marks and {m.text.lower() for m in marks} == {"meier"}
     shot("06-document")
-
     browser.find_element(By.ID, "download-ORIGINAL").click()  # a download: the page stays
     fetched = os.path.join(downloads, "1000001_1_3.PDF")
     assert wait_for_file(browser, fetched)
     with open(fetched, "rb") as got, open(site.path("data/files/rechnung_original.pdf"), "rb") as kept:
         assert got.read() == kept.read()
 
-
-def test_a_note_is_added(browser, server, shot):
-    sign_in(browser, server, "anna", "Portal2002")
-    browser.get(server + "/d/FIBU/Eingangsrechnungen/1000002/1")
     browser.find_element(By.ID, "note").send_keys("Im Portal geprüft\nFreigabe erteilt")
     follow(browser, By.ID, "add-note")
     assert "Note added." in flash(browser)
     assert browser.find_elements(By.CSS_SELECTOR, ".note p")[-1].text == "Im Portal geprüft\nFreigabe erteilt"
     shot("07-note-added")
+    follow(browser, By.ID, "logoff")
+    browser.get(server + INVOICES)
+    assert browser.find_element(By.ID, "logon")  # back at the log-on
 
 
 def test_upload_then_create_a_document_from_a_mask_and_find_it(browser, server, site, tmp_path, shot):

@@ -81,25 +81,5 @@ TEST_P(Rights, ADatabaseFailureClearsTheTextAndIsLogged) {
             std::vector<std::string>{"Allgemeiner Fehler in Funktion 'GetUserArchives': 4711 - injected failure."});
 }
 
-TEST_P(Rights, ClosedConnectionEndsInMinusOne) {
-  clsVantor closed;
-  closed.strDebugLogPath = log.path();
-  closed.strSessionID = "S";
-  closed.strDBConnect = db->connect_string();
-  Variant text;
-  EXPECT_EQ(closed.GetUserRights(1, &text), Variant(int16_t{-1}));  // before Init: no connection at all
-  closed.Init();                                                    // without the database
-  EXPECT_EQ(closed.GetUserRights(1, &text), Variant(int16_t{-1}));
-  EXPECT_EQ(closed.CheckLogon("anna"), Variant(int16_t{-1}));
-  EXPECT_EQ(closed.GetUserSearchRights(1, &text, &text, &text), Variant(int16_t{-1}));
-  const std::vector<std::string> log = Failures();
-  ASSERT_EQ(log.size(), 4u);
-  EXPECT_EQ(std::vector<std::string>(log.begin(), log.begin() + 2),
-            (std::vector<std::string>{
-                "Allgemeiner Fehler in Funktion 'GetUserRights': 91 - Object variable or With block variable not set.",
-                "Allgemeiner Fehler in Funktion 'GetUserRights': 3704 - Operation is not allowed when the object is "
-                "closed."}));
-}
-
 }  // namespace
 }  // namespace halqvantor::testing

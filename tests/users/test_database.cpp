@@ -32,7 +32,6 @@ class RecordingConnection final : public platform::Connection {
   using platform::Connection::Execute;
   std::unique_ptr<platform::Recordset> Execute(const std::string& sql, const std::vector<Variant>& params) override {
     factory_.statements.push_back(sql);
-    factory_.values.push_back(params);
     if (static_cast<int>(factory_.statements.size()) == factory_.fail_at) {
       throw platform::DatabaseError(4711, "injected failure");
     }

@@ -56,7 +56,7 @@ class TestDatabase {
   std::unique_ptr<platform::Connection> connection_;
 };
 
-// Records the statements (and their bound values) of every connection it makes; `fail_at` (1-based, counted
+// Records the statements of every connection it makes; `fail_at` (1-based, counted
 // over all connections) makes that Execute raise a database error instead of running. An environment:
 // everything but the connections goes to `base`.
 class RecordingFactory : public platform::EnvWrapper {
@@ -65,7 +65,6 @@ class RecordingFactory : public platform::EnvWrapper {
   std::unique_ptr<platform::Connection> NewConnection() override;
 
   std::vector<std::string> statements;
-  std::vector<std::vector<Variant>> values;  // the bound values of each statement
   int fail_at = 0;
   int closes = 0;
 };
