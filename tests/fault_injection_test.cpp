@@ -58,7 +58,7 @@ TEST(CutReplies, EveryOffsetByCloseResetOrStallEndsInTheMembersFailureWithinTheT
        [](clsVantor& v, Variant* status) { return v.EASYGetChannelsInit(status); }},
       {"query",
        Reply("Status: OK\r\n1\r\n\r\n0\r\n^0^,^0^,^0^,^0^\r\n^Ort^,^Nr^,^Ver^,^Wert^\r\n"
-                              "^001K1)\\A1^,^7^,^1^,^x^"),
+             "^001K1)\\A1^,^7^,^1^,^x^"),
        false,
        [](clsVantor& v, Variant* status) {
          return v.EASYQueryArchiveInit("K1", "A1", "x", int32_t{10}, int32_t{100}, Variant::missing(),
@@ -87,56 +87,54 @@ TEST(CutReplies, EveryOffsetByCloseResetOrStallEndsInTheMembersFailureWithinTheT
       }
     }
     const size_t header_end = member.byte_mode ? 0 : member.wire.find("\r\n") + 2;
-    InFakeSession(
-        scripts,
-        [&](GatewaySession& s, FakeNetwork& net, FakeClock& clock) {
-          clsVantor& v = s.object();
-          v.lngREQUESTTIMEOUT = kTimeout;
-          v.strDebugLogPath = "";
-          v.strBlobPathLocal = blob.path();
-          // Time runs only once the current cut's request is out: a second per look at the clock.
-          int target = 0, seconds = 0;
-          clock.on_read = [&](FakeClock& c) {
-            if (net.requests.size() >= static_cast<size_t>(target) && !net.requests.back().empty())
-              c.AdvanceSeconds(1), ++seconds;
-          };
-          const int descriptors = OpenDescriptors();
-          for (const Case& c : cases) {
-            SCOPED_TRACE("offset " + std::to_string(c.offset) + ", cut " + std::to_string(static_cast<int>(c.how)));
-            ++target;
-            const int start = seconds;
-            Variant status;
-            Variant result;
-            try {
-              result = member.call(v, &status);
-            } catch (const RuntimeError& e) {
-              // Only a reply that reception takes as complete (below) can reach the row parsers.
-              result = Variant(int16_t{-1});
-              status = Variant("raised " + std::to_string(e.number()));
-            }
-            EXPECT_LE(seconds - start, 2 * (kTimeout + 2));
-            EXPECT_FALSE(s.impl().RequestPending);
-            // A first packet that ends inside the keyword "TotalBytes:" is no header: it follows whatever the
-            // slot held and completes it at once, as reception always does. Here it only has to end in time.
-            if (!member.byte_mode && c.offset > 0 && c.offset < 11) continue;
-            EXPECT_EQ(result, Variant(int16_t{-1}));
-            const bool broken_header = !member.byte_mode && c.offset >= 11 && c.offset < header_end;
-            if (c.how == Cut::kReset) {
-              // The reset and an unfinished header may come in one pass; either reports the failure.
-              if (!(broken_header && status == Variant(kHeaderWithoutEnd))) {
-                EXPECT_EQ(status, Variant(kReset));
-              }
-            } else {
-              EXPECT_EQ(status, Variant(broken_header ? kHeaderWithoutEnd : kTimedOut));
-            }
+    InFakeSession(scripts, [&](GatewaySession& s, FakeNetwork& net, FakeClock& clock) {
+      clsVantor& v = s.object();
+      v.lngREQUESTTIMEOUT = kTimeout;
+      v.strDebugLogPath = "";
+      v.strBlobPathLocal = blob.path();
+      // Time runs only once the current cut's request is out: a second per look at the clock.
+      int target = 0, seconds = 0;
+      clock.on_read = [&](FakeClock& c) {
+        if (net.requests.size() >= static_cast<size_t>(target) && !net.requests.back().empty())
+          c.AdvanceSeconds(1), ++seconds;
+      };
+      const int descriptors = OpenDescriptors();
+      for (const Case& c : cases) {
+        SCOPED_TRACE("offset " + std::to_string(c.offset) + ", cut " + std::to_string(static_cast<int>(c.how)));
+        ++target;
+        const int start = seconds;
+        Variant status;
+        Variant result;
+        try {
+          result = member.call(v, &status);
+        } catch (const RuntimeError& e) {
+          // Only a reply that reception takes as complete (below) can reach the row parsers.
+          result = Variant(int16_t{-1});
+          status = Variant("raised " + std::to_string(e.number()));
+        }
+        EXPECT_LE(seconds - start, 2 * (kTimeout + 2));
+        EXPECT_FALSE(s.impl().RequestPending);
+        // A first packet that ends inside the keyword "TotalBytes:" is no header: it follows whatever the
+        // slot held and completes it at once, as reception always does. Here it only has to end in time.
+        if (!member.byte_mode && c.offset > 0 && c.offset < 11) continue;
+        EXPECT_EQ(result, Variant(int16_t{-1}));
+        const bool broken_header = !member.byte_mode && c.offset >= 11 && c.offset < header_end;
+        if (c.how == Cut::kReset) {
+          // The reset and an unfinished header may come in one pass; either reports the failure.
+          if (!(broken_header && status == Variant(kHeaderWithoutEnd))) {
+            EXPECT_EQ(status, Variant(kReset));
           }
-          // A broken header leaves the slot's socket open for the next request to close: close it as that would.
-          // Then nothing may be left open.
-          s.socket().Close();
-          EXPECT_EQ(net.open_sockets(), 0);
-          EXPECT_EQ(OpenDescriptors(), descriptors);
-          EXPECT_EQ(net.requests.size(), cases.size());
-        });
+        } else {
+          EXPECT_EQ(status, Variant(broken_header ? kHeaderWithoutEnd : kTimedOut));
+        }
+      }
+      // A broken header leaves the slot's socket open for the next request to close: close it as that would.
+      // Then nothing may be left open.
+      s.socket().Close();
+      EXPECT_EQ(net.open_sockets(), 0);
+      EXPECT_EQ(OpenDescriptors(), descriptors);
+      EXPECT_EQ(net.requests.size(), cases.size());
+    });
   }
 }
 
@@ -230,30 +228,29 @@ TEST(FileFaults, EachOpenWriteRenameAndAppendFailsCleanly) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    InFakeSession({{FakeNetwork::Packet(row.reply)}},
-                   [&](GatewaySession& s, FakeNetwork& net, FakeClock&) {
-                     clsVantor& v = s.object();
-                     v.strBlobPathLocal = blob.path();
-                     const int descriptors = OpenDescriptors();
-                     int calls = 0;
-                     {
-                       FaultyDisk counting(FaultyDisk::kKinds, 0, &net);
-                       testing::EnvScope use(v, &counting);
-                       EXPECT_EQ(row.run(v), row.good);
-                       calls = counting.calls(row.kind);
-                     }
-                     EXPECT_GT(calls, 0);
-                     for (int n = 1; n <= calls; ++n) {
-                       FaultyDisk disk(row.kind, n, &net);
-                       testing::EnvScope use(v, &disk);
-                       EXPECT_EQ(row.run(v), row.faulty) << "call " << n;
-                       EXPECT_FALSE(s.impl().RequestPending);
-                     }
-                     // A failed write leaves the connection for the next request to close, like any reception failure.
-                     s.socket().Close();
-                     EXPECT_EQ(net.open_sockets(), 0);
-                     EXPECT_EQ(OpenDescriptors(), descriptors);
-                   });
+    InFakeSession({{FakeNetwork::Packet(row.reply)}}, [&](GatewaySession& s, FakeNetwork& net, FakeClock&) {
+      clsVantor& v = s.object();
+      v.strBlobPathLocal = blob.path();
+      const int descriptors = OpenDescriptors();
+      int calls = 0;
+      {
+        FaultyDisk counting(FaultyDisk::kKinds, 0, &net);
+        testing::EnvScope use(v, &counting);
+        EXPECT_EQ(row.run(v), row.good);
+        calls = counting.calls(row.kind);
+      }
+      EXPECT_GT(calls, 0);
+      for (int n = 1; n <= calls; ++n) {
+        FaultyDisk disk(row.kind, n, &net);
+        testing::EnvScope use(v, &disk);
+        EXPECT_EQ(row.run(v), row.faulty) << "call " << n;
+        EXPECT_FALSE(s.impl().RequestPending);
+      }
+      // A failed write leaves the connection for the next request to close, like any reception failure.
+      s.socket().Close();
+      EXPECT_EQ(net.open_sockets(), 0);
+      EXPECT_EQ(OpenDescriptors(), descriptors);
+    });
   }
 }
 

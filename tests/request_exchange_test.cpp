@@ -17,27 +17,8 @@ using testing::InFakeSession;
 
 const std::string kRequest = "^S1^,^u^,^ABA1^,^GetChannels^";
 
-// One object on a network inside the process, with a fake clock.
-class FakeLink : public ::testing::Test {
- protected:
-  void TearDown() override {
-    clock_.on_read = nullptr;
-    session_.reset();
-  }
-  GatewaySession& s() {
-    if (!session_) session_ = std::make_unique<GatewaySession>(4711, &net_);
-    return *session_;
-  }
-  void Answers(const std::vector<std::string>& payloads) {
-    for (const std::string& p : payloads) net_.scripts.push_back({FakeNetwork::Reply(p)});
-  }
-
-  FakeClock clock_;
-  FakeNetwork net_{&clock_};
-  std::unique_ptr<GatewaySession> session_;
-};
-using RequestExchange = FakeLink;
-using RequestList = FakeLink;
+using RequestExchange = testing::SessionTest;
+using RequestList = testing::SessionTest;
 
 TEST_F(RequestExchange, FramingAndTheLogOfOneGoodExchange) {
   Answers({"Status: OK\r\nEins"});
