@@ -180,8 +180,6 @@ TEST_F(RequestList, MalformedRepliesEachEndInTheirStatusWithinTheTimeOut) {
     std::string status;
   };
   const std::vector<Case> cases = {
-      {"", false, kTimeout},
-      {"", true, kReset},
       {"TotalBytes:", true, arrival("5 - Invalid procedure call or argument")},
       {"TotalBytes:\r\n", false, arrival("13 - Type mismatch")},
       {"TotalBytes:-1\r\n", true, ""},  // complete at once, and no status line
