@@ -70,8 +70,7 @@ TEST(CutReplies, EveryOffsetByCloseResetOrStallEndsInTheMembersFailureWithinTheT
          return v.EASYGetSegmentTextInit("K1", "A1", "D", "1", m, m, m, m, m, status);
        }},
       {"blob transfer", "0123456789abcdef", true,
-       [](clsVantor& v, Variant* status) { return v.EASYTransferBLOB("f.bin", int32_t{16}, status); }},
-  };
+       [](clsVantor& v, Variant* status) { return v.EASYTransferBLOB("f.bin", int32_t{16}, status); }}};
   for (const Member& member : members) {
     SCOPED_TRACE(member.name);
     struct Case {
@@ -224,7 +223,7 @@ TEST(FileFaults, EachOpenWriteRenameAndAppendFailsCleanly) {
          Variant status;
          return outcome(v.EASYGetChannelsInit(&status), status);
        },
-       "1||", "1||"},  // a log line that cannot be written is dropped
+       "1||", "1||"}  // a log line that cannot be written is dropped
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);

@@ -126,8 +126,7 @@ TEST(ReplyRows, SplitAfterTheStatusLine) {
       {"Status: OK\r\n", {}},
       {"Status: OK\r\na", {"a"}},
       {"Status: OK\r\nEins\r\n\r\nDrei\r\n", {"Eins", "", "Drei"}},
-      {"Status: OK\r\nx\ry\r", {"x\ry\r"}},
-  };
+      {"Status: OK\r\nx\ry\r", {"x\ry\r"}}};
   for (const auto& [payload, rows] : good) {
     std::vector<std::string> got = {"old"};
     SplitReplyRows(payload, got);
@@ -137,8 +136,7 @@ TEST(ReplyRows, SplitAfterTheStatusLine) {
       {"Status: Error 3 Archiv unbekannt\r\nEins", "Error 3 Archiv unbekannt"},
       {"Status: ok", "ok"},
       {"", ""},  // shorter than seven characters: the whole line
-      {"Stat\r\nEins", "Stat"},
-  };
+      {"Stat\r\nEins", "Stat"}};
   for (const auto& [payload, text] : bad) EXPECT_EQ(FailureStatusText(StatusLineOf(payload)), text) << payload;
 }
 
@@ -191,8 +189,7 @@ TEST_F(RequestList, MalformedRepliesEachEndInTheirStatusWithinTheTimeOut) {
       {"TotalBytes:5\r\n\xFF\xFE\r\n", false, kTimeout},  // one byte short
       // Without the header a packet is payload: it follows the last reply, which is complete already.
       {"\r\n\r\nTotalBytes:3\r\nabc", true, "\xC3\xBF\xC3\xBE"},
-      {std::string("\0\1TotalBytes:1\r\n", 17), false, "\xC3\xBF\xC3\xBE"},
-  };
+      {std::string("\0\1TotalBytes:1\r\n", 17), false, "\xC3\xBF\xC3\xBE"}};
   for (const Case& c : cases) {
     net_.scripts.push_back({FakeNetwork::Packet(c.reply), c.reset ? FakeNetwork::Reset() : FakeNetwork::Close()});
   }
