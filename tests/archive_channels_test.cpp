@@ -59,13 +59,5 @@ TEST_F(ChannelLists, ArchiveListsSendTheirChannelAndHandOutWholeRows) {
   EXPECT_EQ(Requests(), (std::vector<std::string>{Request("^GetArchives^,^^"), Request("^GetAllArchives^")}));
 }
 
-TEST_F(ChannelLists, AnAnswerWithoutRowsCountsZero) {
-  Answer("Status: OK\r\n");
-  Variant status = "old";
-  EXPECT_EQ(v().EASYGetAllArchivesInit(&status), Variant(int32_t{0}));
-  EXPECT_EQ(status, Variant(""));
-  EXPECT_EQ(v().EASYGetAllArchivesNext(), Variant(""));
-}
-
 }  // namespace
 }  // namespace halqvantor

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <memory>
 
@@ -9,12 +10,8 @@
 namespace halqvantor {
 namespace {
 
-using testing::FakeClock;
-using testing::GatewaySession;
 using testing::kMinusOne;
 using testing::kOne;
-using testing::OnFreshThread;
-using testing::ScriptedGateway;
 using testing::TempDir;
 using BlobTransfer = testing::SessionTest;
 using ServerUpload = testing::SessionTest;
@@ -23,20 +20,10 @@ bool Contains(const std::vector<std::string>& lines, const std::string& line) {
   return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
-// An upload is complete when the file bytes announced by the request line's last field are in.
-bool UploadComplete(std::string_view request) {
-  const size_t eol = request.find("\r\n");
-  if (eol == std::string_view::npos) return false;
-  const std::string_view head = request.substr(0, eol);
-  const size_t last = head.rfind("^,^");
-  const size_t length = std::stoul(std::string(head.substr(last + 3, head.size() - last - 4)));
-  return request.size() >= eol + 2 + length;
-}
-
 TEST_F(BlobTransfer, BytesGoIntoTheLocalFileOverItsStart) {
   TempDir blob;
   testing::WriteFile(blob.File("f.bin"), "0123456789");
-  gateway_.Script({ScriptedGateway::Send(std::string("ab\0\xFF", 4))});
+  Send(std::string("ab\0\xFF", 4));
   v().strBlobPathLocal = blob.path();
   v().strBlobPathRemote = "\\\\srv\\blob";
   Variant status = "untouched";
@@ -61,7 +48,7 @@ TEST_F(BlobTransfer, LocalNamesThatLeaveTheFolderAreFileErrors) {
     EXPECT_FALSE(s().impl().RequestPending);
   }
   EXPECT_TRUE(Contains(s().LogLines(), "Datei-Fehler (75 - Path/File access error)."));
-  EXPECT_EQ(gateway_.connections(), 0);
+  EXPECT_TRUE(Requests().empty());
 }
 
 // Records every path the component hands to the file system.
@@ -83,7 +70,7 @@ struct PathLog : platform::EnvWrapper {
 };
 
 TEST_F(BlobTransfer, WithoutALocalBlobFolderNothingIsOpenedAndNothingSent) {
-  PathLog disk(&clock_);
+  PathLog disk(&net_);
   SetEnvironment(v(), &disk);
   v().strBlobPathLocal = "";
   const std::string error = "76 - Path not found: no local blob folder set";
@@ -94,13 +81,13 @@ TEST_F(BlobTransfer, WithoutALocalBlobFolderNothingIsOpenedAndNothingSent) {
   EXPECT_EQ(status, Variant("File Error (" + error + ")"));
   EXPECT_TRUE(Contains(s().LogLines(), "Datei-Fehler (" + error + ")."));
   EXPECT_EQ(disk.paths, std::vector<std::string>{});
-  EXPECT_EQ(gateway_.connections(), 0);
+  EXPECT_TRUE(Requests().empty());
   EXPECT_FALSE(s().impl().RequestPending);
 }
 
 TEST_F(BlobTransfer, AFileLongerThanTheReplyLimitIsRefusedAtItsFirstBytes) {
   TempDir blob;
-  gateway_.Script({ScriptedGateway::Send("abcd")});
+  Send("abcd");
   v().strBlobPathLocal = blob.path();
   Options(v()).max_reply_bytes = 3;
   Variant status;
@@ -110,31 +97,28 @@ TEST_F(BlobTransfer, AFileLongerThanTheReplyLimitIsRefusedAtItsFirstBytes) {
   EXPECT_EQ(s().socket().State(), platform::kSckClosed);
 }
 
-TEST(TransferAndUpload, ExchangeFailuresAndTheBusyGuard) {
-  FakeClock clock;
+TEST_F(BlobTransfer, ExchangeFailuresAndTheBusyGuard) {
   TempDir blob;
   testing::WriteFile(blob.File("u.bin"), "data");
-  OnFreshThread([&] {
-    GatewaySession s(ScriptedGateway::UnusedPort(), &clock);
-    clsVantor& v = s.object();
-    v.strBlobPathLocal = blob.path();
-    Variant status;
-    EXPECT_EQ(v.EASYTransferBLOB("t.bin", int32_t{4}, &status), kMinusOne);
-    EXPECT_EQ(status, Variant("Winsock Error (10061 - Connection is forcefully rejected)"));
-    EXPECT_TRUE(std::filesystem::exists(blob.File("t.bin")));
-    EXPECT_EQ(v.EASYUploadFile("u.bin", &status), kMinusOne);
-    EXPECT_EQ(status, Variant("Winsock Error (10061 - Connection is forcefully rejected)"));
+  net_.refused["127.0.0.1"] = ECONNREFUSED;
+  clsVantor& v = this->v();
+  v.strBlobPathLocal = blob.path();
+  Variant status;
+  EXPECT_EQ(v.EASYTransferBLOB("t.bin", int32_t{4}, &status), kMinusOne);
+  EXPECT_EQ(status, Variant("Winsock Error (10061 - Connection is forcefully rejected)"));
+  EXPECT_TRUE(std::filesystem::exists(blob.File("t.bin")));
+  EXPECT_EQ(v.EASYUploadFile("u.bin", &status), kMinusOne);
+  EXPECT_EQ(status, Variant("Winsock Error (10061 - Connection is forcefully rejected)"));
 
-    // A call made while a request is under way is refused once and releases the guard.
-    for (int upload = 0; upload < 2; ++upload) {
-      s.impl().RequestPending = true;
-      status = Variant();
-      EXPECT_EQ(upload ? v.EASYUploadFile("u.bin", &status) : v.EASYTransferBLOB("t.bin", int32_t{4}, &status),
-                kMinusOne);
-      EXPECT_EQ(status, Variant("Winsock Error (previous request not finished properly)."));
-      EXPECT_FALSE(s.impl().RequestPending);
-    }
-  });
+  // A call made while a request is under way is refused once and releases the guard.
+  for (int upload = 0; upload < 2; ++upload) {
+    impl().RequestPending = true;
+    status = Variant();
+    EXPECT_EQ(upload ? v.EASYUploadFile("u.bin", &status) : v.EASYTransferBLOB("t.bin", int32_t{4}, &status),
+              kMinusOne);
+    EXPECT_EQ(status, Variant("Winsock Error (previous request not finished properly)."));
+    EXPECT_FALSE(impl().RequestPending);
+  }
 }
 
 TEST_F(ServerUpload, TheWireCarriesTheRequestLineAndTheFileAsOneStream) {
@@ -143,7 +127,6 @@ TEST_F(ServerUpload, TheWireCarriesTheRequestLineAndTheFileAsOneStream) {
   for (int i = 0; i < 600 * 1024; ++i) content.push_back(static_cast<char>(i * 7 % 256));  // several chunks
   testing::WriteFile(blob.File("Bericht.pdf"), content);
   testing::WriteFile(blob.File("ten.txt"), "0123456789");
-  gateway_.request_complete = UploadComplete;
   Answer("Status: Error 5 whatever");
   v().strBlobPathLocal = blob.path();
   v().strBlobPathRemote = "D:\\blob";
@@ -184,7 +167,6 @@ TEST_F(ServerUpload, LocalFileFailuresEndInTheFileErrorHandler) {
   TempDir blob;
   testing::WriteFile(blob.File("empty"), "");
   testing::WriteFile(blob.File("big"), std::string(1024 * 1024, 'x'));
-  gateway_.request_complete = UploadComplete;
   Answer("Status: OK");
   v().strBlobPathLocal = blob.path();
   Variant status;
@@ -194,10 +176,10 @@ TEST_F(ServerUpload, LocalFileFailuresEndInTheFileErrorHandler) {
   EXPECT_EQ(status, Variant("File Error (9 - Subscript out of range)"));
   EXPECT_EQ(v().EASYUploadFile("../x", &status), kMinusOne);
   EXPECT_EQ(status, Variant("File Error (75 - Path/File access error)"));
-  EXPECT_EQ(gateway_.connections(), 0);
+  EXPECT_TRUE(Requests().empty());
   EXPECT_TRUE(Contains(s().LogLines(), "Datei-Fehler (53 - File not found)."));
 
-  FailingReads disk(&clock_);
+  FailingReads disk(&net_);
   SetEnvironment(v(), &disk);
   EXPECT_EQ(v().EASYUploadFile("big", &status), kMinusOne);
   EXPECT_EQ(status, Variant("File Error (57 - Device I/O error)"));

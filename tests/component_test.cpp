@@ -18,6 +18,19 @@ using testing::ReadFile;
 using testing::ReadLines;
 using testing::TempDir;
 
+// Runs `body` on a fresh thread (a slot table of its own) with an object on `clock` that logs into `folder`
+// under session `id`, not yet Init'ed.
+template <typename F>
+void InObject(FakeClock& clock, const std::string& folder, const std::string& id, F body) {
+  OnFreshThread([&] {
+    clsVantor v;
+    SetEnvironment(v, &clock);
+    v.strDebugLogPath = folder;
+    v.strSessionID = id;
+    body(v);
+  });
+}
+
 TEST(ComponentObject, FirstObjectLogsItsLifeInFourLines) {
   TempDir dir;
   FakeClock clock({{2002, 11, 15}, 14, 3, 7});
@@ -54,19 +67,12 @@ TEST(ComponentObject, LoggingOffTouchesNoFile) {
   FakeClock clock;
   const std::filesystem::path cwd = std::filesystem::current_path();
   std::filesystem::current_path(work.path());
-  OnFreshThread([&] {
-    clsVantor v;
-    SetEnvironment(v, &clock);
-    v.strDebugLogPath = dir.path();
+  InObject(clock, dir.path(), "S1", [&](clsVantor& v) {
     v.strDebugLogPath = "";
-    v.strSessionID = "S1";
     v.Init();
     VantorAccess::Of(v).WriteLog("x");
   });
-  OnFreshThread([&] {
-    clsVantor v;
-    v.strDebugLogPath = dir.path();
-    v.strSessionID = "S2";
+  InObject(clock, dir.path(), "S2", [&](clsVantor& v) {
     v.Init();
     v.strDebugLogPath = "";
     VantorAccess::Of(v).WriteLog("x");
@@ -88,11 +94,7 @@ TEST(ComponentObject, LoggingOffTouchesNoFile) {
 TEST(ComponentObject, SessionIdChangedAfterInitSplitsTheLog) {
   TempDir dir;
   FakeClock clock;
-  OnFreshThread([&] {
-    clsVantor v;
-    SetEnvironment(v, &clock);
-    v.strDebugLogPath = dir.path();
-    v.strSessionID = "A";
+  InObject(clock, dir.path(), "A", [&](clsVantor& v) {
     v.Init();
     v.strSessionID = "B";
     VantorAccess::Of(v).WriteLog("Objekt");
@@ -109,11 +111,7 @@ TEST(ComponentObject, SessionIdChangedAfterInitSplitsTheLog) {
 TEST(ComponentObject, UnwritableLogChangesNothingButTheLine) {
   TempDir dir;
   FakeClock clock;
-  OnFreshThread([&] {
-    clsVantor v;
-    SetEnvironment(v, &clock);
-    v.strDebugLogPath = dir.File("missing/folder");
-    v.strSessionID = "S";
+  InObject(clock, dir.File("missing/folder"), "S", [&](clsVantor& v) {
     v.Init();
     EXPECT_EQ(VantorAccess::Of(v).SlotIndex, 1);
     // A session id that would name a file outside the folder is not followed.
@@ -133,11 +131,7 @@ TEST(ComponentObject, UnwritableLogChangesNothingButTheLine) {
 TEST(ComponentObject, InitLogsItsFailuresAndReturns) {
   TempDir dir;
   FakeClock clock;
-  OnFreshThread([&] {
-    clsVantor v;
-    SetEnvironment(v, &clock);
-    v.strDebugLogPath = dir.path();
-    v.strSessionID = "S";
+  InObject(clock, dir.path(), "S", [&](clsVantor& v) {
     v.Init(Variant("kein Wahrheitswert"));
     EXPECT_EQ(VantorAccess::Of(v).SlotIndex, 0);  // the argument is read before a slot is taken
     v.Init(Variant(false));

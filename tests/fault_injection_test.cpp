@@ -14,11 +14,11 @@ namespace halqvantor {
 namespace {
 
 using testing::FakeClock;
+using testing::FakeNetwork;
 using testing::GatewaySession;
-using testing::InFreshSession;
-using testing::ScriptedGateway;
+using testing::InFakeSession;
 using testing::TempDir;
-using Cut = ScriptedGateway::Cut;
+enum class Cut { kClose, kReset, kStall };
 
 int OpenDescriptors() {
   int count = 0;
@@ -31,6 +31,18 @@ const std::string kTimedOut = "Timeout of 2 seconds occured waiting for server r
 const std::string kReset = "Winsock Error (10054 - Connection is reset by remote side)";
 const std::string kHeaderWithoutEnd = "Winsock Error (DataArrival Error (5 - Invalid procedure call or argument))";
 
+std::string Reply(std::string_view payload) {
+  return "TotalBytes:" + std::to_string(payload.size()) + "\r\n" + std::string(payload);
+}
+
+// The first `offset` bytes of `wire`, then the connection closed, reset, or left open in silence (a stall).
+std::vector<FakeNetwork::Step> CutAt(std::string_view wire, size_t offset, Cut how) {
+  std::vector<FakeNetwork::Step> steps;
+  if (offset > 0) steps.push_back(FakeNetwork::Packet(std::string(wire.substr(0, offset))));
+  if (how != Cut::kStall) steps.push_back(how == Cut::kClose ? FakeNetwork::Close() : FakeNetwork::Reset());
+  return steps;
+}
+
 // A member that makes one request and reports its failure as -1 and strStatus.
 struct Member {
   const char* name;
@@ -40,27 +52,25 @@ struct Member {
 };
 
 TEST(CutReplies, EveryOffsetByCloseResetOrStallEndsInTheMembersFailureWithinTheTimeOut) {
-  testing::QuickPump pump(0);  // the clock decides when a wait ends, not the pump
   TempDir blob;
   const std::vector<Member> members = {
-      {"list", ScriptedGateway::Reply("Status: OK\r\nK1\r\nK2,zwei"), false,
+      {"list", Reply("Status: OK\r\nK1\r\nK2,zwei"), false,
        [](clsVantor& v, Variant* status) { return v.EASYGetChannelsInit(status); }},
       {"query",
-       ScriptedGateway::Reply("Status: OK\r\n1\r\n\r\n0\r\n^0^,^0^,^0^,^0^\r\n^Ort^,^Nr^,^Ver^,^Wert^\r\n"
-                              "^001K1)\\A1^,^7^,^1^,^x^"),
+       Reply("Status: OK\r\n1\r\n\r\n0\r\n^0^,^0^,^0^,^0^\r\n^Ort^,^Nr^,^Ver^,^Wert^\r\n"
+             "^001K1)\\A1^,^7^,^1^,^x^"),
        false,
        [](clsVantor& v, Variant* status) {
          return v.EASYQueryArchiveInit("K1", "A1", "x", int32_t{10}, int32_t{100}, Variant::missing(),
                                        Variant::missing(), nullptr, nullptr, nullptr, nullptr, status);
        }},
-      {"segment text", ScriptedGateway::Reply("Status: OK\r\n^Zeile 1\r\nZeile 2^\r\n^zwei^"), false,
+      {"segment text", Reply("Status: OK\r\n^Zeile 1\r\nZeile 2^\r\n^zwei^"), false,
        [](clsVantor& v, Variant* status) {
          const Variant m = Variant::missing();
          return v.EASYGetSegmentTextInit("K1", "A1", "D", "1", m, m, m, m, m, status);
        }},
       {"blob transfer", "0123456789abcdef", true,
-       [](clsVantor& v, Variant* status) { return v.EASYTransferBLOB("f.bin", int32_t{16}, status); }},
-  };
+       [](clsVantor& v, Variant* status) { return v.EASYTransferBLOB("f.bin", int32_t{16}, status); }}};
   for (const Member& member : members) {
     SCOPED_TRACE(member.name);
     struct Case {
@@ -68,64 +78,62 @@ TEST(CutReplies, EveryOffsetByCloseResetOrStallEndsInTheMembersFailureWithinTheT
       Cut how;
     };
     std::vector<Case> cases;
-    std::vector<std::vector<ScriptedGateway::Step>> scripts;
+    std::vector<std::vector<FakeNetwork::Step>> scripts;
     for (Cut how : {Cut::kClose, Cut::kReset, Cut::kStall}) {
       for (size_t offset = 0; offset < member.wire.size(); ++offset) {
         cases.push_back({offset, how});
-        scripts.push_back(ScriptedGateway::CutAt(member.wire, offset, how));
+        scripts.push_back(CutAt(member.wire, offset, how));
       }
     }
     const size_t header_end = member.byte_mode ? 0 : member.wire.find("\r\n") + 2;
-    InFreshSession(
-        scripts,
-        [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
-          clsVantor& v = s.object();
-          v.lngREQUESTTIMEOUT = kTimeout;
-          v.strDebugLogPath = "";
-          v.strBlobPathLocal = blob.path();
-          // Time runs only once the gateway has played the current cut: a second per look at the clock.
-          int target = 0, seconds = 0;
-          clock.on_read = [&](FakeClock& c) {
-            if (gateway.finished() >= target) c.AdvanceSeconds(1), ++seconds;
-          };
-          const int descriptors = OpenDescriptors();
-          for (const Case& c : cases) {
-            SCOPED_TRACE("offset " + std::to_string(c.offset) + ", cut " + std::to_string(static_cast<int>(c.how)));
-            ++target;
-            const int start = seconds;
-            Variant status;
-            Variant result;
-            try {
-              result = member.call(v, &status);
-            } catch (const RuntimeError& e) {
-              // Only a reply that reception takes as complete (below) can reach the row parsers.
-              result = Variant(int16_t{-1});
-              status = Variant("raised " + std::to_string(e.number()));
-            }
-            EXPECT_LE(seconds - start, 2 * (kTimeout + 2));
-            EXPECT_FALSE(s.impl().RequestPending);
-            // A first packet that ends inside the keyword "TotalBytes:" is no header: it follows whatever the
-            // slot held and completes it at once, as reception always does. Here it only has to end in time.
-            if (!member.byte_mode && c.offset > 0 && c.offset < 11) continue;
-            EXPECT_EQ(result, Variant(int16_t{-1}));
-            const bool broken_header = !member.byte_mode && c.offset >= 11 && c.offset < header_end;
-            if (c.how == Cut::kReset) {
-              // The reset and an unfinished header may come in one pass; either reports the failure.
-              if (!(broken_header && status == Variant(kHeaderWithoutEnd))) {
-                EXPECT_EQ(status, Variant(kReset));
-              }
-            } else {
-              EXPECT_EQ(status, Variant(broken_header ? kHeaderWithoutEnd : kTimedOut));
-            }
+    InFakeSession(scripts, [&](GatewaySession& s, FakeNetwork& net, FakeClock& clock) {
+      clsVantor& v = s.object();
+      v.lngREQUESTTIMEOUT = kTimeout;
+      v.strDebugLogPath = "";
+      v.strBlobPathLocal = blob.path();
+      // Time runs only once the current cut's request is out: a second per look at the clock.
+      int target = 0, seconds = 0;
+      clock.on_read = [&](FakeClock& c) {
+        if (net.requests.size() >= static_cast<size_t>(target) && !net.requests.back().empty())
+          c.AdvanceSeconds(1), ++seconds;
+      };
+      const int descriptors = OpenDescriptors();
+      for (const Case& c : cases) {
+        SCOPED_TRACE("offset " + std::to_string(c.offset) + ", cut " + std::to_string(static_cast<int>(c.how)));
+        ++target;
+        const int start = seconds;
+        Variant status;
+        Variant result;
+        try {
+          result = member.call(v, &status);
+        } catch (const RuntimeError& e) {
+          // Only a reply that reception takes as complete (below) can reach the row parsers.
+          result = Variant(int16_t{-1});
+          status = Variant("raised " + std::to_string(e.number()));
+        }
+        EXPECT_LE(seconds - start, 2 * (kTimeout + 2));
+        EXPECT_FALSE(s.impl().RequestPending);
+        // A first packet that ends inside the keyword "TotalBytes:" is no header: it follows whatever the
+        // slot held and completes it at once, as reception always does. Here it only has to end in time.
+        if (!member.byte_mode && c.offset > 0 && c.offset < 11) continue;
+        EXPECT_EQ(result, Variant(int16_t{-1}));
+        const bool broken_header = !member.byte_mode && c.offset >= 11 && c.offset < header_end;
+        if (c.how == Cut::kReset) {
+          // The reset and an unfinished header may come in one pass; either reports the failure.
+          if (!(broken_header && status == Variant(kHeaderWithoutEnd))) {
+            EXPECT_EQ(status, Variant(kReset));
           }
-          // A broken header leaves the slot's socket open for the next request to close: close it as that would.
-          // Then nothing may be left open.
-          s.socket().Close();
-          ASSERT_TRUE(gateway.WaitAllClosed());
-          EXPECT_EQ(OpenDescriptors(), descriptors);
-          EXPECT_EQ(gateway.connections(), static_cast<int>(cases.size()));
-        },
-        {{2002, 11, 15}, 14, 3, 7}, &pump);
+        } else {
+          EXPECT_EQ(status, Variant(broken_header ? kHeaderWithoutEnd : kTimedOut));
+        }
+      }
+      // A broken header leaves the slot's socket open for the next request to close: close it as that would.
+      // Then nothing may be left open.
+      s.socket().Close();
+      EXPECT_EQ(net.open_sockets(), 0);
+      EXPECT_EQ(OpenDescriptors(), descriptors);
+      EXPECT_EQ(net.requests.size(), cases.size());
+    });
   }
 }
 
@@ -189,7 +197,7 @@ TEST(FileFaults, EachOpenWriteRenameAndAppendFailsCleanly) {
     std::string good, faulty;  // the outcome without and with the fault
   };
   const std::vector<Row> rows = {
-      {"segment download", ScriptedGateway::Reply("Status: OK\r\n3\r\nA1.TIF"), Kind::kRename,
+      {"segment download", Reply("Status: OK\r\n3\r\nA1.TIF"), Kind::kRename,
        [&](clsVantor& v) {
          testing::WriteFile(blob.File("A1.TIF"), "tif");
          v.strChangeFileExt = "TIF-PDF";
@@ -209,40 +217,39 @@ TEST(FileFaults, EachOpenWriteRenameAndAppendFailsCleanly) {
                 }));
        },
        "raised 0", "raised 61"},
-      {"log", ScriptedGateway::Reply("Status: OK\r\nK1"), Kind::kAppend,
+      {"log", Reply("Status: OK\r\nK1"), Kind::kAppend,
        [&](clsVantor& v) {
          v.strDebugLogPath = logs.path();
          Variant status;
          return outcome(v.EASYGetChannelsInit(&status), status);
        },
-       "1||", "1||"},  // a log line that cannot be written is dropped
+       "1||", "1||"}  // a log line that cannot be written is dropped
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    InFreshSession({{ScriptedGateway::Send(row.reply)}},
-                   [&](GatewaySession& s, ScriptedGateway& gateway, FakeClock& clock) {
-                     clsVantor& v = s.object();
-                     v.strBlobPathLocal = blob.path();
-                     const int descriptors = OpenDescriptors();
-                     int calls = 0;
-                     {
-                       FaultyDisk counting(FaultyDisk::kKinds, 0, &clock);
-                       testing::EnvScope use(v, &counting);
-                       EXPECT_EQ(row.run(v), row.good);
-                       calls = counting.calls(row.kind);
-                     }
-                     EXPECT_GT(calls, 0);
-                     for (int n = 1; n <= calls; ++n) {
-                       FaultyDisk disk(row.kind, n, &clock);
-                       testing::EnvScope use(v, &disk);
-                       EXPECT_EQ(row.run(v), row.faulty) << "call " << n;
-                       EXPECT_FALSE(s.impl().RequestPending);
-                     }
-                     // A failed write leaves the connection for the next request to close, like any reception failure.
-                     s.socket().Close();
-                     ASSERT_TRUE(gateway.WaitAllClosed());
-                     EXPECT_EQ(OpenDescriptors(), descriptors);
-                   });
+    InFakeSession({{FakeNetwork::Packet(row.reply)}}, [&](GatewaySession& s, FakeNetwork& net, FakeClock&) {
+      clsVantor& v = s.object();
+      v.strBlobPathLocal = blob.path();
+      const int descriptors = OpenDescriptors();
+      int calls = 0;
+      {
+        FaultyDisk counting(FaultyDisk::kKinds, 0, &net);
+        testing::EnvScope use(v, &counting);
+        EXPECT_EQ(row.run(v), row.good);
+        calls = counting.calls(row.kind);
+      }
+      EXPECT_GT(calls, 0);
+      for (int n = 1; n <= calls; ++n) {
+        FaultyDisk disk(row.kind, n, &net);
+        testing::EnvScope use(v, &disk);
+        EXPECT_EQ(row.run(v), row.faulty) << "call " << n;
+        EXPECT_FALSE(s.impl().RequestPending);
+      }
+      // A failed write leaves the connection for the next request to close, like any reception failure.
+      s.socket().Close();
+      EXPECT_EQ(net.open_sockets(), 0);
+      EXPECT_EQ(OpenDescriptors(), descriptors);
+    });
   }
 }
 

@@ -17,27 +17,8 @@ using testing::InFakeSession;
 
 const std::string kRequest = "^S1^,^u^,^ABA1^,^GetChannels^";
 
-// One object on a network inside the process, with a fake clock.
-class FakeLink : public ::testing::Test {
- protected:
-  void TearDown() override {
-    clock_.on_read = nullptr;
-    session_.reset();
-  }
-  GatewaySession& s() {
-    if (!session_) session_ = std::make_unique<GatewaySession>(4711, &net_);
-    return *session_;
-  }
-  void Answers(const std::vector<std::string>& payloads) {
-    for (const std::string& p : payloads) net_.scripts.push_back({FakeNetwork::Reply(p)});
-  }
-
-  FakeClock clock_;
-  FakeNetwork net_{&clock_};
-  std::unique_ptr<GatewaySession> session_;
-};
-using RequestExchange = FakeLink;
-using RequestList = FakeLink;
+using RequestExchange = testing::SessionTest;
+using RequestList = testing::SessionTest;
 
 TEST_F(RequestExchange, FramingAndTheLogOfOneGoodExchange) {
   Answers({"Status: OK\r\nEins"});
@@ -145,8 +126,7 @@ TEST(ReplyRows, SplitAfterTheStatusLine) {
       {"Status: OK\r\n", {}},
       {"Status: OK\r\na", {"a"}},
       {"Status: OK\r\nEins\r\n\r\nDrei\r\n", {"Eins", "", "Drei"}},
-      {"Status: OK\r\nx\ry\r", {"x\ry\r"}},
-  };
+      {"Status: OK\r\nx\ry\r", {"x\ry\r"}}};
   for (const auto& [payload, rows] : good) {
     std::vector<std::string> got = {"old"};
     SplitReplyRows(payload, got);
@@ -156,8 +136,7 @@ TEST(ReplyRows, SplitAfterTheStatusLine) {
       {"Status: Error 3 Archiv unbekannt\r\nEins", "Error 3 Archiv unbekannt"},
       {"Status: ok", "ok"},
       {"", ""},  // shorter than seven characters: the whole line
-      {"Stat\r\nEins", "Stat"},
-  };
+      {"Stat\r\nEins", "Stat"}};
   for (const auto& [payload, text] : bad) EXPECT_EQ(FailureStatusText(StatusLineOf(payload)), text) << payload;
 }
 
@@ -199,8 +178,6 @@ TEST_F(RequestList, MalformedRepliesEachEndInTheirStatusWithinTheTimeOut) {
     std::string status;
   };
   const std::vector<Case> cases = {
-      {"", false, kTimeout},
-      {"", true, kReset},
       {"TotalBytes:", true, arrival("5 - Invalid procedure call or argument")},
       {"TotalBytes:\r\n", false, arrival("13 - Type mismatch")},
       {"TotalBytes:-1\r\n", true, ""},  // complete at once, and no status line
@@ -212,8 +189,7 @@ TEST_F(RequestList, MalformedRepliesEachEndInTheirStatusWithinTheTimeOut) {
       {"TotalBytes:5\r\n\xFF\xFE\r\n", false, kTimeout},  // one byte short
       // Without the header a packet is payload: it follows the last reply, which is complete already.
       {"\r\n\r\nTotalBytes:3\r\nabc", true, "\xC3\xBF\xC3\xBE"},
-      {std::string("\0\1TotalBytes:1\r\n", 17), false, "\xC3\xBF\xC3\xBE"},
-  };
+      {std::string("\0\1TotalBytes:1\r\n", 17), false, "\xC3\xBF\xC3\xBE"}};
   for (const Case& c : cases) {
     net_.scripts.push_back({FakeNetwork::Packet(c.reply), c.reset ? FakeNetwork::Reset() : FakeNetwork::Close()});
   }

@@ -111,7 +111,7 @@ TEST_F(SegmentFiles, ExtensionMappingRenamesInTheLocalFolder) {
       ADD_FAILURE() << "renamed " << from;
       return 53;
     }
-  } disk(&clock_);
+  } disk(&net_);
   SetEnvironment(v(), &disk);
   v().strBlobPathLocal = "";
   EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), kOne);

@@ -15,52 +15,27 @@
 
 namespace {
 
+using halqvantor::clsVantor;
 using halqvantor::Variant;
 
-void Call(halqvantor::clsVantor& v, int member) {
-  Variant o[11];
-  switch (member % 13) {
-    case 0:
-      v.EASYGetChannelsNext(&o[0]);
-      break;
-    case 1:
-      v.EASYGetArchivesNext();
-      break;
-    case 2:
-      v.EASYGetAllArchivesNext();
-      break;
-    case 3:
-      v.EASYGetSegmentSelectListNext();
-      break;
-    case 4:
-      v.EASYGetQueryFormatListNext();
-      break;
-    case 5:
+// The members a program may call, by half byte modulo their number.
+void (*const kMembers[])(clsVantor&, Variant*) = {
+    [](clsVantor& v, Variant* o) { v.EASYGetChannelsNext(&o[0]); },
+    [](clsVantor& v, Variant*) { v.EASYGetArchivesNext(); },
+    [](clsVantor& v, Variant*) { v.EASYGetAllArchivesNext(); },
+    [](clsVantor& v, Variant*) { v.EASYGetSegmentSelectListNext(); },
+    [](clsVantor& v, Variant*) { v.EASYGetQueryFormatListNext(); },
+    [](clsVantor& v, Variant* o) {
       v.EASYGetSegmentDescriptionNext(&o[0], &o[1], &o[2], &o[3], &o[4], &o[5], &o[6], &o[7], &o[8], &o[9], &o[10]);
-      break;
-    case 6:
-      v.EASYGetMasksNext(&o[0]);
-      break;
-    case 7:
-      v.EASYGetMasksNextField(&o[0], &o[1], &o[2], &o[3], &o[4], &o[5], &o[6], &o[7]);
-      break;
-    case 8:
-      v.EASYGetMasksFirst();
-      break;
-    case 9:
-      v.EASYGetAllArchivesExtNext(&o[0], &o[1]);
-      break;
-    case 10:
-      v.EASYGetAllArchivesExtNextArchive();
-      break;
-    case 11:
-      v.EASYGetAllArchivesExtFirst();
-      break;
-    case 12:
-      v.EASYGetSegmentERFNext(&o[0], &o[1], &o[2], &o[3]);
-      break;
-  }
-}
+    },
+    [](clsVantor& v, Variant* o) { v.EASYGetMasksNext(&o[0]); },
+    [](clsVantor& v, Variant* o) { v.EASYGetMasksNextField(&o[0], &o[1], &o[2], &o[3], &o[4], &o[5], &o[6], &o[7]); },
+    [](clsVantor& v, Variant*) { v.EASYGetMasksFirst(); },
+    [](clsVantor& v, Variant* o) { v.EASYGetAllArchivesExtNext(&o[0], &o[1]); },
+    [](clsVantor& v, Variant*) { v.EASYGetAllArchivesExtNextArchive(); },
+    [](clsVantor& v, Variant*) { v.EASYGetAllArchivesExtFirst(); },
+    [](clsVantor& v, Variant* o) { v.EASYGetSegmentERFNext(&o[0], &o[1], &o[2], &o[3]); },
+};
 
 }  // namespace
 
@@ -81,7 +56,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (int step = 0; step < 8; ++step) {
     const int member = (step % 2 == 0 ? data[step / 2] : data[step / 2] >> 4) & 0x0F;
     try {
-      Call(v, member);
+      Variant o[11];
+      kMembers[member % 13](v, o);
     } catch (const halqvantor::RuntimeError&) {
       // A malformed row, or a walk past the answer's end.
     }

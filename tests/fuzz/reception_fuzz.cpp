@@ -24,6 +24,7 @@
 namespace {
 
 using halqvantor::PacketOutcome;
+using halqvantor::ReceptionMode;
 using halqvantor::SlotState;
 namespace platform = halqvantor::platform;
 
@@ -106,18 +107,3 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   platform::CloseFile(file);
   return 0;
 }
-
-#ifdef RECEPTION_FUZZ_MAIN
-// Without libFuzzer: runs each file named on the command line once.
-#include <fstream>
-#include <iterator>
-
-int main(int argc, char** argv) {
-  for (int i = 1; i < argc; ++i) {
-    std::ifstream in(argv[i], std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-  }
-  return 0;
-}
-#endif

@@ -33,18 +33,6 @@ class GatewaySession {
   std::unique_ptr<clsVantor> object_;
 };
 
-// An environment whose event pump waits at most 1 ms a pass (or `max_wait_ms`): for tests that wait on
-// purpose.
-class QuickPump : public platform::EnvWrapper {
- public:
-  explicit QuickPump(int max_wait_ms = 1, platform::Env* base = platform::Env::Default())
-      : EnvWrapper(base), max_wait_ms_(max_wait_ms) {}
-  int EventWaitMs() override { return max_wait_ms_; }
-
- private:
-  int max_wait_ms_;
-};
-
 // Gives `object` the environment `env` while it lives, then gives it back the one it had.
 class EnvScope {
  public:

@@ -10,15 +10,14 @@
 #include "support/fake_clock.h"
 #include "support/fake_network.h"
 #include "support/gateway_session.h"
-#include "support/scripted_gateway.h"
 #include "support/temp_dir.h"
 #include "support/variant_print.h"
 
 namespace halqvantor::testing {
 
-// An object Init'ed on first use against a scripted gateway on the loopback interface, with a fake clock.
-// Connection i plays script i (the last one repeats); Answer scripts a plain reply. Every request starts
-// with kHead (session, user, encoded password).
+// An object Init'ed on first use against a network inside the process (FakeNetwork), with a fake clock.
+// Connection i plays script i (the last one repeats); Answer scripts a plain reply, Send raw bytes. Every
+// request starts with kHead (session, user, encoded password).
 class SessionTest : public ::testing::Test {
  protected:
   static constexpr std::string_view kHead = "^S1^,^u^,^ABA1^";
@@ -27,26 +26,27 @@ class SessionTest : public ::testing::Test {
   void TearDown() override {
     clock_.on_read = nullptr;
     // An environment a test body gave the object is gone by now.
-    if (session_) SetEnvironment(session_->object(), &clock_);
+    if (session_) SetEnvironment(session_->object(), &net_);
     session_.reset();
   }
 
-  void Answer(std::string_view payload) { gateway_.Script({testing::Answer(payload)}); }
+  void Answer(std::string_view payload) { net_.scripts.push_back({FakeNetwork::Reply(payload)}); }
   void Answers(const std::vector<std::string>& payloads) {
     for (const std::string& p : payloads) Answer(p);
   }
+  void Send(std::string bytes) { net_.scripts.push_back({FakeNetwork::Packet(std::move(bytes))}); }
   GatewaySession& s() {
-    if (!session_) session_ = std::make_unique<GatewaySession>(gateway_.port(), &clock_);
+    if (!session_) session_ = std::make_unique<GatewaySession>(4711, &net_);
     return *session_;
   }
   clsVantor& v() { return s().object(); }
   clsVantor::Impl& impl() { return s().impl(); }
-  std::vector<std::string> Requests() const { return gateway_.Requests(); }
+  const std::vector<std::string>& Requests() const { return net_.requests; }
   // The request bytes of a command with its arguments.
   static std::string Request(std::string_view fields) { return std::string(kHead) + "," + std::string(fields); }
 
   FakeClock clock_;
-  ScriptedGateway gateway_;
+  FakeNetwork net_{&clock_};
   std::unique_ptr<GatewaySession> session_;
 };
 
@@ -61,24 +61,7 @@ inline Exchanged Exchange(GatewaySession& s, const std::string& request) {
   return out;
 }
 
-// For table rows that each need a new link: a fresh gateway playing `scripts`, a fake clock starting at
-// `start`, and a session on a thread of its own (so a slot table of its own). The clock hook goes before
-// the session does.
-template <typename F>
-void InFreshSession(const std::vector<std::vector<ScriptedGateway::Step>>& scripts, F body,
-                    platform::LocalDateTime start = {{2002, 11, 15}, 14, 3, 7},
-                    platform::Env* base = platform::Env::Default()) {
-  FakeClock clock(start, base);
-  ScriptedGateway gateway;
-  for (const auto& script : scripts) gateway.Script(script);
-  OnFreshThread([&] {
-    GatewaySession s(gateway.port(), &clock);
-    body(s, gateway, clock);
-    clock.on_read = nullptr;
-  });
-}
-
-// The same over a network inside the process: the session's link plays `scripts` (FakeNetwork), its time is
+// For table rows that each need a new link: the session's link plays `scripts` (FakeNetwork), its time is
 // a fake clock, and the session has a thread of its own.
 template <typename F>
 void InFakeSession(const std::vector<std::vector<FakeNetwork::Step>>& scripts, F body) {
