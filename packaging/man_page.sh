@@ -9,7 +9,7 @@ work=$(mktemp -d "${TMPDIR:-/tmp}/halqvantor-man.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
 # Sub-commands: the two-space indented names in the "Subcommands:" block of the program's help.
-commands=$("$program" --help | awk '/^Sub ?commands:/ { on = 1; next }
+commands=$("$program" --help | awk '/^(Sub ?|SUB)?[Cc]ommands:/ { on = 1; next }
                                     on && /^$/ { exit }
                                     on && /^  [a-z][a-z0-9-]*( |$)/ { print $1 }')
 extra=""
