@@ -137,10 +137,11 @@ TEST(WaitForReply, TimeOutsCountClockSeconds) {
   testing::OnFreshThread([&] {
     GatewaySession s(4711, &net);
     s.object().lngREQUESTTIMEOUT = 2;
-    int advanced = 0;
+    int advanced = 0, reads = 0;
     net.hold = true;
     clock.on_read = [&](FakeClock& c) {
-      if (net.requests != std::vector<std::string>{kRequest}) return;  // until the reply wait
+      // The request is out before the reply wait reads its start: that read stays before midnight.
+      if (net.requests != std::vector<std::string>{kRequest} || ++reads == 1) return;
       c.AdvanceSeconds(5);
       if (++advanced == 5) net.hold = false;  // 00:00:23
     };

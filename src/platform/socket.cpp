@@ -117,6 +117,27 @@ void Socket::SendData(std::string_view bytes) {
     send_offset_ = 0;
   }
   send_queue_.append(bytes);
+  SendQueuedNow();
+}
+
+// Sends what the queue holds as far as the connection takes it at once, so that a request is on its way
+// before the next pump pass instead of after it. A failure is reported by that pass, as the pump's own sends
+// report theirs.
+void Socket::SendQueuedNow() {
+  while (send_offset_ < send_queue_.size()) {
+    const int64_t n = network_->Send(fd_, send_queue_.data() + send_offset_, send_queue_.size() - send_offset_);
+    if (n == -EINTR) continue;
+    if (n < 0) {
+      if (n != -EAGAIN && n != -EWOULDBLOCK) {
+        CloseDescriptor();
+        state_ = kSckError;
+        due_.push_back({true, SocketErrorFromErrno(static_cast<int>(-n))});
+      }
+      return;
+    }
+    bytes_sent_ += n;
+    send_offset_ += static_cast<size_t>(n);
+  }
 }
 
 void Socket::SendStream(std::shared_ptr<SendSource> source) {
@@ -289,7 +310,10 @@ int Socket::ReadAvailable() {
   while (received_size_ < kMaxUnread) {
     const int64_t n = network_->Receive(fd_, received_.get() + received_size_, kMaxUnread - received_size_);
     if (n > 0) {
+      const bool drained = static_cast<size_t>(n) < kMaxUnread - received_size_;
       received_size_ += static_cast<size_t>(n);
+      // A short read took all the connection held; what comes later the next poll reports.
+      if (drained) break;
       continue;
     }
     if (n == 0) {
@@ -354,7 +378,9 @@ int RunEventPass(Network& waiter, int max_wait_ms) {
   int timeout = delivered > 0 ? 0 : std::min(max_wait_ms, waiter.EventWaitMs());
   if (groups.size() > 1) timeout = std::min(timeout, kSharedWaitMs);
   for (Group& group : groups) {
-    const int ready = group.network->Poll(group.entries, group.network == &waiter ? timeout : 0);
+    const int wait = group.network == &waiter ? timeout : 0;
+    if (group.entries.empty() && wait == 0) continue;  // nothing to look at, no time to pass
+    const int ready = group.network->Poll(group.entries, wait);
     if (ready <= 0) continue;
     for (size_t i = 0; i < group.entries.size(); ++i) {
       if (group.entries[i].ready == 0) continue;

@@ -7,9 +7,9 @@
 //
 // Underneath is a non-blocking TCP socket of a Network (the system's unless the socket is given another).
 // Nothing happens behind the caller's back: the thread's event pump
-// (DoEvents) sends what SendData queued, reads what arrived and reports Connect, DataArrival, Close and Error
-// to the socket's event sink. Failures are reported with the socket's own error numbers and words (10061
-// refused, 10054 reset, 11001 host not found, ...).
+// (DoEvents) sends what SendData could not send at once, reads what arrived and reports Connect, DataArrival, Close and
+// Error to the socket's event sink. Failures are reported with the socket's own error numbers and words (10061 refused,
+// 10054 reset, 11001 host not found, ...).
 
 #include <cstdint>
 #include <memory>
@@ -82,7 +82,8 @@ class Socket {
   // completes in DoEvents with a Connect event, or an Error event when it fails (an unknown host too).
   // Raises 40020 when the socket is not closed and 380 for a port outside 0..65535.
   void Connect();
-  // Queues bytes for sending; DoEvents sends them. Raises 40006 when the socket is not connected, 40020
+  // Queues bytes for sending and sends what the connection takes at once; DoEvents sends the rest. A failed
+  // send comes as the Error event of the next DoEvents. Raises 40006 when the socket is not connected, 40020
   // while a stream is being sent.
   void SendData(std::string_view bytes);
   // Queues the bytes of `source` after everything queued so far: DoEvents pulls and sends them as the
@@ -118,6 +119,7 @@ class Socket {
 
   void StartNextAddress();
   int FlushSendQueue();
+  void SendQueuedNow();
   bool HasPendingSend() const;
   std::string_view PendingBytes();
   int ReadAvailable();
