@@ -14,7 +14,6 @@ namespace {
 
 using testing::FakeClock;
 using testing::OnFreshThread;
-using testing::ReadFile;
 using testing::ReadLines;
 using testing::TempDir;
 
@@ -34,30 +33,21 @@ void InObject(FakeClock& clock, const std::string& folder, const std::string& id
 TEST(ComponentObject, FirstObjectLogsItsLifeInFourLines) {
   TempDir dir;
   FakeClock clock({{2002, 11, 15}, 14, 3, 7});
-  OnFreshThread([&] {
-    auto v = std::make_unique<clsVantor>();
-    SetEnvironment(*v, &clock);
-    v->strDebugLogPath = dir.path();
-    v->strSessionID = "S1";
-    v->strREMOTEHOST = "gateway.example";
-    v->lngREMOTEPORT = 4711;
-    v->Init();
-    EXPECT_EQ(VantorAccess::Of(*v).SlotIndex, 1);
-    platform::Socket& socket = frmComm::ForThisThread().ctlWinsock(1);
-    EXPECT_EQ(socket.RemoteHost, "gateway.example");
-    EXPECT_EQ(socket.RemotePort, 4711);
-    EXPECT_EQ(socket.State(), platform::kSckClosed);  // Init does not connect
+  InObject(clock, dir.path(), "S1", [&](clsVantor& v) {
+    v.strREMOTEHOST = "gateway.example";
+    v.lngREMOTEPORT = 4711;
+    v.Init();
+    EXPECT_EQ(VantorAccess::Of(v).SlotIndex, 1);
+    const platform::Socket& socket = frmComm::ForThisThread().ctlWinsock(1);
+    EXPECT_EQ(std::make_tuple(socket.RemoteHost, socket.RemotePort, socket.State()),
+              std::make_tuple(std::string("gateway.example"), int32_t{4711}, platform::kSckClosed));  // no connect
     clock.AdvanceSeconds(1);
-    v.reset();
-    EXPECT_FALSE(frmComm::ForThisThread().GetBusy(1));
   });
   EXPECT_EQ(ReadLines(dir.File("S1.LOG")),
             (std::vector<std::string>{"15.11.2002 14:03:07   Neue Sitzung initiiert mit SessionID S1.",
                                       "15.11.2002 14:03:07   Freie/neue Winsock-Instanz 1 ermittelt.",
                                       "15.11.2002 14:03:08   Winsock-Instanz 1 wieder freigegeben.",
                                       "15.11.2002 14:03:08   Sitzung beendet."}));
-  EXPECT_EQ(ReadFile(dir.File("S1.LOG")).substr(0, 64),
-            "15.11.2002 14:03:07   Neue Sitzung initiiert mit SessionID S1.\r\n");
 }
 
 // An empty folder turns the debug log off, before Init or later; no file appears there or in the working
