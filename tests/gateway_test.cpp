@@ -282,15 +282,14 @@ TEST(GatewayFilesTest, BlobPathsStayInsideTheBlobFolder) {
 TEST(GatewayStoreTest, RefusesAnInconsistentArchiveFile) {
   const std::string sample = std::string(VANTOR_GATEWAY_SAMPLE);
   const nlohmann::json good = nlohmann::json::parse(ReadFile(sample + "/archive.json"));
-  const std::vector<std::pair<nlohmann::json::json_pointer, nlohmann::json>> breakages = {
-      {nlohmann::json::json_pointer("/channels/0/archives/0/fields/1/id"), 1},
-      {nlohmann::json::json_pointer("/channels/0/archives/0/query_formats/0/columns/0"), 99},
-      {nlohmann::json::json_pointer("/channels/0/archives/0/documents/0/versions/0/segments/1/file"),
-       "files/missing.tif"},
-      {nlohmann::json::json_pointer("/channels/0/archives/0/documents/0/versions/0/index/77"), "x"},
-      {nlohmann::json::json_pointer("/channels/1/name"), "A,B"},
-      {nlohmann::json::json_pointer("/channels"), 5},
-  };
+  using Pointer = nlohmann::json::json_pointer;
+  const std::vector<std::pair<Pointer, nlohmann::json>> breakages = {
+      {Pointer("/channels/0/archives/0/fields/1/id"), 1},
+      {Pointer("/channels/0/archives/0/query_formats/0/columns/0"), 99},
+      {Pointer("/channels/0/archives/0/documents/0/versions/0/segments/1/file"), "files/missing.tif"},
+      {Pointer("/channels/0/archives/0/documents/0/versions/0/index/77"), "x"},
+      {Pointer("/channels/1/name"), "A,B"},
+      {Pointer("/channels"), 5}};
   for (const auto& [where, value] : breakages) {
     TempDir dir;
     fs::copy(sample + "/files", dir.File("files"), fs::copy_options::recursive);
