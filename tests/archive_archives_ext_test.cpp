@@ -27,8 +27,7 @@ TEST_F(ArchivesExt, TwoLevelWalkWithSkipsRestartAndTheEnd) {
   EXPECT_EQ(status, Variant(""));
   EXPECT_EQ(Requests()[0], std::string(kHead) + ",^GetAllArchivesExt^");
   EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel, &description), Variant(int32_t{2}));
-  EXPECT_EQ(channel, Variant("K1"));
-  EXPECT_EQ(description, Variant("Rechnungen, alt"));
+  EXPECT_EQ(std::vector<Variant>({channel, description}), (std::vector<Variant>{"K1", "Rechnungen, alt"}));
   EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant("A1"));
   // A2 is skipped; a channel without archives gives 0 and "" without moving.
   EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel), Variant(int32_t{0}));
@@ -40,8 +39,7 @@ TEST_F(ArchivesExt, TwoLevelWalkWithSkipsRestartAndTheEnd) {
   EXPECT_EQ(v().EASYGetAllArchivesExtNextArchive(), Variant("B1"));
   EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYGetAllArchivesExtNextArchive(); }), 9);
   EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel, &description), Variant(int16_t{-1}));
-  EXPECT_EQ(channel, Variant(""));
-  EXPECT_EQ(description, Variant(""));
+  EXPECT_EQ(std::vector<Variant>({channel, description}), (std::vector<Variant>{"", ""}));
 
   v().EASYGetAllArchivesExtFirst();
   EXPECT_EQ(v().EASYGetAllArchivesExtNext(&channel), Variant(int32_t{2}));

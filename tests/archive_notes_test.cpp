@@ -63,11 +63,9 @@ TEST_F(Notes, WriteSendsTheFirst8000CharactersAndTheLineBreak) {
   EXPECT_EQ(v().EASYDeleteNotes("K1", "A1", "D7", "2", &status), Variant(int16_t{-1}));
   EXPECT_EQ(status, Variant("Error 5 nein"));
 
-  const auto requests = Requests();
-  EXPECT_EQ(requests[0],
-            std::string(kHead) + ",^WriteNote^,^K1^,^A1^,^D7^,^2^,^" + std::string(8000, '\xE4') + "^,^\r\n^");
-  EXPECT_EQ(requests[1], std::string(kHead) + ",^WriteNote^,^K1^,^A1^,^D7^,^2^,^a<br>b^,^<br>^");
-  EXPECT_EQ(requests[2], std::string(kHead) + ",^DeleteNotes^,^K1^,^A1^,^D7^,^2^");
+  const std::string key = std::string(kHead) + ",^WriteNote^,^K1^,^A1^,^D7^,^2^,^";
+  EXPECT_EQ(Requests(), (Lines{key + std::string(8000, '\xE4') + "^,^\r\n^", key + "a<br>b^,^<br>^",
+                               std::string(kHead) + ",^DeleteNotes^,^K1^,^A1^,^D7^,^2^"}));
 }
 
 }  // namespace

@@ -37,8 +37,7 @@ std::unique_ptr<clsVantor> Connect(int port, const std::string& session, const s
   v->lngREMOTEPORT = port;
   v->lngREQUESTTIMEOUT = 30;
   v->strSessionID = session;
-  v->strEASYUser = "easy";
-  v->strEASYPwd = "easy";
+  v->strEASYUser = v->strEASYPwd = "easy";
   v->strDebugLogPath = log_dir;
   v->Init();
   return v;
@@ -102,17 +101,13 @@ TEST(Concurrency, SixteenObjectsOnSixteenThreadsGetEveryAnswerRight) {
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
       auto v = Connect(gateway.port(), "T" + std::to_string(t), logs.path());
-      for (int i = 0; i < requests; ++i) {
+      for (int i = 0; i < requests; ++i, ++right) {
         const size_t kind = static_cast<size_t>(t + i) % expected.size();
         const std::string answer = Ask(*v, kind, documents);
-        if (answer == expected[kind]) {
-          ++right;
-        } else {
-          std::lock_guard<std::mutex> lock(mutex);
-          wrong.push_back("thread " + std::to_string(t) + " request " + std::to_string(i) + ": " + answer +
-                          " instead of " + expected[kind]);
-          return;
-        }
+        if (answer == expected[kind]) continue;
+        std::lock_guard<std::mutex> lock(mutex);
+        wrong.push_back("thread " + std::to_string(t) + " request " + std::to_string(i) + ": " + answer);
+        return;
       }
     });
   }

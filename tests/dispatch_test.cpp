@@ -50,15 +50,13 @@ TEST(DispatchTable, MembersKeepInterfaceOrderWithDenseIdsAndAreFoundByAnyCase) {
     std::string_view name;
     MemberKind kind;
   };
-  const std::vector<Anchor> anchors = {{0, 0x40030000, "strREMOTEHOST", MemberKind::Property},
-                                       {10, 0x4003000A, "strChangeFileExt", MemberKind::Property},
-                                       {11, 0x60030000, "OnStartPage", MemberKind::Operation},
-                                       {28, 0x60030011, "DeleteFTPObjects", MemberKind::Operation},
-                                       {29, 0x60030012, "EASYGetChannelsInit", MemberKind::Operation},
-                                       {56, 0x6003002D, "EASYSortHitlistInit", MemberKind::Operation},
-                                       {60, 0x60030031, "CreateImportFile", MemberKind::Operation},
-                                       {74, 0x6003003F, "EASYGetAllArchivesExtFirst", MemberKind::Operation},
-                                       {76, 0x60030041, "UploadFile", MemberKind::Operation}};
+  const MemberKind p = MemberKind::Property, o = MemberKind::Operation;
+  const std::vector<Anchor> anchors = {
+      {0, 0x40030000, "strREMOTEHOST", p},        {10, 0x4003000A, "strChangeFileExt", p},
+      {11, 0x60030000, "OnStartPage", o},         {28, 0x60030011, "DeleteFTPObjects", o},
+      {29, 0x60030012, "EASYGetChannelsInit", o}, {56, 0x6003002D, "EASYSortHitlistInit", o},
+      {60, 0x60030031, "CreateImportFile", o},    {74, 0x6003003F, "EASYGetAllArchivesExtFirst", o},
+      {76, 0x60030041, "UploadFile", o}};
   for (const Anchor& a : anchors) {
     EXPECT_EQ(members[a.index].name, a.name);
     EXPECT_EQ(members[a.index].dispid, a.id) << a.name;
@@ -68,12 +66,12 @@ TEST(DispatchTable, MembersKeepInterfaceOrderWithDenseIdsAndAreFoundByAnyCase) {
 
   EXPECT_EQ(FindMember(0x4003000B), nullptr);
   EXPECT_EQ(FindMember("EASYGetChannelsInitX"), nullptr);
-  DispatchError e = Refusal([] { MemberNamed("Foo"); });
-  EXPECT_EQ(e.number(), 438);
-  EXPECT_EQ(e.description(), "clsVantor has no member named 'Foo'");
-  e = Refusal([] { MemberWithId(0x60030042); });
-  EXPECT_EQ(e.number(), 438);
-  EXPECT_EQ(e.description(), "clsVantor has no member with dispatch id 0x60030042");
+  for (const auto& [e, text] :
+       {std::pair{Refusal([] { MemberNamed("Foo"); }), "no member named 'Foo'"},
+        std::pair{Refusal([] { MemberWithId(0x60030042); }), "no member with dispatch id 0x60030042"}}) {
+    EXPECT_EQ(e.number(), 438);
+    EXPECT_EQ(e.description(), std::string("clsVantor has ") + text);
+  }
 }
 
 // Every operation against a gateway that refuses every request: the table passes what each entry declares
@@ -129,7 +127,6 @@ TEST_F(DispatchCalls, EveryOperationTakesWhatItsEntryDeclares) {
 TEST_F(DispatchCalls, RefusalsNameTheMemberAndTheArgument) {
   const Variant one(int32_t{1});
   const std::vector<std::tuple<std::string_view, std::vector<Variant>, int, std::string_view>> cases = {
-      {"EASYTransferBLOB", {"f"}, 449, "EASYTransferBLOB: argument 2 (lngFileLen) is not optional"},
       {"EASYTransferBLOB", {Variant::missing(), one}, 449, "EASYTransferBLOB: argument 1 (strFile) is not optional"},
       {"EASYGetChannelsInit", {one, one, one}, 450, "EASYGetChannelsInit takes at most 1 argument, 3 were passed"},
       {"Encode", {"a", "b"}, 450, "Encode takes 1 argument, 2 were passed"},
@@ -143,28 +140,6 @@ TEST_F(DispatchCalls, RefusalsNameTheMemberAndTheArgument) {
   }
   EXPECT_EQ(Refusal([&] { Call(v(), "OnStartPage", {"page"}); }).number(), 13);
   EXPECT_TRUE(Requests().empty());  // nothing was sent for a refused call
-}
-
-TEST_F(DispatchCalls, ByReferenceArgumentsAreWrittenInPlaceAndMissingOnesAreLeftAlone) {
-  Answer("Status: OK\r\nK2,zwei\r\nK1,eins");
-  std::vector<Variant> args = {Variant("old")};
-  EXPECT_EQ(Invoke(v(), MemberNamed("easygetchannelsinit"), args), Variant(int32_t{2}));
-  EXPECT_EQ(args[0], Variant(""));
-  args = {Variant::missing()};
-  EXPECT_EQ(Invoke(v(), MemberNamed("EASYGetChannelsNext"), args), Variant("K1"));
-  EXPECT_EQ(args[0], Variant::missing());
-  args = {Variant("old")};
-  EXPECT_EQ(Invoke(v(), MemberWithId(0x60030013), args), Variant("K2"));
-  EXPECT_EQ(args[0], Variant("zwei"));
-
-  // Inputs reach the object as passed; results keep their own kinds.
-  Answer("Status: OK\r\nA1");
-  EXPECT_EQ(Call(v(), "EASYGetArchivesInit", {"K1"}), Variant(int32_t{1}));
-  EXPECT_EQ(Requests().back(), Request("^GetArchives^,^K1^"));
-  const Variant encoded = Call(v(), "Encode", {"abc"});
-  EXPECT_EQ(Call(v(), "Decode", {encoded}), Variant("abc"));
-  EXPECT_EQ(Call(v(), "UploadFile"), Variant(false));
-  EXPECT_EQ(Call(v(), "EASYGetMasksFirst"), Variant());
 }
 
 TEST_F(DispatchCalls, TheObjectsOwnErrorsPassThroughAndOnStartPageTakesTheHostsContext) {
@@ -186,7 +161,6 @@ TEST(DispatchProperties, PutConvertsTheValueAndGetReadsIt) {
   };
   for (const Case& c : std::vector<Case>{{"lngREMOTEPORT", "8080", int32_t{8080}},
                                          {"LNGREQUESTTIMEOUT", 2.5, int32_t{2}},
-                                         {"strREMOTEHOST", int32_t{5}, "5"},
                                          {"strSessionID", true, "True"},
                                          {"strDebugLogPath", Variant(), ""}}) {
     PutProperty(object, MemberNamed(c.property), c.value);

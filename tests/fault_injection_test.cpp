@@ -31,9 +31,7 @@ const std::string kTimedOut = "Timeout of 2 seconds occured waiting for server r
 const std::string kReset = "Winsock Error (10054 - Connection is reset by remote side)";
 const std::string kHeaderWithoutEnd = "Winsock Error (DataArrival Error (5 - Invalid procedure call or argument))";
 
-std::string Reply(std::string_view payload) {
-  return "TotalBytes:" + std::to_string(payload.size()) + "\r\n" + std::string(payload);
-}
+std::string Reply(std::string_view payload) { return FakeNetwork::Reply(payload).bytes; }
 
 // The first `offset` bytes of `wire`, then the connection closed, reset, or left open in silence (a stall).
 std::vector<FakeNetwork::Step> CutAt(std::string_view wire, size_t offset, Cut how) {
@@ -63,11 +61,6 @@ TEST(CutReplies, EveryOffsetByCloseResetOrStallEndsInTheMembersFailureWithinTheT
        [](clsVantor& v, Variant* status) {
          return v.EASYQueryArchiveInit("K1", "A1", "x", int32_t{10}, int32_t{100}, Variant::missing(),
                                        Variant::missing(), nullptr, nullptr, nullptr, nullptr, status);
-       }},
-      {"segment text", Reply("Status: OK\r\n^Zeile 1\r\nZeile 2^\r\n^zwei^"), false,
-       [](clsVantor& v, Variant* status) {
-         const Variant m = Variant::missing();
-         return v.EASYGetSegmentTextInit("K1", "A1", "D", "1", m, m, m, m, m, status);
        }},
       {"blob transfer", "0123456789abcdef", true,
        [](clsVantor& v, Variant* status) { return v.EASYTransferBLOB("f.bin", int32_t{16}, status); }}};
@@ -102,8 +95,7 @@ TEST(CutReplies, EveryOffsetByCloseResetOrStallEndsInTheMembersFailureWithinTheT
         SCOPED_TRACE("offset " + std::to_string(c.offset) + ", cut " + std::to_string(static_cast<int>(c.how)));
         ++target;
         const int start = seconds;
-        Variant status;
-        Variant result;
+        Variant status, result;
         try {
           result = member.call(v, &status);
         } catch (const RuntimeError& e) {

@@ -5,7 +5,6 @@
 #include "component/vantor_impl.h"
 #include "halqvantor/clsVantor.h"
 #include "link/frm_comm.h"
-#include "support/errors.h"
 #include "support/gateway_session.h"
 
 namespace halqvantor {
@@ -56,16 +55,6 @@ TEST(ConnectionSlots, EachThreadHasItsOwnTable) {
     EXPECT_EQ(other_slot, 1);
     EXPECT_EQ(other_count, 1);
     EXPECT_EQ(frmComm::ForThisThread().SlotCount(), 2);
-  });
-}
-
-TEST(ConnectionSlots, UnknownSlotsAreRefused) {
-  OnFreshThread([] {
-    frmComm& form = frmComm::ForThisThread();
-    form.GetFreeWinsockInstance();
-    for (int32_t bad : {0, -1, 2}) EXPECT_EQ(testing::RuntimeErrorNumber([&] { form.GetBusy(bad); }), 9) << bad;
-    EXPECT_NO_THROW(form.ctlWinsock(0));  // socket 0 exists
-    EXPECT_THROW(form.lstSort(2), RuntimeError);
   });
 }
 

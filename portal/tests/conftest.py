@@ -3,9 +3,7 @@ client and served by waitress on a free port, and a headless Chromium."""
 
 import os
 import re
-import shutil
 import sys
-import tempfile
 import threading
 
 import pytest
@@ -60,14 +58,12 @@ def server(app):
 
 
 @pytest.fixture(scope="session")
-def downloads():
-    folder = tempfile.mkdtemp(prefix="portal-downloads-")
-    yield folder
-    shutil.rmtree(folder, ignore_errors=True)
+def downloads(tmp_path_factory):
+    return str(tmp_path_factory.mktemp("portal-downloads"))
 
 
 @pytest.fixture(scope="session")
-def browser(downloads):
+def browser(downloads, tmp_path_factory):
     if not (os.access(CHROMIUM, os.X_OK) and os.access(CHROMEDRIVER, os.X_OK)):
         pytest.skip("chromium and chromium-driver are not installed")
     try:
@@ -75,7 +71,7 @@ def browser(downloads):
         from selenium.webdriver.chrome.service import Service
     except ImportError:
         pytest.skip("python3-selenium is not installed")
-    profile = tempfile.mkdtemp(prefix="portal-chromium-")
+    profile = tmp_path_factory.mktemp("portal-chromium")
     options = webdriver.ChromeOptions()
     options.binary_location = CHROMIUM
     for flag in ("--headless", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
@@ -88,7 +84,6 @@ def browser(downloads):
     driver.execute_cdp_cmd("Page.setDownloadBehavior", {"behavior": "allow", "downloadPath": downloads})
     yield driver
     driver.quit()
-    shutil.rmtree(profile, ignore_errors=True)
 
 
 @pytest.fixture

@@ -6,20 +6,17 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
+#include "fuzz/fuzz_check.h"
 #include "request_reader.h"
 
 namespace {
 
 constexpr size_t kMaxRequest = 4096;
 constexpr size_t kMaxUpload = 4096;
-
-void Require(bool condition) {
-  if (!condition) std::abort();
-}
+using halqvantor::fuzz::Require;
 
 }  // namespace
 

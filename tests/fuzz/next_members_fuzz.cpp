@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "component/vantor_impl.h"
+#include "fuzz/fuzz_check.h"
 #include "halqvantor/RuntimeError.h"
 #include "halqvantor/clsVantor.h"
 
@@ -44,13 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static halqvantor::clsVantor v;
   halqvantor::clsVantor::Impl& d = halqvantor::VantorAccess::Of(v);
   d.ResultRows.clear();
-  const std::string_view text(reinterpret_cast<const char*>(data) + 4, size - 4);
-  for (size_t start = 0;;) {
-    const size_t end = text.find("\r\n", start);
-    d.ResultRows.emplace_back(text.substr(start, end == std::string_view::npos ? end : end - start));
-    if (end == std::string_view::npos) break;
-    start = end + 2;
-  }
+  d.ResultRows = halqvantor::fuzz::SplitRows(std::string_view(reinterpret_cast<const char*>(data) + 4, size - 4));
   d.ResultCount = static_cast<int32_t>(d.ResultRows.size());
   d.ResultCursor = 0;
   for (int step = 0; step < 8; ++step) {

@@ -12,11 +12,11 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
 
+#include "fuzz/fuzz_check.h"
 #include "link/frm_comm.h"
 #include "link/socket_events.h"
 #include "platform/files.h"
@@ -26,6 +26,7 @@ namespace {
 using halqvantor::PacketOutcome;
 using halqvantor::ReceptionMode;
 using halqvantor::SlotState;
+using halqvantor::fuzz::Require;
 namespace platform = halqvantor::platform;
 
 constexpr uint16_t kNewRequest = 0xFFFF;
@@ -47,10 +48,6 @@ class CountingFileSystem : public platform::EnvWrapper {
     return 0;
   }
 };
-
-void Require(bool condition) {
-  if (!condition) std::abort();
-}
 
 // The UTF-8 length of Windows-1252 text is at most three bytes per received byte.
 void CheckSlot(const SlotState& slot) {

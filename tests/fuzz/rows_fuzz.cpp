@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,35 +19,20 @@
 #include "archive/query.h"
 #include "archive/row_columns.h"
 #include "documents/segment_downloads.h"
+#include "fuzz/fuzz_check.h"
 #include "halqvantor/RuntimeError.h"
 #include "halqvantor/Variant.h"
 
 namespace {
 
 using namespace halqvantor::archive;
-
-void Require(bool condition) {
-  if (!condition) std::abort();
-}
+using halqvantor::fuzz::Require;
+using halqvantor::fuzz::SplitRows;
 
 // A parser's view must lie within the row it was given.
 void RequireInside(std::string_view part, std::string_view row) {
   if (part.empty()) return;
   Require(part.data() >= row.data() && part.data() + part.size() <= row.data() + row.size());
-}
-
-std::vector<std::string> SplitRows(std::string_view text) {
-  std::vector<std::string> rows;
-  size_t start = 0;
-  for (;;) {
-    const size_t end = text.find("\r\n", start);
-    if (end == std::string_view::npos) {
-      rows.emplace_back(text.substr(start));
-      return rows;
-    }
-    rows.emplace_back(text.substr(start, end - start));
-    start = end + 2;
-  }
 }
 
 int32_t Weight(const FieldRecord& record) {
@@ -128,23 +112,12 @@ void (*const kParsers[])(uint8_t parameter, std::string_view row) = {
       RequireInside(ColumnAt(row, parameter % 8), row);
     },
     [](uint8_t parameter, std::string_view row) {
+      // Two bits of the parameter per step pick the cursor's move.
+      std::string_view (*const kMoves[])(ColumnCursor&) = {
+          [](ColumnCursor& c) { return c.Next(); }, [](ColumnCursor& c) { return c.NextToCaret(); },
+          [](ColumnCursor& c) { return c.NextOrRowEnd(); }, [](ColumnCursor& c) { return c.RestFromOpeningCaret(); }};
       ColumnCursor cursor(row);
-      for (uint8_t step = parameter; step != 0; step >>= 2) {
-        switch (step & 3) {
-          case 0:
-            RequireInside(cursor.Next(), row);
-            break;
-          case 1:
-            RequireInside(cursor.NextToCaret(), row);
-            break;
-          case 2:
-            RequireInside(cursor.NextOrRowEnd(), row);
-            break;
-          case 3:
-            RequireInside(cursor.RestFromOpeningCaret(), row);
-            break;
-        }
-      }
+      for (uint8_t step = parameter; step != 0; step >>= 2) RequireInside(kMoves[step & 3](cursor), row);
       RequireInside(WithoutEnds(row), row);
       RequireInside(MidView(row, 1 + parameter % 7, parameter / 7), row);
       (void)FindSeparator(row, 1 + parameter);

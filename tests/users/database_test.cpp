@@ -167,12 +167,8 @@ TEST(DatabaseInit, NoOrAFailedOpenIsLoggedAndLeavesTheConnectionClosed) {
     EXPECT_EQ(v.GetUserRights(1, &text), Variant(int16_t{-1}));
   }
   EXPECT_FALSE(std::filesystem::exists(dir.File("missing.db")));  // never created
-  std::vector<std::string> lines;
-  for (const std::string& line : ReadLines(dir.File("S.LOG"))) {
-    if (line.find("Allgemeiner Fehler") != std::string::npos) lines.push_back(line.substr(22));
-  }
   EXPECT_EQ(
-      lines,
+      FailureLines(dir.File("S.LOG")),
       (std::vector<std::string>{
           "Allgemeiner Fehler in Funktion 'GetUserRights': 91 - Object variable or With block variable not set.",
           "Allgemeiner Fehler in Funktion 'Init': 14 - unable to open database file: " + dir.File("missing.db") + ".",

@@ -17,11 +17,18 @@ const bool kOdbcConfigured = [] {
   return true;
 }();
 
-std::string ReadState() {
+// The ODBC connect string of the PostgreSQL server of this test run (database "postgres"); fails the test
+// when no server was started (the tests run under ctest, which starts it).
+std::string PostgresConnectString() {
+  (void)kOdbcConfigured;
   std::ifstream in(HALQVANTOR_PG_STATE);
   std::string dir;
   std::getline(in, dir);
-  return dir;
+  if (dir.empty()) {
+    ADD_FAILURE() << "no PostgreSQL server for this run (" << HALQVANTOR_PG_STATE << "); run the tests with ctest";
+    return "";
+  }
+  return "Driver=HalqVantorPostgreSQL;Servername=" + dir + ";Port=5432;Database=postgres;Username=postgres";
 }
 
 class RecordingConnection final : public platform::Connection {
@@ -55,16 +62,6 @@ std::string BackendName(const ::testing::TestParamInfo<Backend>& info) {
 }
 
 std::string SchemaText(const std::string& file) { return ReadFile(std::string(HALQVANTOR_SCHEMA_DIR) + "/" + file); }
-
-std::string PostgresConnectString() {
-  (void)kOdbcConfigured;
-  const std::string dir = ReadState();
-  if (dir.empty()) {
-    ADD_FAILURE() << "no PostgreSQL server for this run (" << HALQVANTOR_PG_STATE << "); run the tests with ctest";
-    return "";
-  }
-  return "Driver=HalqVantorPostgreSQL;Servername=" + dir + ";Port=5432;Database=postgres;Username=postgres";
-}
 
 TestDatabase::TestDatabase(Backend backend) : backend_(backend) {
   if (backend == Backend::kSqlite) {

@@ -19,9 +19,6 @@ namespace halqvantor::testing {
 
 enum class Backend { kSqlite, kPostgres };
 std::string BackendName(const ::testing::TestParamInfo<Backend>& info);
-inline void PrintTo(Backend backend, std::ostream* out) {
-  *out << (backend == Backend::kSqlite ? "SQLite" : "PostgreSQL");
-}
 
 // In a test's SetUp: skips the case when the run leaves PostgreSQL out (HALQVANTOR_TEST_POSTGRES=OFF).
 #define HALQVANTOR_SKIP_UNLESS_AVAILABLE(backend)                                          \
@@ -30,10 +27,6 @@ inline void PrintTo(Backend backend, std::ostream* out) {
 
 // The portable schema, or another file of src/users/schema.
 std::string SchemaText(const std::string& file = "portable.sql");
-
-// The ODBC connect string of the PostgreSQL server of this test run (database "postgres"); fails the test
-// when no server was started (the tests run under ctest, which starts it).
-std::string PostgresConnectString();
 
 class TestDatabase {
  public:

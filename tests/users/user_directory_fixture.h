@@ -16,6 +16,15 @@
 
 namespace halqvantor::testing {
 
+// The "Allgemeiner Fehler" lines of a debug log, without their time stamps.
+inline std::vector<std::string> FailureLines(const std::string& log_file) {
+  std::vector<std::string> lines;
+  for (const std::string& line : ReadLines(log_file)) {
+    if (line.size() > 22 && line.substr(22).starts_with("Allgemeiner Fehler")) lines.push_back(line.substr(22));
+  }
+  return lines;
+}
+
 // A fixture that adds rows in its own SetUp returns when IsSkipped() after calling this one's.
 class UserDirectoryTest : public ::testing::TestWithParam<Backend> {
  protected:
@@ -32,15 +41,7 @@ class UserDirectoryTest : public ::testing::TestWithParam<Backend> {
   }
   void TearDown() override { v.reset(); }
 
-  // The "Allgemeiner Fehler" lines of the debug log, without their time stamps.
-  std::vector<std::string> Failures() const {
-    std::vector<std::string> lines;
-    for (const std::string& line : ReadLines(log.File("S.LOG"))) {
-      const std::string text = line.size() > 22 ? line.substr(22) : line;
-      if (text.starts_with("Allgemeiner Fehler")) lines.push_back(text);
-    }
-    return lines;
-  }
+  std::vector<std::string> Failures() const { return FailureLines(log.File("S.LOG")); }
 
   TempDir log;
   FakeClock clock{{{2026, 11, 15}, 9, 0, 0}};
