@@ -220,7 +220,7 @@ TEST_F(VantorCli, JsonListsDocumentsAndSortedHits) {
   json archives = Run({"--json", "call", "EASYGetArchivesInit", "FIBU"}).Json();
   EXPECT_EQ(archives["member"], "EASYGetArchivesInit");
   EXPECT_EQ(archives["result"], json({{"type", "Long"}, {"value", 2}}));
-  EXPECT_EQ(archives["outputs"]["strStatus"], json({{"type", "String"}, {"value", ""}}));
+  EXPECT_EQ(archives["outputs"], json::parse(R"([{"type":"String","value":"","name":"strStatus"}])"));
 }
 
 TEST_F(VantorCli, FetchPrintsTheLocalPathWithTheMappedExtension) {
@@ -440,6 +440,8 @@ TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
       {{"masks", "FIBU", "Eingangsrechnungen"}, "/0/mandatory", true},
       {{"masks", "FIBU", "Eingangsrechnungen"}, "/4/list", json::array({"Einkauf", "Vertrieb", "Verwaltung", "Technik"})},
       {{"formats", "FIBU", "Eingangsrechnungen"}, "/1", json({{"format", "Kurz"}})},
+      {{"call", "EASYGetDocumentInfo", "FIBU", "Eingangsrechnungen", "1000001", "1"}, "/outputs/3/value",
+       "Rechnung 2002-0117 Meier GmbH"},
   };
   for (const Shape& shape : shapes) {
     std::vector<std::string> args = {"--json"};
@@ -466,6 +468,7 @@ TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
   };
   const std::vector<Failure> failures = {
       {{"--json", "query", "FIBU", "Rechnungen", "x"}, 1, "EASYQueryArchiveInit: Error 31 Archiv unbekannt"},
+      {{"--json", "formats", "FIBU", "Rechnungen"}, 1, "EASYGetQueryFormatListInit: Error 31"},
       {{"--json", "query", "FIBU"}, 2, "ARCHIVE is required"},
       {{"--json", "query", "FIBU", "Eingangsrechnungen", "", "--max", "zwei"}, 2, "'zwei' is no hit count"},
       {{"--json", "call", "EASYFrobnicate"}, 2, "EASYFrobnicate"},

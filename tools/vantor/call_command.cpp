@@ -207,8 +207,13 @@ int Call(Session& session, const CallArgs& args) {
   if (session.json()) {
     Json out = {{"member", std::string(member.name)}, {"result", nullptr}};
     if (has_result) out["result"] = JsonOf(result);
-    Json outs = Json::object();
-    for (const auto& [name, value] : outputs) outs[name] = JsonOf(value);
+    // The by-reference outputs in parameter order, each named inside its object: keys stay fixed words.
+    Json outs = Json::array();
+    for (const auto& [name, value] : outputs) {
+      Json output = JsonOf(value);
+      output["name"] = name;
+      outs.push_back(std::move(output));
+    }
     out["outputs"] = outs;
     session.PrintJson(out);
   } else {
