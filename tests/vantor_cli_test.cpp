@@ -571,6 +571,7 @@ TEST_F(VantorCli, GrantWritesRightsGroupsChannelsAndArchives) {
   EXPECT_THAT(unknown.err, HasSubstr("no group Vertrieb in the user database"));
   EXPECT_EQ(Run({"--json", "rights", "anna"}).Json()["rights"], json({"SUCHE"}));
   EXPECT_EQ(Run({"grant", "anna"}).code, 2);
+  EXPECT_THAT(Run({"grant", "7", "--right", "SUCHE"}).err, HasSubstr("no user with id 7"));
   EXPECT_EQ(Run({"--json", "grant", "anna", "--revoke", "--channel", "FIBU"}).Json()["changes"][0]["result"],
             "revoked");
   EXPECT_EQ(Run({"--json", "rights", "anna"}).Json()["channels"], json::array());

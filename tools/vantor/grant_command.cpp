@@ -43,12 +43,18 @@ bool IsNumber(const std::string& text) {
   return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// The UserID of a user or group named by name (through the component's log-on check) or by number.
-Variant UserId(Session& session, const std::string& user, const char* what) {
+// The UserID of a user or group named by name (through the component's log-on check) or by number (which
+// must be in Users).
+Variant UserId(Session& session, halqvantor::platform::Connection& connection, const std::string& user,
+               const char* what) {
   if (IsNumber(user)) {
     const std::optional<int64_t> number = user.size() <= 9 ? WholeNumber(user) : std::nullopt;
     if (!number) throw UsageError("no " + std::string(what) + " number " + user);
-    return Variant(static_cast<int32_t>(*number));
+    const Variant id(static_cast<int32_t>(*number));
+    if (connection.Execute("SELECT COUNT(*) FROM Users WHERE UserID = ?", {id})->Field(0).ToLong() == 0) {
+      throw CommandFailed("no " + std::string(what) + " with id " + user + " in the user database");
+    }
+    return id;
   }
   session.Calling("CheckLogon");
   Variant id = session.object().CheckLogon(user);
@@ -60,14 +66,12 @@ Variant UserId(Session& session, const std::string& user, const char* what) {
   return id;
 }
 
-int RunGrant(Session& session, const GrantArgs& args) {
-  size_t asked = 0;
-  for (const GrantKind& kind : kKinds) asked += (args.*kind.items).size();
-  if (asked == 0) throw UsageError("grant: name what to give: --right, --group, --channel or --archive");
-  session.Open(true);
-  const Variant id = UserId(session, args.user, "user");
-
-  // Group names become their UserIDs before anything is written, so that an unknown one changes nothing.
+// Writes the grants of `args` for the user through `connection`, one row of `changes` per item; the user's
+// id is the result. Group names become their UserIDs before anything is written, so that an unknown one
+// changes nothing.
+Variant Grant(Session& session, halqvantor::platform::Connection& connection, const GrantArgs& args,
+              Listing& changes) {
+  const Variant id = UserId(session, connection, args.user, "user");
   std::vector<std::vector<Variant>> values;
   for (const GrantKind& kind : kKinds) {
     std::vector<Variant> row;
@@ -76,44 +80,51 @@ int RunGrant(Session& session, const GrantArgs& args) {
         row.emplace_back(item);
         continue;
       }
-      const Variant group = UserId(session, item, "group");
+      const Variant group = UserId(session, connection, item, "group");
       if (group.ToString() == id.ToString()) throw UsageError("grant: " + item + " cannot be a group of itself");
       row.push_back(group);
     }
     values.push_back(std::move(row));
   }
-
-  Listing changes({"kind", "name", "result"});
   session.Calling("grant");
+  for (size_t k = 0; k < std::size(kKinds); ++k) {
+    const GrantKind& kind = kKinds[k];
+    const std::string where = std::string(" FROM ") + kind.table + " WHERE UserID = ? AND " + kind.column + " = ?";
+    for (size_t i = 0; i < values[k].size(); ++i) {
+      const std::vector<Variant> keys = {id, values[k][i]};
+      const bool present = connection.Execute("SELECT COUNT(*)" + where, keys)->Field(0).ToLong() > 0;
+      std::string result;
+      if (args.revoke) {
+        if (present) connection.Execute("DELETE" + where, keys);
+        result = present ? "revoked" : "not granted";
+      } else {
+        if (!present) {
+          connection.Execute(std::string("INSERT INTO ") + kind.table + " (UserID, " + kind.column + ") VALUES (?, ?)",
+                             keys);
+        }
+        result = present ? "already granted" : "granted";
+      }
+      changes.Add({kind.name, (args.*kind.items)[i], result});
+    }
+  }
+  return id;
+}
+
+int RunGrant(Session& session, const GrantArgs& args) {
+  size_t asked = 0;
+  for (const GrantKind& kind : kKinds) asked += (args.*kind.items).size();
+  if (asked == 0) throw UsageError("grant: name what to give: --right, --group, --channel or --archive");
+  session.Open(true);
+  Listing changes({"kind", "name", "result"});
+  Variant id;
   try {
     auto connection = halqvantor::platform::Env::Default()->NewConnection();
     connection->Open(session.options().db);
-    for (size_t k = 0; k < std::size(kKinds); ++k) {
-      const GrantKind& kind = kKinds[k];
-      const std::string where = std::string(" FROM ") + kind.table + " WHERE UserID = ? AND " + kind.column + " = ?";
-      for (size_t i = 0; i < values[k].size(); ++i) {
-        const std::vector<Variant> keys = {id, values[k][i]};
-        const bool present = connection->Execute("SELECT COUNT(*)" + where, keys)->Field(0).ToLong() > 0;
-        std::string result;
-        if (args.revoke) {
-          if (present) connection->Execute("DELETE" + where, keys);
-          result = present ? "revoked" : "not granted";
-        } else {
-          if (!present) {
-            connection->Execute(std::string("INSERT INTO ") + kind.table + " (UserID, " + kind.column +
-                                    ") VALUES (?, ?)",
-                                keys);
-          }
-          result = present ? "already granted" : "granted";
-        }
-        changes.Add({kind.name, (args.*kind.items)[i], result});
-      }
-    }
+    id = Grant(session, *connection, args, changes);
     connection->Close();
   } catch (const halqvantor::RuntimeError& e) {
     throw CommandFailed("user database " + session.options().db + ": " + e.description());
   }
-
   if (session.json()) {
     session.PrintJson(
         {{"user", args.user}, {"id", TypedValue(Text(id), ColumnKind::kNumber)}, {"changes", changes.ToJson()}});
