@@ -35,12 +35,13 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using json = nlohmann::json;
 
-// Sets an environment variable for one scope (the locale and NO_COLOR that the output follows).
+// Sets (or, given nullptr, removes) an environment variable for one scope: the locale and NO_COLOR that
+// the output follows.
 class ScopedEnv {
  public:
   ScopedEnv(const char* name, const char* value) : name_(name) {
     if (const char* old = std::getenv(name)) old_ = old;
-    ::setenv(name, value, 1);
+    value ? ::setenv(name, value, 1) : ::unsetenv(name);
   }
   ~ScopedEnv() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
 
@@ -605,14 +606,14 @@ TEST(VantorCliTerminal, GlyphsFollowTheLocaleAndColourTheTerminal) {
   ASSERT_GE(terminal, 0);
   ScopedEnv term("TERM", "xterm");
   {
-    ScopedEnv colour("NO_COLOR", "");
+    ScopedEnv colour("NO_COLOR", nullptr);
     EXPECT_TRUE(ColourAllowed(terminal));
     const int file = ::open("/dev/null", O_RDONLY);
     EXPECT_FALSE(ColourAllowed(file));
     ::close(file);
   }
-  {
-    ScopedEnv no_colour("NO_COLOR", "1");
+  for (const char* value : {"1", ""}) {
+    ScopedEnv no_colour("NO_COLOR", value);
     EXPECT_FALSE(ColourAllowed(terminal));
   }
   ::close(terminal);

@@ -41,8 +41,7 @@ void SetUnicodeOutput(bool unicode) { unicode_output = unicode; }
 const Glyphs& CurrentGlyphs() { return unicode_output ? kUnicodeGlyphs : kAsciiGlyphs; }
 
 bool ColourAllowed(int fd) {
-  const char* no_color = std::getenv("NO_COLOR");
-  if (no_color != nullptr && *no_color != '\0') return false;
+  if (std::getenv("NO_COLOR") != nullptr) return false;
   const char* term = std::getenv("TERM");
   if (term != nullptr && std::strcmp(term, "dumb") == 0) return false;
   return isatty(fd) == 1;

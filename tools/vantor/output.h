@@ -27,7 +27,8 @@ bool LocaleIsUtf8();
 void SetUnicodeOutput(bool unicode);
 const Glyphs& CurrentGlyphs();
 
-// Colour is for people: only when `fd` is a terminal, NO_COLOR is unset or empty and TERM is not "dumb".
+// Colour is for people: only when `fd` is a terminal, NO_COLOR is not set (to any value, empty too) and TERM
+// is not "dumb".
 bool ColourAllowed(int fd);
 
 // A heading as a JSON key: lower case, runs of blanks, dashes and other punctuation as one "_" ("text
