@@ -4,7 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdlib>
+#include <regex>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -14,6 +20,7 @@
 
 #include "cli.h"
 #include "options.h"
+#include "output.h"
 #include "support/sample_gateway.h"
 #include "support/scripted_gateway.h"
 
@@ -27,6 +34,21 @@ using halqvantor::testing::WriteFile;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using json = nlohmann::json;
+
+// Sets (or, given nullptr, removes) an environment variable for one scope: the locale and NO_COLOR that
+// the output follows.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const char* value) : name_(name) {
+    if (const char* old = std::getenv(name)) old_ = old;
+    value ? ::setenv(name, value, 1) : ::unsetenv(name);
+  }
+  ~ScopedEnv() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
 
 struct Outcome {
   int code;
@@ -85,7 +107,7 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
       {{"masks", "FIBU", "Eingangsrechnungen"}, 0, {"Einkauf, Vertrieb, Verwaltung, Technik"}, ""},
       {{"query", "FIBU", "Eingangsrechnungen", "", "--max", "2"},
        0,
-       {"id       version  Rechnungsnummer  Lieferant", "2 of 14 hits\n"},
+       {"id       version  Rechnungsnummer  Lieferant", "2 of 14 hits, in the gateway's order\n"},
        ""},
       {{"text", "FIBU", "Eingangsrechnungen", "1000001", "1", "--query", "meier", "--mark-on", "<<", "--mark-off",
         ">>"},
@@ -187,9 +209,9 @@ TEST_F(VantorCli, JsonListsDocumentsAndSortedHits) {
   EXPECT_EQ(doc["segments"][1]["name"], "BELEG");
   EXPECT_EQ(doc["segments"][1]["type"], "image");
 
-  auto suppliers = [](const json& hits) {
+  auto suppliers = [](const json& query) {
     std::vector<std::string> names;
-    for (const auto& hit : hits) names.push_back(hit["Lieferant"]);
+    for (const auto& hit : query["hits"]) names.push_back(hit["lieferant"]);
     return names;
   };
   std::vector<std::string> once =
@@ -203,7 +225,7 @@ TEST_F(VantorCli, JsonListsDocumentsAndSortedHits) {
   json archives = Run({"--json", "call", "EASYGetArchivesInit", "FIBU"}).Json();
   EXPECT_EQ(archives["member"], "EASYGetArchivesInit");
   EXPECT_EQ(archives["result"], json({{"type", "Long"}, {"value", 2}}));
-  EXPECT_EQ(archives["outputs"]["strStatus"], json({{"type", "String"}, {"value", ""}}));
+  EXPECT_EQ(archives["outputs"], json::parse(R"([{"type":"String","value":"","name":"strStatus"}])"));
 }
 
 TEST_F(VantorCli, FetchPrintsTheLocalPathWithTheMappedExtension) {
@@ -214,7 +236,7 @@ TEST_F(VantorCli, FetchPrintsTheLocalPathWithTheMappedExtension) {
 
   json pages = Run({"--json", "fetch", "VERTRAG", "Verträge", "1000030", "1", "--pages", "2-3"}).Json();
   EXPECT_EQ(pages["path"], blob_ + "/" + pages["file"].get<std::string>());
-  EXPECT_EQ(std::to_string(fs::file_size(pages["path"].get<std::string>())), pages["length"]);
+  EXPECT_EQ(fs::file_size(pages["path"].get<std::string>()), pages["length"]);
 }
 
 TEST_F(VantorCli, UploadThenTransferBackGivesTheSameBytes) {
@@ -256,10 +278,14 @@ TEST_F(VantorCli, NotesWrittenListedAndDeleted) {
   ASSERT_FALSE(notes.empty());
   EXPECT_EQ(notes.back()["author"], "easy");
   EXPECT_EQ(notes.back()["text"], "Erste Zeile\nzweite");
-  EXPECT_EQ(notes.back()["number"], std::to_string(notes.size()));
+  EXPECT_EQ(notes.back()["number"], notes.size());
 
-  Outcome table = Run({"notes", "FIBU", "Eingangsrechnungen", "1000003", "1"});
-  EXPECT_THAT(table.out, HasSubstr("Erste Zeile⏎zweite"));
+  {
+    ScopedEnv utf8("LC_ALL", "C.UTF-8");
+    EXPECT_THAT(Run({"notes", "FIBU", "Eingangsrechnungen", "1000003", "1"}).out, HasSubstr("Erste Zeile⏎zweite"));
+  }
+  ScopedEnv ascii("LC_ALL", "C");
+  EXPECT_THAT(Run({"notes", "FIBU", "Eingangsrechnungen", "1000003", "1"}).out, HasSubstr("Erste Zeile\\nzweite"));
   EXPECT_EQ(Run({"--json", "notes", "FIBU", "Eingangsrechnungen", "1000003", "1", "--delete"}).Json(), json::array());
 }
 
@@ -296,9 +322,9 @@ TEST_F(VantorCli, UserDirectoryFromInitdbThroughRightsWithEitherPasswordFormat) 
     std::sort(list.begin(), list.end());
     return list;
   };
-  EXPECT_EQ(r["id"], "1");
+  EXPECT_EQ(r["id"], 1);
   EXPECT_EQ(sorted(r["rights"]), json({"NOTIZEN", "SUCHE", "UPLOAD"}));
-  EXPECT_EQ(sorted(r["edit rights"]), json({"Eingangsrechnungen,N,E,D", "Verträge,E"}));
+  EXPECT_EQ(sorted(r["edit_rights"]), json({"Eingangsrechnungen,N,E,D", "Verträge,E"}));
   EXPECT_EQ(Run({"--json", "rights", "2"}).Json()["archives"], json({"Verträge"}));  // by user id
   EXPECT_EQ(Run({"rights", "nobody"}).code, 1);
 
@@ -384,6 +410,238 @@ TEST(VantorCliMaxReply, ByteCountsWithSuffixesAndUsageErrors) {
   const Outcome run = RunLine({"--max-reply", "12X", "channels"});
   EXPECT_EQ(run.code, 2);
   EXPECT_THAT(run.err, HasSubstr("'12X' is no byte count"));
+}
+
+// Every key of a JSON value, at any depth, is snake_case: what a script may rely on.
+void ExpectSnakeCaseKeys(const json& value, const std::string& where) {
+  static const std::regex kSnake("[a-z][a-z0-9_]*");
+  if (value.is_object()) {
+    for (const auto& [key, item] : value.items()) {
+      EXPECT_TRUE(std::regex_match(key, kSnake)) << where << ": key \"" << key << "\"";
+      ExpectSnakeCaseKeys(item, where);
+    }
+  } else if (value.is_array()) {
+    for (const auto& item : value) ExpectSnakeCaseKeys(item, where);
+  }
+}
+
+// The shapes scripts read: snake_case keys everywhere, numbers, booleans, arrays and ISO dates where the
+// table shows texts; CSV records; errors as a JSON object on stderr.
+TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
+  struct Shape {
+    std::vector<std::string> args;
+    std::string pointer;  // a JSON pointer into the output
+    json expected;
+  };
+  const std::vector<Shape> shapes = {
+      {{"doc", "FIBU", "Eingangsrechnungen", "1000001", "1"}, "/info/created_iso", "2002-01-01"},
+      {{"doc", "FIBU", "Eingangsrechnungen", "1000001", "1"}, "/info/text_fields", 1},
+      {{"doc", "FIBU", "Eingangsrechnungen", "1000001", "1"}, "/segments/1/image_length", 9496},
+      {{"query", "FIBU", "Eingangsrechnungen", "", "--max", "2"}, "/total_hits", 14},
+      {{"query", "FIBU", "Eingangsrechnungen", "", "--max", "2"}, "/sorted", nullptr},
+      {{"query", "FIBU", "Eingangsrechnungen", "", "--max", "1"}, "/hits/0/rechnungsdatum_iso", "2002-01-01"},
+      {{"fields", "FIBU", "Eingangsrechnungen"}, "/fields/0/size", 20},
+      {{"fields", "FIBU", "Eingangsrechnungen"}, "/fields/0/select_list/3", "Technik"},
+      {{"masks", "FIBU", "Eingangsrechnungen"}, "/0/mandatory", true},
+      {{"masks", "FIBU", "Eingangsrechnungen"}, "/4/list", json::array({"Einkauf", "Vertrieb", "Verwaltung", "Technik"})},
+      {{"formats", "FIBU", "Eingangsrechnungen"}, "/1", json({{"format", "Kurz"}})},
+      {{"call", "EASYGetDocumentInfo", "FIBU", "Eingangsrechnungen", "1000001", "1"}, "/outputs/3/value",
+       "Rechnung 2002-0117 Meier GmbH"},
+  };
+  for (const Shape& shape : shapes) {
+    std::vector<std::string> args = {"--json"};
+    args.insert(args.end(), shape.args.begin(), shape.args.end());
+    const Outcome run = Run(args);
+    SCOPED_TRACE(::testing::PrintToString(args));
+    ASSERT_EQ(run.code, 0) << run.err;
+    const json output = run.Json();
+    const json::json_pointer pointer(shape.pointer);
+    EXPECT_EQ(output.contains(pointer) ? output.at(pointer) : json("(missing)"), shape.expected);
+    ExpectSnakeCaseKeys(output, shape.args[0]);
+  }
+
+  Outcome masks = Run({"--csv", "masks", "FIBU", "Eingangsrechnungen"});
+  EXPECT_THAT(masks.out, ::testing::StartsWith("mask,field,tab,width,align,name,mandatory,initial,list_only,list\r\n"));
+  EXPECT_THAT(masks.out, HasSubstr(",Betrag,no,\"0,00\",no,\r\n"));
+  EXPECT_THAT(Run({"--csv", "notes", "FIBU", "Eingangsrechnungen", "1000003", "1"}).out,
+              ::testing::StartsWith("number,author,date,date_iso,time,text\r\n"));
+
+  struct Failure {
+    std::vector<std::string> args;
+    int code;
+    std::string error;
+  };
+  const std::vector<Failure> failures = {
+      {{"--json", "query", "FIBU", "Rechnungen", "x"}, 1, "EASYQueryArchiveInit: Error 31 Archiv unbekannt"},
+      {{"--json", "formats", "FIBU", "Rechnungen"}, 1, "EASYGetQueryFormatListInit: Error 31"},
+      {{"--json", "query", "FIBU"}, 2, "ARCHIVE is required"},
+      {{"--json", "query", "FIBU", "Eingangsrechnungen", "", "--max", "zwei"}, 2, "'zwei' is no hit count"},
+      {{"--json", "call", "EASYFrobnicate"}, 2, "EASYFrobnicate"},
+      {{"--json", "--csv", "channels"}, 2, "excludes"},
+  };
+  for (const Failure& f : failures) {
+    const Outcome run = Run(f.args);
+    SCOPED_TRACE(::testing::PrintToString(f.args));
+    EXPECT_EQ(run.code, f.code);
+    EXPECT_EQ(run.out, "");
+    const json error = json::parse(run.err);  // one object, nothing else
+    EXPECT_EQ(error["exit_code"], f.code);
+    EXPECT_THAT(error["error"].get<std::string>(), HasSubstr(f.error));
+  }
+}
+
+// --asc and --desc put the last sort column in the wanted order whatever the clicks before gave, and the
+// footer says which order it is.
+TEST_F(VantorCli, QueryOrderFollowsAscDescAndTheFooterSaysIt) {
+  const auto dates = [&](std::vector<std::string> extra) {
+    std::vector<std::string> args = {"--json", "query", "FIBU", "Eingangsrechnungen", ""};
+    args.insert(args.end(), extra.begin(), extra.end());
+    const json query = Run(args).Json();
+    std::vector<std::string> iso;
+    for (const auto& hit : query["hits"]) iso.push_back(hit["rechnungsdatum_iso"]);
+    return iso;
+  };
+  for (const auto& extra : std::vector<std::vector<std::string>>{{"--sort", "Rechnungsdatum", "--asc"},
+                                                                 {"--sort", "4", "--sort", "4", "--asc"}}) {
+    const std::vector<std::string> ascending = dates(extra);
+    ASSERT_EQ(ascending.size(), 14u);
+    EXPECT_TRUE(std::is_sorted(ascending.begin(), ascending.end())) << ::testing::PrintToString(extra);
+  }
+  const std::vector<std::string> descending = dates({"--sort", "Rechnungsdatum", "--desc"});
+  EXPECT_TRUE(std::is_sorted(descending.rbegin(), descending.rend()));
+
+  EXPECT_THAT(Run({"query", "FIBU", "Eingangsrechnungen", "", "--sort", "rechnungsdatum", "--desc"}).out,
+              HasSubstr("14 of 14 hits, sorted by Rechnungsdatum, newest first\n"));
+  EXPECT_THAT(Run({"query", "FIBU", "Eingangsrechnungen", "", "--asc"}).out,
+              HasSubstr("14 of 14 hits, sorted by id, oldest first\n"));
+  EXPECT_THAT(Run({"query", "FIBU", "Eingangsrechnungen", "", "--sort", "Lieferant", "--desc"}).out,
+              HasSubstr("sorted by Lieferant, descending\n"));
+  EXPECT_EQ(Run({"query", "FIBU", "Eingangsrechnungen", "", "--asc", "--desc"}).code, 2);
+  EXPECT_THAT(Run({"query", "FIBU", "Eingangsrechnungen", "", "--sort", "99"}).err, HasSubstr("no column 99"));
+}
+
+// Documents from an import file in the shared blob folder: created, changed, deleted; --blob names that
+// folder for both sides at once.
+TEST_F(VantorCli, CreateEditAndDeleteDocumentsFromAnImportFile) {
+  WriteFile(blob_ + "/neu.txt",
+            "@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:Rechnung Test,1:1,1:2\r\n^2002-9999^,^Test GmbH^\r\n");
+  const auto run = [&](std::vector<std::string> args) {
+    std::vector<std::string> line = {"--host", "127.0.0.1", "--port", port_, "--user", "easy", "--password", "easy"};
+    line.insert(line.end(), args.begin(), args.end());
+    return RunLine(line);
+  };
+  Outcome created = run({"--blob", blob_, "--json", "create", "neu.txt"});
+  ASSERT_EQ(created.code, 0) << created.err;
+  const std::string id = created.Json()["id"];
+  EXPECT_EQ(created.Json()["version"], 1);
+  EXPECT_EQ(created.Json()["import_file"], blob_ + "\\neu.txt");
+  EXPECT_EQ(Run({"--json", "query", "FIBU", "Eingangsrechnungen", ".NR=(2002-9999)"}).Json()["total_hits"],
+            1);
+
+  EXPECT_EQ(run({"--blob", blob_, "edit", dir_.File("blob/neu.txt"), id}).out,
+            "document " + id + " is now version 2\n");
+  EXPECT_EQ(Run({"delete", "FIBU", "Eingangsrechnungen", id}).out,
+            "deleted document " + id + " from FIBU/Eingangsrechnungen\n");
+  Outcome gone = Run({"delete", "FIBU", "Eingangsrechnungen", id});
+  EXPECT_EQ(gone.code, 1);
+  EXPECT_THAT(gone.err, HasSubstr("EASYDeleteDocument: Error"));
+
+  // The gateway could not read a file outside the blob folder: refused before any request.
+  WriteFile(dir_.File("elsewhere.txt"), "x");
+  Outcome outside = Run({"create", dir_.File("elsewhere.txt")});
+  EXPECT_EQ(outside.code, 2);
+  EXPECT_THAT(outside.err, HasSubstr("put " + dir_.File("elsewhere.txt") + " into the local blob folder"));
+  EXPECT_THAT(Run({"create", "fehlt.txt"}).err, HasSubstr("no import file fehlt.txt in the local blob folder"));
+}
+
+// Grants written into a SQLite user directory show in `rights`; an unknown group changes nothing.
+TEST_F(VantorCli, GrantWritesRightsGroupsChannelsAndArchives) {
+  db_ = dir_.File("users.db");
+  ASSERT_EQ(RunLine({"initdb", db_}).code, 0);
+  ASSERT_EQ(Run({"adduser", "anna", "a"}).code, 0);
+  ASSERT_EQ(Run({"adduser", "Einkauf", "e"}).code, 0);
+  Outcome granted = Run({"--json", "grant", "anna", "--right", "SUCHE", "--group", "Einkauf", "--channel", "FIBU",
+                         "--archive", "Eingangsrechnungen"});
+  ASSERT_EQ(granted.code, 0) << granted.err;
+  EXPECT_EQ(granted.Json()["changes"][1], json({{"kind", "group"}, {"name", "Einkauf"}, {"result", "granted"}}));
+  EXPECT_EQ(Run({"--json", "grant", "1", "--right", "SUCHE"}).Json()["changes"][0]["result"], "already granted");
+  const json rights = Run({"--json", "rights", "anna"}).Json();
+  EXPECT_EQ(rights["rights"], json({"SUCHE"}));
+  EXPECT_EQ(rights["groups"], json({"Einkauf"}));
+  EXPECT_EQ(rights["channels"], json({"FIBU"}));
+  EXPECT_EQ(rights["archives"], json({"Eingangsrechnungen"}));
+
+  Outcome unknown = Run({"grant", "anna", "--right", "UPLOAD", "--group", "Vertrieb"});
+  EXPECT_EQ(unknown.code, 1);
+  EXPECT_THAT(unknown.err, HasSubstr("no group Vertrieb in the user database"));
+  EXPECT_EQ(Run({"--json", "rights", "anna"}).Json()["rights"], json({"SUCHE"}));
+  EXPECT_EQ(Run({"grant", "anna"}).code, 2);
+  EXPECT_THAT(Run({"grant", "7", "--right", "SUCHE"}).err, HasSubstr("no user with id 7"));
+  EXPECT_EQ(Run({"--json", "grant", "anna", "--revoke", "--channel", "FIBU"}).Json()["changes"][0]["result"],
+            "revoked");
+  EXPECT_EQ(Run({"--json", "rights", "anna"}).Json()["channels"], json::array());
+}
+
+TEST_F(VantorCli, CallListShowsEveryMemberWithItsParameters) {
+  const json members = Run({"--json", "call", "--list"}).Json();
+  ASSERT_EQ(members.size(), 77u);  // 11 properties, 66 operations
+  EXPECT_EQ(members[0]["member"], "strREMOTEHOST");
+  Outcome table = Run({"call", "--list"});
+  EXPECT_THAT(table.out, ::testing::ContainsRegex("\nEASYGetArchivesInit +operation  Variant  strChannel, "
+                                                  "\\[out strStatus\\]\n"));
+  EXPECT_EQ(Run({"call", "--list", "EASYGetChannelsInit"}).code, 2);
+  EXPECT_THAT(Run({"call"}).err, HasSubstr("vantor call --list"));
+}
+
+// Box-drawing characters only in a UTF-8 locale; colour only on a terminal and never with NO_COLOR.
+TEST(VantorCliTerminal, GlyphsFollowTheLocaleAndColourTheTerminal) {
+  for (const auto& [locale, rule] : std::vector<std::pair<const char*, std::string>>{
+           {"C.UTF-8", "──────"}, {"C", "------"}, {"POSIX", "------"}}) {
+    ScopedEnv scoped("LC_ALL", locale);
+    EXPECT_THAT(RunLine({"call", "--list"}).out, ::testing::StartsWith("member  ")) << locale;
+    EXPECT_THAT(RunLine({"call", "--list"}).out, HasSubstr("\n" + rule)) << locale;
+  }
+
+  const int master = ::posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_GE(master, 0);
+  ASSERT_EQ(::grantpt(master), 0);
+  ASSERT_EQ(::unlockpt(master), 0);
+  const int terminal = ::open(::ptsname(master), O_RDWR | O_NOCTTY);
+  ASSERT_GE(terminal, 0);
+  ScopedEnv term("TERM", "xterm");
+  {
+    ScopedEnv colour("NO_COLOR", nullptr);
+    EXPECT_TRUE(ColourAllowed(terminal));
+    const int file = ::open("/dev/null", O_RDONLY);
+    EXPECT_FALSE(ColourAllowed(file));
+    ::close(file);
+  }
+  for (const char* value : {"1", ""}) {
+    ScopedEnv no_colour("NO_COLOR", value);
+    EXPECT_FALSE(ColourAllowed(terminal));
+  }
+  ::close(terminal);
+  ::close(master);
+}
+
+TEST(VantorCliText, IsoDatesKeysAndCsvQuoting) {
+  const std::vector<std::pair<std::string, std::optional<std::string>>> dates = {
+      {"15.03.2002", "2002-03-15"}, {"1.2.2002", "2002-02-01"},        {"29.02.2000", "2000-02-29"},
+      {"29.02.1900", std::nullopt}, {"31.04.2002", std::nullopt},      {"15.03.02", std::nullopt},
+      {"", std::nullopt},           {"15.03.2002 10:30", "2002-03-15"}, {"3513,76", std::nullopt},
+      {"2002-0117", std::nullopt},  {"1.13.2002", std::nullopt},       {"15..2002", std::nullopt},
+  };
+  for (const auto& [text, iso] : dates) EXPECT_EQ(IsoDate(text), iso) << text;
+
+  for (const auto& [heading, key] : std::vector<std::pair<std::string, std::string>>{
+           {"text length", "text_length"}, {"no-match-code fields", "no_match_code_fields"},
+           {"Rechnungsdatum", "rechnungsdatum"}, {" Größe (KB) ", "größe_kb"}}) {
+    EXPECT_EQ(SnakeCase(heading), key);
+  }
+
+  std::ostringstream csv;
+  WriteCsvRecord(csv, {"plain", "a,b", "sagt \"ja\"", "zwei\r\nZeilen", "\x1b[2J", ""});
+  EXPECT_EQ(csv.str(), "plain,\"a,b\",\"sagt \"\"ja\"\"\",\"zwei\nZeilen\",\\x1B[2J,\r\n");
 }
 
 }  // namespace

@@ -2,11 +2,16 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <optional>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "output.h"
+#include "platform/sorted_list.h"
 #include "platform/vb_runtime.h"
 #include "session.h"
 #include "table.h"
@@ -115,7 +120,13 @@ int RunFields(Session& session, const std::string& channel, const std::string& a
     std::string name = Text(vantor.EASYGetArchiveDescriptionNext(&id, &type, &size, &state, &weight, &select));
     fields.push_back({Text(id), name, Text(type), Text(size), Text(state), Text(weight), Text(select)});
   }
-  Listing listing({"id", "name", "type", "size", "state", "weight", "select list"});
+  Listing listing({{"id", ColumnKind::kNumber},
+                   "name",
+                   "type",
+                   {"size", ColumnKind::kNumber},
+                   {"state", ColumnKind::kNumber},
+                   {"weight", ColumnKind::kNumber},
+                   {"select list", ColumnKind::kList}});
   for (const Field& field : fields) {
     std::vector<std::string> entries;
     if (field.select == "1") {
@@ -126,24 +137,24 @@ int RunFields(Session& session, const std::string& channel, const std::string& a
       session.Calling("EASYGetSegmentSelectListNext");
       for (int32_t i = 0; i < CountOf(entry_count); ++i) entries.push_back(Text(vantor.EASYGetSegmentSelectListNext()));
     }
-    listing.Add({field.id, field.name, FieldTypeName(field.type), field.size, field.state, field.weight,
-                 halqvantor::vb::Join(entries, ", ")});
+    listing.Add({field.id, field.name, FieldTypeName(field.type), field.size, field.state, field.weight, entries});
   }
   if (session.json()) {
     session.PrintJson({{"rights", Text(rights)}, {"fields", listing.ToJson()}});
   } else {
-    session.out() << "rights: " << EscapeControls(Text(rights)) << '\n';
+    if (!session.csv()) session.out() << "rights: " << EscapeControls(Text(rights)) << '\n';
     session.Print(listing);
   }
   return 0;
 }
 
-// ---- query
+// ---- query, formats
 
 struct QueryArgs {
   std::string channel, archive, query, format;
   int32_t max = 0;
   std::vector<std::string> sorts;
+  bool ascending = false, descending = false;
 };
 
 // The hit list as Next or SortHitlistNext hand it out: the title line first, then the hits.
@@ -167,7 +178,14 @@ void ReadHitList(NextFn next, std::vector<std::string>& titles, std::vector<std:
 int32_t SortColumn(const std::string& column, const std::vector<std::string>& titles) {
   bool numeric =
       !column.empty() && std::all_of(column.begin(), column.end(), [](char c) { return c >= '0' && c <= '9'; });
-  if (numeric) return std::stoi(column);
+  if (numeric) {
+    const std::optional<int64_t> number = column.size() <= 9 ? WholeNumber(column) : std::nullopt;
+    if (!number || *number >= static_cast<int64_t>(titles.size()) + 2) {
+      throw UsageError("no column " + column + " in the hit list (0 id, 1 version, 2 to " +
+                       std::to_string(titles.size() + 1) + " the columns shown)");
+    }
+    return static_cast<int32_t>(*number);
+  }
   std::string wanted = halqvantor::vb::UCase(column);
   if (wanted == "ID") return 0;
   if (wanted == "VERSION") return 1;
@@ -177,6 +195,62 @@ int32_t SortColumn(const std::string& column, const std::vector<std::string>& ti
     known += ", " + titles[j];
   }
   throw UsageError("no column \"" + column + "\" in the hit list (columns: " + known + ")");
+}
+
+// Whether every value of hit column `column` that is not empty is a date (and one at least is).
+bool IsDateColumn(const std::vector<std::vector<std::string>>& hits, size_t column) {
+  bool any = false;
+  for (const auto& hit : hits) {
+    if (column >= hit.size() || hit[column].empty()) continue;
+    if (!IsoDate(hit[column])) return false;
+    any = true;
+  }
+  return any;
+}
+
+// How two values of a sorted column compare as the sort sees them: dates by date, whole numbers by value,
+// anything else by the component's text key. Negative, zero or positive.
+int CompareSortValues(const std::string& a, const std::string& b) {
+  const auto date_a = IsoDate(a), date_b = IsoDate(b);
+  if (date_a && date_b) return date_a->compare(*date_b);
+  const auto number_a = WholeNumber(a), number_b = WholeNumber(b);
+  if (number_a && number_b) return *number_a < *number_b ? -1 : (*number_a > *number_b ? 1 : 0);
+  return halqvantor::platform::SortKey(a).compare(halqvantor::platform::SortKey(b));
+}
+
+// The direction a sorted hit list shows in `column`: +1 ascending, -1 descending, 0 when its first and last
+// hits do not tell (one hit, or equal values).
+int SortDirection(const std::vector<std::vector<std::string>>& hits, size_t column) {
+  if (hits.size() < 2 || column >= hits.front().size() || column >= hits.back().size()) return 0;
+  const int order = CompareSortValues(hits.front()[column], hits.back()[column]);
+  return order < 0 ? 1 : (order > 0 ? -1 : 0);
+}
+
+// The words for a direction: dates and document ids (which grow with every new document) run from the
+// oldest or from the newest, other columns ascend or descend.
+std::string DirectionText(int direction, bool by_age) {
+  if (by_age) return direction > 0 ? "oldest first" : "newest first";
+  return direction > 0 ? "ascending" : "descending";
+}
+
+// A JSON key for each title: snake_case, made unique against "id", "version" and one another.
+std::vector<std::string> HitKeys(const std::vector<std::string>& titles) {
+  std::vector<std::string> keys;
+  std::vector<std::string> taken = {"id", "version"};
+  for (size_t j = 0; j < titles.size(); ++j) {
+    std::string key = SnakeCase(titles[j]);
+    if (key.empty()) key = "column";
+    const std::string base = key;
+    for (int n = 2; std::find(taken.begin(), taken.end(), key) != taken.end() ||
+                    std::find(taken.begin(), taken.end(), key + "_iso") != taken.end();
+         ++n) {
+      key = base + "_" + std::to_string(n);
+    }
+    taken.push_back(key);
+    taken.push_back(key + "_iso");
+    keys.push_back(key);
+  }
+  return keys;
 }
 
 int RunQuery(Session& session, const QueryArgs& args) {
@@ -193,22 +267,94 @@ int RunQuery(Session& session, const QueryArgs& args) {
   session.Calling("EASYQueryArchiveNext");
   ReadHitList([&](Variant* c, Variant* a, Variant* d, Variant* v) { return vantor.EASYQueryArchiveNext(c, a, d, v); },
               titles, hits);
-  std::string order;
-  for (const std::string& sort : args.sorts) {
-    int32_t column = SortColumn(sort, titles);
+  auto sort = [&](int32_t column) {
     session.Calling("EASYSortHitlistInit");
     vantor.EASYSortHitlistInit(Variant(column));
     session.Calling("EASYSortHitlistNext");
     ReadHitList([&](Variant* c, Variant* a, Variant* d, Variant* v) { return vantor.EASYSortHitlistNext(c, a, d, v); },
                 titles, hits);
-    order = ", sorted by " + sort;
+  };
+  // --asc / --desc alone sort by document id; each --sort reverses the one before, and a wanted direction
+  // the last sort did not give takes one more.
+  const int wanted = args.ascending ? 1 : (args.descending ? -1 : 0);
+  std::vector<std::string> sorts = args.sorts;
+  if (wanted != 0 && sorts.empty()) sorts.push_back("id");
+  int32_t column = -1;
+  for (const std::string& name : sorts) {
+    column = SortColumn(name, titles);
+    sort(column);
+  }
+  int direction = 0;
+  if (column >= 0) {
+    direction = SortDirection(hits, static_cast<size_t>(column));
+    if (wanted != 0 && direction == -wanted) {
+      sort(column);
+      direction = SortDirection(hits, static_cast<size_t>(column));
+    }
+    if (direction == 0) direction = wanted != 0 ? wanted : 1;
   }
 
-  std::vector<std::string> columns = {"id", "version"};
-  columns.insert(columns.end(), titles.begin(), titles.end());
-  Listing listing(columns);
-  for (auto& hit : hits) listing.Add(std::move(hit));
-  session.Print(listing, std::to_string(listing.size()) + " of " + Text(total) + " hits" + order);
+  const size_t columns = titles.size() + 2;
+  std::vector<bool> dates(columns, false);
+  for (size_t c = 2; c < columns; ++c) dates[c] = IsDateColumn(hits, c);
+  const std::string sorted_by = column < 0 ? "" : (column == 0 ? "id" : column == 1 ? "version" : titles[column - 2]);
+  const std::string order =
+      column < 0 ? "" : DirectionText(direction, column == 0 || dates[static_cast<size_t>(column)]);
+
+  if (session.json()) {
+    const std::vector<std::string> keys = HitKeys(titles);
+    Json column_list = Json::array();
+    for (size_t j = 0; j < titles.size(); ++j) {
+      column_list.push_back({{"key", keys[j]}, {"title", titles[j]}, {"date", static_cast<bool>(dates[j + 2])}});
+    }
+    Json hit_list = Json::array();
+    for (const auto& hit : hits) {
+      Json object = {{"id", hit[0]}, {"version", TypedValue(hit[1], ColumnKind::kNumber)}};
+      for (size_t j = 0; j < titles.size(); ++j) {
+        const std::string value = j + 2 < hit.size() ? hit[j + 2] : std::string();
+        object[keys[j]] = value;
+        if (dates[j + 2]) {
+          const std::optional<std::string> iso = IsoDate(value);
+          object[keys[j] + "_iso"] = iso ? Json(*iso) : Json(nullptr);
+        }
+      }
+      hit_list.push_back(std::move(object));
+    }
+    const std::optional<int64_t> total_hits = WholeNumber(Text(total));
+    Json sorted = nullptr;
+    if (column >= 0) sorted = {{"column", sorted_by}, {"direction", order}};
+    session.PrintJson({{"channel", args.channel},
+                       {"archive", args.archive},
+                       {"total_hits", total_hits ? Json(*total_hits) : Json(nullptr)},
+                       {"shown", hits.size()},
+                       {"sorted", sorted},
+                       {"columns", column_list},
+                       {"hits", hit_list}});
+    return 0;
+  }
+
+  std::vector<Column> headings = {"id", {"version", ColumnKind::kNumber}};
+  for (size_t j = 0; j < titles.size(); ++j) {
+    headings.emplace_back(titles[j], dates[j + 2] ? ColumnKind::kDate : ColumnKind::kText);
+  }
+  Listing listing(headings);
+  for (const auto& hit : hits) listing.AddTexts(hit);
+  const std::string footer = std::to_string(listing.size()) + " of " + Text(total) + " hits" +
+                             (column < 0 ? ", in the gateway's order" : ", sorted by " + sorted_by + ", " + order);
+  session.Print(listing, footer);
+  return 0;
+}
+
+int RunFormats(Session& session, const std::string& channel, const std::string& archive) {
+  auto& vantor = session.Open();
+  Variant status;
+  session.Calling("EASYGetQueryFormatListInit");
+  Variant count = vantor.EASYGetQueryFormatListInit(channel, archive, &status);
+  session.Check(count, status);
+  Listing listing({"format"});
+  session.Calling("EASYGetQueryFormatListNext");
+  for (int32_t i = 0; i < CountOf(count); ++i) listing.Add({Text(vantor.EASYGetQueryFormatListNext())});
+  session.Print(listing);
   return 0;
 }
 
@@ -227,7 +373,16 @@ int RunDoc(Session& session, const DocumentRef& doc) {
   Variant count =
       vantor.EASYGetSegmentDescriptionInit(doc.channel, doc.archive, doc.id, doc.version, kMissing, &notes, &status);
   session.Check(count, status);
-  Listing segments({"id", "name", "title", "type", "ext", "text length", "image length", "hits", "file", "layout"});
+  Listing segments({{"id", ColumnKind::kNumber},
+                    "name",
+                    "title",
+                    "type",
+                    "ext",
+                    {"text length", ColumnKind::kNumber},
+                    {"image length", ColumnKind::kNumber},
+                    {"hits", ColumnKind::kNumber},
+                    "file",
+                    "layout"});
   session.Calling("EASYGetSegmentDescriptionNext");
   for (int32_t i = 0; i < CountOf(count); ++i) {
     Variant id, text_length, hits, image_length, ext, type, segment_title, file, segment_status, layout, thumbnail;
@@ -238,24 +393,38 @@ int RunDoc(Session& session, const DocumentRef& doc) {
                   Text(image_length), Text(hits), Text(file), Text(layout)});
   }
 
-  std::vector<std::pair<std::string, std::string>> facts = {{"title", Text(title)},
-                                                            {"length", Text(length)},
-                                                            {"created", Text(created)},
-                                                            {"changed", Text(changed)},
-                                                            {"fields", Text(fields)},
-                                                            {"text fields", Text(text_fields)},
-                                                            {"image fields", Text(image_fields)},
-                                                            {"file fields", Text(blob_fields)},
-                                                            {"notes", Text(notes)}};
+  struct Fact {
+    std::string label, value;
+    ColumnKind kind;
+  };
+  const std::vector<Fact> typed_facts = {{"title", Text(title), ColumnKind::kText},
+                                         {"length", Text(length), ColumnKind::kNumber},
+                                         {"created", Text(created), ColumnKind::kDate},
+                                         {"changed", Text(changed), ColumnKind::kDate},
+                                         {"fields", Text(fields), ColumnKind::kNumber},
+                                         {"text fields", Text(text_fields), ColumnKind::kNumber},
+                                         {"image fields", Text(image_fields), ColumnKind::kNumber},
+                                         {"file fields", Text(blob_fields), ColumnKind::kNumber},
+                                         {"notes", Text(notes), ColumnKind::kNumber}};
+  std::vector<std::pair<std::string, std::string>> facts;
+  for (const Fact& fact : typed_facts) facts.emplace_back(fact.label, fact.value);
   if (session.json()) {
     Json info = Json::object();
-    for (const auto& [label, value] : facts) info[label] = value;
+    for (const Fact& fact : typed_facts) {
+      info[SnakeCase(fact.label)] = TypedValue(fact.value, fact.kind);
+      if (fact.kind == ColumnKind::kDate) {
+        const std::optional<std::string> iso = IsoDate(fact.value);
+        info[SnakeCase(fact.label) + "_iso"] = iso ? Json(*iso) : Json(nullptr);
+      }
+    }
     session.PrintJson({{"channel", doc.channel},
                        {"archive", doc.archive},
                        {"id", doc.id},
-                       {"version", doc.version},
+                       {"version", TypedValue(doc.version, ColumnKind::kNumber)},
                        {"info", info},
                        {"segments", segments.ToJson()}});
+  } else if (session.csv()) {
+    session.Print(segments);
   } else {
     PrintFacts(session.out(), facts);
     session.out() << '\n';
@@ -327,9 +496,9 @@ int RunNotes(Session& session, const NotesArgs& args) {
   session.Calling("EASYGetNotesInit");
   Variant count = vantor.EASYGetNotesInit(doc.channel, doc.archive, doc.id, doc.version, &status);
   session.Check(count, status);
-  Listing listing({"number", "author", "date", "time", "text"});
+  Listing listing({{"number", ColumnKind::kNumber}, "author", {"date", ColumnKind::kDate}, "time", "text"});
   session.Calling("EASYGetNotesNext");
-  for (int32_t i = 0; i < CountOf(count); ++i) listing.Add(SplitNote(Text(vantor.EASYGetNotesNext())));
+  for (int32_t i = 0; i < CountOf(count); ++i) listing.AddTexts(SplitNote(Text(vantor.EASYGetNotesNext())));
   session.Print(listing);
   return 0;
 }
@@ -342,7 +511,16 @@ int RunMasks(Session& session, const std::string& channel, const std::string& ar
   session.Calling("EASYGetMasksInit");
   Variant count = vantor.EASYGetMasksInit(channel, archive, &status);
   session.Check(count, status);
-  Listing listing({"mask", "field", "tab", "width", "align", "name", "mandatory", "initial", "list only", "list"});
+  Listing listing({"mask",
+                   {"field", ColumnKind::kNumber},
+                   {"tab", ColumnKind::kNumber},
+                   {"width", ColumnKind::kNumber},
+                   "align",
+                   "name",
+                   {"mandatory", ColumnKind::kFlag},
+                   "initial",
+                   {"list only", ColumnKind::kFlag},
+                   {"list", ColumnKind::kList}});
   for (int32_t m = 0; m < CountOf(count); ++m) {
     Variant mask;
     session.Calling("EASYGetMasksNext");
@@ -352,7 +530,7 @@ int RunMasks(Session& session, const std::string& channel, const std::string& ar
       Variant tab, width, align, name, mandatory, initial, list_only, list;
       Variant id = vantor.EASYGetMasksNextField(&tab, &width, &align, &name, &mandatory, &initial, &list_only, &list);
       listing.Add({Text(mask), Text(id), Text(tab), Text(width), Text(align), Text(name), YesNo(mandatory),
-                   Text(initial), YesNo(list_only), halqvantor::vb::Join(DisplayColumns(Text(list)), ", ")});
+                   Text(initial), YesNo(list_only), DisplayColumns(Text(list))});
     }
   }
   session.Print(listing);
@@ -388,14 +566,37 @@ void AddArchiveCommands(CLI::App& app, Action& action) {
   query_command->add_option("CHANNEL", query->channel, "channel name")->required();
   query_command->add_option("ARCHIVE", query->archive, "archive name")->required();
   query_command->add_option("QUERY", query->query, "the query (\"\" finds every document)")->required();
-  query_command->add_option("--max", query->max, "show at most N hits (0: all)");
-  query_command->add_option("--format", query->format, "query format naming the columns shown");
+  query_command
+      ->add_option_function<std::string>(
+          "--max",
+          [query](const std::string& text) {
+            const std::optional<int64_t> max = WholeNumber(text);
+            if (!max || *max < 0 || *max > INT32_MAX) {
+              throw CLI::ValidationError("--max", "'" + text +
+                                                      "' is no hit count: give a whole number from 0 (all hits) "
+                                                      "to 2147483647");
+            }
+            query->max = static_cast<int32_t>(*max);
+          },
+          "show at most N hits (0: all)")
+      ->type_name("N");
+  query_command->add_option("--format", query->format, "query format naming the columns shown (see: vantor formats)");
   query_command
       ->add_option("--sort", query->sorts,
                    "sort by a column title (or number: 0 id, 1 version, 2 the first shown column); "
                    "each further --sort reverses the direction of the one before")
       ->allow_extra_args(false);
+  auto* ascending = query_command->add_flag(
+      "--asc", query->ascending, "the last --sort column ascending (dates and ids: oldest first; alone: by id)");
+  query_command
+      ->add_flag("--desc", query->descending,
+                 "the last --sort column descending (dates and ids: newest first; alone: by id)")
+      ->excludes(ascending);
   OnParsed(query_command, action, query, RunQuery);
+
+  auto* formats = app.add_subcommand("formats", "list an archive's query formats (for query --format)");
+  OnParsed(formats, action, ArchiveArguments(formats),
+           [](Session& s, const auto& p) { return RunFormats(s, p.first, p.second); });
 
   auto doc = std::make_shared<DocumentRef>();
   auto* doc_command = app.add_subcommand("doc", "show a document's information and its segments");

@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "output.h"
 #include "session.h"
+#include "table.h"
 
 namespace vantor {
 namespace {
@@ -22,6 +24,7 @@ struct CallArgs {
   std::string member;
   std::vector<std::string> arguments;
   std::string post;
+  bool list = false;
 };
 
 const char* TypeName(VarType type) {
@@ -94,7 +97,75 @@ std::shared_ptr<halqvantor::ScriptingContext> PostedContext(const std::string& f
       std::make_shared<halqvantor::MemoryPageRequest>(std::move(body)));
 }
 
+const char* ValueKindName(dispatch::ValueKind kind) {
+  switch (kind) {
+    case dispatch::ValueKind::String:
+      return "String";
+    case dispatch::ValueKind::Long:
+      return "Long";
+    case dispatch::ValueKind::Integer:
+      return "Integer";
+    case dispatch::ValueKind::Boolean:
+      return "Boolean";
+    case dispatch::ValueKind::Any:
+      break;
+  }
+  return "Variant";
+}
+
+const char* ResultKindName(dispatch::ResultKind kind) {
+  switch (kind) {
+    case dispatch::ResultKind::None:
+      return "none";
+    case dispatch::ResultKind::Long:
+      return "Long";
+    case dispatch::ResultKind::Boolean:
+      return "Boolean";
+    case dispatch::ResultKind::Variant:
+      break;
+  }
+  return "Variant";
+}
+
+// Every member of the dispatch table in interface order: properties with their kind, operations with their
+// parameters ("out" before a by-reference one, brackets round an optional one) and their result.
+int ListMembers(Session& session) {
+  Listing listing({"member", "kind", "type", {"parameters", ColumnKind::kList}});
+  Json members = Json::array();
+  for (const dispatch::Member& member : dispatch::Members()) {
+    const bool property = member.kind == dispatch::MemberKind::Property;
+    std::vector<std::string> shown;
+    Json parameters = Json::array();
+    for (const dispatch::Parameter& parameter : member.parameters) {
+      std::string text = (parameter.by_reference ? "out " : "") + std::string(parameter.name);
+      shown.push_back(parameter.optional ? "[" + text + "]" : text);
+      parameters.push_back({{"name", std::string(parameter.name)},
+                            {"type", ValueKindName(parameter.kind)},
+                            {"by_reference", parameter.by_reference},
+                            {"optional", parameter.optional}});
+    }
+    const std::string type = property ? ValueKindName(member.value_kind) : ResultKindName(member.result);
+    listing.Add({std::string(member.name), property ? "property" : "operation", type, shown});
+    members.push_back({{"member", std::string(member.name)},
+                       {"dispid", member.dispid},
+                       {"kind", property ? "property" : "operation"},
+                       {"type", type},
+                       {"parameters", parameters}});
+  }
+  if (session.json()) {
+    session.PrintJson(members);
+  } else {
+    session.Print(listing);
+  }
+  return 0;
+}
+
 int Call(Session& session, const CallArgs& args) {
+  if (args.list) {
+    if (!args.member.empty()) throw UsageError("call --list takes no MEMBER");
+    return ListMembers(session);
+  }
+  if (args.member.empty()) throw UsageError("call: give the MEMBER to call (vantor call --list shows them all)");
   const dispatch::Member& member = dispatch::MemberNamed(args.member);
   std::vector<Variant> values;
   for (size_t i = 0; i < args.arguments.size(); ++i) values.push_back(ArgumentOf(member, i, args.arguments[i]));
@@ -136,8 +207,13 @@ int Call(Session& session, const CallArgs& args) {
   if (session.json()) {
     Json out = {{"member", std::string(member.name)}, {"result", nullptr}};
     if (has_result) out["result"] = JsonOf(result);
-    Json outs = Json::object();
-    for (const auto& [name, value] : outputs) outs[name] = JsonOf(value);
+    // The by-reference outputs in parameter order, each named inside its object: keys stay fixed words.
+    Json outs = Json::array();
+    for (const auto& [name, value] : outputs) {
+      Json output = JsonOf(value);
+      output["name"] = name;
+      outs.push_back(std::move(output));
+    }
     out["outputs"] = outs;
     session.PrintJson(out);
   } else {
@@ -149,7 +225,7 @@ int Call(Session& session, const CallArgs& args) {
   // A failed exchange: -1 with the reason in strStatus.
   for (const auto& [name, value] : outputs) {
     if (name == "strStatus" && result == Variant(int16_t{-1}) && !Text(value).empty()) {
-      session.err() << member.name << ": " << Text(value) << '\n';
+      ReportError(session.err(), session.json(), std::string(member.name) + ": " + EscapeControls(Text(value)), 1);
       return 1;
     }
   }
@@ -160,7 +236,8 @@ int RunCall(Session& session, const CallArgs& args) {
   try {
     return Call(session, args);
   } catch (const dispatch::DispatchError& e) {
-    session.err() << "vantor call: " << e.description() << " (error " << e.number() << ")\n";
+    ReportError(session.err(), session.json(),
+                "vantor call: " + e.description() + " (error " + std::to_string(e.number()) + ")", 2);
     return 2;
   }
 }
@@ -174,7 +251,8 @@ void AddCallCommand(CLI::App& app, Action& action) {
       "call any member of the component by name and print its result and by-reference outputs\n"
       "  ARG: converted to the parameter's kind; str:TEXT a String as it stands; :missing leaves an optional\n"
       "  argument out; :null and :empty pass Null and Empty. A property alone is read, with one ARG written.");
-  command->add_option("MEMBER", call->member, "property or operation name (any case)")->required();
+  command->add_option("MEMBER", call->member, "property or operation name (any case)");
+  command->add_flag("--list", call->list, "list every member with its parameters (out: by reference, [optional])");
   command->add_option("ARG", call->arguments, "arguments in order");
   command->add_option("--post", call->post, "file whose bytes are the page's posted body (for UploadFile)");
   OnParsed(command, action, call, RunCall);

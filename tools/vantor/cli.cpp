@@ -5,6 +5,7 @@
 
 #include "demo.h"
 #include "options.h"
+#include "output.h"
 #include "session.h"
 #include "version.h"
 
@@ -37,6 +38,8 @@ int RunVantor(std::vector<std::string> args, std::ostream& out, std::ostream& er
   AddFileCommands(app, action);
   AddUserCommands(app, action);
   AddCallCommand(app, action);
+  AddDocumentCommands(app, action);
+  AddGrantCommand(app, action);
 
   DemoOptions demo;
   auto* demo_command = app.add_subcommand("demo", "run a portal session against a local reference gateway");
@@ -46,25 +49,33 @@ int RunVantor(std::vector<std::string> args, std::ostream& out, std::ostream& er
   demo_command->callback(
       [&] { action = [&](Session& session) { return RunDemo(demo, session.out(), session.err()); }; });
 
+  SetUnicodeOutput(LocaleIsUtf8());
+  const bool json_errors = WantsJson(args);
   std::reverse(args.begin(), args.end());  // the parser takes the arguments last first
   try {
     app.parse(args);
   } catch (const CLI::ParseError& e) {
+    if (json_errors && e.get_exit_code() != 0) {
+      ReportError(err, true, e.what(), 2);
+      return 2;
+    }
     int code = app.exit(e, out, err);
     return code == 0 ? 0 : 2;
   }
+  options.Settle();
 
   Session session(options, out, err);
   try {
     return action ? action(session) : 0;
   } catch (const UsageError& e) {
-    err << "vantor: " << e.what() << '\n';
+    ReportError(err, options.json, std::string("vantor: ") + e.what(), 2);
     return 2;
   } catch (const CommandFailed& e) {
-    err << e.what() << '\n';
+    ReportError(err, options.json, e.what(), 1);
     return 1;
   } catch (const halqvantor::RuntimeError& e) {
-    err << session.member() << ": run-time error " << e.number() << ": " << e.description() << '\n';
+    ReportError(err, options.json,
+                session.member() + ": run-time error " + std::to_string(e.number()) + ": " + e.description(), 1);
     return 1;
   }
 }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "demo_setup.h"
+#include "output.h"
 #include "platform/sorted_list.h"
 #include "platform/vb_runtime.h"
 #include "session.h"
@@ -185,7 +186,7 @@ void PortalSession::Step(const std::string& title, void (PortalSession::*body)()
     Check(false, e.what());
   }
   if (failures_.empty()) {
-    out_ << "\u2714 " << title << "\n";
+    out_ << CurrentGlyphs().check << " " << title << "\n";
   } else {
     for (const auto& why : failures_) out_ << "FAILED: " << why << "\n";
   }

@@ -31,7 +31,7 @@ std::string LocalPath(const Session& session, const std::string& name) {
 int PrintFile(Session& session, const std::string& name, const std::string& length) {
   std::string path = LocalPath(session, name);
   if (session.json()) {
-    session.PrintJson({{"file", name}, {"path", path}, {"length", length}});
+    session.PrintJson({{"file", name}, {"path", path}, {"length", TypedValue(length, ColumnKind::kNumber)}});
   } else {
     session.out() << path << '\n';
   }

@@ -25,6 +25,11 @@ void GlobalOptions::AddTo(CLI::App& app) {
   app.add_option("--blob-remote", blob_remote, "the same folder as the gateway sees it")
       ->envname("VANTOR_BLOB_REMOTE")
       ->group(group);
+  app.add_option("--blob", blob,
+                 "the blob folder when the gateway sees it under the same path: sets both --blob-local and "
+                 "--blob-remote (either, given too, wins for its side)")
+      ->envname("VANTOR_BLOB")
+      ->group(group);
   app.add_option("--db", db, "user database: a SQLite .db file or an ODBC connection string")
       ->envname("VANTOR_DB")
       ->group(group);
@@ -50,6 +55,9 @@ void GlobalOptions::AddTo(CLI::App& app) {
   app.add_flag("--json", json, "machine-readable output (JSON)");
   app.add_flag("--timings", timings,
                "print each request's timings on stderr: bytes sent and received, connect, first and last byte");
+  auto* json_flag = app.add_flag("--json", json, "machine-readable output (JSON; errors too, as JSON on stderr)");
+  app.add_flag("--csv", csv, "tables as CSV (RFC 4180: a header of the JSON keys, CR LF line ends)")
+      ->excludes(json_flag);
 }
 
 std::optional<int64_t> ParseByteCount(std::string_view text) {
@@ -78,6 +86,11 @@ std::optional<int64_t> ParseByteCount(std::string_view text) {
   }
   if (value < 1 || value > (kMax >> shift)) return std::nullopt;
   return value << shift;
+}
+
+void GlobalOptions::Settle() {
+  if (blob_local.empty()) blob_local = blob;
+  if (blob_remote.empty()) blob_remote = blob;
 }
 
 void GlobalOptions::ApplyTo(halqvantor::clsVantor& object) const {

@@ -25,15 +25,19 @@ struct GlobalOptions {
   std::string password;                  // --password, VANTOR_PASSWORD -> strEASYPwd
   std::string blob_local;                // --blob-local, VANTOR_BLOB_LOCAL -> strBlobPathLocal
   std::string blob_remote;               // --blob-remote, VANTOR_BLOB_REMOTE -> strBlobPathRemote
+  std::string blob;                      // --blob, VANTOR_BLOB: both of the above where they are not given
   std::string db;                        // --db, VANTOR_DB -> strDBConnect
   std::string log;                       // --log, VANTOR_LOG -> strDebugLogPath
   std::string ext_map;                   // --ext-map, VANTOR_EXT_MAP -> strChangeFileExt
   int64_t max_reply = int64_t{1} << 30;  // --max-reply, VANTOR_MAX_REPLY -> Options(object).max_reply_bytes
   bool json = false;                     // --json: machine-readable output
   bool timings = false;                  // --timings: each request's timings on stderr
+  bool csv = false;                      // --csv: tables as CSV
 
   // Registers the options (with their environment variables) on the top-level app.
   void AddTo(CLI::App& app);
+  // Fills in what one option stands for (--blob for both blob folders); call once the line is parsed.
+  void Settle();
   // Sets the object's properties (and its reply size limit) from the options.
   void ApplyTo(halqvantor::clsVantor& object) const;
 };

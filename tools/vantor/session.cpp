@@ -12,6 +12,8 @@
 
 #include "platform/database.h"
 #include "platform/env.h"
+#include "platform/vb_runtime.h"
+#include "output.h"
 #include "table.h"
 
 namespace vantor {
@@ -37,20 +39,77 @@ std::string FormatTimings(const halqvantor::RequestTimings& t) {
 
 }  // namespace
 
+Cell::Cell(std::vector<std::string> list) : text(halqvantor::vb::Join(list, ", ")), items(std::move(list)) {}
+
+Json TypedValue(const std::string& text, ColumnKind kind) {
+  switch (kind) {
+    case ColumnKind::kNumber: {
+      if (text.empty()) return nullptr;
+      const std::optional<int64_t> number = WholeNumber(text);
+      return number ? Json(*number) : Json(text);
+    }
+    case ColumnKind::kFlag:
+      if (text == "yes") return true;
+      if (text == "no") return false;
+      return text.empty() ? Json(nullptr) : Json(text);
+    case ColumnKind::kDate:
+      return text.empty() ? Json(nullptr) : Json(text);
+    default:
+      return text;
+  }
+}
+
 Json Listing::ToJson() const {
   Json rows = Json::array();
   for (const auto& row : rows_) {
     Json object = Json::object();
-    for (size_t c = 0; c < columns_.size(); ++c) object[columns_[c]] = c < row.size() ? row[c] : std::string();
+    for (size_t c = 0; c < columns_.size(); ++c) {
+      const Column& column = columns_[c];
+      const Cell cell = c < row.size() ? row[c] : Cell("");
+      const std::string key = SnakeCase(column.heading);
+      if (column.kind == ColumnKind::kList) {
+        object[key] = vantor::ToJson(cell.items);
+        continue;
+      }
+      object[key] = TypedValue(cell.text, column.kind);
+      if (column.kind == ColumnKind::kDate) {
+        const std::optional<std::string> iso = IsoDate(cell.text);
+        object[key + "_iso"] = iso ? Json(*iso) : Json(nullptr);
+      }
+    }
     rows.push_back(std::move(object));
   }
   return rows;
 }
 
-void Listing::PrintTable(std::ostream& out) const {
-  Table table(columns_);
-  for (const auto& row : rows_) table.AddRow(row);
-  table.Print(out);
+void Listing::PrintTable(std::ostream& out, bool bold_headings) const {
+  std::vector<std::string> headings;
+  for (const Column& column : columns_) headings.push_back(column.heading);
+  Table table(headings);
+  for (const auto& row : rows_) {
+    std::vector<std::string> texts;
+    for (const Cell& cell : row) texts.push_back(cell.text);
+    table.AddRow(texts);
+  }
+  table.Print(out, bold_headings);
+}
+
+void Listing::PrintCsv(std::ostream& out) const {
+  std::vector<std::string> header;
+  for (const Column& column : columns_) {
+    header.push_back(SnakeCase(column.heading));
+    if (column.kind == ColumnKind::kDate) header.push_back(SnakeCase(column.heading) + "_iso");
+  }
+  WriteCsvRecord(out, header);
+  for (const auto& row : rows_) {
+    std::vector<std::string> fields;
+    for (size_t c = 0; c < columns_.size(); ++c) {
+      const std::string text = c < row.size() ? row[c].text : std::string();
+      fields.push_back(text);
+      if (columns_[c].kind == ColumnKind::kDate) fields.push_back(IsoDate(text).value_or(""));
+    }
+    WriteCsvRecord(out, fields);
+  }
 }
 
 void DocumentRef::AddTo(CLI::App* command) {
@@ -109,7 +168,11 @@ void Session::Print(const Listing& listing, const std::string& caption) {
     PrintJson(listing.ToJson());
     return;
   }
-  listing.PrintTable(out_);
+  if (csv()) {
+    listing.PrintCsv(out_);
+    return;
+  }
+  listing.PrintTable(out_, &out_ == &std::cout && ColourAllowed(STDOUT_FILENO));
   if (!caption.empty()) out_ << caption << '\n';
 }
 

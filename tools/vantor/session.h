@@ -35,20 +35,48 @@ class UsageError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Rows with named columns, printed as an aligned table or as a JSON array of objects keyed by column.
+// What a column holds, for scripts: JSON gives a Number column's whole numbers as numbers, a Date column's
+// German dates also in ISO form (key + "_iso"), a Flag column's "yes"/"no" as true/false and a List
+// column's items as an array. Empty cells of the typed kinds are null.
+enum class ColumnKind { kText, kNumber, kDate, kFlag, kList };
+
+struct Column {
+  Column(const char* heading) : heading(heading) {}  // NOLINT: a plain text column
+  Column(std::string heading, ColumnKind kind = ColumnKind::kText) : heading(std::move(heading)), kind(kind) {}
+  std::string heading;
+  ColumnKind kind = ColumnKind::kText;
+};
+
+// One cell: its text, and for a List column its items (the text is them joined by ", ").
+struct Cell {
+  Cell(const char* text) : text(text) {}           // NOLINT
+  Cell(std::string text) : text(std::move(text)) {}  // NOLINT
+  Cell(std::vector<std::string> items);              // NOLINT
+  std::string text;
+  std::vector<std::string> items;
+};
+
+// Rows with named columns, printed as an aligned table, as CSV or as a JSON array of objects whose keys are
+// the headings in snake_case.
 class Listing {
  public:
-  explicit Listing(std::vector<std::string> columns) : columns_(std::move(columns)) {}
-  void Add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+  explicit Listing(std::vector<Column> columns) : columns_(std::move(columns)) {}
+  void Add(std::vector<Cell> cells) { rows_.push_back(std::move(cells)); }
+  void AddTexts(const std::vector<std::string>& texts) { Add(std::vector<Cell>(texts.begin(), texts.end())); }
   size_t size() const { return rows_.size(); }
 
   Json ToJson() const;
-  void PrintTable(std::ostream& out) const;
+  void PrintTable(std::ostream& out, bool bold_headings = false) const;
+  // A header record of the JSON keys (a Date column followed by its "_iso" column), then one per row.
+  void PrintCsv(std::ostream& out) const;
 
  private:
-  std::vector<std::string> columns_;
-  std::vector<std::vector<std::string>> rows_;
+  std::vector<Column> columns_;
+  std::vector<std::vector<Cell>> rows_;
 };
+
+// A cell as its column's kind gives it to JSON.
+Json TypedValue(const std::string& text, ColumnKind kind);
 
 class Session {
  public:
@@ -73,10 +101,11 @@ class Session {
 
   const GlobalOptions& options() const { return options_; }
   bool json() const { return options_.json; }
+  bool csv() const { return options_.csv; }
   std::ostream& out() { return out_; }
   std::ostream& err() { return err_; }
 
-  // A listing as a table (or JSON); `caption`, when not empty, is printed under the table.
+  // A listing as a table, CSV or JSON; `caption`, when not empty, is printed under the table only.
   void Print(const Listing& listing, const std::string& caption = "");
   void PrintJson(const Json& value);
 
@@ -105,6 +134,8 @@ void AddArchiveCommands(CLI::App& app, Action& action);
 void AddFileCommands(CLI::App& app, Action& action);
 void AddUserCommands(CLI::App& app, Action& action);
 void AddCallCommand(CLI::App& app, Action& action);
+void AddDocumentCommands(CLI::App& app, Action& action);
+void AddGrantCommand(CLI::App& app, Action& action);
 
 // Shows how far a file has got while a call runs: a bar on the terminal, redrawn from a second thread that
 // polls `progress` (bytes so far), or nothing when `enabled` is false. Stop() (or the destructor) ends it.

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "output.h"
+
 namespace vantor {
 namespace {
 
@@ -12,10 +14,10 @@ std::string OneLine(const std::string& cell) {
   out.reserve(cell.size());
   for (size_t i = 0; i < cell.size(); ++i) {
     if (cell[i] == '\r' && i + 1 < cell.size() && cell[i + 1] == '\n') {
-      out += "\u23ce";
+      out += CurrentGlyphs().line_break;
       ++i;
     } else if (cell[i] == '\n' || cell[i] == '\r') {
-      out += "\u23ce";
+      out += CurrentGlyphs().line_break;
     } else if (cell[i] == '\t') {
       out += ' ';
     } else {
@@ -61,7 +63,9 @@ size_t DisplayWidth(const std::string& text) {
   return width;
 }
 
-Table::Table(std::vector<std::string> headings) : headings_(std::move(headings)) {}
+Table::Table(std::vector<std::string> headings) : headings_(std::move(headings)) {
+  for (auto& heading : headings_) heading = OneLine(heading);  // hit-list titles come from the gateway
+}
 
 void Table::AddRow(std::vector<std::string> cells) {
   cells.resize(std::max(cells.size(), headings_.size()));
@@ -69,7 +73,7 @@ void Table::AddRow(std::vector<std::string> cells) {
   rows_.push_back(std::move(cells));
 }
 
-void Table::Print(std::ostream& out) const {
+void Table::Print(std::ostream& out, bool bold_headings) const {
   size_t columns = headings_.size();
   for (const auto& row : rows_) columns = std::max(columns, row.size());
   std::vector<size_t> widths(columns, 0);
@@ -77,7 +81,7 @@ void Table::Print(std::ostream& out) const {
   for (const auto& row : rows_) {
     for (size_t c = 0; c < row.size(); ++c) widths[c] = std::max(widths[c], DisplayWidth(row[c]));
   }
-  auto print_line = [&](const std::vector<std::string>& cells) {
+  auto line_of = [&](const std::vector<std::string>& cells) {
     std::string line;
     for (size_t c = 0; c < columns; ++c) {
       const std::string cell = c < cells.size() ? cells[c] : std::string();
@@ -86,17 +90,21 @@ void Table::Print(std::ostream& out) const {
       if (c + 1 < columns) line.append(widths[c] - DisplayWidth(cell), ' ');
     }
     while (!line.empty() && line.back() == ' ') line.pop_back();
-    out << line << '\n';
+    return line;
   };
-  print_line(headings_);
+  if (bold_headings) {
+    out << "\x1b[1m" << line_of(headings_) << "\x1b[0m\n";
+  } else {
+    out << line_of(headings_) << '\n';
+  }
   std::vector<std::string> rule;
   for (size_t c = 0; c < columns; ++c) {
     std::string dashes;
-    for (size_t i = 0; i < widths[c]; ++i) dashes += "\u2500";
+    for (size_t i = 0; i < widths[c]; ++i) dashes += CurrentGlyphs().rule;
     rule.push_back(dashes);
   }
-  print_line(rule);
-  for (const auto& row : rows_) print_line(row);
+  out << line_of(rule) << '\n';
+  for (const auto& row : rows_) out << line_of(row) << '\n';
 }
 
 }  // namespace vantor

@@ -16,10 +16,11 @@ class Table {
   void AddRow(std::vector<std::string> cells);
   size_t RowCount() const { return rows_.size(); }
 
-  // Headings, a rule, then the rows; cells padded to the widest of their column, two blanks between
-  // columns, no trailing blanks. Line breaks inside a cell are shown as "⏎", a tab as a blank, and every other
-  // control character as EscapeControls shows it.
-  void Print(std::ostream& out) const;
+  // Headings (bold with `bold_headings`, for a terminal that takes colour), a rule, then the rows; cells
+  // padded to the widest of their column, two blanks between columns, no trailing blanks. Line breaks inside
+  // a cell are shown as CurrentGlyphs().line_break, a tab as a blank, and every other control character as
+  // EscapeControls shows it.
+  void Print(std::ostream& out, bool bold_headings = false) const;
 
  private:
   std::vector<std::string> headings_;

@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "demo_setup.h"
+#include "output.h"
 #include "platform/database.h"
 #include "schema_sql.h"
 #include "session.h"
@@ -32,7 +33,7 @@ int RunLogon(Session& session, const LogonArgs& args) {
   session.CheckDirectory(id);
   if (id.IsNumeric() && id.ToLong() == 0) throw CommandFailed("log-on refused for " + args.user);
   if (session.json()) {
-    session.PrintJson({{"user", args.user}, {"id", Text(id)}});
+    session.PrintJson({{"user", args.user}, {"id", TypedValue(Text(id), ColumnKind::kNumber)}});
   } else {
     session.out() << args.user << ": user id " << Text(id) << '\n';
   }
@@ -77,9 +78,17 @@ int RunRights(Session& session, const std::string& user) {
       {"no-match-code fields", Lines(Text(no_matchcode))},
   };
   if (session.json()) {
-    Json result = {{"user", user}, {"id", Text(id)}};
-    for (const auto& section : sections) result[section.name] = ToJson(section.items);
+    Json result = {{"user", user}, {"id", TypedValue(Text(id), ColumnKind::kNumber)}};
+    for (const auto& section : sections) result[SnakeCase(section.name)] = ToJson(section.items);
     session.PrintJson(result);
+    return 0;
+  }
+  if (session.csv()) {
+    Listing listing({"section", "item"});
+    for (const auto& section : sections) {
+      for (const auto& item : section.items) listing.Add({SnakeCase(section.name), item});
+    }
+    session.Print(listing);
     return 0;
   }
   session.out() << "user id: " << Text(id) << '\n';
@@ -172,7 +181,7 @@ int RunAddUser(Session& session, const AddUserArgs& args) {
   Variant id = vantor.WriteUserToDB(args.user, args.password, OrMissing(args.easy_user), OrMissing(args.easy_password));
   session.CheckDirectory(id);
   if (session.json()) {
-    session.PrintJson({{"user", args.user}, {"id", Text(id)}});
+    session.PrintJson({{"user", args.user}, {"id", TypedValue(Text(id), ColumnKind::kNumber)}});
   } else {
     session.out() << "added " << args.user << " with user id " << Text(id) << '\n';
   }
