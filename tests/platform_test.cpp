@@ -8,6 +8,7 @@
 #include "platform/clock.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
+#include "platform/secrets.h"
 #include "platform/sorted_list.h"
 #include "platform/vb_runtime.h"
 #include "support/errors.h"
@@ -143,6 +144,20 @@ TEST(Wildcards, StarAndQuestionMarkAgainstWholeNames) {
   EXPECT_TRUE(MatchesWildcard("noext", "*.*"));
   EXPECT_FALSE(MatchesWildcard("exact", ""));
   EXPECT_TRUE(MatchesWildcard("*x", "*"));  // a "*" in the name is text, the pattern's "*" covers it
+}
+
+TEST(Secrets, PasswordValuesAreMaskedWhereverTheyStand) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"Provider=SQLOLEDB;User ID=sa;Password=geheim;Initial Catalog=x",
+       "Provider=SQLOLEDB;User ID=sa;Password=***;Initial Catalog=x"},
+      {"Driver=PG;pwd=a b c", "Driver=PG;pwd=***"},
+      {"PASSWORD = x;PWD={a;b}}c};Server=s", "PASSWORD = ***;PWD=***;Server=s"},
+      {"PWD={open to the end", "PWD=***"},
+      {"Password=;PWD=", "Password=;PWD="},
+      {"line Password=x\r\nnext line", "line Password=***\r\nnext line"},
+      {"no password here, pwd, Password", "no password here, pwd, Password"},
+  };
+  for (const auto& [text, masked] : cases) EXPECT_EQ(platform::MaskSecrets(text), masked) << text;
 }
 
 TEST(Files, SizesRenamesDeletesAndListings) {
