@@ -56,6 +56,7 @@ std::string MaskSecrets(std::string_view text) {
       out += text[i++];
       continue;
     }
+    while (value < text.size() && text[value] == ' ') ++value;  // blanks after the "=" stay
     out.append(text.substr(i, value - i));
     const size_t end = ValueEnd(text, value);
     if (end > value) out += "***";

@@ -8,7 +8,7 @@
 
 namespace halqvantor::platform {
 
-// `text` with the value of every "Password=" and "PWD=" (any case, blanks allowed before the "=") replaced
+// `text` with the value of every "Password=" and "PWD=" (any case, blanks allowed around the "=") replaced
 // by "***": the value runs to the next ";" or line break or the end, or, when it starts with "{", to its
 // closing "}" ("}}" inside stands for one "}"). Everything else is kept byte for byte.
 std::string MaskSecrets(std::string_view text);

@@ -138,6 +138,11 @@ int RunVantor(std::vector<std::string> args, std::istream& in, std::ostream& out
   try {
     app.parse(args);
   } catch (const CLI::ParseError& e) {
+    // The parser checks VANTOR_* values as if given on the command line: say which variable it was.
+    if (const std::string problem = CheckEnvironment(GivenOptions(given)); e.get_exit_code() != 0 && !problem.empty()) {
+      err << "vantor: " << problem << '\n';
+      return 2;
+    }
     if (e.get_exit_code() != 0 && app.get_subcommands().empty()) {
       const std::string word = CommandWord(app, given);
       if (!word.empty() && FindCommand(app, word) == nullptr) {
@@ -150,7 +155,7 @@ int RunVantor(std::vector<std::string> args, std::istream& in, std::ostream& out
   }
   if (help_command->parsed()) {
     if (help_topic.empty()) {
-      out << app.help();
+      out << app.get_formatter()->make_help(&app, "vantor", CLI::AppFormatMode::Normal);
       return 0;
     }
     const CLI::App* topic = FindCommand(app, help_topic);
@@ -160,10 +165,6 @@ int RunVantor(std::vector<std::string> args, std::istream& in, std::ostream& out
     }
     out << topic->help("vantor");
     return 0;
-  }
-  if (const std::string problem = CheckEnvironment(GivenOptions(given)); !problem.empty()) {
-    err << "vantor: " << problem << '\n';
-    return 2;
   }
 
   // Whatever a failure says may quote a connection string: its password never reaches the terminal.
