@@ -718,8 +718,8 @@ TEST(GatewayProgramTest, ServesOnTheAnnouncedPortUntilTerminated) {
       {"--data " + dir.path(), 1, "archive.json"},
   };
   for (const Start& start : starts) {
-    FILE* p = popen((std::string(VANTOR_GATEWAY_BINARY) + " --blob " + dir.path() + " " + start.args + " 2>&1").c_str(),
-                    "r");
+    FILE* p =
+        popen((std::string(VANTOR_GATEWAY_BINARY) + " --blob " + dir.path() + " " + start.args + " 2>&1").c_str(), "r");
     ASSERT_NE(p, nullptr);
     char text[512] = {};
     const size_t n = fread(text, 1, sizeof text - 1, p);

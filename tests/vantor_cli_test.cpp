@@ -163,7 +163,8 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
   EXPECT_EQ(refused.code, 1);
   EXPECT_EQ(refused.err,
             "EASYGetChannelsInit: Winsock Error (10061 - Connection is forcefully rejected)\nis vantor-gateway "
-            "running on 127.0.0.1:" + port_ + "? (check --host and --port, or VANTOR_HOST and VANTOR_PORT)\n");
+            "running on 127.0.0.1:" +
+                port_ + "? (check --host and --port, or VANTOR_HOST and VANTOR_PORT)\n");
   EXPECT_EQ(refused.out, "");
 }
 
@@ -415,8 +416,8 @@ TEST_F(VantorCli, UsageMessagesNameWhatToGive) {
 
 // Passwords stay out of what we print and log; the log is its owner's alone and has a visible name.
 TEST_F(VantorCli, SecretsMaskedAndTheDebugLogPrivate) {
-  const Outcome odbc = RunLine({"--db", "Driver={No Such};Server=db;UID=sa;PWD={se;cr}}et};Database=u", "logon",
-                                "anna", "x"});
+  const Outcome odbc =
+      RunLine({"--db", "Driver={No Such};Server=db;UID=sa;PWD={se;cr}}et};Database=u", "logon", "anna", "x"});
   EXPECT_EQ(odbc.code, 1);
   EXPECT_THAT(odbc.err, HasSubstr("user database Driver={No Such};Server=db;UID=sa;PWD=***;Database=u: "));
   EXPECT_THAT(odbc.err, Not(HasSubstr("se;cr")));
@@ -438,8 +439,8 @@ TEST_F(VantorCli, SecretsMaskedAndTheDebugLogPrivate) {
   WriteFile(dir_.File("plain"), "");
   const Outcome unwritable = Run({"--log", dir_.File("plain"), "channels"});
   EXPECT_EQ(unwritable.code, 0);
-  EXPECT_EQ(unwritable.err, "warning: no debug log: the folder " + dir_.File("plain") +
-                                " cannot be written (it is no folder)\n");
+  EXPECT_EQ(unwritable.err,
+            "warning: no debug log: the folder " + dir_.File("plain") + " cannot be written (it is no folder)\n");
 }
 
 TEST(VantorCliRuntimeError, NamesTheMemberThatRaisedIt) {

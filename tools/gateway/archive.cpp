@@ -196,9 +196,8 @@ void RequireKnownKeys(const nlohmann::json& given, const nlohmann::json& known, 
 
 ArchiveData ParseArchiveJson(const std::string& utf8_json) {
   try {
-    const nlohmann::json tree = ConvertTexts(nlohmann::json::parse(utf8_json), [](const std::string& s) {
-      return ToWire(s);
-    });
+    const nlohmann::json tree =
+        ConvertTexts(nlohmann::json::parse(utf8_json), [](const std::string& s) { return ToWire(s); });
     ArchiveData data = tree.get<ArchiveData>();
     RequireKnownKeys(tree, nlohmann::json(data), "");
     return data;

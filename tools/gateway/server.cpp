@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <asio.hpp>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
-#include <set>
 #include <vector>
 
 #include "archive.h"

@@ -129,8 +129,8 @@ int RunVantor(std::vector<std::string> args, std::istream& in, std::ostream& out
   help_command->add_option("COMMAND", help_topic, "the command to explain");
 
   // Each command's help ends with the options every command takes.
-  const std::string global_help =
-      "Global options (before or after the command):\n" + CLI::Formatter().make_groups(&app, CLI::AppFormatMode::Normal);
+  const std::string global_help = "Global options (before or after the command):\n" +
+                                  CLI::Formatter().make_groups(&app, CLI::AppFormatMode::Normal);
   for (CLI::App* command : app.get_subcommands({})) command->footer(global_help);
 
   const std::vector<std::string> given = args;

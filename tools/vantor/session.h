@@ -8,8 +8,8 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <istream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <ostream>

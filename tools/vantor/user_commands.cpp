@@ -40,10 +40,9 @@ std::string PortalPassword(Session& session, const std::string& command, const s
 
 int RunLogon(Session& session, const LogonArgs& args) {
   // Only the name would be checked without a password: a user with none says so explicitly.
-  const std::string password =
-      args.empty_password ? std::string()
-                          : PortalPassword(session, "logon", args.user, args.password,
-                                           " (--empty-password for a user without one)");
+  const std::string password = args.empty_password ? std::string()
+                                                   : PortalPassword(session, "logon", args.user, args.password,
+                                                                    " (--empty-password for a user without one)");
   auto& vantor = session.Open(true);
   session.Calling("CheckLogon");
   Variant id = vantor.CheckLogon(args.user, Variant(password));
@@ -212,8 +211,8 @@ void AddUserCommands(CLI::App& app, Action& action) {
   auto logon = std::make_shared<LogonArgs>();
   auto* logon_command = app.add_subcommand("logon", "check a portal user's log-on against the user database (--db)");
   logon_command->add_option("USER", logon->user, "user name")->required();
-  auto* logon_password = logon_command->add_option(
-      "PASSWORD", logon->password, "password (left out: --password-stdin, or a prompt on a terminal)");
+  auto* logon_password = logon_command->add_option("PASSWORD", logon->password,
+                                                   "password (left out: --password-stdin, or a prompt on a terminal)");
   logon_command->add_flag("--empty-password", logon->empty_password, "log on a user whose password is empty")
       ->excludes(logon_password);
   OnParsed(logon_command, action, logon, RunLogon);
