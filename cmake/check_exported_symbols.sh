@@ -11,7 +11,8 @@ names=$(grep -hE 'HALQVANTOR_API ' "$include"/halqvantor/*.h | grep -vE '^[[:spa
         grep -oE 'HALQVANTOR_API [^(;{]*' |
         sed -E 's/^.*HALQVANTOR_API //; s/ : .*$//; s/[[:space:]]+$//; s/.*[^A-Za-z0-9_]//' | sort -u | paste -sd'|')
 [ -n "$names" ] || { echo "no HALQVANTOR_API declarations found under $include" >&2; exit 1; }
-allowed="^((typeinfo( name)? for|vtable for|non-virtual thunk to) )?halqvantor::(dispatch::)?($names)(::|\\(|$)"
+# A function that returns a std::string carries the ABI tag [abi:cxx11] after its name.
+allowed="^((typeinfo( name)? for|vtable for|non-virtual thunk to) )?halqvantor::(dispatch::)?($names)(\\[abi:[a-z0-9]+\\])?(::|\\(|$)"
 
 symbols=$(nm -D --defined-only -C "$lib" | cut -d' ' -f3-)
 [ -n "$symbols" ] || { echo "$lib exports nothing" >&2; exit 1; }

@@ -153,6 +153,9 @@ class FaultyDisk : public platform::EnvWrapper {
   int AppendToFile(const std::string& path, std::string_view bytes) override {
     return Fails(kAppend) ? 61 : EnvWrapper::AppendToFile(path, bytes);
   }
+  int AppendToPrivateFile(const std::string& path, std::string_view bytes) override {
+    return Fails(kAppend) ? 61 : EnvWrapper::AppendToPrivateFile(path, bytes);
+  }
 
  private:
   struct Writes : platform::WritableFile {

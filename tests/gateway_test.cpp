@@ -4,7 +4,9 @@
 // (vantor_cli_test, whose `call` rows reach the other members) does: thumbnails, editing and deleting
 // documents, and busy answers.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -282,14 +284,16 @@ TEST(GatewayFilesTest, BlobPathsStayInsideTheBlobFolder) {
 TEST(GatewayStoreTest, RefusesAnInconsistentArchiveFile) {
   const std::string sample = std::string(VANTOR_GATEWAY_SAMPLE);
   const nlohmann::json good = nlohmann::json::parse(ReadFile(sample + "/archive.json"));
-  using Pointer = nlohmann::json::json_pointer;
-  const std::vector<std::pair<Pointer, nlohmann::json>> breakages = {
-      {Pointer("/channels/0/archives/0/fields/1/id"), 1},
-      {Pointer("/channels/0/archives/0/query_formats/0/columns/0"), 99},
-      {Pointer("/channels/0/archives/0/documents/0/versions/0/segments/1/file"), "files/missing.tif"},
-      {Pointer("/channels/0/archives/0/documents/0/versions/0/index/77"), "x"},
-      {Pointer("/channels/1/name"), "A,B"},
-      {Pointer("/channels"), 5}};
+  const std::vector<std::pair<nlohmann::json::json_pointer, nlohmann::json>> breakages = {
+      {nlohmann::json::json_pointer("/channels/0/archives/0/fields/1/id"), 1},
+      {nlohmann::json::json_pointer("/channels/0/archives/0/query_formats/0/columns/0"), 99},
+      {nlohmann::json::json_pointer("/channels/0/archives/0/documents/0/versions/0/segments/1/file"),
+       "files/missing.tif"},
+      {nlohmann::json::json_pointer("/channels/0/archives/0/documents/0/versions/0/index/77"), "x"},
+      {nlohmann::json::json_pointer("/channels/1/name"), "A,B"},
+      {nlohmann::json::json_pointer("/channels"), 5},
+      {nlohmann::json::json_pointer("/channels/0/archives/0/feilds"), nlohmann::json::array()},  // misspelt
+  };
   for (const auto& [where, value] : breakages) {
     TempDir dir;
     fs::copy(sample + "/files", dir.File("files"), fs::copy_options::recursive);
@@ -297,6 +301,14 @@ TEST(GatewayStoreTest, RefusesAnInconsistentArchiveFile) {
     broken[where] = value;
     WriteFile(dir.File("archive.json"), broken.dump());
     EXPECT_THROW(Store{dir.path()}, std::runtime_error) << where.to_string();
+  }
+  nlohmann::json unknown = good;
+  unknown["accounts"][0]["pasword"] = "x";
+  try {
+    ParseArchiveJson(unknown.dump());
+    ADD_FAILURE() << "an unknown key was taken";
+  } catch (const std::runtime_error& e) {
+    EXPECT_STREQ(e.what(), "archive.json: unknown key \"accounts[0].pasword\"");
   }
   TempDir dir;
   EXPECT_THROW(Store{dir.path()}, std::runtime_error);
@@ -644,17 +656,51 @@ TEST_F(GatewayTest, TheComponentRetriesBusyAnswersUntilServedOrTheTimeIsUp) {
 }
 // ---- the program --------------------------------------------------------------------------------------------
 
-// Serving on the announced port and stopping on SIGTERM are what `vantor demo` and the Python tests rely on
-// when they start the program; here the refusal of a data folder without an archive.
-TEST(GatewayProgramTest, ADataFolderWithoutAnArchiveIsRefused) {
+// Serving on the announced port until SIGTERM, and the exit codes and messages of starts that fail.
+TEST(GatewayProgramTest, ServesOnTheAnnouncedPortAndRefusesBadStarts) {
   TempDir dir;
-  FILE* p = popen(
-      (std::string(VANTOR_GATEWAY_BINARY) + " --blob " + dir.path() + " --data " + dir.path() + " 2>&1").c_str(), "r");
-  ASSERT_NE(p, nullptr);
-  char text[256] = {};
-  const size_t n = fread(text, 1, sizeof text - 1, p);
-  EXPECT_NE(std::string(text, n).find("archive.json"), std::string::npos);
-  EXPECT_EQ(WEXITSTATUS(pclose(p)), 1);
+  fs::copy(VANTOR_GATEWAY_SAMPLE, dir.File("data"), fs::copy_options::recursive);
+  const std::string gateway = std::string(VANTOR_GATEWAY_BINARY) + " --blob " + dir.path() + " --data ";
+  // The shell prints its process id, which the gateway then takes over.
+  FILE* out = popen(("echo $$; exec " + gateway + dir.File("data") + " --port 0").c_str(), "r");
+  ASSERT_NE(out, nullptr);
+  char pid[32] = {}, line[128] = {};
+  ASSERT_NE(fgets(pid, sizeof pid, out), nullptr);
+  ASSERT_NE(fgets(line, sizeof line, out), nullptr);
+  const std::string listening(line);
+  ASSERT_EQ(listening.substr(0, 23), "listening on 127.0.0.1:") << listening;
+  const auto port = static_cast<uint16_t>(std::stoi(listening.substr(23)));
+  EXPECT_EQ(ParseReply(Exchange("127.0.0.1", port, Frame({"GetChannels"}))).rows.size(), 3u);
+
+  // Exit codes and messages: 2 for bad usage, 1 for a start that fails, naming what to change.
+  struct Start {
+    std::string args;
+    int code;
+    std::string message;  // a part of what it prints
+  };
+  const std::vector<Start> starts = {
+      {"--data " + dir.File("data") + " --port 99999", 2, "'99999' is no whole number from 0 to 65535"},
+      {"--data " + dir.File("data") + " --busy x", 2, "'x' is no whole number from 0 to 2147483647"},
+      {"--port 0", 2, "--data is required"},
+      {"--data " + dir.File("data") + " --frob", 2, "--frob"},
+      {"--data " + dir.File("data") + " --port " + std::to_string(port), 1,
+       "cannot listen on 127.0.0.1:" + std::to_string(port) + ": "},
+      {"--data " + dir.File("data") + " --listen nowhere", 1, "cannot listen on nowhere:0: nowhere is no IP address"},
+      {"--data " + dir.path(), 1, "archive.json"},
+  };
+  for (const Start& start : starts) {
+    FILE* p =
+        popen((std::string(VANTOR_GATEWAY_BINARY) + " --blob " + dir.path() + " " + start.args + " 2>&1").c_str(), "r");
+    ASSERT_NE(p, nullptr);
+    char text[512] = {};
+    const size_t n = fread(text, 1, sizeof text - 1, p);
+    EXPECT_THAT(std::string(text, n), ::testing::HasSubstr(start.message)) << start.args;
+    EXPECT_EQ(WEXITSTATUS(pclose(p)), start.code) << start.args;
+  }
+  kill(std::stoi(pid), SIGTERM);
+  const int status = pclose(out);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "platform/clock.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
+#include "platform/secrets.h"
 #include "platform/vb_runtime.h"
 #include "support/errors.h"
 #include "support/temp_dir.h"
@@ -114,6 +115,20 @@ TEST(Wildcards, StarAndQuestionMarkAgainstWholeNames) {
       {"ä1.tif", "?1.tif", true}, {"1.tif", "?1.tif", false}, {"A.TIF", "*.tif", false}, {"noext", "*.*", true},
       {"exact", "", false},       {"*x", "*", true}};
   for (const auto& [name, pattern, matches] : cases) EXPECT_EQ(MatchesWildcard(name, pattern), matches) << name;
+}
+
+TEST(Secrets, PasswordValuesAreMaskedWhereverTheyStand) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"Provider=SQLOLEDB;User ID=sa;Password=geheim;Initial Catalog=x",
+       "Provider=SQLOLEDB;User ID=sa;Password=***;Initial Catalog=x"},
+      {"Driver=PG;pwd=a b c", "Driver=PG;pwd=***"},
+      {"PASSWORD = x;PWD={a;b}}c};Server=s", "PASSWORD = ***;PWD=***;Server=s"},
+      {"PWD={open to the end", "PWD=***"},
+      {"Password=;PWD=", "Password=;PWD="},
+      {"line Password=x\r\nnext line", "line Password=***\r\nnext line"},
+      {"no password here, pwd, Password", "no password here, pwd, Password"},
+  };
+  for (const auto& [text, masked] : cases) EXPECT_EQ(platform::MaskSecrets(text), masked) << text;
 }
 
 // The error numbers of the file system; renaming, listing and deleting are checked through the downloads'

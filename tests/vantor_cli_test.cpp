@@ -1,19 +1,18 @@
 // The vantor program run in-process: its sub-commands against the reference gateway over a copy of the
 // sample archive, and against a SQLite user database that `initdb` creates.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <regex>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -187,7 +186,10 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
   port_ = std::to_string(halqvantor::testing::ScriptedGateway::UnusedPort());
   Outcome refused = Run({"channels"});
   EXPECT_EQ(refused.code, 1);
-  EXPECT_EQ(refused.err, "EASYGetChannelsInit: Winsock Error (10061 - Connection is forcefully rejected)\n");
+  EXPECT_EQ(refused.err,
+            "EASYGetChannelsInit: Winsock Error (10061 - Connection is forcefully rejected)\nis vantor-gateway "
+            "running on 127.0.0.1:" +
+                port_ + "? (check --host and --port, or VANTOR_HOST and VANTOR_PORT)\n");
   EXPECT_EQ(refused.out, "");
 }
 
@@ -329,11 +331,11 @@ TEST_F(VantorCli, UserDirectoryFromInitdbThroughRightsWithEitherPasswordFormat) 
   EXPECT_EQ(Run({"rights", "nobody"}).code, 1);
 
   db_.clear();
-  Outcome no_db = Run({"logon", "anna"});
+  Outcome no_db = Run({"logon", "anna", "x"});
   EXPECT_EQ(no_db.code, 2);
   EXPECT_THAT(no_db.err, HasSubstr("--db"));
   db_ = dir_.File("missing.db");
-  Outcome bad_db = Run({"logon", "anna"});
+  Outcome bad_db = Run({"logon", "anna", "x"});
   EXPECT_EQ(bad_db.code, 1);
   EXPECT_THAT(bad_db.err, HasSubstr("user database " + db_));
 
@@ -344,6 +346,130 @@ TEST_F(VantorCli, UserDirectoryFromInitdbThroughRightsWithEitherPasswordFormat) 
   Outcome strong = Run({"adduser", "dora", "Grüße2002"});
   EXPECT_EQ(strong.out + strong.err, "added dora with user id 1\n");
   EXPECT_EQ(Run({"logon", "dora", "Grüße2002"}).out, "dora: user id 1\n");
+}
+
+// Runs `line` with `input` as standard input.
+Outcome RunWithInput(const std::vector<std::string>& line, const std::string& input) {
+  std::istringstream in(input);
+  std::ostringstream out, err;
+  const int code = RunVantor(line, in, out, err);
+  return {code, out.str(), err.str()};
+}
+
+TEST_F(VantorCli, UploadTheGatewayRefusesFailsWithItsStatus) {
+  halqvantor::gateway::GatewayOptions small;
+  small.max_upload_bytes = 100;
+  gateway_.Start(small);
+  port_ = std::to_string(gateway_.port());
+  WriteFile(blob_ + "/big.bin", std::string(5000, 'x'));
+  const Outcome run = Run({"upload", "big.bin"});
+  EXPECT_EQ(run.code, 1);
+  EXPECT_EQ(run.out, "");
+  EXPECT_THAT(run.err, ::testing::StartsWith("EASYUploadFile: Error 84 "));
+}
+
+// Portal passwords never need the command line, a name is added once, and log-on needs its password.
+TEST_F(VantorCli, PortalUsersPasswordsFromStdinAndNoDuplicates) {
+  db_ = dir_.File("users.db");
+  ASSERT_EQ(RunLine({"initdb", db_}).code, 0);
+  const std::vector<std::string> db = {"--db", db_};
+  struct Case {
+    std::vector<std::string> args;
+    std::string input;
+    int code;
+    std::string out, err;  // whole output, a part of the error output
+  };
+  const std::vector<Case> cases = {
+      {{"adduser", "anna", "--password-stdin"}, "Geheim1\r\nrest\n", 0, "added anna with user id 1\n", ""},
+      {{"adduser", "anna", "Anders"}, "", 1, "", "has a user anna already (user id 1)"},
+      {{"adduser", "bert"}, "", 2, "", "adduser needs the password of bert"},
+      {{"logon", "anna"}, "", 2, "", "--empty-password for a user without one"},
+      {{"logon", "anna", "--password-stdin"}, "Geheim1\n", 0, "anna: user id 1\n", ""},
+      {{"logon", "--password-stdin", "anna"}, "falsch\n", 1, "", "log-on refused for anna"},
+      {{"logon", "anna", "--empty-password"}, "", 1, "", "log-on refused for anna"},
+      {{"logon", "anna", "x", "--empty-password"}, "", 2, "", "excludes"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(c.args));
+    std::vector<std::string> line = db;
+    line.insert(line.end(), c.args.begin(), c.args.end());
+    const Outcome run = RunWithInput(line, c.input);
+    EXPECT_EQ(run.code, c.code) << run.err;
+    EXPECT_EQ(run.out, c.out);
+    EXPECT_THAT(run.err, HasSubstr(c.err));
+  }
+  ASSERT_EQ(RunLine({"--db", db_, "adduser", "leer", "--password-stdin"}).code, 2);  // no input: no password
+}
+
+// Usage mistakes end with 2 and say what to do; global options work after the command too.
+TEST_F(VantorCli, UsageMessagesNameWhatToGive) {
+  struct Case {
+    std::vector<std::string> args;
+    int code;
+    std::string out, err;  // parts
+  };
+  const std::vector<Case> cases = {
+      {{"chanels"}, 2, "", "vantor: unknown command 'chanels'; did you mean channels? (`vantor help` lists"},
+      {{"--json", "adduserr", "x"}, 2, "", "did you mean adduser?"},
+      {{"xyzzy"}, 2, "", "unknown command 'xyzzy' (`vantor help`"},
+      {{"help", "xyzzy"}, 2, "", "unknown command 'xyzzy'"},
+      {{"help"}, 0, "Examples:", ""},
+      {{"help", "channels"}, 0, "Usage: vantor channels", ""},
+      {{"channels", "--help"}, 0, "Global options (before or after the command):", ""},
+      {{"--port", "99999", "channels"}, 2, "", "'99999' is no port: give a whole number from 1 to 65535"},
+      {{"--timeout", "x", "channels"}, 2, "", "'x' is no number of seconds: give a whole number from 1 to 86400"},
+      {{"channels", "--host", "127.0.0.1", "--port", port_, "--json", "--user", "easy", "--password", "easy"},
+       0,
+       "\"channel\": \"FIBU\"",
+       ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(c.args));
+    const Outcome run = RunLine(c.args);
+    EXPECT_EQ(run.code, c.code) << run.err;
+    EXPECT_THAT(run.out, HasSubstr(c.out));
+    EXPECT_THAT(run.err, HasSubstr(c.err));
+  }
+  ::setenv("VANTOR_PORT", "47x", 1);
+  ::setenv("VANTOR_PASSWORD", "easy", 1);
+  const Outcome variable = RunLine({"--host", "127.0.0.1", "channels"});
+  const Outcome overridden = RunLine({"--host", "127.0.0.1", "--port", port_, "--user", "easy", "channels"});
+  ::unsetenv("VANTOR_PORT");
+  ::unsetenv("VANTOR_PASSWORD");
+  EXPECT_EQ(variable.code, 2);
+  EXPECT_EQ(variable.err,
+            "vantor: the environment variable VANTOR_PORT is wrong: '47x' is no port: give a whole number from 1 to "
+            "65535 (or unset it)\n");
+  EXPECT_EQ(overridden.code, 0) << overridden.err;
+}
+
+// Passwords stay out of what we print and log; the log is its owner's alone and has a visible name.
+TEST_F(VantorCli, SecretsMaskedAndTheDebugLogPrivate) {
+  const Outcome odbc =
+      RunLine({"--db", "Driver={No Such};Server=db;UID=sa;PWD={se;cr}}et};Database=u", "logon", "anna", "x"});
+  EXPECT_EQ(odbc.code, 1);
+  EXPECT_THAT(odbc.err, HasSubstr("user database Driver={No Such};Server=db;UID=sa;PWD=***;Database=u: "));
+  EXPECT_THAT(odbc.err, Not(HasSubstr("se;cr")));
+
+  const std::string logs = dir_.File("logs");  // made by the first line
+  ASSERT_EQ(Run({"--log", logs, "channels"}).code, 0);
+  EXPECT_EQ(fs::status(logs).permissions() & fs::perms::all, fs::perms::owner_all);
+  const std::string log = logs + "/vantor.LOG";
+  EXPECT_EQ(fs::status(log).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_THAT(ReadFile(log), HasSubstr("Verbindungsaufbau."));
+
+  db_ = dir_.File("empty.db");  // no tables: the look-up fails, and the message names the log file
+  WriteFile(db_, "");
+  const Outcome failed = Run({"--log", logs, "rights", "anna"});
+  EXPECT_EQ(failed.code, 1);
+  EXPECT_EQ(failed.err, "CheckLogon: failed (the debug log " + log + " says why)\n");
+  db_.clear();
+
+  WriteFile(dir_.File("plain"), "");
+  const Outcome unwritable = Run({"--log", dir_.File("plain"), "channels"});
+  EXPECT_EQ(unwritable.code, 0);
+  EXPECT_EQ(unwritable.err,
+            "warning: no debug log: the folder " + dir_.File("plain") + " cannot be written (it is no folder)\n");
 }
 
 TEST(VantorCliRuntimeError, NamesTheMemberThatRaisedIt) {
@@ -443,9 +569,12 @@ TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
       {{"fields", "FIBU", "Eingangsrechnungen"}, "/fields/0/size", 20},
       {{"fields", "FIBU", "Eingangsrechnungen"}, "/fields/0/select_list/3", "Technik"},
       {{"masks", "FIBU", "Eingangsrechnungen"}, "/0/mandatory", true},
-      {{"masks", "FIBU", "Eingangsrechnungen"}, "/4/list", json::array({"Einkauf", "Vertrieb", "Verwaltung", "Technik"})},
+      {{"masks", "FIBU", "Eingangsrechnungen"},
+       "/4/list",
+       json::array({"Einkauf", "Vertrieb", "Verwaltung", "Technik"})},
       {{"formats", "FIBU", "Eingangsrechnungen"}, "/1", json({{"format", "Kurz"}})},
-      {{"call", "EASYGetDocumentInfo", "FIBU", "Eingangsrechnungen", "1000001", "1"}, "/outputs/3/value",
+      {{"call", "EASYGetDocumentInfo", "FIBU", "Eingangsrechnungen", "1000001", "1"},
+       "/outputs/3/value",
        "Rechnung 2002-0117 Meier GmbH"},
   };
   for (const Shape& shape : shapes) {
@@ -535,8 +664,7 @@ TEST_F(VantorCli, CreateEditAndDeleteDocumentsFromAnImportFile) {
   const std::string id = created.Json()["id"];
   EXPECT_EQ(created.Json()["version"], 1);
   EXPECT_EQ(created.Json()["import_file"], blob_ + "\\neu.txt");
-  EXPECT_EQ(Run({"--json", "query", "FIBU", "Eingangsrechnungen", ".NR=(2002-9999)"}).Json()["total_hits"],
-            1);
+  EXPECT_EQ(Run({"--json", "query", "FIBU", "Eingangsrechnungen", ".NR=(2002-9999)"}).Json()["total_hits"], 1);
 
   EXPECT_EQ(run({"--blob", blob_, "edit", dir_.File("blob/neu.txt"), id}).out,
             "document " + id + " is now version 2\n");
@@ -595,8 +723,8 @@ TEST_F(VantorCli, CallListShowsEveryMemberWithItsParameters) {
 
 // Box-drawing characters only in a UTF-8 locale; colour only on a terminal and never with NO_COLOR.
 TEST(VantorCliTerminal, GlyphsFollowTheLocaleAndColourTheTerminal) {
-  for (const auto& [locale, rule] : std::vector<std::pair<const char*, std::string>>{
-           {"C.UTF-8", "──────"}, {"C", "------"}, {"POSIX", "------"}}) {
+  for (const auto& [locale, rule] :
+       std::vector<std::pair<const char*, std::string>>{{"C.UTF-8", "──────"}, {"C", "------"}, {"POSIX", "------"}}) {
     ScopedEnv scoped("LC_ALL", locale);
     EXPECT_THAT(RunLine({"call", "--list"}).out, ::testing::StartsWith("member  ")) << locale;
     EXPECT_THAT(RunLine({"call", "--list"}).out, HasSubstr("\n" + rule)) << locale;
@@ -626,16 +754,18 @@ TEST(VantorCliTerminal, GlyphsFollowTheLocaleAndColourTheTerminal) {
 
 TEST(VantorCliText, IsoDatesKeysAndCsvQuoting) {
   const std::vector<std::pair<std::string, std::optional<std::string>>> dates = {
-      {"15.03.2002", "2002-03-15"}, {"1.2.2002", "2002-02-01"},        {"29.02.2000", "2000-02-29"},
-      {"29.02.1900", std::nullopt}, {"31.04.2002", std::nullopt},      {"15.03.02", std::nullopt},
+      {"15.03.2002", "2002-03-15"}, {"1.2.2002", "2002-02-01"},         {"29.02.2000", "2000-02-29"},
+      {"29.02.1900", std::nullopt}, {"31.04.2002", std::nullopt},       {"15.03.02", std::nullopt},
       {"", std::nullopt},           {"15.03.2002 10:30", "2002-03-15"}, {"3513,76", std::nullopt},
-      {"2002-0117", std::nullopt},  {"1.13.2002", std::nullopt},       {"15..2002", std::nullopt},
+      {"2002-0117", std::nullopt},  {"1.13.2002", std::nullopt},        {"15..2002", std::nullopt},
   };
   for (const auto& [text, iso] : dates) EXPECT_EQ(IsoDate(text), iso) << text;
 
-  for (const auto& [heading, key] : std::vector<std::pair<std::string, std::string>>{
-           {"text length", "text_length"}, {"no-match-code fields", "no_match_code_fields"},
-           {"Rechnungsdatum", "rechnungsdatum"}, {" Größe (KB) ", "größe_kb"}}) {
+  for (const auto& [heading, key] :
+       std::vector<std::pair<std::string, std::string>>{{"text length", "text_length"},
+                                                        {"no-match-code fields", "no_match_code_fields"},
+                                                        {"Rechnungsdatum", "rechnungsdatum"},
+                                                        {" Größe (KB) ", "größe_kb"}}) {
     EXPECT_EQ(SnakeCase(heading), key);
   }
 

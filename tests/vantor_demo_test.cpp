@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <asio.hpp>
 #include <filesystem>
 #include <sstream>
 #include <string>
@@ -62,6 +63,47 @@ TEST(VantorDemo, EveryStepPassesAndTheFolderGoes) {
   const std::string folder = WorkFolder(run.out);
   ASSERT_FALSE(folder.empty());
   EXPECT_FALSE(fs::exists(folder)) << folder;
+}
+
+// An output that takes `limit` bytes and then fails, as a pipe does once its reader has gone.
+class ClosingOutput : public std::streambuf {
+ public:
+  explicit ClosingOutput(size_t limit) : limit_(limit) {}
+  const std::string& taken() const { return taken_; }
+
+ protected:
+  int_type overflow(int_type c) override {
+    if (traits_type::eq_int_type(c, traits_type::eof()) || taken_.size() >= limit_) return traits_type::eof();
+    taken_ += traits_type::to_char_type(c);
+    return c;
+  }
+
+ private:
+  size_t limit_;
+  std::string taken_;
+};
+
+TEST(VantorDemo, AClosedOutputStopsTheGatewayAndRemovesTheFolder) {
+  for (const size_t limit : {size_t{200}, size_t{1500}}) {  // in the set-up lines, then during the steps
+    ClosingOutput closing(limit);
+    std::ostream out(&closing);
+    std::ostringstream err;
+    EXPECT_EQ(RunDemo(Built(), out, err), kOutputClosed);
+    const std::string& taken = closing.taken();
+    const size_t start = taken.find("folder         ") + 15;
+    const std::string folder = taken.substr(start, taken.find(" (", start) - start);
+    ASSERT_TRUE(folder.starts_with("/")) << taken;
+    EXPECT_FALSE(fs::exists(folder)) << folder;
+    // The gateway's port, from "listening on 127.0.0.1:PORT", takes no connection any more.
+    const size_t at = closing.taken().find("127.0.0.1:");
+    ASSERT_NE(at, std::string::npos);
+    const int port = std::stoi(closing.taken().substr(at + 10));
+    asio::io_context io;
+    asio::ip::tcp::socket socket(io);
+    asio::error_code error;
+    socket.connect({asio::ip::make_address("127.0.0.1"), static_cast<uint16_t>(port)}, error);
+    EXPECT_TRUE(error) << port;
+  }
 }
 
 TEST(VantorDemo, AnArchiveThatDiffersFailsItsStepsAndKeepsTheFolder) {

@@ -51,6 +51,12 @@ struct ObjectOptions {
 HALQVANTOR_API ObjectOptions& Options(clsVantor& object);
 HALQVANTOR_API const ObjectOptions& Options(const clsVantor& object);
 
+// The status line of the last text reply `object` received from the gateway ("Status: OK", or
+// "Status: Error " + code [+ " " + message]), for the members that do not read it themselves (EASYUploadFile
+// sends a file and returns once the reply has come). "" before the object's first complete reply, after a
+// round trip that failed (no reply, a time-out, a reply too large) and after a file received in byte mode.
+HALQVANTOR_API std::string LastStatusLine(const clsVantor& object);
+
 // Sets the options that a user database records for itself, after Init has opened it: the one row of its
 // DirectorySettings table (which `vantor initdb` creates), whose StrongPasswords column sets
 // strong_passwords (1 on, 0 off). True when the database holds that row; false, options unchanged, when the

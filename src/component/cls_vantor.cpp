@@ -22,6 +22,10 @@ const ObjectOptions& Options(const clsVantor& object) {
   return VantorAccess::Of(const_cast<clsVantor&>(object)).options;
 }
 
+std::string LastStatusLine(const clsVantor& object) {
+  return VantorAccess::Of(const_cast<clsVantor&>(object)).LastStatusLine;
+}
+
 void SetEnvironment(clsVantor& object, platform::Env* env) {
   clsVantor::Impl& d = VantorAccess::Of(object);
   d.env = env != nullptr ? env : platform::Env::Default();

@@ -1,6 +1,7 @@
 #include "link/debug_log.h"
 
 #include "platform/env.h"
+#include "platform/secrets.h"
 
 namespace halqvantor {
 
@@ -20,10 +21,11 @@ void WriteLogLine(platform::Env& env, std::string_view folder, std::string_view 
   line += ' ';
   line += platform::FormatTime(now.hour, now.minute, now.second);
   line += "   ";
-  line += text;
+  line += platform::MaskSecrets(text);
   line += "\r\n";
   // The log is a diagnostic aid: a line that cannot be written is dropped without a word.
-  (void)env.AppendToFile(path, line);
+  // It may quote requests and connection strings, so only its owner reads it.
+  (void)env.AppendToPrivateFile(path, line);
 }
 
 }  // namespace halqvantor

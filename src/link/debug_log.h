@@ -2,9 +2,10 @@
 
 // One debug-log line: folder + "/" + session id + ".LOG", opened for appending, one line of
 // "DD.MM.YYYY hh:mm:ss" + three blanks + text + CR LF (UTF-8), closed again. An empty folder turns logging
-// off. The time stamp comes from `env`'s clock and the file is written through its file system. A folder
-// that does not exist, a session id that would name a file outside the folder, or a file that cannot be
-// written costs the line and nothing else.
+// off. The time stamp comes from `env`'s clock and the file is written through its file system. The file is
+// made readable by its owner only, and so is the folder when it is missing and its parent exists; password
+// values in the text are masked. A folder that cannot be made, a session id that would name a file outside
+// the folder, or a file that cannot be written costs the line and nothing else.
 
 #include <string>
 #include <string_view>

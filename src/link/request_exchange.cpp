@@ -170,6 +170,7 @@ bool LinkSession::TakeRequestGuard(std::string& status) {
 
 bool LinkSession::RunRoundTrip(std::string_view request, std::string_view bytes, std::string& status,
                                std::shared_ptr<platform::SendSource> body) {
+  LastStatusLine.clear();
   try {
     platform::Socket& socket = form.ctlWinsock(SlotIndex);
     if (socket.State() != platform::kSckClosed) {
@@ -225,6 +226,7 @@ bool LinkSession::RunRoundTrip(std::string_view request, std::string_view bytes,
     if (ok) {
       WriteLog("Trennen der Verbindung (letzter Status: " + StateText(socket) + ").");
       if (socket.State() != platform::kSckClosed) socket.Close();
+      if (slot.Mode == ReceptionMode::kString) LastStatusLine = StatusLineOf(slot.Response);
       return true;
     }
 

@@ -58,6 +58,10 @@ struct LinkSession {
   int32_t ResultCount = 0;
   int32_t ResultCursor = 0;
 
+  // The status line of the last complete text reply of a round trip ("" before one, or after a round trip
+  // that failed or received in byte mode): what LastStatusLine hands a host.
+  std::string LastStatusLine;
+
   // One line of the object's debug log (strDebugLogPath, strSessionID as they are now).
   void WriteLog(std::string_view text) const;
   // True when WriteLog writes anywhere: lines that would copy a whole reply are built only then.

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "platform/database.h"
+#include "platform/secrets.h"
 #include "platform/vb_runtime.h"
 
 namespace halqvantor::platform {
@@ -17,7 +18,8 @@ namespace {
 bool Ok(SQLRETURN rc) { return rc == SQL_SUCCESS || rc == SQL_SUCCESS_WITH_INFO; }
 
 // The first diagnostic record of a handle as a DatabaseError: "[SQLSTATE] message", the driver's native
-// number. Line breaks in the message become blanks so that it fits one log line.
+// number. Line breaks in the message become blanks so that it fits one log line, and a driver that quotes
+// the connection string has its password masked.
 DatabaseError DiagnosticOf(SQLSMALLINT type, SQLHANDLE handle, std::string_view fallback) {
   SQLCHAR state[6] = {0};
   SQLINTEGER native = 0;
@@ -31,7 +33,7 @@ DatabaseError DiagnosticOf(SQLSMALLINT type, SQLHANDLE handle, std::string_view 
   }
   while (!text.empty() && text.back() == ' ') text.pop_back();
   const std::string sqlstate(reinterpret_cast<const char*>(state));
-  return DatabaseError(native, "[" + sqlstate + "] " + text, sqlstate);
+  return DatabaseError(native, "[" + sqlstate + "] " + MaskSecrets(text), sqlstate);
 }
 
 // The handles of one open connection, shared with its record sets so that a set never frees a statement

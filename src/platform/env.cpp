@@ -12,6 +12,9 @@ class SystemEnv final : public Env {
   int AppendToFile(const std::string& path, std::string_view bytes) override {
     return Files()->AppendToFile(path, bytes);
   }
+  int AppendToPrivateFile(const std::string& path, std::string_view bytes) override {
+    return Files()->AppendToPrivateFile(path, bytes);
+  }
   int OpenForBinaryWrite(const std::string& path, std::unique_ptr<WritableFile>* file) override {
     return Files()->OpenForBinaryWrite(path, file);
   }

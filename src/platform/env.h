@@ -38,6 +38,9 @@ class EnvWrapper : public Env {
   int AppendToFile(const std::string& path, std::string_view bytes) override {
     return target_->AppendToFile(path, bytes);
   }
+  int AppendToPrivateFile(const std::string& path, std::string_view bytes) override {
+    return target_->AppendToPrivateFile(path, bytes);
+  }
   int OpenForBinaryWrite(const std::string& path, std::unique_ptr<WritableFile>* file) override {
     return target_->OpenForBinaryWrite(path, file);
   }

@@ -95,6 +95,20 @@ class PosixFileSystem final : public FileSystem {
     return result;
   }
 
+  int AppendToPrivateFile(const std::string& path, std::string_view bytes) override {
+    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (fd < 0 && errno == ENOENT) {
+      const size_t slash = path.rfind('/');
+      if (slash == std::string::npos || slash == 0) return ErrorFromErrno(ENOENT);
+      if (::mkdir(path.substr(0, slash).c_str(), 0700) != 0 && errno != EEXIST) return ErrorFromErrno(errno);
+      fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    }
+    if (fd < 0) return ErrorFromErrno(errno);
+    int result = WriteAll(fd, bytes);
+    if (::close(fd) != 0 && result == 0) result = ErrorFromErrno(errno);
+    return result;
+  }
+
   int OpenForRead(const std::string& path, std::unique_ptr<ReadableFile>* file) override {
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return FileErrorFromErrno(errno);

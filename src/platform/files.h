@@ -45,6 +45,9 @@ class FileSystem {
   virtual ~FileSystem() = default;
   // Opens `path` for appending (creating it), writes `bytes`, closes it.
   virtual int AppendToFile(const std::string& path, std::string_view bytes) = 0;
+  // AppendToFile for a file that may hold secrets: a new file is readable and writable by its owner only,
+  // and a missing folder of it (only the last one) is first made open to its owner only.
+  virtual int AppendToPrivateFile(const std::string& path, std::string_view bytes) = 0;
   // Opens `path` for writing raw bytes from its first byte on, creating it when it is missing and keeping
   // its length (bytes past what is written stay); `*file` is set on success.
   virtual int OpenForBinaryWrite(const std::string& path, std::unique_ptr<WritableFile>* file) = 0;

@@ -174,11 +174,33 @@ const Account* ArchiveData::FindAccount(std::string_view user) const {
   return nullptr;
 }
 
+namespace {
+
+// Refuses a key of `given` that the archive does not know: one that `known` (the same tree written back
+// from what was read) lacks. A misspelt key would otherwise be dropped without a word.
+void RequireKnownKeys(const nlohmann::json& given, const nlohmann::json& known, const std::string& where) {
+  if (given.is_object() && known.is_object()) {
+    for (const auto& [key, value] : given.items()) {
+      const std::string place = where.empty() ? key : where + "." + key;
+      if (!known.contains(key)) Invalid("unknown key \"" + FromWire(place) + "\"");
+      RequireKnownKeys(value, known.at(key), place);
+    }
+  } else if (given.is_array() && known.is_array()) {
+    for (size_t i = 0; i < given.size() && i < known.size(); ++i) {
+      RequireKnownKeys(given[i], known[i], where + "[" + std::to_string(i) + "]");
+    }
+  }
+}
+
+}  // namespace
+
 ArchiveData ParseArchiveJson(const std::string& utf8_json) {
-  nlohmann::json tree;
   try {
-    tree = nlohmann::json::parse(utf8_json);
-    return ConvertTexts(tree, [](const std::string& s) { return ToWire(s); }).get<ArchiveData>();
+    const nlohmann::json tree =
+        ConvertTexts(nlohmann::json::parse(utf8_json), [](const std::string& s) { return ToWire(s); });
+    ArchiveData data = tree.get<ArchiveData>();
+    RequireKnownKeys(tree, nlohmann::json(data), "");
+    return data;
   } catch (const nlohmann::json::exception& e) {
     Invalid(e.what());
   }

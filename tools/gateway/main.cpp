@@ -10,6 +10,29 @@
 #include "server.h"
 #include "version.h"
 
+namespace {
+
+// A whole number from `low` to `high`; the message says which numbers are good in plain digits.
+CLI::Validator Whole(int64_t low, int64_t high) {
+  return CLI::Validator(
+      [low, high](std::string& text) -> std::string {
+        int64_t value = 0;
+        bool ok = !text.empty() && text.size() <= 18;
+        for (const char c : text) {
+          ok = ok && c >= '0' && c <= '9';
+          if (ok) value = value * 10 + (c - '0');
+        }
+        if (ok && value >= low && value <= high) return "";
+        return "'" + text + "' is no whole number from " + std::to_string(low) + " to " + std::to_string(high);
+      },
+      "", "");
+}
+
+constexpr int64_t kMaxCount = 2147483647;
+constexpr int64_t kMaxBytes = int64_t{1} << 40;
+
+}  // namespace
+
 int main(int argc, char** argv) {
   halqvantor::gateway::GatewayOptions options;
   int idle_seconds = 30;
@@ -26,44 +49,53 @@ int main(int argc, char** argv) {
       ->required()
       ->check(CLI::ExistingDirectory);
   app.add_option("--listen", options.listen, "address to listen on")->capture_default_str();
-  app.add_option("--port", options.port, "port to listen on (0: any free port)")->capture_default_str();
-  app.add_option("--busy", options.busy, "answer the first N requests with a busy status")
-      ->check(CLI::NonNegativeNumber);
+  app.add_option("--port", options.port, "port to listen on (0: any free port)")
+      ->capture_default_str()
+      ->check(Whole(0, 65535));
+  app.add_option("--busy", options.busy, "answer the first N requests with a busy status")->check(Whole(0, kMaxCount));
   app.add_option("--idle-timeout", idle_seconds, "seconds a client may stay silent before its request is complete")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber);
+      ->check(Whole(1, kMaxCount));
   app.add_option("--linger-timeout", linger_seconds, "seconds a client may keep the connection after its answer")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber);
+      ->check(Whole(1, kMaxCount));
   app.add_option("--request-timeout", request_seconds, "seconds a client has to complete its request")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber);
+      ->check(Whole(1, kMaxCount));
   app.add_option("--max-connections", options.max_connections,
                  "connections open at once; a new one sheds the one idle longest")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber);
+      ->check(Whole(1, kMaxCount));
   app.add_option("--workers", options.workers, "threads that run the commands")
       ->capture_default_str()
-      ->check(CLI::Range(1, 64));
+      ->check(Whole(1, 64));
   app.add_option("--max-session-bytes", options.max_session_bytes,
                  "memory for all sessions' last queries; the least recently used session goes first")
-      ->capture_default_str();
+      ->capture_default_str()
+      ->check(Whole(0, kMaxBytes));
   app.add_option("--session-idle", session_idle_seconds, "seconds after which an unused session is forgotten")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber);
+      ->check(Whole(1, kMaxCount));
   app.add_option("--max-pages", options.max_pages, "pages of one GetSegmentMultiTIF")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber);
+      ->check(Whole(1, kMaxCount));
   app.add_option("--max-answer-bytes", options.max_answer_bytes, "size of a text answer or a composed file")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber);
+      ->check(Whole(1, kMaxBytes));
   app.add_option("--max-note-bytes", options.max_note_bytes, "size of one note")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber);
-  app.add_option("--max-upload-bytes", options.max_upload_bytes, "size of one uploaded file")->capture_default_str();
+      ->check(Whole(1, kMaxBytes));
+  app.add_option("--max-upload-bytes", options.max_upload_bytes, "size of one uploaded file")
+      ->capture_default_str()
+      ->check(Whole(1, kMaxBytes));
   app.add_flag("-v,--verbose", verbose, "print one line per answered request");
   app.set_version_flag("--version", std::string("vantor-gateway ") + vantor::kVersion, "print the version and exit");
-  CLI11_PARSE(app, argc, argv);
+  // Bad usage ends with 2, whatever the parser's own numbering of its errors.
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e) == 0 ? 0 : 2;
+  }
   options.idle_timeout = std::chrono::seconds(idle_seconds);
   options.linger_timeout = std::chrono::seconds(linger_seconds);
   options.request_timeout = std::chrono::seconds(request_seconds);

@@ -4,6 +4,8 @@
 #include <asio.hpp>
 #include <optional>
 #include <set>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "archive.h"
@@ -29,14 +31,31 @@ class GatewayServer::Impl {
         acceptor_(io_),
         sweep_(io_),
         pool_(static_cast<size_t>(std::max(1, options_.workers))) {
-    const tcp::endpoint endpoint(asio::ip::make_address(options_.listen), options_.port);
-    acceptor_.open(endpoint.protocol());
-    acceptor_.set_option(tcp::acceptor::reuse_address(true));
-    acceptor_.bind(endpoint);
-    acceptor_.listen(asio::socket_base::max_listen_connections);
+    Listen();
     port_ = acceptor_.local_endpoint().port();
     const auto shortest = std::min({options_.idle_timeout, options_.request_timeout, options_.linger_timeout});
     sweep_period_ = std::clamp(shortest / 4, std::chrono::milliseconds(10), std::chrono::milliseconds(1000));
+  }
+
+  // Opens the listening socket; a failure names the address and port it was for.
+  void Listen() {
+    const std::string where = options_.listen + ":" + std::to_string(options_.port);
+    asio::error_code error;
+    const asio::ip::address address = asio::ip::make_address(options_.listen, error);
+    if (error) throw std::runtime_error("cannot listen on " + where + ": " + options_.listen + " is no IP address");
+    const tcp::endpoint endpoint(address, options_.port);
+    try {
+      acceptor_.open(endpoint.protocol());
+      acceptor_.set_option(tcp::acceptor::reuse_address(true));
+      acceptor_.bind(endpoint);
+      acceptor_.listen(asio::socket_base::max_listen_connections);
+    } catch (const asio::system_error& e) {
+      std::string hint;
+      if (e.code() == std::errc::address_in_use) hint = " (another program listens there; --port 0 takes a free port)";
+      if (e.code() == std::errc::address_not_available) hint = " (no interface of this machine has that address)";
+      if (e.code() == std::errc::permission_denied) hint = " (ports below 1024 need privileges)";
+      throw std::runtime_error("cannot listen on " + where + ": " + e.code().message() + hint);
+    }
   }
 
   void Run() {

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
-#include <optional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>

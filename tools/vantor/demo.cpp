@@ -113,6 +113,8 @@ class PortalSession {
   // Runs every step; returns the titles of the ones that failed.
   std::vector<std::string> Run();
   int steps() const { return steps_; }
+  // True when Run stopped because the output no longer took what it wrote.
+  bool output_closed() const { return output_closed_; }
 
  private:
   void Step(const std::string& title, void (PortalSession::*body)());
@@ -139,6 +141,7 @@ class PortalSession {
   Setting setting_;
   std::ostream& out_;
   int steps_ = 0;
+  bool output_closed_ = false;
   std::vector<std::string> failures_;  // of the current step
   // What the log-on page found, used by every later page.
   Variant user_id_;
@@ -170,6 +173,11 @@ std::vector<std::string> PortalSession::Run() {
   for (const auto& [title, body] : steps) {
     Step(title, body);
     if (!failures_.empty()) failed.push_back(title);
+    // A reader that went away (`vantor demo | head`) ends the session: nobody sees the rest.
+    if (!out_.flush()) {
+      output_closed_ = true;
+      break;
+    }
   }
   return failed;
 }
@@ -632,6 +640,7 @@ int RunDemo(const DemoOptions& options, std::ostream& out, std::ostream& err) {
         << "  archive        " << folder->File("data") << " (a copy of " << sample << ")\n"
         << "  blob folder    " << setting.blob << "\n"
         << "  user database  " << setting.database << "\n";
+    if (!out.flush()) return kOutputClosed;  // the gateway and the folder go with their owners
   } catch (const std::exception& e) {
     err << "vantor demo: " << e.what() << "\n";
     return 2;
@@ -640,6 +649,7 @@ int RunDemo(const DemoOptions& options, std::ostream& out, std::ostream& err) {
   PortalSession session(setting, out);
   const std::vector<std::string> failed = session.Run();
   gateway.reset();
+  if (session.output_closed()) return kOutputClosed;
 
   const int steps = session.steps();
   out << "\n";

@@ -20,7 +20,10 @@ struct DemoOptions {
 bool InHitListOrder(const std::vector<std::string>& texts);
 
 // Runs the session. Exit code: 0 when every step gave what it should, 1 otherwise (each failed step is
-// reported on `err`), 2 when the demo could not be set up (no gateway program, no sample).
+// reported on `err`), 2 when the demo could not be set up (no gateway program, no sample), 141 (as for a
+// broken pipe) when `out` stopped taking output: the demo then ends at once, stops its gateway and removes
+// its temporary folder, as it does on Ctrl-C.
+inline constexpr int kOutputClosed = 141;
 int RunDemo(const DemoOptions& options, std::ostream& out, std::ostream& err);
 
 }  // namespace vantor

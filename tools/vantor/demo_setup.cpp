@@ -176,6 +176,10 @@ InterruptGuard::InterruptGuard() {
   sigemptyset(&watched);
   for (const int s : {SIGINT, SIGTERM, SIGHUP, kGuardEnds}) sigaddset(&watched, s);
   pthread_sigmask(SIG_BLOCK, &watched, &old_mask_);
+  struct sigaction ignore {};
+  ignore.sa_handler = SIG_IGN;
+  sigemptyset(&ignore.sa_mask);
+  sigaction(SIGPIPE, &ignore, &old_pipe_);
   watcher_ = std::thread([this, watched] {
     int signal_number = 0;
     if (sigwait(&watched, &signal_number) != 0 || signal_number == kGuardEnds) return;
@@ -197,6 +201,7 @@ InterruptGuard::InterruptGuard() {
 InterruptGuard::~InterruptGuard() {
   pthread_kill(watcher_.native_handle(), kGuardEnds);
   watcher_.join();
+  sigaction(SIGPIPE, &old_pipe_, nullptr);
   pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
 }
 

@@ -60,7 +60,8 @@ class GatewayProcess {
 // While it lives, an interrupt (SIGINT, SIGTERM, SIGHUP) does not leave the demo's gateway running or its
 // temporary folder behind: a watcher thread stops the gateway, removes the folder, says so and ends the
 // program with 128 + the signal's number. The signals are blocked in the creating thread (and the threads it
-// starts) until the guard ends.
+// starts) until the guard ends. SIGPIPE is ignored meanwhile, so that a closed output is a failed write the
+// demo notices (and cleans up after) instead of an end without clean-up.
 class InterruptGuard {
  public:
   InterruptGuard();
@@ -76,6 +77,7 @@ class InterruptGuard {
   pid_t gateway_ = -1;
   std::string folder_;
   sigset_t old_mask_;
+  struct sigaction old_pipe_ {};
   std::thread watcher_;
 };
 

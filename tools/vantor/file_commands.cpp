@@ -6,6 +6,7 @@
 #include <string>
 #include <system_error>
 
+#include "halqvantor/Extensions.h"
 #include "platform/files.h"
 #include "session.h"
 #include "table.h"
@@ -122,8 +123,11 @@ int RunUpload(Session& session, const std::string& file) {
   Variant status;
   session.Calling("EASYUploadFile");
   Variant result = vantor.EASYUploadFile(name, &status);
-  if (terminal) session.err() << (result == Variant(int16_t{1}) ? " done\n" : " failed\n");
+  // The member returns once the reply has come, without reading it: the gateway may have refused the file.
+  const bool stored = result == Variant(int16_t{1}) && halqvantor::LastStatusLine(vantor) == "Status: OK";
+  if (terminal) session.err() << (stored ? " done\n" : " failed\n");
   session.Check(result, status);
+  session.CheckLastStatus();
   if (session.json()) {
     session.PrintJson({{"file", name}, {"length", size}});
   } else {

@@ -69,8 +69,7 @@ Variant UserId(Session& session, halqvantor::platform::Connection& connection, c
 // Writes the grants of `args` for the user through `connection`, one row of `changes` per item; the user's
 // id is the result. Group names become their UserIDs before anything is written, so that an unknown one
 // changes nothing.
-Variant Grant(Session& session, halqvantor::platform::Connection& connection, const GrantArgs& args,
-              Listing& changes) {
+Variant Grant(Session& session, halqvantor::platform::Connection& connection, const GrantArgs& args, Listing& changes) {
   const Variant id = UserId(session, connection, args.user, "user");
   std::vector<std::vector<Variant>> values;
   for (const GrantKind& kind : kKinds) {

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -33,14 +34,27 @@ struct GlobalOptions {
   bool json = false;                     // --json: machine-readable output
   bool timings = false;                  // --timings: each request's timings on stderr
   bool csv = false;                      // --csv: tables as CSV
+  bool password_stdin = false;           // --password-stdin: the password is the first line of stdin
 
   // Registers the options (with their environment variables) on the top-level app.
   void AddTo(CLI::App& app);
   // Fills in what one option stands for (--blob for both blob folders); call once the line is parsed.
   void Settle();
-  // Sets the object's properties (and its reply size limit) from the options.
+  // Sets the object's properties (and its reply size limit) from the options. With a log folder and no
+  // session id the log file is kDefaultSessionId + ".LOG", not a hidden ".LOG".
   void ApplyTo(halqvantor::clsVantor& object) const;
+  // The debug log file the object writes to ("" with logging off).
+  std::string LogFile() const;
+  // "HOST:PORT" of the gateway, as the object is told to reach it.
+  std::string Address() const;
 };
+
+// The session id when none is given.
+inline constexpr const char* kDefaultSessionId = "vantor";
+
+// What is wrong with the value of a numeric VANTOR_* variable that the command line does not override
+// (`given` holds the options the command line names), as one line naming the variable; "" when all is well.
+std::string CheckEnvironment(const std::vector<std::string>& given);
 
 // A byte count as given on the command line: decimal digits with an optional suffix K, M or G (powers of
 // 1024, either case, "KB"/"KiB" alike), at least 1 and at most 2^62. nullopt for anything else.

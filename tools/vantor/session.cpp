@@ -1,19 +1,25 @@
 #include "session.h"
 
+#include <termios.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <mutex>
 #include <thread>
 
+#include "halqvantor/Extensions.h"
+#include "link/request_exchange.h"
+#include "output.h"
 #include "platform/database.h"
 #include "platform/env.h"
+#include "platform/secrets.h"
 #include "platform/vb_runtime.h"
-#include "output.h"
 #include "table.h"
 
 namespace vantor {
@@ -119,7 +125,70 @@ void DocumentRef::AddTo(CLI::App* command) {
   command->add_option("VER", version, "version (\"\" for the current one)")->required();
 }
 
+namespace {
+
+// Why the folder of the debug log cannot take a file ("" when it can): it, or the parent the component
+// makes it in, must be a writable folder.
+std::string LogFolderProblem(const std::string& folder) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  fs::path target = folder;
+  if (!fs::exists(target, error)) {
+    target = fs::path(folder).lexically_normal().parent_path();
+    if (target.empty()) target = ".";
+    if (!fs::is_directory(target, error)) return "neither it nor its parent folder exists";
+  } else if (!fs::is_directory(target, error)) {
+    return "it is no folder";
+  }
+  if (access(target.c_str(), W_OK | X_OK) != 0) return std::string(std::strerror(errno));
+  return "";
+}
+
+// True for the status texts of a connection that did not get through or got no answer.
+bool IsConnectionFailure(const std::string& status) {
+  return status.starts_with("Winsock Error (1") || status.starts_with("Timeout of") ||
+         status.starts_with("General error connecting");
+}
+
+}  // namespace
+
+std::optional<std::string> Session::ReadPassword(const std::string& prompt) {
+  if (options_.password_stdin) {
+    if (stdin_used_) return std::nullopt;
+    stdin_used_ = true;
+    std::string line;
+    if (!std::getline(in_, line)) return std::nullopt;
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    return line;
+  }
+  if (&in_ != &std::cin || isatty(STDIN_FILENO) != 1 || !IsTerminal(err_)) return std::nullopt;
+  termios old_mode{};
+  const bool quiet = tcgetattr(STDIN_FILENO, &old_mode) == 0;
+  if (quiet) {
+    termios no_echo = old_mode;
+    no_echo.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &no_echo);
+  }
+  err_ << prompt << std::flush;
+  std::string line;
+  const bool read = static_cast<bool>(std::getline(in_, line));
+  if (quiet) tcsetattr(STDIN_FILENO, TCSAFLUSH, &old_mode);
+  err_ << '\n';
+  if (!read) return std::nullopt;
+  return line;
+}
+
 halqvantor::clsVantor& Session::Open(bool with_database) {
+  if (!options_.log.empty()) {
+    const std::string problem = LogFolderProblem(options_.log);
+    if (!problem.empty()) {
+      err_ << "warning: no debug log: the folder " << options_.log << " cannot be written (" << problem << ")\n";
+    }
+  }
+  std::string archive_password = options_.password;
+  if (!with_database && !options_.user.empty() && archive_password.empty()) {
+    archive_password = ReadPassword("Password of archive user " + options_.user + ": ").value_or("");
+  }
   if (with_database) {
     if (options_.db.empty()) throw UsageError("this command needs the user database: give --db or VANTOR_DB");
     // Init reports a connection that does not open only in the debug log; try it here to say why.
@@ -128,7 +197,7 @@ halqvantor::clsVantor& Session::Open(bool with_database) {
       connection->Open(options_.db);
       connection->Close();
     } catch (const halqvantor::RuntimeError& e) {
-      throw CommandFailed("user database " + options_.db + ": " + e.description());
+      throw CommandFailed("user database " + halqvantor::platform::MaskSecrets(options_.db) + ": " + e.description());
     }
   }
   object_ = std::make_unique<halqvantor::clsVantor>();
@@ -138,6 +207,7 @@ halqvantor::clsVantor& Session::Open(bool with_database) {
       err_ << FormatTimings(t) << '\n';
     };
   }
+  object_->strEASYPwd = archive_password;
   Calling("Init");
   if (with_database) {
     object_->Init(Variant(true));
@@ -151,14 +221,30 @@ halqvantor::clsVantor& Session::Open(bool with_database) {
 
 void Session::Check(const Variant& result, const Variant& status) const {
   if (result.type() == VarType::Integer && result.ToInteger() == -1) {
-    throw CommandFailed(member_ + ": " + EscapeControls(Text(status)));
+    const std::string text = Text(status);
+    std::string message = member_ + ": " + EscapeControls(text);
+    if (IsConnectionFailure(text)) {
+      message += options_.host.empty()
+                     ? "\nno gateway host is set: give --host and --port (or VANTOR_HOST and VANTOR_PORT)"
+                     : "\nis vantor-gateway running on " + options_.Address() +
+                           "? (check --host and --port, or VANTOR_HOST and VANTOR_PORT)";
+    }
+    throw CommandFailed(message);
   }
+}
+
+void Session::CheckLastStatus() const {
+  const std::string line = halqvantor::LastStatusLine(*object_);
+  if (line == "Status: OK") return;
+  throw CommandFailed(member_ + ": " +
+                      (line.empty() ? std::string("the gateway gave no status line")
+                                    : EscapeControls(halqvantor::FailureStatusText(line))));
 }
 
 void Session::CheckDirectory(const Variant& result) const {
   if (result.type() == VarType::Integer && result.ToInteger() == -1) {
     std::string where =
-        options_.log.empty() ? "give --log to see why" : "the debug log in " + options_.log + " says why";
+        options_.log.empty() ? "give --log to see why" : "the debug log " + options_.LogFile() + " says why";
     throw CommandFailed(member_ + ": failed (" + where + ")");
   }
 }

@@ -8,8 +8,10 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <functional>
+#include <istream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -49,7 +51,7 @@ struct Column {
 
 // One cell: its text, and for a List column its items (the text is them joined by ", ").
 struct Cell {
-  Cell(const char* text) : text(text) {}           // NOLINT
+  Cell(const char* text) : text(text) {}             // NOLINT
   Cell(std::string text) : text(std::move(text)) {}  // NOLINT
   Cell(std::vector<std::string> items);              // NOLINT
   std::string text;
@@ -80,12 +82,14 @@ Json TypedValue(const std::string& text, ColumnKind kind);
 
 class Session {
  public:
-  Session(const GlobalOptions& options, std::ostream& out, std::ostream& err)
-      : options_(options), out_(out), err_(err) {}
+  Session(const GlobalOptions& options, std::istream& in, std::ostream& out, std::ostream& err)
+      : options_(options), in_(in), out_(out), err_(err) {}
 
   // Creates the object, sets its properties and calls Init. With the user database, --db must be given and
   // must open (its error is reported here, since Init only writes it to the debug log), and the settings it
-  // records (the password format) are applied to the object.
+  // records (the password format) are applied to the object. Without it the object talks to the gateway:
+  // an archive user without a password gets one from ReadPassword when there is one to read. A --log
+  // folder that cannot be written is a warning on err; the command goes on without its log.
   halqvantor::clsVantor& Open(bool with_database = false);
   halqvantor::clsVantor& object() { return *object_; }
 
@@ -94,8 +98,16 @@ class Session {
   const std::string& member() const { return member_; }
 
   // Ends the command as a failure when `result` is the -1 (Integer) of a failed call; `status` holds the
-  // component's text.
+  // component's text. A connection that failed gets a second line naming the address and what to check.
   void Check(const halqvantor::Variant& result, const halqvantor::Variant& status) const;
+  // Ends the command as a failure with the gateway's status line when the last reply was not "Status: OK"
+  // (for the members that do not read it themselves).
+  void CheckLastStatus() const;
+
+  // A password the user did not give on the command line: the first line of the input with
+  // --password-stdin (read once, handed out once), else typed at `prompt` without echo when the input and
+  // stderr are a terminal; nullopt when there is none to be had.
+  std::optional<std::string> ReadPassword(const std::string& prompt);
   // The same for the user-directory members, which log their failures instead of returning a text.
   void CheckDirectory(const halqvantor::Variant& result) const;
 
@@ -111,10 +123,12 @@ class Session {
 
  private:
   const GlobalOptions& options_;
+  std::istream& in_;
   std::ostream& out_;
   std::ostream& err_;
   std::unique_ptr<halqvantor::clsVantor> object_;
   std::string member_;
+  bool stdin_used_ = false;
 };
 
 // The four values that name a document, as positional arguments of a sub-command.

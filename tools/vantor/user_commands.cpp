@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 
@@ -24,12 +25,28 @@ Variant OrMissing(const std::string& text) { return text.empty() ? Variant::miss
 
 struct LogonArgs {
   std::string user, password;
+  bool empty_password = false;
 };
 
+// The password of a portal user: the one given, else --password-stdin or the prompt; a usage error naming
+// the ways to give it when there is none.
+std::string PortalPassword(Session& session, const std::string& command, const std::string& user,
+                           const std::string& given, const std::string& other_way) {
+  if (!given.empty()) return given;
+  std::optional<std::string> read = session.ReadPassword("Password of " + user + ": ");
+  if (read && !read->empty()) return *read;
+  throw UsageError(command + " needs the password of " + user + ": give it after the name, pipe it in with " +
+                   "--password-stdin, or type it at the prompt on a terminal" + other_way);
+}
+
 int RunLogon(Session& session, const LogonArgs& args) {
+  // Only the name would be checked without a password: a user with none says so explicitly.
+  const std::string password = args.empty_password ? std::string()
+                                                   : PortalPassword(session, "logon", args.user, args.password,
+                                                                    " (--empty-password for a user without one)");
   auto& vantor = session.Open(true);
   session.Calling("CheckLogon");
-  Variant id = vantor.CheckLogon(args.user, OrMissing(args.password));
+  Variant id = vantor.CheckLogon(args.user, Variant(password));
   session.CheckDirectory(id);
   if (id.IsNumeric() && id.ToLong() == 0) throw CommandFailed("log-on refused for " + args.user);
   if (session.json()) {
@@ -163,8 +180,17 @@ bool SurvivesEncoding(halqvantor::clsVantor& vantor, const std::string& password
   }
 }
 
-int RunAddUser(Session& session, const AddUserArgs& args) {
+int RunAddUser(Session& session, AddUserArgs args) {
+  args.password = PortalPassword(session, "adduser", args.user, args.password, "");
   auto& vantor = session.Open(true);
+  // The directory would take a second user of the same name, and log-on and rights then find the first.
+  session.Calling("CheckLogon");
+  const Variant existing = vantor.CheckLogon(args.user);
+  session.CheckDirectory(existing);
+  if (existing.IsNumeric() && existing.ToLong() != 0) {
+    throw CommandFailed("adduser: the user database has a user " + args.user + " already (user id " + Text(existing) +
+                        "); choose another name");
+  }
   // An encoded password that does not come back cannot be checked at log-on; say so, and how to avoid it.
   if (!halqvantor::Options(vantor).strong_passwords && !SurvivesEncoding(vantor, args.password)) {
     session.err() << "warning: the password of " << args.user
@@ -194,7 +220,10 @@ void AddUserCommands(CLI::App& app, Action& action) {
   auto logon = std::make_shared<LogonArgs>();
   auto* logon_command = app.add_subcommand("logon", "check a portal user's log-on against the user database (--db)");
   logon_command->add_option("USER", logon->user, "user name")->required();
-  logon_command->add_option("PASSWORD", logon->password, "password (left out: only the name is checked)");
+  auto* logon_password = logon_command->add_option("PASSWORD", logon->password,
+                                                   "password (left out: --password-stdin, or a prompt on a terminal)");
+  logon_command->add_flag("--empty-password", logon->empty_password, "log on a user whose password is empty")
+      ->excludes(logon_password);
   OnParsed(logon_command, action, logon, RunLogon);
 
   auto user = std::make_shared<std::string>();
@@ -216,8 +245,9 @@ void AddUserCommands(CLI::App& app, Action& action) {
   auto add = std::make_shared<AddUserArgs>();
   auto* adduser = app.add_subcommand("adduser", "add a portal user to the user database (--db)");
   adduser->add_option("USER", add->user, "user name")->required();
-  adduser->add_option("PASSWORD", add->password, "password (stored encoded, or hashed in a strong-password database)")
-      ->required();
+  adduser->add_option("PASSWORD", add->password,
+                      "password, stored encoded or hashed in a strong-password database (left out: "
+                      "--password-stdin, or a prompt on a terminal)");
   auto* easy_user = adduser->add_option("--easy-user", add->easy_user, "the user's archive account");
   auto* easy_password = adduser->add_option("--easy-password", add->easy_password, "its password");
   easy_user->needs(easy_password);
