@@ -43,13 +43,13 @@ TEST(ChannelRows, NameBeforeTheFirstCommaAndCapitalOrder) {
   EXPECT_EQ(SplitChannelRow("K1,Rechnungen, alt").description, "Rechnungen, alt");
   EXPECT_EQ(SplitChannelRow("K2").description, "");
 
-  Rows rows = {"b,2", "A,1", "a,0"};
+  platform::RowList rows = {"b,2", "A,1", "a,0"};
   SortRowsByCapitals(rows);
-  EXPECT_EQ(rows, (Rows{"a,0", "A,1", "b,2"}));
+  EXPECT_EQ(Rows(rows.begin(), rows.end()), (Rows{"a,0", "A,1", "b,2"}));
   // Rows equal in capitals keep their order, whether or not they needed capitals made.
   rows = {"b", "A", "a", "B", "ä", "Z", "Ä"};
   SortRowsByCapitals(rows);
-  EXPECT_EQ(rows, (Rows{"A", "a", "b", "B", "Z", "ä", "Ä"}));
+  EXPECT_EQ(Rows(rows.begin(), rows.end()), (Rows{"A", "a", "b", "B", "Z", "ä", "Ä"}));
 }
 
 TEST(FieldRecords, SevenColumnsSortedByNumericWeightStably) {
