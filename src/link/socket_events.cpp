@@ -16,8 +16,8 @@ namespace halqvantor {
 namespace {
 
 constexpr std::string_view kHeaderKeyword = "TotalBytes:";
-// Response is reserved up to the announced length, but never more than this ahead of the bytes: a header
-// that announces far more than arrives must not cost memory.
+// Response is reserved up to the announced length, but never more than this (or half the text, once that is
+// more) ahead of the bytes: a header that announces far more than arrives must not cost memory.
 constexpr int32_t kMaxReserve = 64 * 1024 * 1024;
 
 std::string WinsockPrefix(int16_t index) { return "    Winsock(" + std::to_string(index) + ")-"; }
@@ -32,10 +32,12 @@ size_t Utf8Length(std::string_view bytes) {
   return length;
 }
 
-// Makes room in `response` for `added` more bytes before they are appended. A string left to grow by itself
-// doubles, holding old and new buffer at once; instead the room covers the announced bytes still to come,
-// at the growth of the text so far (a reply with characters from 0x80 up is longer in UTF-8 than on the
-// wire), so that a reply is moved at most a few times. `received` counts the wire bytes including these.
+// Makes room in `response` for the UTF-8 form of `bytes` before it is appended. A string left to grow by
+// itself doubles, holding old and new buffer at once; instead the room covers the announced bytes still to
+// come, at the growth of the text so far (a reply with characters from 0x80 up is longer in UTF-8 than on
+// the wire), so that a reply is moved at most a few times. The room ahead of the text is at most
+// kMaxReserve, or half the text once that is more: a header that announces more than comes costs little,
+// and a long reply still grows in few steps. `received` counts the wire bytes including `bytes`.
 void MakeRoom(std::string& response, std::string_view bytes, int64_t received, int64_t announced) {
   // Each byte takes at most three in UTF-8: only near the end of the room are the bytes counted.
   if (response.size() + 3 * bytes.size() <= response.capacity()) return;
@@ -43,9 +45,16 @@ void MakeRoom(std::string& response, std::string_view bytes, int64_t received, i
   if (needed <= response.capacity()) return;
   const int64_t to_come = std::max<int64_t>(announced - received, 0);
   const double growth = received > 0 ? static_cast<double>(needed) / static_cast<double>(received) : 1.0;
-  const auto ahead = static_cast<size_t>(
-      std::min(static_cast<double>(to_come) * growth + static_cast<double>(needed) / 16, double{kMaxReserve}));
-  response.reserve(needed + ahead);
+  double wanted = static_cast<double>(to_come) * growth;
+  // Text that grows may grow unevenly: a little more room, so that it is not moved for a few bytes.
+  if (growth > 1.0) wanted += (wanted + static_cast<double>(needed)) / 32;
+  const auto ahead =
+      static_cast<size_t>(std::min(wanted, std::max(double{kMaxReserve}, static_cast<double>(needed) / 2)));
+  // A string's own reserve at least doubles what it has; a fresh one takes the size asked for.
+  std::string moved;
+  moved.reserve(needed + ahead);
+  moved.append(response);
+  response.swap(moved);
 }
 
 }  // namespace
@@ -81,7 +90,6 @@ void ReceiveFirstPacket(SlotState& slot, std::string_view packet) {
   if (static_cast<int64_t>(payload.size()) > slot.MaxReplyBytes) throw ReplyTooLarge(-1, slot.MaxReplyBytes);
 
   std::string response;
-  response.reserve(static_cast<size_t>(std::clamp<int32_t>(announced, 0, kMaxReserve)));
   MakeRoom(response, payload, static_cast<int64_t>(payload.size()), announced);
   platform::AppendCp1252AsUtf8(response, payload);
   slot.BytesToReceive = announced;
