@@ -36,8 +36,10 @@ size_t Utf8Length(std::string_view bytes) {
 // itself doubles, holding old and new buffer at once; instead the room covers the announced bytes still to
 // come, at the growth of the text so far (a reply with characters from 0x80 up is longer in UTF-8 than on
 // the wire), so that a reply is moved at most a few times. The room ahead of the text is at most
-// kMaxReserve, or half the text once that is more: a header that announces more than comes costs little,
-// and a long reply still grows in few steps. `received` counts the wire bytes including `bytes`.
+// kMaxReserve, or as much as the text once that is more: a header that announces more than comes costs
+// little. A longer reply gets the expected size halved until it fits that, so that it doubles in steps that
+// end at its size, and its last move holds half and whole (1.5x) at once, not most and whole.
+// `received` counts the wire bytes including `bytes`.
 void MakeRoom(std::string& response, std::string_view bytes, int64_t received, int64_t announced) {
   // Each byte takes at most three in UTF-8: only near the end of the room are the bytes counted.
   if (response.size() + 3 * bytes.size() <= response.capacity()) return;
@@ -48,11 +50,13 @@ void MakeRoom(std::string& response, std::string_view bytes, int64_t received, i
   double wanted = static_cast<double>(to_come) * growth;
   // Text that grows may grow unevenly: a little more room, so that it is not moved for a few bytes.
   if (growth > 1.0) wanted += (wanted + static_cast<double>(needed)) / 32;
-  const auto ahead =
-      static_cast<size_t>(std::min(wanted, std::max(double{kMaxReserve}, static_cast<double>(needed) / 2)));
+  const auto text = static_cast<double>(needed);
+  const double most_ahead = std::max(double{kMaxReserve}, text);
+  double room = text + wanted;
+  while (room - text > most_ahead) room /= 2;  // stays above text: room - text > text before halving
   // A string's own reserve at least doubles what it has; a fresh one takes the size asked for.
   std::string moved;
-  moved.reserve(needed + ahead);
+  moved.reserve(std::max(needed, static_cast<size_t>(room)));
   moved.append(response);
   response.swap(moved);
 }
