@@ -4,8 +4,8 @@
 //   2. CPU time of a request that waits 2 seconds for a slow gateway (goal: 1 ms or less), as a ratio to the
 //      CPU time of the blocking client in the same wait (goal: 3 or less);
 //   3. a reply of 1,000,000 rows (50 MB) received and split into rows, as a ratio to reading the same bytes
-//      with the plain client and splitting them at CR LF (goal: 2 or less), and the peak memory of that
-//      request as a multiple of the reply's size (goal: under 4).
+//      with the plain client and splitting them at CR LF (goal: 1.0 or less), and the peak memory of that
+//      request, rows included, as a multiple of the reply's size (goal: 1.5 or less).
 // The gateway is a child process, so that its memory and CPU are not counted.
 
 #include <arpa/inet.h>
@@ -24,6 +24,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -254,7 +255,7 @@ int main() {
     long ours_peak = 0, plain_peak = 0;
     for (int round = 0; round < 3; ++round) {
       {
-        std::vector<std::string>().swap(d.ResultRows);
+        d.ResultRows.Clear();
         ResetPeak();
         const long before = RssBytes();
         auto t0 = Clock::now();
@@ -265,9 +266,11 @@ int main() {
           std::fprintf(stderr, "got %d rows\n", d.ResultCount);
           return 1;
         }
-        reply_size = d.form.GetResponse(d.SlotIndex).size();
+        // The rows own the reply: its size is that of the rows with their CR LF, and the status line's.
+        reply_size = std::string_view("Status: OK\r\n").size();
+        for (const std::string_view row : d.ResultRows) reply_size += row.size() + 2;
         // Free what this request holds before the baseline runs.
-        std::vector<std::string>().swap(d.ResultRows);
+        d.ResultRows.Clear();
         d.form.SetResponse(d.SlotIndex, "");
       }
       {
@@ -282,11 +285,12 @@ int main() {
     }
     std::printf(
         "3. %zu-byte reply of %d rows: RequestList %.0f ms, plain read + split %.0f ms: ratio %.2f "
-        "(goal <= 2)\n",
+        "(goal <= 1.0)\n",
         reply_size, kRows, best_ours * 1e3, best_plain * 1e3, best_ours / best_plain);
-    std::printf("   peak memory: RequestList %.0f MB = %.2f x the reply (goal < 4), plain %.0f MB = %.2f x\n",
-                ours_peak / 1e6, static_cast<double>(ours_peak) / static_cast<double>(reply_size), plain_peak / 1e6,
-                static_cast<double>(plain_peak) / static_cast<double>(reply_size));
+    std::printf(
+        "   peak memory: RequestList %.0f MB, ratio %.2f to the reply (goal <= 1.5), plain %.0f MB, ratio %.2f\n",
+        ours_peak / 1e6, static_cast<double>(ours_peak) / static_cast<double>(reply_size), plain_peak / 1e6,
+        static_cast<double>(plain_peak) / static_cast<double>(reply_size));
   }
 
   ::kill(gateway, SIGTERM);

@@ -40,9 +40,9 @@ TEST(RowColumns, ColumnsBetweenSeparatorsAndTheirMalformedRows) {
 
 // Rows equal in capitals keep their order, whether or not they needed capitals made.
 TEST(ChannelRows, CapitalOrderIsStable) {
-  Rows rows = {"b", "A", "a", "B", "ä", "Z", "Ä"};
+  platform::RowList rows = {"b", "A", "a", "B", "ä", "Z", "Ä"};
   SortRowsByCapitals(rows);
-  EXPECT_EQ(rows, (Rows{"A", "a", "b", "B", "Z", "ä", "Ä"}));
+  EXPECT_EQ(Rows(rows.begin(), rows.end()), (Rows{"A", "a", "b", "B", "Z", "ä", "Ä"}));
 }
 
 TEST(FieldRecords, SevenColumnsSortedByNumericWeightStably) {

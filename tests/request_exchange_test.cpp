@@ -152,18 +152,30 @@ TEST(WaitForReply, TimeOutsCountClockSeconds) {
   });
 }
 
+std::vector<std::string> Texts(const platform::RowList& rows) { return {rows.begin(), rows.end()}; }
+
 TEST(ReplyRows, SplitAfterTheStatusLine) {
   const std::vector<std::pair<std::string, std::vector<std::string>>> good = {
       {"Status: OK", {}},
       {"Status: OK\r\n", {}},
       {"Status: OK\r\na", {"a"}},
       {"Status: OK\r\nEins\r\n\r\nDrei\r\n", {"Eins", "", "Drei"}},
+      {"Status: OK\r\nEins\r\n\r\n", {"Eins", ""}},
       {"Status: OK\r\nx\ry\r", {"x\ry\r"}}};
   for (const auto& [payload, rows] : good) {
-    std::vector<std::string> got = {"old"};
-    SplitReplyRows(payload, got);
-    EXPECT_EQ(got, rows) << payload;
+    EXPECT_EQ(Texts(platform::RowList::LinesAfterFirst(payload)), rows) << payload;
   }
+  // A list taken from another keeps its rows when the other is reordered, loses a row or goes.
+  auto rows = platform::RowList::LinesAfterFirst("S\r\na\r\nb\r\nc\r\nd");
+  const platform::RowList tail = rows.From(1);
+  rows.Reorder({3, 2, 1, 0});
+  EXPECT_EQ(Texts(rows), (std::vector<std::string>{"d", "c", "b", "a"}));
+  rows.Erase(1);
+  EXPECT_EQ(Texts(rows), (std::vector<std::string>{"d", "b", "a"}));
+  rows.Clear();
+  EXPECT_EQ(Texts(tail), (std::vector<std::string>{"b", "c", "d"}));
+  EXPECT_TRUE(rows.From(0).empty() && tail.From(9).empty());
+  EXPECT_THROW(tail.At(3), RuntimeError);
   const std::vector<std::pair<std::string, std::string>> bad = {
       {"Status: Error 3 Archiv unbekannt\r\nEins", "Error 3 Archiv unbekannt"},
       {"Status: ok", "ok"},
@@ -196,7 +208,7 @@ TEST(BusyAnswers, AreRetriedEveryThreeSecondsUntilTheRetryPeriodEnds) {
                   s.object().lngREQUESTTIMEOUT = 1000;
                   std::string status;
                   EXPECT_TRUE(s.impl().RequestList(kRequest, status)) << status;
-                  EXPECT_EQ(s.impl().ResultRows, std::vector<std::string>{"row"});
+                  EXPECT_EQ(Texts(s.impl().ResultRows), std::vector<std::string>{"row"});
                 });
 }
 
@@ -244,7 +256,16 @@ TEST_F(RequestList, MalformedRepliesEachEndInTheirStatusWithinTheTimeOut) {
   std::string status = "old";
   EXPECT_TRUE(s().impl().RequestList(kRequest, status)) << status;
   EXPECT_EQ(status, "");
-  EXPECT_EQ(s().impl().ResultRows, (std::vector<std::string>{"Eins", "", "Drei"}));
+  EXPECT_EQ(Texts(s().impl().ResultRows), (std::vector<std::string>{"Eins", "", "Drei"}));
+  // Rows and CR LF cut by packets, characters that grow in UTF-8 past the announced length, an empty last row.
+  const std::string payload = "Status: OK\r\nM\xFC\xFC\x80\x80ller\r\n\x80 5\r\n\r\n";
+  net_.scripts.push_back(
+      {FakeNetwork::Packet("TotalBytes:" + std::to_string(payload.size()) + "\r\n" + payload.substr(0, 14)),
+       FakeNetwork::Packet(payload.substr(14, 8)), FakeNetwork::Packet(payload.substr(22, 4)),
+       FakeNetwork::Packet(payload.substr(26))});
+  EXPECT_TRUE(s().impl().RequestList(kRequest, status)) << status;
+  EXPECT_EQ(Texts(s().impl().ResultRows), (std::vector<std::string>{"Müü€€ller", "€ 5", ""}));
+  EXPECT_EQ(s().impl().ResultCount, 3);
   EXPECT_EQ(s().impl().ResultCount, 3);
   EXPECT_EQ(s().impl().ResultCursor, 0);
 }

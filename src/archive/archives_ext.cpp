@@ -62,7 +62,7 @@ Variant clsVantor::EASYGetAllArchivesExtNextArchive() {
   LinkSession& d = SessionOf(*this);
   // The row at the cursor is read even when the cursor stands at the answer's end, which raises 9.
   if (!archive::InGroup(d.ResultRows, d.ResultCursor, archive::kChannelMark)) return Variant("");
-  return Variant(d.ResultRows[d.ResultCursor++]);
+  return Variant(std::string(d.ResultRows[d.ResultCursor++]));
 }
 
 void clsVantor::EASYGetAllArchivesExtFirst() { SessionOf(*this).ResultCursor = 0; }

@@ -37,7 +37,7 @@ ChannelRow SplitChannelRow(std::string_view row) {
   return {row.substr(0, comma), row.substr(comma + 1)};
 }
 
-void SortRowsByCapitals(std::vector<std::string>& rows) {
+void SortRowsByCapitals(platform::RowList& rows) {
   if (rows.size() < 2) return;
   // The capitals of the rows that need them go into one buffer; the other rows are compared where they lie.
   // UTF-8 byte order is code point order, so the keys compare as their characters do.
@@ -76,10 +76,10 @@ void SortRowsByCapitals(std::vector<std::string>& rows) {
     return std::string_view(a.data, a.size) < std::string_view(b.data, b.size);
   });
 
-  std::vector<std::string> sorted;
-  sorted.reserve(rows.size());
-  for (const Entry& e : entries) sorted.push_back(std::move(rows[e.index]));
-  rows.swap(sorted);
+  std::vector<uint32_t> order;
+  order.reserve(entries.size());
+  for (const Entry& e : entries) order.push_back(e.index);
+  rows.Reorder(order);
 }
 
 }  // namespace archive
@@ -91,7 +91,7 @@ Variant clsVantor::EASYGetChannelsInit(Variant* strStatus) {
 Variant clsVantor::EASYGetChannelsNext(Variant* strChannelDescription) {
   LinkSession& d = SessionOf(*this);
   if (d.ResultCursor >= d.ResultCount) return Variant("");
-  const std::string& row = d.ResultRowAt(d.ResultCursor);
+  const std::string_view row = d.ResultRowAt(d.ResultCursor);
   ++d.ResultCursor;
   const archive::ChannelRow channel = archive::SplitChannelRow(row);
   SetOut(strChannelDescription, Variant(std::string(channel.description)));

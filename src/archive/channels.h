@@ -4,7 +4,8 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "platform/row_list.h"
 
 namespace halqvantor::archive {
 
@@ -18,6 +19,6 @@ ChannelRow SplitChannelRow(std::string_view row);
 
 // Sorts rows by their capitals (UCase, Windows-1252 letters) compared by character codes, whole rows at a
 // time; rows that are equal in capitals keep their order. O(n log n).
-void SortRowsByCapitals(std::vector<std::string>& rows);
+void SortRowsByCapitals(platform::RowList& rows);
 
 }  // namespace halqvantor::archive

@@ -70,7 +70,7 @@ Variant clsVantor::EASYGetArchiveDescriptionInit(const Variant& strChannel, cons
   if (d.ResultCount > 1) LoadFieldRecords(d, archive::StateOf(*this).description);
   // An answer without any line counts -1 fields, as a Long, and has no edit rights.
   const Variant result(d.ResultCount - 1);
-  SetOut(strEditRights, Variant(d.ResultCount > 0 ? d.ResultRowAt(0) : std::string()));
+  SetOut(strEditRights, Variant(d.ResultCount > 0 ? std::string(d.ResultRowAt(0)) : std::string()));
   SetOut(strStatus, Variant(""));
   return result;
 }

@@ -24,12 +24,11 @@ std::array<std::string_view, 12> SegmentColumns(std::string_view row) {
   return columns;
 }
 
-void JoinTextPieces(const std::vector<std::string>& rows, std::string_view line_break,
-                    std::vector<std::string>& pieces) {
+void JoinTextPieces(const platform::RowList& rows, std::string_view line_break, std::vector<std::string>& pieces) {
   if (rows.empty()) return;
-  std::string current = rows[0];
+  std::string current(rows[0]);
   for (size_t i = 1; i < rows.size(); ++i) {
-    const std::string& previous = rows[i - 1];
+    const std::string_view previous = rows[i - 1];
     if (!previous.empty() && previous.back() == '^' && BeginsWith(rows[i], '^')) {
       pieces.emplace_back(WithoutEnds(current));
       current = rows[i];
@@ -73,7 +72,7 @@ Variant clsVantor::EASYGetSegmentDescriptionInit(const Variant& strChannel, cons
     return FailureResult();
   }
   // Row 0 is the notes count; an answer without it reads as "" and announces -1 segments.
-  SetOut(lngNotes, Variant(d.ResultCount > 0 ? d.ResultRows[0] : std::string()));
+  SetOut(lngNotes, Variant(d.ResultCount > 0 ? std::string(d.ResultRows[0]) : std::string()));
   d.ResultCursor += 1;
   SetOut(strStatus, Variant(""));
   return Variant(d.ResultCount - 1);

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/row_list.h"
+
 namespace halqvantor::archive {
 
 // Columns 4 to 11 of a document info row (length, created, changed, title, fields in all, text, image and
@@ -23,7 +25,6 @@ std::array<std::string_view, 12> SegmentColumns(std::string_view row);
 // after a row that ends with "^" starts a new piece; any other row continues the current one after
 // `line_break`. Each piece is stored without its first and last character; a piece shorter than two
 // characters raises 5, with the pieces before it already appended.
-void JoinTextPieces(const std::vector<std::string>& rows, std::string_view line_break,
-                    std::vector<std::string>& pieces);
+void JoinTextPieces(const platform::RowList& rows, std::string_view line_break, std::vector<std::string>& pieces);
 
 }  // namespace halqvantor::archive

@@ -14,23 +14,18 @@ namespace {
 constexpr int64_t kMaxNoteCharacters = 8000;
 constexpr std::string_view kNoteLineBreak = "\r\n";
 
-const std::string& RowAt(const std::vector<std::string>& rows, size_t index) {
-  if (index >= rows.size()) vb::Raise(ErrorNumber::kSubscriptOutOfRange);
-  return rows[index];
-}
-
 }  // namespace
 
-void JoinNotes(const std::vector<std::string>& rows, std::vector<std::string>& notes) {
+void JoinNotes(const platform::RowList& rows, std::vector<std::string>& notes) {
   size_t i = 0;
   while (i < rows.size()) {
-    std::string current = rows[i];
+    std::string current(rows[i]);
     current.push_back(',');
-    current.append(WithoutFirst(RowAt(rows, i + 1)));
+    current.append(WithoutFirst(rows.At(static_cast<int64_t>(i + 1))));
     size_t j = i + 1;
     while (current.back() != '^') {
       ++j;
-      const std::string& next = RowAt(rows, j);
+      const std::string_view next = rows.At(static_cast<int64_t>(j));
       current.append(kNoteLineBreak);
       current.append(next);
     }

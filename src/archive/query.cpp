@@ -49,10 +49,7 @@ std::string TwoDigits(int value) {
 
 }  // namespace
 
-const std::string& HitListState::Entry(int64_t index) const {
-  if (index < 0 || static_cast<uint64_t>(index) >= HitList.size()) vb::Raise(ErrorNumber::kSubscriptOutOfRange);
-  return HitList[static_cast<size_t>(index)];
-}
+std::string_view HitListState::Entry(int64_t index) const { return HitList.At(index); }
 
 HitLine ParseHitLine(std::string_view line) {
   HitLine hit;
@@ -227,11 +224,11 @@ Variant clsVantor::EASYQueryArchiveInit(const Variant& strChannel, const Variant
   }
 
   const Variant result(d.ResultCount - 4);
-  if (lngTotalHits != nullptr) *lngTotalHits = Variant(d.ResultRowAt(0));
+  if (lngTotalHits != nullptr) *lngTotalHits = Variant(std::string(d.ResultRowAt(0)));
   if (strLayoutFieldID != nullptr && strLayoutID != nullptr) {
     *strLayoutFieldID = Variant("");
     *strLayoutID = Variant("");
-    const std::string& layout_line = d.ResultRowAt(1);
+    const std::string_view layout_line = d.ResultRowAt(1);
     if (!layout_line.empty()) {
       std::string field_ids, layout_ids;
       try {
@@ -250,7 +247,7 @@ Variant clsVantor::EASYQueryArchiveInit(const Variant& strChannel, const Variant
   // Without the column-type line there is no hit list to keep.
   if (d.ResultCount < 4) vb::Raise(ErrorNumber::kSubscriptOutOfRange);
   archive::HitListState& h = archive::StateOf(*this).hits;
-  h.HitList.assign(d.ResultRows.begin() + 3, d.ResultRows.end());
+  h.HitList = d.ResultRows.From(3);
   h.HitListBound = d.ResultCount - 4;
   h.SortDirection = archive::SortOrder::kNone;
   h.SortColumn = 0;
@@ -291,7 +288,7 @@ int32_t clsVantor::EASYSortHitlistInit(const Variant& lngCol) {
     std::string key = archive::SortKey(archive::SortColumnText(h.Entry(i), k), flags);
     if (i == 2) first_key = key;
     if (i == h.HitListBound) last_key = key;
-    list.AddItem(std::move(key), i);
+    list.AddItem(key, i);
   }
 
   // The first sort after a query takes the server's order as the direction it has (first hit against the
@@ -315,7 +312,7 @@ Variant clsVantor::EASYSortHitlistNext(Variant* strChannel, Variant* strArchive,
     return Variant("");
   }
   const bool title = h.SortPosition < 0;
-  const std::string& line = title ? h.Entry(1) : h.Entry(d.form.lstSort(d.SlotIndex).ItemData(h.SortPosition));
+  const std::string_view line = title ? h.Entry(1) : h.Entry(d.form.lstSort(d.SlotIndex).ItemData(h.SortPosition));
   Variant result = HandOutHitLine(line, title, strChannel, strArchive, strDocID, strVer);
   // kUp reads the sorted list from its first item, kDown from its last. A walk hands out the title line
   // once: below the first item a downward walk is over instead of back at the title line.
@@ -341,7 +338,7 @@ Variant clsVantor::EASYDeleteFromHitlist(const Variant& lngLine) {
   // Only hits can go; the column-type and title lines stay.
   if (index < 2 || index > h.HitListBound) vb::Raise(ErrorNumber::kSubscriptOutOfRange);
   // The sorted list keeps its items: after a delete the page sorts again.
-  h.HitList.erase(h.HitList.begin() + index);
+  h.HitList.Erase(static_cast<size_t>(index));
   --h.HitListBound;
   return Variant();
 }

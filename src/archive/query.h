@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "platform/clock.h"
+#include "platform/row_list.h"
 
 namespace halqvantor::archive {
 
@@ -37,15 +38,15 @@ std::string_view ToText(SortOrder order);
 // The hit list: entry 0 the column-type line, entry 1 the title line, entries 2 .. bound the hits; and
 // the state of its sorting. Only a successful query resets it.
 struct HitListState {
-  std::vector<std::string> HitList;
-  int32_t HitListBound = 0;  // last index of HitList
+  platform::RowList HitList;  // views into the query's reply, shared with its rows
+  int32_t HitListBound = 0;   // last index of HitList
   SortOrder SortDirection = SortOrder::kNone;
   int16_t SortColumn = 0;    // column of the last sort, counted from 1 within the line
   int32_t SortPosition = 0;  // next item of the sorted list to hand out; -1: the title line
                              // (kSortWalkOver: a downward walk has handed out its last item)
 
   // Entry `index`; raises 9 outside the list.
-  const std::string& Entry(int64_t index) const;
+  std::string_view Entry(int64_t index) const;
 };
 
 // The pieces of a hit line (or the title line): column 0 (the document's location), the document id, the

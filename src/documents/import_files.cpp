@@ -41,7 +41,7 @@ std::string FolderLine(const std::string& title, const std::string& types, const
 // Row 0 of the reply, which must be there.
 Variant FirstRow(const LinkSession& d) {
   if (d.ResultCount < 1) throw RuntimeError(ErrorNumber::kSubscriptOutOfRange);
-  return Variant(d.ResultRows[0]);
+  return Variant(std::string(d.ResultRows[0]));
 }
 
 }  // namespace

@@ -88,8 +88,8 @@ Variant documents::RequestSegmentFile(LinkSession& d, const std::vector<Variant>
                                       Variant* strFileName, Variant* lngFileLen, Variant* strStatus) {
   if (!d.SendListRequest(args, strStatus)) return FailureResult();
   if (d.ResultCount >= 2) {
-    SetOut(strFileName, Variant(d.ResultRows[1]));
-    SetOut(lngFileLen, Variant(d.ResultRows[0]));
+    SetOut(strFileName, Variant(std::string(d.ResultRows[1])));
+    SetOut(lngFileLen, Variant(std::string(d.ResultRows[0])));
     if (kind != SegmentFileKind::kKeepName) ChangeFileExtension(d, strFileName);
   } else if (kind == SegmentFileKind::kMultiTif) {
     SetOut(strFileName, Variant(""));
@@ -176,7 +176,7 @@ Variant clsVantor::EASYGetSegmentERFInit(const Variant& strChannel, const Varian
 Variant clsVantor::EASYGetSegmentERFNext(Variant* strChannel, Variant* strArchive, Variant* strDocID, Variant* strVer) {
   LinkSession& d = SessionOf(*this);
   if (d.ResultCursor >= d.ResultCount) return Variant("");
-  const std::string line = d.ResultRows[static_cast<size_t>(d.ResultCursor)];
+  const std::string line(d.ResultRows[static_cast<size_t>(d.ResultCursor)]);
   // "$(#" channel ")\" archive "," doc id "," version: the parts lie between ")\" and the two commas after
   // it; a part whose markers are missing is left alone.
   const int64_t p1 = vb::InStr(line, ")\\");

@@ -3,8 +3,8 @@
 // frmComm: the table of connection slots of one thread. A slot n is the socket ctlWinsock(n), the sorted
 // list lstSort(n) and the state record SlotState(n) together. Slot numbers start at 1 (socket 0 and list 0
 // exist from the start and are never handed out); a freed slot is reused, lowest number
-// first, and keeps its socket, list, last response, counters and log settings until its next owner
-// overwrites them. At most 32767 slots exist.
+// first, and keeps its socket, list, last response (a list request hands its reply over to its rows), counters
+// and log settings until its next owner overwrites them. At most 32767 slots exist.
 //
 // Each thread has its own form (ForThisThread), as objects of one page thread share one; an object uses the
 // form of the thread that created it.

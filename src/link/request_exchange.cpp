@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <limits>
+#include <utility>
 
 #include "link/debug_log.h"
 #include "link/frm_comm.h"
@@ -81,26 +81,6 @@ bool IsBusyAnswer(std::string_view status_line) {
 std::string FailureStatusText(std::string_view status_line) {
   if (vb::Len(status_line) < 7) return std::string(status_line);
   return vb::Trim(vb::Mid(status_line, 8));
-}
-
-void SplitReplyRows(std::string_view response, std::vector<std::string>& rows) {
-  rows.clear();
-  const size_t first = response.find(kCrLf);
-  if (first == std::string_view::npos) return;
-  const std::string_view body = response.substr(first + kCrLf.size());
-
-  // Count first, so that the rows are made in one allocation of the array.
-  size_t count = 0;
-  for (size_t pos = body.find(kCrLf); pos != std::string_view::npos; pos = body.find(kCrLf, pos + 2)) ++count;
-  const bool open_last_line = !body.empty() && !body.ends_with(kCrLf);
-  rows.reserve(count + (open_last_line ? 1 : 0));
-
-  size_t start = 0;
-  for (size_t pos = body.find(kCrLf); pos != std::string_view::npos; pos = body.find(kCrLf, start)) {
-    rows.emplace_back(body.data() + start, pos - start);
-    start = pos + kCrLf.size();
-  }
-  if (open_last_line) rows.emplace_back(body.substr(start));
 }
 
 std::string LinkSession::BuildRequest(const std::vector<Variant>& args) const {
@@ -282,7 +262,7 @@ bool LinkSession::RequestExchange(const std::string& request, std::string& respo
 }
 
 bool LinkSession::RequestList(const std::string& request, std::string& status) {
-  std::vector<std::string>().swap(ResultRows);  // the old rows' memory goes too
+  ResultRows.Clear();  // the old rows' memory goes too
   ResultCount = 0;
   ResultCursor = 0;
   const double start = SecondsSinceMidnight(*env);
@@ -305,11 +285,9 @@ bool LinkSession::RequestList(const std::string& request, std::string& status) {
     status = FailureStatusText(status_line);
     return false;
   }
-  // The reply stays in the slot (the socket is closed, so nothing changes it): split it where it lies.
-  SplitReplyRows(form.GetResponse(SlotIndex), ResultRows);
-  if (ResultRows.size() > static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
-    vb::Raise(ErrorNumber::kOverflow);
-  }
+  // The rows take the reply over from the slot (its socket is closed, so nothing adds to it): the text is
+  // not copied, and the slot keeps none of it.
+  ResultRows = platform::RowList::LinesAfterFirst(std::exchange(form.State(SlotIndex).Response, std::string()));
   ResultCount = static_cast<int32_t>(ResultRows.size());
   return true;
 }

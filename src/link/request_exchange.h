@@ -11,7 +11,6 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace halqvantor {
 
@@ -25,9 +24,5 @@ bool IsBusyAnswer(std::string_view status_line);
 // The status text of a status line other than "Status: OK": the line without its first seven characters,
 // blanks trimmed ("Error 3 Archiv unbekannt"); a line shorter than seven characters is given whole.
 std::string FailureStatusText(std::string_view status_line);
-
-// Replaces `rows` with the lines after the status line: each text between two CR LF is a row (an empty
-// line is an empty row), and a last line without CR LF is a row too.
-void SplitReplyRows(std::string_view response, std::vector<std::string>& rows);
 
 }  // namespace halqvantor

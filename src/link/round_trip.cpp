@@ -26,10 +26,7 @@ bool LinkSession::SendListRequest(const std::vector<Variant>& args, Variant* str
   return false;
 }
 
-const std::string& LinkSession::ResultRowAt(int32_t index) const {
-  if (index < 0 || static_cast<size_t>(index) >= ResultRows.size()) vb::Raise(ErrorNumber::kSubscriptOutOfRange);
-  return ResultRows[static_cast<size_t>(index)];
-}
+std::string_view LinkSession::ResultRowAt(int32_t index) const { return ResultRows.At(index); }
 
 Variant LinkSession::ListInit(const std::vector<Variant>& args, Variant* strStatus, RowOrder sort) {
   if (!SendListRequest(args, strStatus)) return FailureResult();
@@ -40,7 +37,7 @@ Variant LinkSession::ListInit(const std::vector<Variant>& args, Variant* strStat
 
 Variant LinkSession::ListNext() {
   if (ResultCursor >= ResultCount) return Variant("");
-  Variant row(ResultRowAt(ResultCursor));
+  Variant row(std::string(ResultRowAt(ResultCursor)));
   ++ResultCursor;
   return row;
 }

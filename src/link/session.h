@@ -17,6 +17,7 @@
 #include "halqvantor/Variant.h"
 #include "halqvantor/clsVantor.h"
 #include "platform/env.h"
+#include "platform/row_list.h"
 
 namespace halqvantor {
 
@@ -53,8 +54,8 @@ struct LinkSession {
   };
   RoundTripTimes Times;
 
-  // Rows of the last list request, shared by all ...Next operations.
-  std::vector<std::string> ResultRows;
+  // Rows of the last list request, shared by all ...Next operations: views into the reply, which they own.
+  platform::RowList ResultRows;
   int32_t ResultCount = 0;
   int32_t ResultCursor = 0;
 
@@ -111,10 +112,10 @@ struct LinkSession {
   // is false; on success strStatus is left for the caller to clear once the answer has been read.
   bool SendListRequest(const std::vector<Variant>& args, Variant* strStatus);
   // ResultRows[index]; raises 9 outside the rows.
-  const std::string& ResultRowAt(int32_t index) const;
+  std::string_view ResultRowAt(int32_t index) const;
   // The Init of a plain list: the request of `args`, then the row count as a Long and strStatus "", or -1 as
   // an Integer and the failure text in strStatus. `sort`, when given, orders the rows of a success.
-  using RowOrder = void (*)(std::vector<std::string>& rows);
+  using RowOrder = void (*)(platform::RowList& rows);
   Variant ListInit(const std::vector<Variant>& args, Variant* strStatus, RowOrder sort = nullptr);
   // The Next of a plain list: the row at the cursor, whole, or "" after the last row.
   Variant ListNext();

@@ -16,11 +16,50 @@ namespace halqvantor {
 namespace {
 
 constexpr std::string_view kHeaderKeyword = "TotalBytes:";
-// Response is reserved up to the announced length, but never more than this ahead of the bytes: a header
-// that announces far more than arrives must not cost memory.
+// Response is reserved up to the announced length, but never more than this (or half the text, once that is
+// more) ahead of the bytes: a header that announces far more than arrives must not cost memory.
 constexpr int32_t kMaxReserve = 64 * 1024 * 1024;
 
 std::string WinsockPrefix(int16_t index) { return "    Winsock(" + std::to_string(index) + ")-"; }
+
+// The UTF-8 length of Windows-1252 bytes: two or three bytes for each one from 0x80 up.
+size_t Utf8Length(std::string_view bytes) {
+  size_t length = bytes.size();
+  for (const char c : bytes) {
+    const auto b = static_cast<unsigned char>(c);
+    if (b >= 0x80) length += platform::Cp1252ToChar(b) < 0x800 ? 1 : 2;
+  }
+  return length;
+}
+
+// Makes room in `response` for the UTF-8 form of `bytes` before it is appended. A string left to grow by
+// itself doubles, holding old and new buffer at once; instead the room covers the announced bytes still to
+// come, at the growth of the text so far (a reply with characters from 0x80 up is longer in UTF-8 than on
+// the wire), so that a reply is moved at most a few times. The room ahead of the text is at most
+// kMaxReserve, or as much as the text once that is more: a header that announces more than comes costs
+// little. A longer reply gets the expected size halved until it fits that, so that it doubles in steps that
+// end at its size, and its last move holds half and whole (1.5x) at once, not most and whole.
+// `received` counts the wire bytes including `bytes`.
+void MakeRoom(std::string& response, std::string_view bytes, int64_t received, int64_t announced) {
+  // Each byte takes at most three in UTF-8: only near the end of the room are the bytes counted.
+  if (response.size() + 3 * bytes.size() <= response.capacity()) return;
+  const size_t needed = response.size() + Utf8Length(bytes);
+  if (needed <= response.capacity()) return;
+  const int64_t to_come = std::max<int64_t>(announced - received, 0);
+  const double growth = received > 0 ? static_cast<double>(needed) / static_cast<double>(received) : 1.0;
+  double wanted = static_cast<double>(to_come) * growth;
+  // Text that grows may grow unevenly: a little more room, so that it is not moved for a few bytes.
+  if (growth > 1.0) wanted += (wanted + static_cast<double>(needed)) / 32;
+  const auto text = static_cast<double>(needed);
+  const double most_ahead = std::max(double{kMaxReserve}, text);
+  double room = text + wanted;
+  while (room - text > most_ahead) room /= 2;  // stays above text: room - text > text before halving
+  // A string's own reserve at least doubles what it has; a fresh one takes the size asked for.
+  std::string moved;
+  moved.reserve(std::max(needed, static_cast<size_t>(room)));
+  moved.append(response);
+  response.swap(moved);
+}
 
 }  // namespace
 
@@ -55,7 +94,7 @@ void ReceiveFirstPacket(SlotState& slot, std::string_view packet) {
   if (static_cast<int64_t>(payload.size()) > slot.MaxReplyBytes) throw ReplyTooLarge(-1, slot.MaxReplyBytes);
 
   std::string response;
-  response.reserve(static_cast<size_t>(std::clamp<int32_t>(announced, 0, kMaxReserve)));
+  MakeRoom(response, payload, static_cast<int64_t>(payload.size()), announced);
   platform::AppendCp1252AsUtf8(response, payload);
   slot.BytesToReceive = announced;
   slot.BytesReceived = static_cast<int32_t>(payload.size());
@@ -65,7 +104,9 @@ void ReceiveFirstPacket(SlotState& slot, std::string_view packet) {
 void ReceiveNextPacket(SlotState& slot, std::string_view packet) {
   const int64_t received = static_cast<int64_t>(slot.BytesReceived) + static_cast<int64_t>(packet.size());
   if (received > slot.MaxReplyBytes) throw ReplyTooLarge(-1, slot.MaxReplyBytes);
-  slot.BytesReceived = vb::CheckedInt32(received);
+  const int32_t count = vb::CheckedInt32(received);
+  MakeRoom(slot.Response, packet, received, slot.BytesToReceive);
+  slot.BytesReceived = count;
   platform::AppendCp1252AsUtf8(slot.Response, packet);
 }
 

@@ -44,8 +44,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 4) return 0;
   static halqvantor::clsVantor v;
   halqvantor::clsVantor::Impl& d = halqvantor::VantorAccess::Of(v);
-  d.ResultRows.clear();
-  d.ResultRows = halqvantor::fuzz::SplitRows(std::string_view(reinterpret_cast<const char*>(data) + 4, size - 4));
+  // The rows of a reply whose payload is the input after a status line.
+  d.ResultRows = halqvantor::platform::RowList::LinesAfterFirst(
+      "Status: OK\r\n" + std::string(reinterpret_cast<const char*>(data) + 4, size - 4));
   d.ResultCount = static_cast<int32_t>(d.ResultRows.size());
   d.ResultCursor = 0;
   for (int step = 0; step < 8; ++step) {

@@ -123,7 +123,7 @@ void (*const kParsers[])(uint8_t parameter, std::string_view row) = {
       (void)FindSeparator(row, 1 + parameter);
     },
     [](uint8_t, std::string_view row) {
-      std::vector<std::string> rows = SplitRows(row);
+      halqvantor::platform::RowList rows(SplitRows(row));
       const size_t count = rows.size();
       SortRowsByCapitals(rows);
       Require(rows.size() == count);
