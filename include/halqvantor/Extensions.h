@@ -4,6 +4,8 @@
 // and readings it can take from it. None of these changes what a member does unless the setting says so.
 
 #include <cstdint>
+#include <functional>
+#include <string_view>
 
 #include "halqvantor/Export.h"
 
@@ -13,6 +15,28 @@ class clsVantor;
 namespace platform {
 class Env;
 }
+
+// What a long operation tells its progress hook. Bytes count what the operation moved so far: the reply's
+// payload for a list request or a blob transfer, the file's bytes for an upload to the gateway, the posted
+// body read plus the file written for a browser upload.
+struct ProgressInfo {
+  enum class Event {
+    kMoved,        // more bytes than at the last call (at most every 100 ms, or after each further MiB)
+    kWaiting,      // nothing moved for a second; bytes as at the last call
+    kClosedEarly,  // the gateway closed the connection before `expected` bytes were in; once per connection
+    kDone,         // the last call: every byte is through (bytes == expected when that is known)
+  };
+  std::string_view operation;  // the member's name, e.g. "EASYTransferBLOB"
+  int64_t bytes = 0;
+  int64_t expected = -1;  // -1 while not known (a reply whose header has not come yet)
+  Event event = Event::kMoved;
+};
+
+// A progress hook: true to go on, false to cancel the operation. A cancelled operation fails with the status
+// "Cancelled by the caller.", its connection closed and the object ready for the next request; a partial
+// transfer stays in its file as far as it came, as after any failed transfer. The answer to kDone is not
+// read. The hook runs on the object's thread, inside the wait; an exception from it cancels too.
+using Progress = std::function<bool(const ProgressInfo&)>;
 
 // Per-object settings outside the interface table. Each starts at the value a page that never heard of it
 // expects; a host changes them after creating the object and before the members that read them.
@@ -26,6 +50,9 @@ struct ObjectOptions {
   // an encoded password is then replaced by its hash at its next log-on that gives it exactly. CheckLogon
   // accepts both formats either way; archive passwords stay encoded, as requests must carry them.
   bool strong_passwords = false;
+  // Called during RequestList and the members built on it (lists, segment downloads), EASYTransferBLOB,
+  // EASYUploadFile and UploadFile; empty: no calls, and every operation runs as without the hook.
+  Progress progress;
 };
 
 // The options of `object`, to read or change.

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <source_location>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "halqvantor/Extensions.h"
 #include "halqvantor/Variant.h"
 #include "halqvantor/clsVantor.h"
+#include "link/progress.h"
 #include "platform/env.h"
 
 namespace halqvantor {
@@ -38,6 +40,11 @@ struct LinkSession {
   bool RequestPending = false;  // a request exchange is under way
   std::string LineBreak;        // CR LF
 
+  // The progress reports of the long operation under way (options.progress), and whether its request has
+  // gone out on the current connection (until then a text reply's counters are the last reply's).
+  ProgressMeter progress;
+  bool RequestSent = false;
+
   // Rows of the last list request, shared by all ...Next operations.
   std::vector<std::string> ResultRows;
   int32_t ResultCount = 0;
@@ -49,6 +56,10 @@ struct LinkSession {
   bool LogEnabled() const;
 
   // ---- Request exchange with the gateway (request_exchange.cpp).
+
+  // Where the request under way stands by its slot: the reply's payload so far and its announced length (the
+  // expected length in byte mode), and whether the gateway closed the connection before it was all in.
+  ProgressReading SlotProgress() const;
 
   // The request string (UTF-8) for args: element 0 is the command, the others its arguments, each turned
   // into text; the head carries strSessionID, strEASYUser and Encode(strEASYPwd). Raises what the
@@ -62,7 +73,8 @@ struct LinkSession {
   bool WaitForReply();
   // The round trip with the busy retry and the status line: true with the reply rows in ResultRows /
   // ResultCount and ResultCursor 0; false with the failure text in `status` and no rows.
-  bool RequestList(const std::string& request, std::string& status);
+  // Reports progress to options.progress under the name `operation` (a member's name).
+  bool RequestList(const std::string& request, std::string& status, std::string_view operation = "RequestList");
   // Returns after that many seconds of the clock, yielding to the event loop meanwhile.
   void Pause(int32_t seconds);
 
@@ -85,17 +97,24 @@ struct LinkSession {
   // ---- List requests and walks (round_trip.cpp).
 
   // BuildRequest + RequestList. On failure strStatus (when passed) receives the failure text and the result
-  // is false; on success strStatus is left for the caller to clear once the answer has been read.
-  bool SendListRequest(const std::vector<Variant>& args, Variant* strStatus);
+  // is false; on success strStatus is left for the caller to clear once the answer has been read. Progress
+  // is reported under the name of the member that called (or `caller`'s).
+  bool SendListRequest(const std::vector<Variant>& args, Variant* strStatus,
+                       std::source_location caller = std::source_location::current());
   // ResultRows[index]; raises 9 outside the rows.
   const std::string& ResultRowAt(int32_t index) const;
   // The Init of a plain list: the request of `args`, then the row count as a Long and strStatus "", or -1 as
   // an Integer and the failure text in strStatus. `sort`, when given, orders the rows of a success.
   using RowOrder = void (*)(std::vector<std::string>& rows);
-  Variant ListInit(const std::vector<Variant>& args, Variant* strStatus, RowOrder sort = nullptr);
+  Variant ListInit(const std::vector<Variant>& args, Variant* strStatus, RowOrder sort = nullptr,
+                   std::source_location caller = std::source_location::current());
   // The Next of a plain list: the row at the cursor, whole, or "" after the last row.
   Variant ListNext();
 };
+
+// The member of clsVantor that `where` lies in ("EASYGetChannelsInit"), or the bare name of the function
+// it lies in when that is no member.
+std::string_view MemberNameOf(const std::source_location& where);
 
 // The link side of `object` (defined with the object's private side).
 LinkSession& SessionOf(clsVantor& object);

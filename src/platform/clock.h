@@ -29,6 +29,9 @@ class Clock {
   // The local date and time of day, in whole seconds.
   virtual LocalDateTime Now() = 0;
 
+  // Milliseconds of a clock that only goes forward, from an arbitrary start: paces progress reports.
+  virtual int64_t SteadyMilliseconds();
+
   // Seconds since midnight of Now(): the time measure of every wait.
   int32_t SecondsSinceMidnight();
   CivilDate Today() { return Now().date; }

@@ -33,6 +33,7 @@ class EnvWrapper : public Env {
   Env* target() const { return target_; }
 
   LocalDateTime Now() override { return target_->Now(); }
+  int64_t SteadyMilliseconds() override { return target_->SteadyMilliseconds(); }
 
   int AppendToFile(const std::string& path, std::string_view bytes) override {
     return target_->AppendToFile(path, bytes);
