@@ -15,6 +15,9 @@ class FakeClock : public platform::EnvWrapper {
                      platform::Env* base = platform::Env::Default());
 
   platform::LocalDateTime Now() override;
+  // Stands still too, unless moved by AdvanceMs or AdvanceSeconds; on_read runs before it as well.
+  int64_t SteadyMilliseconds() override;
+  void AdvanceMs(int64_t ms) { ms_ += ms; }
   void Set(const platform::LocalDateTime& now) { now_ = now; }
   void AdvanceSeconds(int64_t seconds);
   int reads() const { return reads_; }
@@ -24,6 +27,7 @@ class FakeClock : public platform::EnvWrapper {
  private:
   platform::LocalDateTime now_;
   int reads_ = 0;
+  int64_t ms_ = 0;
 };
 
 }  // namespace halqvantor::testing
