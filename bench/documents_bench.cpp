@@ -26,6 +26,7 @@
 #include <thread>
 #include <vector>
 
+#include "halqvantor/Extensions.h"
 #include "halqvantor/clsVantor.h"
 #include "support/loopback.h"
 
@@ -170,9 +171,41 @@ void Report(const char* name, const char* baseline_name, const Figures& f) {
               f.peak_mb < 64 ? "ok" : "MISSED");
 }
 
+// The cost of a progress hook that does nothing: EASYTransferBLOB of the whole file with such a hook against
+// the same transfer without one, taking turns, best of kRuns each.
+void ReportHookCost(halqvantor::clsVantor& v, const std::string& path) {
+  auto transfer = [&] {
+    std::filesystem::remove(path);
+    halqvantor::Variant status;
+    return Seconds([&] {
+      if (v.EASYTransferBLOB("bench.bin", static_cast<int32_t>(kFileBytes), &status) != halqvantor::Variant(int16_t{1})) {
+        throw std::runtime_error("EASYTransferBLOB: " + status.ToString());
+      }
+    });
+  };
+  int64_t calls = 0;
+  double without = 1e9, with = 1e9;
+  for (int run = 0; run < kRuns; ++run) {
+    for (int side = 0; side < 2; ++side) {
+      if ((run + side) % 2 == 0) {
+        halqvantor::Options(v).progress = nullptr;
+        without = std::min(without, transfer());
+      } else {
+        halqvantor::Options(v).progress = [&calls](const halqvantor::ProgressInfo&) { return ++calls > 0; };
+        with = std::min(with, transfer());
+      }
+    }
+  }
+  halqvantor::Options(v).progress = nullptr;
+  const double ratio = with / without;
+  std::printf("progress hook      1 GiB: %.3f s with a hook doing nothing (%lld calls), %.3f s without: ratio %.3f "
+              "(goal <= 1.02) %s\n",
+              with, static_cast<long long>(calls), without, ratio, ratio <= 1.02 ? "ok" : "MISSED");
+}
+
 }  // namespace
 
-// Arguments: "transfer" or "upload" runs only that figure.
+// Arguments: "transfer", "upload" or "hook" runs only that figure.
 int main(int argc, char** argv) {
   const std::string only = argc > 1 ? argv[1] : "";
   namespace fs = std::filesystem;
@@ -199,7 +232,7 @@ int main(int argc, char** argv) {
       ::sync();
     };
     Figures transfer;
-    for (int run = 0; run < kRuns && only != "upload"; ++run) {
+    for (int run = 0; run < kRuns && only != "upload" && only != "hook"; ++run) {
       for (int side = 0; side < 2; ++side) {
         fresh();
         if ((run + side) % 2 == 0) {
@@ -217,10 +250,11 @@ int main(int argc, char** argv) {
         transfer.peak_mb = std::max(transfer.peak_mb, PeakMemoryMB());
       }
     }
-    if (only != "upload") {
+    if (only.empty() || only == "transfer") {
       if (static_cast<int64_t>(fs::file_size(path)) != kFileBytes) throw std::runtime_error("short transfer");
       Report("EASYTransferBLOB", "plain client", transfer);
     }
+    if (only.empty() || only == "hook") ReportHookCost(v, path);
 
     Figures upload;
     if (only == "upload") {
@@ -231,7 +265,7 @@ int main(int argc, char** argv) {
       }
     }
     ::sync();
-    for (int run = 0; run < kRuns && only != "transfer"; ++run) {
+    for (int run = 0; run < kRuns && (only.empty() || only == "upload"); ++run) {
       for (int side = 0; side < 2; ++side) {
         if ((run + side) % 2 == 0) {
           upload.baseline = std::min(upload.baseline, Seconds([&] { PlainSend(server->port(), path); }));
@@ -247,7 +281,7 @@ int main(int argc, char** argv) {
         upload.peak_mb = std::max(upload.peak_mb, PeakMemoryMB());
       }
     }
-    if (only != "transfer") Report("EASYUploadFile", "plain sender", upload);
+    if (only.empty() || only == "upload") Report("EASYUploadFile", "plain sender", upload);
   } catch (const std::exception& e) {
     std::fprintf(stderr, "documents_bench: %s\n", e.what());
     rc = 1;

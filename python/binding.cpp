@@ -6,6 +6,7 @@
 // table), so every call checks the calling thread first. Members that may wait on the network, a file or the
 // database run with the GIL released; the rest are quick and keep it.
 
+#include <halqvantor/Extensions.h>
 #include <halqvantor/clsVantor.h>
 #include <pybind11/eval.h>
 #include <pybind11/pybind11.h>
@@ -20,6 +21,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -293,6 +295,48 @@ int ParameterIndex(const dispatch::Member& member, std::string_view name) {
 
 PyTypeObject* wsgi_type = nullptr;
 
+// A Python callable as an object's progress hook: called with the GIL taken as fn(operation, bytes,
+// expected, event), event one of "moved", "waiting", "closed_early", "done"; False cancels (None goes on).
+// An exception in it cancels too and is kept to be raised from the member that was running.
+struct PythonProgress {
+  struct State {
+    py::object fn;
+    std::optional<py::error_already_set> error;
+  };
+  std::shared_ptr<State> state;
+
+  static PythonProgress Make(py::object fn) {
+    // The last copy may go on a thread without the GIL (the object's end runs with it released).
+    return {std::shared_ptr<State>(new State{std::move(fn), std::nullopt}, [](State* s) {
+      py::gil_scoped_acquire gil;
+      delete s;
+    })};
+  }
+
+  bool operator()(const halqvantor::ProgressInfo& info) const {
+    static constexpr const char* kEvents[] = {"moved", "waiting", "closed_early", "done"};
+    py::gil_scoped_acquire gil;
+    if (state->error) return false;
+    try {
+      const py::object answer = state->fn(py::str(info.operation.data(), info.operation.size()), info.bytes,
+                                          info.expected, kEvents[static_cast<int>(info.event)]);
+      return answer.is_none() || PyObject_IsTrue(answer.ptr()) == 1;
+    } catch (py::error_already_set& e) {
+      state->error.emplace(std::move(e));
+      return false;
+    }
+  }
+};
+
+// Raises, from the member that ran, what the object's Python progress hook raised during it.
+void RaiseProgressError(clsVantor& object) {
+  auto* hook = halqvantor::Options(object).progress.target<PythonProgress>();
+  if (hook == nullptr || !hook->state->error) return;
+  py::error_already_set error = std::move(*hook->state->error);
+  hook->state->error.reset();
+  throw error;
+}
+
 py::object Call(PyVantor& self, const dispatch::Member& member, bool keeps_gil, PyObject* const* args, Py_ssize_t nargs,
                 PyObject* kwnames) {
   clsVantor& object = self.Object();
@@ -338,6 +382,7 @@ py::object Call(PyVantor& self, const dispatch::Member& member, bool keeps_gil, 
   }
   // The WSGI request's Python objects are let go of with the GIL held; the object keeps only its C++ side.
   context.reset();
+  RaiseProgressError(object);
 
   // Outputs back into the Refs that were passed for by-reference parameters.
   for (size_t i = 0; i < given.size() && i < member.parameters.size(); ++i) {
@@ -475,7 +520,27 @@ MISSING = _Missing()
       .def_readwrite("max_reply_bytes", &halqvantor::ObjectOptions::max_reply_bytes,
                      "The largest reply a request accepts, in bytes (default 1 GiB).")
       .def_readwrite("strong_passwords", &halqvantor::ObjectOptions::strong_passwords,
-                     "WriteUserToDB and ChangePasswd store Argon2id hashes (default False).");
+                     "WriteUserToDB and ChangePasswd store Argon2id hashes (default False).")
+      .def_property(
+          "progress",
+          [](const halqvantor::ObjectOptions& options) -> py::object {
+            const auto* hook = options.progress.target<PythonProgress>();
+            return hook != nullptr ? hook->state->fn : py::object(py::none());
+          },
+          [](halqvantor::ObjectOptions& options, const py::object& fn) {
+            if (fn.is_none()) {
+              options.progress = nullptr;
+            } else if (!PyCallable_Check(fn.ptr())) {
+              throw py::type_error("progress must be a callable or None");
+            } else {
+              options.progress = PythonProgress::Make(fn);
+            }
+          },
+          "A callable fn(operation, bytes, expected, event) told how far a long operation (a list request, "
+          "EASYTransferBLOB, EASYUploadFile, UploadFile) has got; expected is -1 while unknown, event one of "
+          "'moved', 'waiting', 'closed_early', 'done'. Returning False cancels the operation (status "
+          "'Cancelled by the caller.'); an exception in it cancels too and is raised from the member. None "
+          "removes it.");
 
   py::class_<PyVantor> cls(m, "clsVantor", "The component object: one per page, used on the thread that created it.");
   cls.def(py::init<>());

@@ -14,7 +14,7 @@ import halqvantor  # noqa: E402
 HEAD = '''"""Type stubs of halqvantor (written by python/gen_stubs.py from the member table: do not edit)."""
 
 from datetime import date, datetime
-from typing import Any, NamedTuple
+from typing import Any, Callable, NamedTuple
 
 Value = str | int | float | bool | date | datetime | None
 
@@ -45,6 +45,7 @@ class WsgiContext:
 class Options:
     max_reply_bytes: int
     strong_passwords: bool
+    progress: Callable[[str, int, int, str], bool | None] | None
 
 def describe(name: str) -> dict[str, Any] | None: ...
 def columns(row: str) -> list[str]: ...

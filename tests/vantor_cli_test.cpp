@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <chrono>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -258,6 +259,28 @@ TEST_F(VantorCli, UploadThenTransferBackGivesTheSameBytes) {
   ASSERT_EQ(transfer.code, 0) << transfer.err;
   EXPECT_EQ(transfer.out, local_ + "/scan.bin\n");
   EXPECT_EQ(ReadFile(local_ + "/scan.bin"), bytes);
+
+  // The gateway's early close says at once what went wrong (the time-out is 10 s): exit 1 with the reason.
+  struct Case {
+    std::vector<std::string> args;
+    bool remote;  // --blob-remote given
+    std::string err;
+  };
+  for (const Case& c : std::vector<Case>{
+           {{"transfer", "scan.bin", "70001"}, true, "closed the connection after 70,000 of 70,001 bytes (LENGTH too"},
+           {{"transfer", "nix.bin", "5"}, true, "before sending anything: no such file on the gateway?\n"},
+           {{"transfer", "scan.bin", "5"}, false, "no such file on the gateway? (--blob-remote is not set)"},
+       }) {
+    std::vector<std::string> line = {"--host", "127.0.0.1", "--port", port_,         "--timeout", "10",
+                                     "--user", "easy",      "--password", "easy", "--blob-local", local_};
+    if (c.remote) line.insert(line.end(), {"--blob-remote", blob_});
+    line.insert(line.end(), c.args.begin(), c.args.end());
+    const auto start = std::chrono::steady_clock::now();
+    Outcome o = RunLine(line);
+    EXPECT_EQ(o.code, 1) << c.err;
+    EXPECT_THAT(o.err, HasSubstr(c.err));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << c.err;
+  }
 
   // Only files of the local blob folder go up.
   EXPECT_EQ(Run({"upload", dir_.File("data/archive.json")}).code, 2);

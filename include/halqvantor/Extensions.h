@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "halqvantor/Export.h"
 
@@ -27,6 +28,28 @@ struct RequestTimings {
   double last_byte_ms = -1;
 };
 
+// What a long operation tells its progress hook. Bytes count what the operation moved so far: the reply's
+// payload for a list request or a blob transfer, the file's bytes for an upload to the gateway, the posted
+// body read plus the file written for a browser upload.
+struct ProgressInfo {
+  enum class Event {
+    kMoved,        // more bytes than at the last call (at most every 100 ms, or after each further MiB)
+    kWaiting,      // nothing moved for a second; bytes as at the last call
+    kClosedEarly,  // the gateway closed the connection before `expected` bytes were in; once per connection
+    kDone,         // the last call: every byte is through (bytes == expected when that is known)
+  };
+  std::string_view operation;  // the member's name, e.g. "EASYTransferBLOB"
+  int64_t bytes = 0;
+  int64_t expected = -1;  // -1 while not known (a reply whose header has not come yet)
+  Event event = Event::kMoved;
+};
+
+// A progress hook: true to go on, false to cancel the operation. A cancelled operation fails with the status
+// "Cancelled by the caller.", its connection closed and the object ready for the next request; a partial
+// transfer stays in its file as far as it came, as after any failed transfer. The answer to kDone is not
+// read. The hook runs on the object's thread, inside the wait; an exception from it cancels too.
+using Progress = std::function<bool(const ProgressInfo&)>;
+
 // Per-object settings outside the interface table. Each starts at the value a page that never heard of it
 // expects; a host changes them after creating the object and before the members that read them.
 struct ObjectOptions {
@@ -45,6 +68,9 @@ struct ObjectOptions {
   bool log_timings = false;
   // Called after each request with its timings, when set (whether or not they are logged).
   std::function<void(const RequestTimings&)> on_request_timings;
+  // Called during RequestList and the members built on it (lists, segment downloads), EASYTransferBLOB,
+  // EASYUploadFile and UploadFile; empty: no calls, and every operation runs as without the hook.
+  Progress progress;
 };
 
 // The options of `object`, to read or change.

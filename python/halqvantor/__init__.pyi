@@ -1,7 +1,7 @@
 """Type stubs of halqvantor (written by python/gen_stubs.py from the member table: do not edit)."""
 
 from datetime import date, datetime
-from typing import Any, NamedTuple
+from typing import Any, Callable, NamedTuple
 
 Value = str | int | float | bool | date | datetime | None
 
@@ -32,6 +32,7 @@ class WsgiContext:
 class Options:
     max_reply_bytes: int
     strong_passwords: bool
+    progress: Callable[[str, int, int, str], bool | None] | None
 
 def describe(name: str) -> dict[str, Any] | None: ...
 def columns(row: str) -> list[str]: ...

@@ -184,3 +184,32 @@ def test_upload_file_reads_the_post_from_a_wsgi_environ(tmp_path):
     v.OnStartPage(halqvantor.WsgiContext({"CONTENT_LENGTH": "", "wsgi.input": io.BytesIO()}))
     assert v.UploadFile() is False
     assert sorted(os.listdir(tmp_path)) == ["K7_brief 1.pdf"]
+
+
+def test_a_python_progress_hook_sees_a_transfer_and_can_stop_it(page, gateway):
+    data = bytes(range(256)) * 4096  # 1 MiB
+    (gateway["blob"] / "big.bin").write_bytes(data)
+    calls = []
+    page.options.progress = lambda op, done, expected, event: calls.append((op, done, expected, event))
+    assert page.options.progress is not None
+    assert page.EASYTransferBLOB("big.bin", len(data)) == 1
+    assert calls[-1] == ("EASYTransferBLOB", len(data), len(data), "done")
+    assert [c[1] for c in calls] == sorted({c[1] for c in calls})
+
+    # The gateway closes at once on a file it does not have: the hook hears it and stops the wait.
+    page.options.progress = lambda op, done, expected, event: event != "closed_early"
+    status = Ref()
+    assert page.EASYTransferBLOB("nix.bin", 10, status) == -1
+    assert status.value == "Cancelled by the caller."
+
+    # An exception in the hook cancels the member and comes out of it.
+    def fails(op, done, expected, event):
+        raise KeyError("stop here")
+
+    page.options.progress = fails
+    with pytest.raises(KeyError, match="stop here"):
+        page.EASYTransferBLOB("big.bin", len(data))
+    page.options.progress = None
+    assert page.EASYTransferBLOB("big.bin", len(data)) == 1
+    with pytest.raises(TypeError):
+        page.options.progress = 5

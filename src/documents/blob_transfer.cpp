@@ -17,6 +17,7 @@
 #include "link/debug_log.h"
 #include "link/frm_comm.h"
 #include "link/general_failure.h"
+#include "link/progress.h"
 #include "link/result_values.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
@@ -42,7 +43,10 @@ std::string LocalNameOf(const std::string& remote_file) {
 class FileBody final : public platform::SendSource {
  public:
   FileBody(std::unique_ptr<platform::ReadableFile> file, int64_t size, frmComm& form, int32_t slot)
-      : file_(std::move(file)), remaining_(size), form_(form), slot_(slot) {}
+      : file_(std::move(file)), size_(size), remaining_(size), form_(form), slot_(slot) {}
+
+  // The file's bytes handed to the connection so far.
+  int64_t handed() const { return size_ - remaining_; }
 
   int64_t Read(char* buffer, size_t capacity) override {
     if (remaining_ == 0) return 0;
@@ -63,6 +67,7 @@ class FileBody final : public platform::SendSource {
 
  private:
   std::unique_ptr<platform::ReadableFile> file_;
+  int64_t size_;
   int64_t remaining_;
   frmComm& form_;
   int32_t slot_;
@@ -111,7 +116,10 @@ Variant clsVantor::EASYTransferBLOB(const Variant& strFile, const Variant& lngFi
     number = platform::FreeFile();
     platform::OpenFileForBinaryWrite(*d.env, number, path);
     d.form.SetFile(d.SlotIndex, static_cast<uint8_t>(number));
+    ProgressScope reports(d.progress, d.options.progress, "EASYTransferBLOB", *d.env,
+                          [&d] { return d.SlotProgress(); });
     const bool ok = d.RunRoundTrip(request, platform::Utf8ToCp1252(request), status);
+    if (ok) reports.Done();
     // What arrived stays in the file, also after a failure.
     platform::CloseFile(std::exchange(number, 0));
     d.RequestPending = false;
@@ -156,7 +164,12 @@ Variant clsVantor::EASYUploadFile(const Variant& strFileName, Variant* strStatus
     d.form.SetMode(d.SlotIndex, ReceptionMode::kString);
     std::string head = platform::Utf8ToCp1252(request);
     head += "\r\n";
+    const SlotState& slot = d.form.State(d.SlotIndex);
+    ProgressScope reports(d.progress, d.options.progress, "EASYUploadFile", *d.env, [&slot, body, length] {
+      return ProgressReading{body->handed(), length, slot.PeerClosed && !slot.Ready};
+    });
     const bool ok = d.RunRoundTrip(request, head, status, body);
+    if (ok) reports.Done();
     if (body->failure()) throw *body->failure();
     if (!ok) {
       d.RequestPending = false;

@@ -2,6 +2,7 @@
 //   UploadFile stores the one file part of the multipart body that the browser posted to the current page;
 //   DeleteFTPObjects removes files, and folders with the files in them, once a page no longer needs them.
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <string>
@@ -11,12 +12,19 @@
 #include "documents/document_files.h"
 #include "link/debug_log.h"
 #include "link/general_failure.h"
+#include "link/progress.h"
 #include "link/result_values.h"
 #include "platform/cp1252.h"
 #include "platform/files.h"
 
 namespace halqvantor {
 namespace {
+
+// With a progress hook the body is read and the file written in pieces of this size, a report between two.
+constexpr int32_t kProgressPiece = 1024 * 1024;
+
+// The operation's end at its hook's word: logged, no partial file left behind.
+struct UploadCancelled {};
 
 constexpr std::string_view kBlankLine = "\r\n\r\n";
 constexpr std::string_view kFileNameKeyword = "filename=\"";
@@ -80,8 +88,25 @@ bool clsVantor::UploadFile(const Variant& strSubDir, Variant* strFileNameParam, 
   LinkSession& d = SessionOf(*this);
   try {
     if (documents::StateOf(*this).request == nullptr) throw RuntimeError(ErrorNumber::kObjectNotSet);
-    const int32_t total = documents::StateOf(*this).request->TotalBytes();
-    const std::vector<uint8_t> body = documents::StateOf(*this).request->BinaryRead(total);
+    PageRequest& request = *documents::StateOf(*this).request;
+    const int32_t total = request.TotalBytes();
+    // Progress counts the body's bytes read and then the file's bytes written.
+    ProgressReading done;
+    ProgressScope reports(d.progress, d.options.progress, "UploadFile", *d.env, [&done] { return done; });
+    std::vector<uint8_t> body;
+    if (!d.progress.active()) {
+      body = request.BinaryRead(total);
+    } else {
+      done.expected = total;
+      while (static_cast<int64_t>(body.size()) < total) {
+        const int32_t want = std::min<int32_t>(kProgressPiece, total - static_cast<int32_t>(body.size()));
+        const std::vector<uint8_t> piece = request.BinaryRead(want);
+        if (piece.empty()) break;
+        body.insert(body.end(), piece.begin(), piece.end());
+        done.bytes = static_cast<int64_t>(body.size());
+        if (!d.progress.Look()) throw UploadCancelled();
+      }
+    }
     const FilePart part = FindFilePart(body, total);
     if (part.name.empty()) return false;
 
@@ -101,13 +126,31 @@ bool clsVantor::UploadFile(const Variant& strSubDir, Variant* strFileNameParam, 
     }
     std::unique_ptr<platform::WritableFile> file;
     platform::Check(fs.OpenForBinaryWrite(path, &file));
-    platform::Check(file->Write(
-        std::string_view(reinterpret_cast<const char*>(body.data()) + part.first, static_cast<size_t>(size))));
+    const std::string_view bytes(reinterpret_cast<const char*>(body.data()) + part.first, static_cast<size_t>(size));
+    if (!d.progress.active()) {
+      platform::Check(file->Write(bytes));
+    } else {
+      const int64_t read = done.bytes;
+      done.expected = read + size;
+      for (size_t at = 0; at < bytes.size(); at += kProgressPiece) {
+        platform::Check(file->Write(bytes.substr(at, kProgressPiece)));
+        done.bytes = read + static_cast<int64_t>(std::min(bytes.size(), at + kProgressPiece));
+        if (!d.progress.Look()) {
+          (void)file->Close();
+          (void)fs.DeleteFile(path);
+          throw UploadCancelled();
+        }
+      }
+    }
     platform::Check(file->Close());
+    reports.Done();
 
     SetOut(strFileNameParam, Variant(part.name));
     SetOut(lngFileSizeParam, Variant(static_cast<int32_t>(size)));
     return true;
+  } catch (const UploadCancelled&) {
+    d.WriteLog(kCancelledLogLine);
+    return false;
   } catch (const std::exception& e) {
     d.WriteLog(GeneralFailureLine("UploadFile", e));
     return false;

@@ -85,8 +85,9 @@ std::optional<std::string> MappedFileName(std::string_view file_name, std::strin
 }
 
 Variant documents::RequestSegmentFile(LinkSession& d, const std::vector<Variant>& args, SegmentFileKind kind,
-                                      Variant* strFileName, Variant* lngFileLen, Variant* strStatus) {
-  if (!d.SendListRequest(args, strStatus)) return FailureResult();
+                                      Variant* strFileName, Variant* lngFileLen, Variant* strStatus,
+                                      std::source_location caller) {
+  if (!d.SendListRequest(args, strStatus, caller)) return FailureResult();
   if (d.ResultCount >= 2) {
     SetOut(strFileName, Variant(std::string(d.ResultRows[1])));
     SetOut(lngFileLen, Variant(std::string(d.ResultRows[0])));

@@ -48,6 +48,7 @@ struct SlotState {
   int64_t MaxReplyBytes = ObjectOptions().max_reply_bytes;  // the most payload bytes a reply may bring
   bool AwaitingFirstPacket = false;  // the request went out and no packet of its reply has come yet
   bool ReplyTooLarge = false;        // the reply passed MaxReplyBytes; WinsockError holds the status text
+  bool PeerClosed = false;           // the gateway closed this connection (its Close event came)
 };
 
 class frmComm final : private platform::SocketEventSink {

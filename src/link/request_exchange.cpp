@@ -94,17 +94,32 @@ std::string LinkSession::BuildRequest(const std::vector<Variant>& args) const {
   return request;
 }
 
+ProgressReading LinkSession::SlotProgress() const {
+  const SlotState& slot = form.State(SlotIndex);
+  ProgressReading reading;
+  reading.closed_early = slot.PeerClosed && !slot.Ready;
+  // Until this request's reply starts, a text reply's counters still hold the last reply's.
+  if (slot.Mode == ReceptionMode::kString && (!RequestSent || slot.AwaitingFirstPacket)) return reading;
+  reading.bytes = slot.BytesReceived;
+  reading.expected = slot.BytesToReceive;
+  return reading;
+}
+
 bool LinkSession::WaitForReply() {
   form.SetWinsockError(SlotIndex, "");
   const double start = SecondsSinceMidnight(*env);
   WriteLog("  Starte Warteschleife für Anfrageergebnis.");
   bool timed_out = false;
-  while (form.GetWinsockError(SlotIndex).empty() && !form.GetReady(SlotIndex) && !timed_out) {
+  bool cancelled = false;
+  while (form.GetWinsockError(SlotIndex).empty() && !form.GetReady(SlotIndex) && !timed_out && !cancelled) {
     if (start + self.lngREQUESTTIMEOUT < SecondsSinceMidnight(*env)) timed_out = true;
     YieldPass(*env);
     if (Times.active) NoteArrival();
+    // A reply complete by now is reported once, as done, by the operation.
+    if (!form.GetReady(SlotIndex)) cancelled = !progress.Look();
   }
   WriteLog("  Beende Warteschleife für Anfrageergebnis.");
+  if (cancelled) return false;
   const std::string& error = form.GetWinsockError(SlotIndex);
   if (error.empty()) return !timed_out;
   WriteLog("  Winsock-Fehler (" + error + ")");
@@ -167,6 +182,9 @@ bool LinkSession::RunRoundTrip(std::string_view request, std::string_view bytes,
     slot.MaxReplyBytes = options.max_reply_bytes;
     slot.ReplyTooLarge = false;
     slot.AwaitingFirstPacket = false;
+    slot.PeerClosed = false;
+    RequestSent = false;
+    progress.NewConnection();
 
     WriteLog("Verbindungsaufbau.");
     form.SetReady(SlotIndex, false);
@@ -199,6 +217,7 @@ bool LinkSession::RunRoundTrip(std::string_view request, std::string_view bytes,
       slot.AwaitingFirstPacket = true;
       Times.sent = true;
       Times.bytes_seen = slot.BytesReceived;
+      RequestSent = true;
       socket.SendData(bytes);
       if (body != nullptr) socket.SendStream(std::move(body));
       ok = WaitForReply();
@@ -211,7 +230,12 @@ bool LinkSession::RunRoundTrip(std::string_view request, std::string_view bytes,
     }
 
     const std::string& error = form.GetWinsockError(SlotIndex);
-    if (slot.ReplyTooLarge) {
+    if (progress.cancelled()) {
+      // The caller's hook asked to stop: the connection goes now, and the slot is free for the next request.
+      status = kCancelledStatus;
+      WriteLog(kCancelledLogLine);
+      if (socket.State() != platform::kSckClosed) socket.Close();
+    } else if (slot.ReplyTooLarge) {
       // Reception has logged it and closed the connection; its text is the status as it stands.
       status = error;
     } else if (!error.empty()) {
@@ -261,11 +285,12 @@ bool LinkSession::RequestExchange(const std::string& request, std::string& respo
   return ExchangeText(request, status, &response);
 }
 
-bool LinkSession::RequestList(const std::string& request, std::string& status) {
+bool LinkSession::RequestList(const std::string& request, std::string& status, std::string_view operation) {
   ResultRows.Clear();  // the old rows' memory goes too
   ResultCount = 0;
   ResultCursor = 0;
   const double start = SecondsSinceMidnight(*env);
+  ProgressScope reports(progress, options.progress, operation, *env, [this] { return SlotProgress(); });
 
   std::string status_line;
   bool try_again = false;
@@ -280,6 +305,7 @@ bool LinkSession::RequestList(const std::string& request, std::string& status) {
     if (start + self.lngREQUESTTIMEOUT < SecondsSinceMidnight(*env)) try_again = false;
     platform::DoPendingEvents(*env);
   } while (try_again);
+  reports.Done();
 
   if (status_line != "Status: OK") {
     status = FailureStatusText(status_line);

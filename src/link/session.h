@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <source_location>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,7 @@
 #include "halqvantor/Extensions.h"
 #include "halqvantor/Variant.h"
 #include "halqvantor/clsVantor.h"
+#include "link/progress.h"
 #include "platform/env.h"
 #include "platform/row_list.h"
 
@@ -56,6 +58,10 @@ struct LinkSession {
 
   // Rows of the last list request, shared by all ...Next operations: views into the reply, which they own.
   platform::RowList ResultRows;
+  // The progress reports of the long operation under way (options.progress), and whether its request has
+  // gone out on the current connection (until then a text reply's counters are the last reply's).
+  ProgressMeter progress;
+  bool RequestSent = false;
   int32_t ResultCount = 0;
   int32_t ResultCursor = 0;
 
@@ -69,6 +75,10 @@ struct LinkSession {
   bool LogEnabled() const;
 
   // ---- Request exchange with the gateway (request_exchange.cpp).
+
+  // Where the request under way stands by its slot: the reply's payload so far and its announced length (the
+  // expected length in byte mode), and whether the gateway closed the connection before it was all in.
+  ProgressReading SlotProgress() const;
 
   // The request string (UTF-8) for args: element 0 is the command, the others its arguments, each turned
   // into text; the head carries strSessionID, strEASYUser and Encode(strEASYPwd). Raises what the
@@ -86,7 +96,8 @@ struct LinkSession {
   void ReportTimings(std::string_view request, const platform::Socket& socket);
   // The round trip with the busy retry and the status line: true with the reply rows in ResultRows /
   // ResultCount and ResultCursor 0; false with the failure text in `status` and no rows.
-  bool RequestList(const std::string& request, std::string& status);
+  // Reports progress to options.progress under the name `operation` (a member's name).
+  bool RequestList(const std::string& request, std::string& status, std::string_view operation = "RequestList");
   // Returns after that many seconds of the clock, yielding to the event loop meanwhile.
   void Pause(int32_t seconds);
 
@@ -109,14 +120,17 @@ struct LinkSession {
   // ---- List requests and walks (round_trip.cpp).
 
   // BuildRequest + RequestList. On failure strStatus (when passed) receives the failure text and the result
-  // is false; on success strStatus is left for the caller to clear once the answer has been read.
-  bool SendListRequest(const std::vector<Variant>& args, Variant* strStatus);
+  // is false; on success strStatus is left for the caller to clear once the answer has been read. Progress
+  // is reported under the name of the member that called (or `caller`'s).
+  bool SendListRequest(const std::vector<Variant>& args, Variant* strStatus,
+                       std::source_location caller = std::source_location::current());
   // ResultRows[index]; raises 9 outside the rows.
   std::string_view ResultRowAt(int32_t index) const;
   // The Init of a plain list: the request of `args`, then the row count as a Long and strStatus "", or -1 as
   // an Integer and the failure text in strStatus. `sort`, when given, orders the rows of a success.
   using RowOrder = void (*)(platform::RowList& rows);
-  Variant ListInit(const std::vector<Variant>& args, Variant* strStatus, RowOrder sort = nullptr);
+  Variant ListInit(const std::vector<Variant>& args, Variant* strStatus, RowOrder sort = nullptr,
+                   std::source_location caller = std::source_location::current());
   // The Next of a plain list: the row at the cursor, whole, or "" after the last row.
   Variant ListNext();
 };
@@ -125,6 +139,9 @@ struct LinkSession {
 std::string TimingLine(const RequestTimings& timings);
 // True when the environment variable HALQVANTOR_TIMINGS asks for timing lines ("1").
 bool TimingsFromEnvironment();
+// The member of clsVantor that `where` lies in ("EASYGetChannelsInit"), or the bare name of the function
+// it lies in when that is no member.
+std::string_view MemberNameOf(const std::source_location& where);
 
 // The link side of `object` (defined with the object's private side).
 LinkSession& SessionOf(clsVantor& object);

@@ -165,6 +165,7 @@ void frmComm::ctlWinsock_Connect(int16_t Index) {
 void frmComm::ctlWinsock_Close(int16_t Index) {
   try {
     WriteSlotLog(Index, WinsockPrefix(Index) + "Close-Event.");
+    State(Index).PeerClosed = true;
   } catch (const std::exception&) {
   }
 }

@@ -30,6 +30,15 @@ class SystemClock final : public Clock {
   }
 };
 
+}  // namespace
+
+int64_t Clock::SteadyMilliseconds() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+namespace {
+
 // 30.12.1899, day 0 of automation dates, counted from 1970-01-01.
 constexpr int64_t kAutomationEpoch = -25569;
 

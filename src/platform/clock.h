@@ -32,6 +32,8 @@ class Clock {
   // Milliseconds until the seconds of Now() change: how long a wait that looks at the clock each second may
   // sleep. 0 for a clock that moves only when told (a test's), so that its waits never sleep.
   virtual int MillisecondsToNextSecond() { return 0; }
+  // Milliseconds of a clock that only goes forward, from an arbitrary start: paces progress reports.
+  virtual int64_t SteadyMilliseconds();
 
   // Seconds since midnight of Now(): the time measure of every wait.
   int32_t SecondsSinceMidnight();

@@ -34,6 +34,7 @@ class EnvWrapper : public Env {
 
   LocalDateTime Now() override { return target_->Now(); }
   int MillisecondsToNextSecond() override { return target_->MillisecondsToNextSecond(); }
+  int64_t SteadyMilliseconds() override { return target_->SteadyMilliseconds(); }
 
   int AppendToFile(const std::string& path, std::string_view bytes) override {
     return target_->AppendToFile(path, bytes);

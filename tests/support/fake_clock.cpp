@@ -10,7 +10,13 @@ platform::LocalDateTime FakeClock::Now() {
   return now_;
 }
 
+int64_t FakeClock::SteadyMilliseconds() {
+  if (on_read) on_read(*this);
+  return ms_;
+}
+
 void FakeClock::AdvanceSeconds(int64_t seconds) {
+  ms_ += seconds * 1000;
   int64_t total = now_.hour * 3600 + now_.minute * 60 + now_.second + seconds;
   int64_t days = total >= 0 ? total / 86400 : -((-total + 86399) / 86400);
   total -= days * 86400;

@@ -16,6 +16,9 @@ class FakeClock : public platform::EnvWrapper {
 
   platform::LocalDateTime Now() override;
   int MillisecondsToNextSecond() override { return 0; }  // its time moves only when told
+  // Stands still too, unless moved by AdvanceMs or AdvanceSeconds; on_read runs before it as well.
+  int64_t SteadyMilliseconds() override;
+  void AdvanceMs(int64_t ms) { ms_ += ms; }
   void Set(const platform::LocalDateTime& now) { now_ = now; }
   void AdvanceSeconds(int64_t seconds);
   int reads() const { return reads_; }
@@ -25,6 +28,7 @@ class FakeClock : public platform::EnvWrapper {
  private:
   platform::LocalDateTime now_;
   int reads_ = 0;
+  int64_t ms_ = 0;
 };
 
 }  // namespace halqvantor::testing

@@ -64,6 +64,7 @@ void ScriptedGateway::Play(int fd) {
     requests_[index] = request;
   }
   for (const Step& step : steps) {
+    if (step.close) return;
     for (size_t sent = 0; sent < step.bytes.size();) {
       const ssize_t k = ::send(fd, step.bytes.data() + sent, step.bytes.size() - sent, MSG_NOSIGNAL);
       if (k <= 0) break;  // the client is gone

@@ -18,8 +18,10 @@ class ScriptedGateway {
  public:
   struct Step {
     std::string bytes;
+    bool close = false;  // the gateway closes the connection here
   };
   static Step Send(std::string bytes) { return {std::move(bytes)}; }
+  static Step Close() { return {{}, true}; }
   // "TotalBytes:" + length + CR LF + payload.
   static std::string Reply(std::string_view payload);
 

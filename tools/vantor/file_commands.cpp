@@ -10,12 +10,35 @@
 #include "platform/files.h"
 #include "session.h"
 #include "table.h"
+#include "transfer_progress.h"
 
 namespace vantor {
 namespace {
 
 namespace fs = std::filesystem;
 using halqvantor::Variant;
+
+// Runs `call` (one file member of the object) with a progress hook that draws the bar on a terminal and
+// stops at Ctrl-C or when the gateway closes the connection early. Returns the watch's findings.
+template <typename Call>
+halqvantor::Variant WithProgress(Session& session, TransferWatch& watch, Call call) {
+  InterruptCatcher interrupts;
+  halqvantor::Progress& hook = halqvantor::Options(session.object()).progress;
+  hook = watch.Hook();
+  struct Uninstall {
+    halqvantor::Progress& hook;
+    ~Uninstall() { hook = nullptr; }
+  } uninstall{hook};
+  halqvantor::Variant result = call();
+  watch.Finish();
+  return result;
+}
+
+// After Ctrl-C: what is where, and the exit code of an interrupted command.
+int Interrupted(Session& session, const TransferWatch& watch, const std::string& what) {
+  session.err() << "vantor: interrupted after " << GroupedNumber(watch.bytes()) << " bytes; " << what << '\n';
+  return kInterruptedExit;
+}
 
 int64_t SizeOf(const std::string& path) {
   std::error_code error;
@@ -92,11 +115,21 @@ int RunTransfer(Session& session, const TransferArgs& args) {
   std::string path = LocalPath(session, name);
   Variant status;
   session.Calling("EASYTransferBLOB");
-  Variant result;
-  {
-    // The component writes the file as the bytes arrive: its size is the progress.
-    ProgressBar bar(session.err(), IsTerminal(session.err()), name, args.length, [&path] { return SizeOf(path); });
-    result = vantor.EASYTransferBLOB(args.file, Variant(args.length), &status);
+  TransferWatch watch(session.err(), IsTerminal(session.err()), name);
+  Variant result =
+      WithProgress(session, watch, [&] { return vantor.EASYTransferBLOB(args.file, Variant(args.length), &status); });
+  if (watch.interrupted()) return Interrupted(session, watch, "what had arrived is in " + path);
+  if (const auto& closed = watch.closed_early()) {
+    // The gateway ends a transfer by closing: nothing at all means it has no such file, less than LENGTH
+    // that LENGTH was more than the file holds.
+    if (closed->bytes == 0) {
+      std::string hint = session.options().blob_remote.empty() ? " (--blob-remote is not set)" : "";
+      throw CommandFailed(session.member() + ": the gateway closed the connection before sending anything: no such " +
+                          "file on the gateway?" + hint);
+    }
+    throw CommandFailed(session.member() + ": the gateway closed the connection after " + GroupedNumber(closed->bytes) +
+                        " of " + GroupedNumber(closed->expected) + " bytes (LENGTH too large? " + path +
+                        " may hold the whole file)");
   }
   session.Check(result, status);
   return PrintFile(session, name, std::to_string(args.length));
@@ -117,15 +150,15 @@ int RunUpload(Session& session, const std::string& file) {
   auto& vantor = session.Open();
   std::string path = LocalPath(session, name);
   int64_t size = SizeOf(path);
-  bool terminal = IsTerminal(session.err());
-  // The component streams the file in one call and says nothing on the way: a line before and after.
-  if (terminal) session.err() << "uploading " << name << " (" << size << " bytes) ..." << std::flush;
   Variant status;
   session.Calling("EASYUploadFile");
-  Variant result = vantor.EASYUploadFile(name, &status);
-  // The member returns once the reply has come, without reading it: the gateway may have refused the file.
-  const bool stored = result == Variant(int16_t{1}) && halqvantor::LastStatusLine(vantor) == "Status: OK";
-  if (terminal) session.err() << (stored ? " done\n" : " failed\n");
+  TransferWatch watch(session.err(), IsTerminal(session.err()), name);
+  Variant result = WithProgress(session, watch, [&] { return vantor.EASYUploadFile(name, &status); });
+  if (watch.interrupted()) return Interrupted(session, watch, "the gateway keeps no part of " + name);
+  if (watch.closed_early()) {
+    throw CommandFailed(session.member() + ": the gateway closed the connection after " +
+                        GroupedNumber(watch.closed_early()->bytes) + " of " + GroupedNumber(size) + " bytes");
+  }
   session.Check(result, status);
   session.CheckLastStatus();
   if (session.json()) {

@@ -3,15 +3,10 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
-#include <mutex>
-#include <thread>
 
 #include "halqvantor/Extensions.h"
 #include "link/request_exchange.h"
@@ -267,56 +262,6 @@ void Session::PrintJson(const Json& value) {
 }
 
 bool IsTerminal(const std::ostream& err) { return &err == &std::cerr && isatty(STDERR_FILENO) == 1; }
-
-struct ProgressBar::State {
-  State(std::ostream& e, std::string l, int64_t t, std::function<int64_t()> p)
-      : err(e), label(std::move(l)), total(t), progress(std::move(p)) {}
-
-  std::ostream& err;
-  std::string label;
-  int64_t total;
-  std::function<int64_t()> progress;
-  std::mutex mutex;
-  std::condition_variable wake;
-  bool stop = false;
-  std::thread thread;
-
-  void Draw() {
-    int64_t done = std::clamp<int64_t>(progress(), 0, std::max<int64_t>(total, 0));
-    constexpr int kWidth = 30;
-    int filled = total > 0 ? static_cast<int>(done * kWidth / total) : kWidth;
-    int percent = total > 0 ? static_cast<int>(done * 100 / total) : 100;
-    err << '\r' << label << " [" << std::string(filled, '#') << std::string(kWidth - filled, ' ') << "] " << percent
-        << "% " << done << '/' << total << " bytes" << std::flush;
-  }
-};
-
-ProgressBar::ProgressBar(std::ostream& err, bool enabled, std::string label, int64_t total,
-                         std::function<int64_t()> progress) {
-  if (!enabled) return;
-  state_ = std::make_unique<State>(err, std::move(label), total, std::move(progress));
-  state_->thread = std::thread([state = state_.get()] {
-    std::unique_lock lock(state->mutex);
-    while (!state->stop) {
-      state->Draw();
-      state->wake.wait_for(lock, std::chrono::milliseconds(100));
-    }
-  });
-}
-
-ProgressBar::~ProgressBar() { Stop(); }
-
-void ProgressBar::Stop() {
-  if (!state_ || !state_->thread.joinable()) return;
-  {
-    std::lock_guard lock(state_->mutex);
-    state_->stop = true;
-  }
-  state_->wake.notify_one();
-  state_->thread.join();
-  state_->Draw();
-  state_->err << '\n';
-}
 
 std::string Text(const Variant& value) {
   if (value.IsEmpty() || value.IsNull() || value.IsMissing()) return "";

@@ -151,20 +151,6 @@ void AddCallCommand(CLI::App& app, Action& action);
 void AddDocumentCommands(CLI::App& app, Action& action);
 void AddGrantCommand(CLI::App& app, Action& action);
 
-// Shows how far a file has got while a call runs: a bar on the terminal, redrawn from a second thread that
-// polls `progress` (bytes so far), or nothing when `enabled` is false. Stop() (or the destructor) ends it.
-class ProgressBar {
- public:
-  ProgressBar(std::ostream& err, bool enabled, std::string label, int64_t total, std::function<int64_t()> progress);
-  ~ProgressBar();
-  ProgressBar(const ProgressBar&) = delete;
-  ProgressBar& operator=(const ProgressBar&) = delete;
-  void Stop();
-
- private:
-  struct State;
-  std::unique_ptr<State> state_;
-};
 // True when `err` is the process's standard error and that is a terminal.
 bool IsTerminal(const std::ostream& err);
 
