@@ -98,7 +98,6 @@ void GlobalOptions::AddTo(CLI::App& app) {
       ->envname("VANTOR_MAX_REPLY")
       ->type_name("BYTES")
       ->group(group);
-  app.add_flag("--json", json, "machine-readable output (JSON)");
   app.add_flag("--timings", timings,
                "print each request's timings on stderr: bytes sent and received, connect, first and last byte");
   auto* json_flag = app.add_flag("--json", json, "machine-readable output (JSON; errors too, as JSON on stderr)");
