@@ -386,6 +386,23 @@ TEST(DirectTransfer, UploadsGoOutFromTheFileAndReadsTakeOverWhereItEndsEarly) {
   }
   EXPECT_TRUE(wire == "^S1^,^u^,^ABA1^,^UploadFile^,^\\blob^,^big.bin^,^5242883^\r\n" + content);
 
+  // A gateway that hangs up in mid-upload ends the call with the connection's error, and the process goes on.
+  {
+    testing::LoopbackServer server([&](int c) {
+      char buf[65536];
+      for (size_t got = 0; got < (1 << 20);) {
+        const ssize_t n = ::recv(c, buf, sizeof buf, 0);
+        if (n <= 0) return;
+        got += static_cast<size_t>(n);
+      }
+    });
+    testing::GatewaySession s(server.port());
+    s.object().strBlobPathLocal = blob.path();
+    Variant status;
+    EXPECT_EQ(s.object().EASYUploadFile("big.bin", &status), kMinusOne);
+    EXPECT_EQ(status, Variant("Winsock Error (10054 - Connection is reset by remote side)"));
+  }
+
   struct ShortFile : platform::SendSource {
     int fd = -1;
     size_t skipped = 0;

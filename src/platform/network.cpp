@@ -99,19 +99,17 @@ bool CanSpliceInto(int file_descriptor) {
 }
 
 // Runs `send` with SIGPIPE blocked on the thread, so that a connection the peer closed answers EPIPE instead
-// of ending the process (sendfile has no MSG_NOSIGNAL); a SIGPIPE it raised is taken back, one that was
-// pending before stays.
+// of ending the process (sendfile has no MSG_NOSIGNAL). The SIGPIPE it raised is taken back; one already
+// blocked by the caller cannot be told from ours and stays.
 template <typename Send>
 ssize_t WithoutSigpipe(Send send) {
-  sigset_t pipe_only, old_mask, pending;
+  sigset_t pipe_only, old_mask;
   sigemptyset(&pipe_only);
   sigaddset(&pipe_only, SIGPIPE);
-  sigpending(&pending);
-  const bool was_pending = sigismember(&pending, SIGPIPE) == 1;
   pthread_sigmask(SIG_BLOCK, &pipe_only, &old_mask);
   const ssize_t n = send();
   const int err = errno;
-  if (n < 0 && err == EPIPE && !was_pending) {
+  if (n < 0 && err == EPIPE && sigismember(&old_mask, SIGPIPE) == 0) {
     const timespec no_wait{};
     while (::sigtimedwait(&pipe_only, nullptr, &no_wait) < 0 && errno == EINTR) {
     }
