@@ -16,6 +16,7 @@
 #                              build the libFuzzer targets (build-fuzz, clang) and run one or all of them
 #                              for SECONDS each (default 60) over a copy of their seed corpus
 #   ./dev.sh build             build only (build/)
+#   ./dev.sh package           build, then make the Debian packages (CPack) in build/packages
 #   ./dev.sh bench             build and run the benchmarks (figures as ratios against a baseline)
 #   ./dev.sh format [--check]  format every C++ source with clang-format (.clang-format); --check only reports
 #                              the files that differ and fails
@@ -30,7 +31,8 @@ PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev libsqlite3-dev sqlite3
           unixodbc-dev odbc-postgresql postgresql libcli11-dev nlohmann-json3-dev libasio-dev
           python3-dev pybind11-dev python3-pytest
           python3-flask python3-waitress gunicorn python3-selenium chromium chromium-driver
-          libsodium-dev pkg-config clang libfuzzer-14-dev clang-format)
+          libsodium-dev pkg-config clang libfuzzer-14-dev clang-format
+          help2man dpkg-dev file lintian man-db)
 
 say() { printf '\033[1m==> %s\033[0m\n' "$*" >&2; }
 
@@ -144,6 +146,13 @@ shift || true
 case "$cmd" in
   deps) deps ;;
   build) build build ;;
+  package)
+    build build
+    say "making the Debian packages (build/packages)"
+    rm -f build/packages/*.deb
+    (cd build && cpack -G DEB >cpack.log) || { cat build/cpack.log >&2; exit 1; }
+    ls -1 build/packages/*.deb
+    ;;
   demo)
     BUILD_TARGET=vantor build build
     say "running vantor demo"
@@ -213,7 +222,7 @@ case "$cmd" in
     fi
     ;;
   *)
-    echo "usage: ./dev.sh [-j N] {demo [--keep]|format [--check]|portal [--host H] [--port P]|test [--no-postgres] [--sanitize|--tsan]|fuzz [TARGET|all] [SECONDS]|build|bench|deps}" >&2
+    echo "usage: ./dev.sh [-j N] {demo [--keep]|format [--check]|portal [--host H] [--port P]|test [--no-postgres] [--sanitize|--tsan]|fuzz [TARGET|all] [SECONDS]|build|package|bench|deps}" >&2
     exit 2
     ;;
 esac

@@ -229,7 +229,7 @@ void AwaitRequest(int fd, std::string_view ending) {
 // Pumps the calling thread's sockets until `done` or ten seconds passed.
 bool PumpUntil(const std::function<bool()>& done) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!done() && std::chrono::steady_clock::now() < deadline) platform::DoEvents(*platform::Network::Default());
+  while (!done() && std::chrono::steady_clock::now() < deadline) platform::DoEvents(*platform::Network::Default(), 100);
   return done();
 }
 

@@ -1,5 +1,6 @@
 #include "link/request_exchange.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -44,6 +45,36 @@ TEST_F(RequestExchange, FramingAndTheLogOfOneGoodExchange) {
                 "Weitergabe Abfrageergebnis an IIS (Status: OK", "Eins)"}));
   EXPECT_EQ(s().socket().State(), platform::kSckClosed);
   EXPECT_EQ(net_.open_sockets(), 0);
+}
+
+TEST_F(RequestExchange, TheTimingLineAndObserverSeeEachRequest) {
+  Answer("Status: OK\r\nEins");
+  net_.scripts.push_back({FakeNetwork::Reset()});
+  s().impl().options.log_timings = true;
+  std::vector<RequestTimings> seen;
+  s().impl().options.on_request_timings = [&](const RequestTimings& t) { seen.push_back(t); };
+  auto timing_lines = [&] {
+    std::vector<std::string> lines = s().LogLines();
+    std::erase_if(lines, [](const std::string& l) { return !l.starts_with("Zeitmessung"); });
+    return lines;
+  };
+  EXPECT_TRUE(Exchange(s(), kRequest).ok);
+  EXPECT_FALSE(Exchange(s(), kRequest).ok);  // reset before any byte of a reply
+  const std::vector<std::string> lines = timing_lines();
+  ASSERT_EQ(lines.size(), 2u);
+  ASSERT_EQ(seen.size(), 2u);
+  EXPECT_EQ(seen[0].command, "GetChannels");
+  EXPECT_EQ(seen[0].bytes_sent, static_cast<int64_t>(kRequest.size()));
+  EXPECT_EQ(seen[0].bytes_received, 16);
+  EXPECT_GE(seen[0].connect_ms, 0);
+  EXPECT_GE(seen[0].first_byte_ms, seen[0].connect_ms);
+  EXPECT_GE(seen[0].last_byte_ms, seen[0].first_byte_ms);
+  EXPECT_THAT(lines[0],
+              ::testing::MatchesRegex("Zeitmessung \\(Befehl GetChannels, 29 Bytes gesendet, 16 Bytes empfangen, "
+                                      "Verbindung [0-9.]+ ms, erstes Byte [0-9.]+ ms, letztes Byte [0-9.]+ ms\\)\\."));
+  EXPECT_EQ(seen[1].bytes_received, 0);
+  EXPECT_EQ(seen[1].first_byte_ms, -1);
+  EXPECT_THAT(lines[1], ::testing::EndsWith("erstes Byte -, letztes Byte -)."));
 }
 
 TEST_F(RequestExchange, ANestedRequestIsRefusedOnceAndTheNextOneRuns) {

@@ -158,6 +158,10 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
   Outcome help = RunLine({"--help"});
   EXPECT_EQ(help.code, 0);
   EXPECT_THAT(help.out, HasSubstr("Examples:\n  vantor"));
+  // One line, name and dotted version, as help2man and scripts read it; a sub-command after it is not run.
+  Outcome version = RunLine({"--version", "channels"});
+  EXPECT_EQ(version.code, 0);
+  EXPECT_THAT(version.out, ::testing::MatchesRegex("vantor [0-9]+\\.[0-9]+\\.[0-9]+\n"));
   port_ = std::to_string(halqvantor::testing::ScriptedGateway::UnusedPort());
   Outcome refused = Run({"channels"});
   EXPECT_EQ(refused.code, 1);

@@ -4,6 +4,8 @@
 // and readings it can take from it. None of these changes what a member does unless the setting says so.
 
 #include <cstdint>
+#include <functional>
+#include <string>
 
 #include "halqvantor/Export.h"
 
@@ -13,6 +15,17 @@ class clsVantor;
 namespace platform {
 class Env;
 }
+
+// What one request to the gateway took. Times are milliseconds from the start of its connection, -1 for a
+// point the request never reached (no connection made, no byte of a reply).
+struct RequestTimings {
+  std::string command;         // the request's command, e.g. "GetChannels" or "TransferBLOB"
+  int64_t bytes_sent = 0;      // the request and any file sent after it
+  int64_t bytes_received = 0;  // the reply's payload (a text reply's "TotalBytes:" header not counted)
+  double connect_ms = -1;
+  double first_byte_ms = -1;
+  double last_byte_ms = -1;
+};
 
 // Per-object settings outside the interface table. Each starts at the value a page that never heard of it
 // expects; a host changes them after creating the object and before the members that read them.
@@ -26,6 +39,12 @@ struct ObjectOptions {
   // an encoded password is then replaced by its hash at its next log-on that gives it exactly. CheckLogon
   // accepts both formats either way; archive passwords stay encoded, as requests must carry them.
   bool strong_passwords = false;
+  // A timing line per request in the debug log ("Zeitmessung (...)": command, bytes sent and received,
+  // connect, first and last byte in ms). Starts on when the environment variable HALQVANTOR_TIMINGS is 1
+  // as the object is made.
+  bool log_timings = false;
+  // Called after each request with its timings, when set (whether or not they are logged).
+  std::function<void(const RequestTimings&)> on_request_timings;
 };
 
 // The options of `object`, to read or change.

@@ -1,5 +1,7 @@
 #include "link/request_exchange.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <limits>
 
@@ -19,8 +21,6 @@ namespace {
 constexpr std::string_view kCrLf = "\r\n";
 // Seconds between two tries of a busy answer.
 constexpr int32_t kBusyRetrySeconds = 3;
-// A wait yields this many times between two looks at the slot and the clock.
-constexpr int kYieldsPerPass = 10;
 
 // The time measure of every wait: seconds since midnight, whole seconds. It is not guarded against the
 // turn of the day: a wait that starts just before midnight cannot time out until its slot is done.
@@ -28,15 +28,48 @@ double SecondsSinceMidnight(platform::Env& env) { return static_cast<double>(env
 
 std::string StateText(const platform::Socket& socket) { return std::to_string(socket.State()); }
 
-// Yields as a wait pass does, but stops early once an event was delivered, so that the waiter looks at the
-// slot at once instead of sleeping through the remaining yields.
-void YieldPass(platform::Env& env) {
-  for (int i = 0; i < kYieldsPerPass; ++i) {
-    if (platform::DoEvents(env) > 0) return;
+// One pass of a wait: delivers what the sockets bring and otherwise sleeps until just after the clock's
+// seconds change, the next moment a wait has anything to look at. A waiting request costs no CPU.
+void YieldPass(platform::Env& env) { platform::DoEvents(env, env.MillisecondsToNextSecond() + 1); }
+
+double MillisecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
+
+// The command of a request: its fourth field ("^session^,^user^,^password^,^COMMAND^,..."), at most 64
+// characters of it.
+std::string CommandOf(std::string_view request) {
+  constexpr std::string_view kSeparator = "^,^";
+  size_t start = 0;
+  for (int field = 0; field < 3; ++field) {
+    const size_t at = request.find(kSeparator, start);
+    if (at == std::string_view::npos) return "";
+    start = at + kSeparator.size();
   }
+  const std::string_view rest = request.substr(start);
+  return std::string(rest.substr(0, std::min<size_t>(rest.find('^'), 64)));
+}
+
+std::string FormatMilliseconds(double ms) {
+  if (ms < 0) return "-";
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f ms", ms);
+  return text;
 }
 
 }  // namespace
+
+bool TimingsFromEnvironment() {
+  const char* value = std::getenv("HALQVANTOR_TIMINGS");
+  return value != nullptr && std::string_view(value) == "1";
+}
+
+std::string TimingLine(const RequestTimings& t) {
+  return "Zeitmessung (Befehl " + t.command + ", " + std::to_string(t.bytes_sent) + " Bytes gesendet, " +
+         std::to_string(t.bytes_received) + " Bytes empfangen, Verbindung " + FormatMilliseconds(t.connect_ms) +
+         ", erstes Byte " + FormatMilliseconds(t.first_byte_ms) + ", letztes Byte " +
+         FormatMilliseconds(t.last_byte_ms) + ").";
+}
 
 std::string_view StatusLineOf(std::string_view response) { return response.substr(0, response.find(kCrLf)); }
 
@@ -89,12 +122,38 @@ bool LinkSession::WaitForReply() {
   while (form.GetWinsockError(SlotIndex).empty() && !form.GetReady(SlotIndex) && !timed_out) {
     if (start + self.lngREQUESTTIMEOUT < SecondsSinceMidnight(*env)) timed_out = true;
     YieldPass(*env);
+    if (Times.active) NoteArrival();
   }
   WriteLog("  Beende Warteschleife für Anfrageergebnis.");
   const std::string& error = form.GetWinsockError(SlotIndex);
   if (error.empty()) return !timed_out;
   WriteLog("  Winsock-Fehler (" + error + ")");
   return false;
+}
+
+void LinkSession::NoteArrival() {
+  const SlotState& slot = form.State(SlotIndex);
+  if (!Times.sent) return;
+  // A text reply's first packet may hold only its header: the packet counts although no payload came.
+  const bool header_in = slot.Mode == ReceptionMode::kString && !slot.AwaitingFirstPacket;
+  if (slot.BytesReceived == Times.bytes_seen && !(header_in && Times.first_byte_ms < 0)) return;
+  const double now = MillisecondsSince(Times.start);
+  if (Times.first_byte_ms < 0) Times.first_byte_ms = now;
+  Times.last_byte_ms = now;
+  Times.bytes_seen = slot.BytesReceived;
+}
+
+void LinkSession::ReportTimings(std::string_view request, const platform::Socket& socket) {
+  Times.active = false;
+  RequestTimings timings;
+  timings.command = CommandOf(request);
+  timings.bytes_sent = socket.BytesSent();
+  timings.bytes_received = Times.first_byte_ms < 0 ? 0 : Times.bytes_seen;
+  timings.connect_ms = Times.connect_ms;
+  timings.first_byte_ms = Times.first_byte_ms;
+  timings.last_byte_ms = Times.last_byte_ms;
+  if (options.log_timings) WriteLog(TimingLine(timings));
+  if (options.on_request_timings) options.on_request_timings(timings);
 }
 
 bool LinkSession::TakeRequestGuard(std::string& status) {
@@ -130,8 +189,26 @@ bool LinkSession::RunRoundTrip(std::string_view request, std::string_view bytes,
 
     WriteLog("Verbindungsaufbau.");
     form.SetReady(SlotIndex, false);
+    Times = {};
+    Times.active = options.log_timings || options.on_request_timings != nullptr;
+    Times.start = std::chrono::steady_clock::now();
+    // The timings of this request are reported however it ends.
+    struct ReportAtEnd {
+      LinkSession& session;
+      std::string_view request;
+      const platform::Socket& socket;
+      ~ReportAtEnd() {
+        if (!session.Times.active) return;
+        try {
+          session.ReportTimings(request, socket);
+        } catch (const std::exception&) {
+          // A failing log or observer must not change the request's outcome.
+        }
+      }
+    } report{*this, request, socket};
     socket.Connect();
     bool ok = WaitForReply();
+    if (ok && Times.active) Times.connect_ms = MillisecondsSince(Times.start);
     if (ok) {
       std::string line = "Senden der Anfrage an Vantor-Server (";
       line += request;
@@ -139,6 +216,8 @@ bool LinkSession::RunRoundTrip(std::string_view request, std::string_view bytes,
       WriteLog(line);
       form.SetReady(SlotIndex, false);
       slot.AwaitingFirstPacket = true;
+      Times.sent = true;
+      Times.bytes_seen = slot.BytesReceived;
       socket.SendData(bytes);
       if (body != nullptr) socket.SendStream(std::move(body));
       ok = WaitForReply();
@@ -241,7 +320,7 @@ void LinkSession::Pause(int32_t seconds) {
     // A pause that runs over midnight counts on into the new day instead of waiting a whole day more.
     if (now < start) now += 24 * 3600;
     if (now >= until) return;
-    platform::DoEvents(*env);
+    YieldPass(*env);
   }
 }
 

@@ -9,7 +9,9 @@
 namespace halqvantor {
 
 LinkSession::LinkSession(clsVantor& owner)
-    : self(owner), form(frmComm::ForThisThread()), env(platform::Env::Default()), LineBreak("\r\n") {}
+    : self(owner), form(frmComm::ForThisThread()), env(platform::Env::Default()), LineBreak("\r\n") {
+  options.log_timings = TimingsFromEnvironment();
+}
 
 void LinkSession::WriteLog(std::string_view text) const {
   WriteLogLine(*env, self.strDebugLogPath, self.strSessionID, text);

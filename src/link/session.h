@@ -6,6 +6,7 @@
 // it through SessionOf. Member functions live in request_exchange.cpp (the exchange with the gateway) and
 // round_trip.cpp (log, list requests and walks).
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -22,7 +23,8 @@ namespace halqvantor {
 class frmComm;
 namespace platform {
 class SendSource;
-}
+class Socket;
+}  // namespace platform
 
 struct LinkSession {
   explicit LinkSession(clsVantor& owner);
@@ -37,6 +39,19 @@ struct LinkSession {
   int32_t SlotIndex = 0;        // connection slot taken by Init; 0 before Init
   bool RequestPending = false;  // a request exchange is under way
   std::string LineBreak;        // CR LF
+
+  // The points of the round trip under way, noted while its timings are wanted (RunRoundTrip): milliseconds
+  // from the start of its connection, -1 until reached.
+  struct RoundTripTimes {
+    bool active = false;
+    bool sent = false;  // the request went out: packets from now on are the reply's
+    std::chrono::steady_clock::time_point start;
+    double connect_ms = -1;
+    double first_byte_ms = -1;
+    double last_byte_ms = -1;
+    int32_t bytes_seen = 0;  // the slot's BytesReceived when last noted
+  };
+  RoundTripTimes Times;
 
   // Rows of the last list request, shared by all ...Next operations.
   std::vector<std::string> ResultRows;
@@ -60,6 +75,10 @@ struct LinkSession {
   // Waits, yielding to the event loop, until the slot is Ready, has a WinsockError, or lngREQUESTTIMEOUT
   // seconds have passed; true only for Ready. Clears the slot's WinsockError first.
   bool WaitForReply();
+  // While Times is active: notes the time of a packet the last pass of the wait brought.
+  void NoteArrival();
+  // Ends Times: the timing line in the log when options.log_timings, and options.on_request_timings.
+  void ReportTimings(std::string_view request, const platform::Socket& socket);
   // The round trip with the busy retry and the status line: true with the reply rows in ResultRows /
   // ResultCount and ResultCursor 0; false with the failure text in `status` and no rows.
   bool RequestList(const std::string& request, std::string& status);
@@ -96,6 +115,11 @@ struct LinkSession {
   // The Next of a plain list: the row at the cursor, whole, or "" after the last row.
   Variant ListNext();
 };
+
+// The timing line of the debug log for one request.
+std::string TimingLine(const RequestTimings& timings);
+// True when the environment variable HALQVANTOR_TIMINGS asks for timing lines ("1").
+bool TimingsFromEnvironment();
 
 // The link side of `object` (defined with the object's private side).
 LinkSession& SessionOf(clsVantor& object);

@@ -21,6 +21,13 @@ class SystemClock final : public Clock {
     now.second = tm.tm_sec;
     return now;
   }
+
+  int MillisecondsToNextSecond() override {
+    // Local time changes its seconds when the system time does (zones are whole minutes away).
+    timespec ts{};
+    clock_gettime(CLOCK_REALTIME, &ts);
+    return 1000 - static_cast<int>(ts.tv_nsec / 1000000);
+  }
 };
 
 // 30.12.1899, day 0 of automation dates, counted from 1970-01-01.

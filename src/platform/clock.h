@@ -29,6 +29,10 @@ class Clock {
   // The local date and time of day, in whole seconds.
   virtual LocalDateTime Now() = 0;
 
+  // Milliseconds until the seconds of Now() change: how long a wait that looks at the clock each second may
+  // sleep. 0 for a clock that moves only when told (a test's), so that its waits never sleep.
+  virtual int MillisecondsToNextSecond() { return 0; }
+
   // Seconds since midnight of Now(): the time measure of every wait.
   int32_t SecondsSinceMidnight();
   CivilDate Today() { return Now().date; }

@@ -7,6 +7,7 @@ namespace {
 class SystemEnv final : public Env {
  public:
   LocalDateTime Now() override { return Clock::Default()->Now(); }
+  int MillisecondsToNextSecond() override { return Clock::Default()->MillisecondsToNextSecond(); }
 
   int AppendToFile(const std::string& path, std::string_view bytes) override {
     return Files()->AppendToFile(path, bytes);

@@ -35,6 +35,7 @@ class EnvWrapper : public Env {
   Env* target() const { return target_; }
 
   LocalDateTime Now() override { return target_->Now(); }
+  int MillisecondsToNextSecond() override { return target_->MillisecondsToNextSecond(); }
 
   int AppendToFile(const std::string& path, std::string_view bytes) override {
     return target_->AppendToFile(path, bytes);

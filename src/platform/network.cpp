@@ -119,15 +119,48 @@ ssize_t WithoutSigpipe(Send send) {
   return n;
 }
 
-// The most a pass of the event pump waits: a reply is seen at once, and a wait costs no CPU.
-constexpr int kDefaultEventWaitMs = 5;
+// The most a pass of the event pump waits when its caller sets no nearer bound. Readiness ends a wait at once,
+// so a long bound costs nothing while a reply comes, and a waiting request wakes only to look at its clock.
+constexpr int kDefaultEventWaitMs = 1000;
 
 int FamilyOf(AddressFamily family) { return family == AddressFamily::kIPv6 ? AF_INET6 : AF_INET; }
+
+// `host` as an IPv4 or IPv6 address literal: its one address, true; false for a name.
+bool NumericAddress(const std::string& host, int32_t port, std::vector<SocketAddress>* addresses) {
+  SocketAddress address;
+  sockaddr_storage storage{};
+  size_t length = 0;
+  auto* in4 = reinterpret_cast<sockaddr_in*>(&storage);
+  auto* in6 = reinterpret_cast<sockaddr_in6*>(&storage);
+  if (::inet_pton(AF_INET, host.c_str(), &in4->sin_addr) == 1) {
+    in4->sin_family = AF_INET;
+    in4->sin_port = htons(static_cast<uint16_t>(port));
+    address.family = AddressFamily::kIPv4;
+    length = sizeof(sockaddr_in);
+  } else if (::inet_pton(AF_INET6, host.c_str(), &in6->sin6_addr) == 1) {
+    in6->sin6_family = AF_INET6;
+    in6->sin6_port = htons(static_cast<uint16_t>(port));
+    address.family = AddressFamily::kIPv6;
+    length = sizeof(sockaddr_in6);
+  } else {
+    return false;
+  }
+  char text[INET6_ADDRSTRLEN] = {};
+  const void* where = address.family == AddressFamily::kIPv6 ? static_cast<const void*>(&in6->sin6_addr)
+                                                             : static_cast<const void*>(&in4->sin_addr);
+  if (::inet_ntop(storage.ss_family, where, text, sizeof text) != nullptr) address.text = text;
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&storage);
+  address.native.assign(bytes, bytes + length);
+  addresses->push_back(std::move(address));
+  return true;
+}
 
 class SystemNetwork final : public Network {
  public:
   SocketError Resolve(const std::string& host, int32_t port, std::vector<SocketAddress>* addresses) override {
     addresses->clear();
+    // An address written out needs no resolver (which would read its configuration on every call).
+    if (NumericAddress(host, port, addresses)) return {};
     addrinfo hints{};
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_STREAM;

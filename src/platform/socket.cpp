@@ -59,6 +59,7 @@ void Socket::Connect() {
   next_address_ = 0;
   last_connect_error_ = 0;
   receive_to_file_ = true;
+  bytes_sent_ = 0;
   state_ = kSckResolvingHost;
 
   const SocketError resolved = network_->Resolve(RemoteHost, RemotePort, &addresses_);
@@ -272,6 +273,7 @@ bool Socket::SendFromSourceFile() {
     const int64_t n = network_->SendFromFile(fd_, span.descriptor,
                                              static_cast<size_t>(std::min<int64_t>(span.remaining, kMaxDirectPass)));
     if (n > 0) {
+      bytes_sent_ += n;
       source_->Skip(static_cast<size_t>(n));
       continue;
     }
@@ -298,6 +300,7 @@ int Socket::FlushSendQueue() {
       if (n == -EAGAIN || n == -EWOULDBLOCK) return 0;
       return Fail(SocketErrorFromErrno(static_cast<int>(-n)));
     }
+    bytes_sent_ += n;
     if (send_offset_ < send_queue_.size()) {
       send_offset_ += static_cast<size_t>(n);
     } else {
@@ -378,7 +381,11 @@ const std::vector<Socket*>& ThreadSockets() { return Registry(); }
 
 namespace {
 
-int RunEventPass(Network& waiter, bool wait) {
+// The longest the waiter's poll may block while sockets of other networks are open too: those are only
+// looked at between two polls, so their events must not wait behind a long sleep.
+constexpr int kSharedWaitMs = 5;
+
+int RunEventPass(Network& waiter, int max_wait_ms) {
   // Handlers may close sockets (or, in principle, make new ones) while this pass runs: work on a copy and
   // check each descriptor's generation before acting on its readiness.
   const std::vector<Socket*> list(ThreadSockets());
@@ -403,7 +410,8 @@ int RunEventPass(Network& waiter, bool wait) {
     group->entries.push_back({s->Descriptor(), wanted, 0});
     group->owners.emplace_back(s, s->Generation());
   }
-  const int timeout = (delivered > 0 || !wait) ? 0 : waiter.EventWaitMs();
+  int timeout = delivered > 0 ? 0 : std::min(max_wait_ms, waiter.EventWaitMs());
+  if (groups.size() > 1) timeout = std::min(timeout, kSharedWaitMs);
   for (Group& group : groups) {
     const int ready = group.network->Poll(group.entries, group.network == &waiter ? timeout : 0);
     if (ready <= 0) continue;
@@ -419,8 +427,8 @@ int RunEventPass(Network& waiter, bool wait) {
 
 }  // namespace
 
-int DoEvents(Network& waiter) { return RunEventPass(waiter, true); }
+int DoEvents(Network& waiter, int max_wait_ms) { return RunEventPass(waiter, std::max(max_wait_ms, 0)); }
 
-int DoPendingEvents(Network& waiter) { return RunEventPass(waiter, false); }
+int DoPendingEvents(Network& waiter) { return RunEventPass(waiter, 0); }
 
 }  // namespace halqvantor::platform

@@ -99,6 +99,8 @@ class Socket {
   int32_t LocalPort = 0;  // 0: any
 
   int16_t State() const { return state_; }
+  // Bytes the connection took since the last Connect (SendData's and the stream's).
+  int64_t BytesSent() const { return bytes_sent_; }
 
   // Starts a connection to RemoteHost:RemotePort. The name is resolved here (this may block); the rest
   // completes in DoEvents with a Connect event, or an Error event when it fails (an unknown host too).
@@ -159,6 +161,7 @@ class Socket {
   std::vector<SocketAddress> addresses_;  // resolved addresses not tried yet, in order
   size_t next_address_ = 0;
   int last_connect_error_ = 0;
+  int64_t bytes_sent_ = 0;
   std::string send_queue_;
   size_t send_offset_ = 0;
   std::shared_ptr<SendSource> source_;  // the stream after the queue, until it ends
@@ -177,9 +180,11 @@ const std::vector<Socket*>& ThreadSockets();
 
 // Yields to the event loop: one pass over the calling thread's sockets that delivers what is due and what
 // their networks report ready. `waiter` (the network of the object that waits) waits for its sockets until
-// something happens, at most its EventWaitMs (sleeping that long also when none of its sockets is open);
-// sockets of other networks are only looked at. Loops that wait call this. The number of events delivered.
-int DoEvents(Network& waiter);
+// something happens, at most `max_wait_ms` and its EventWaitMs (sleeping that long also when none of its
+// sockets is open); sockets of other networks are only looked at, and while there are any the wait is
+// short. Loops that wait call this with the time until they must look at their clock again. The number of
+// events delivered.
+int DoEvents(Network& waiter, int max_wait_ms);
 // The same pass without waiting: lets through what is due, for a single yield between two steps.
 int DoPendingEvents(Network& waiter);
 

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "server.h"
+#include "version.h"
 
 int main(int argc, char** argv) {
   halqvantor::gateway::GatewayOptions options;
@@ -61,6 +62,7 @@ int main(int argc, char** argv) {
       ->check(CLI::PositiveNumber);
   app.add_option("--max-upload-bytes", options.max_upload_bytes, "size of one uploaded file")->capture_default_str();
   app.add_flag("-v,--verbose", verbose, "print one line per answered request");
+  app.set_version_flag("--version", std::string("vantor-gateway ") + vantor::kVersion, "print the version and exit");
   CLI11_PARSE(app, argc, argv);
   options.idle_timeout = std::chrono::seconds(idle_seconds);
   options.linger_timeout = std::chrono::seconds(linger_seconds);

@@ -6,6 +6,7 @@
 #include "demo.h"
 #include "options.h"
 #include "session.h"
+#include "version.h"
 
 namespace vantor {
 namespace {
@@ -24,8 +25,10 @@ Exit codes: 0 done, 1 the gateway or the component reported a failure, 2 bad usa
 
 int RunVantor(std::vector<std::string> args, std::ostream& out, std::ostream& err) {
   CLI::App app{"vantor: the archive gateway client on the command line"};
+  app.name("vantor");  // the usage line names the program, as help2man and readers of --help expect
   app.require_subcommand(1);
   app.footer(kFooter);
+  app.set_version_flag("--version", std::string("vantor ") + kVersion, "print the version and exit");
   GlobalOptions options;
   options.AddTo(app);
 

@@ -48,6 +48,8 @@ void GlobalOptions::AddTo(CLI::App& app) {
       ->type_name("BYTES")
       ->group(group);
   app.add_flag("--json", json, "machine-readable output (JSON)");
+  app.add_flag("--timings", timings,
+               "print each request's timings on stderr: bytes sent and received, connect, first and last byte");
 }
 
 std::optional<int64_t> ParseByteCount(std::string_view text) {

@@ -30,6 +30,7 @@ struct GlobalOptions {
   std::string ext_map;                   // --ext-map, VANTOR_EXT_MAP -> strChangeFileExt
   int64_t max_reply = int64_t{1} << 30;  // --max-reply, VANTOR_MAX_REPLY -> Options(object).max_reply_bytes
   bool json = false;                     // --json: machine-readable output
+  bool timings = false;                  // --timings: each request's timings on stderr
 
   // Registers the options (with their environment variables) on the top-level app.
   void AddTo(CLI::App& app);

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <iostream>
 #include <mutex>
 #include <thread>
@@ -17,6 +18,24 @@ namespace vantor {
 
 using halqvantor::Variant;
 using halqvantor::VarType;
+
+namespace {
+
+std::string Milliseconds(double ms) {
+  if (ms < 0) return "-";
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f ms", ms);
+  return text;
+}
+
+// One request's timings as --timings prints them.
+std::string FormatTimings(const halqvantor::RequestTimings& t) {
+  return "timing " + EscapeControls(t.command) + ": sent " + std::to_string(t.bytes_sent) + " B, received " +
+         std::to_string(t.bytes_received) + " B, connect " + Milliseconds(t.connect_ms) + ", first byte " +
+         Milliseconds(t.first_byte_ms) + ", last byte " + Milliseconds(t.last_byte_ms);
+}
+
+}  // namespace
 
 Json Listing::ToJson() const {
   Json rows = Json::array();
@@ -55,6 +74,11 @@ halqvantor::clsVantor& Session::Open(bool with_database) {
   }
   object_ = std::make_unique<halqvantor::clsVantor>();
   options_.ApplyTo(*object_);
+  if (options_.timings) {
+    halqvantor::Options(*object_).on_request_timings = [this](const halqvantor::RequestTimings& t) {
+      err_ << FormatTimings(t) << '\n';
+    };
+  }
   Calling("Init");
   if (with_database) {
     object_->Init(Variant(true));
