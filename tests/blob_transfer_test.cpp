@@ -1,10 +1,21 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <regex>
+#include <thread>
 
+#include "support/loopback.h"
 #include "support/session_fixture.h"
 
 namespace halqvantor {
@@ -186,6 +197,247 @@ TEST_F(ServerUpload, LocalFileFailuresEndInTheFileErrorHandler) {
   EXPECT_FALSE(s().impl().RequestPending);
   EXPECT_EQ(s().form().ctlWinsock(s().slot()).State(), platform::kSckClosed);
   EXPECT_TRUE(Contains(s().LogLines(), "Datei-Fehler (57 - Device I/O error)."));
+}
+
+// ---- Over the system's network and files, where the bytes move between connection and file directly.
+
+std::string PatternOf(size_t size) {
+  std::string bytes(size, '\0');
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 131 + i / 4099) & 0xFF);
+  return bytes;
+}
+
+void SendAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t n = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (n <= 0) return;
+    bytes.remove_prefix(static_cast<size_t>(n));
+  }
+}
+
+// Reads the request up to its last expected byte.
+void AwaitRequest(int fd, std::string_view ending) {
+  std::string request;
+  char buf[4096];
+  while (request.size() < ending.size() || !request.ends_with(ending)) {
+    const ssize_t n = ::recv(fd, buf, sizeof buf, 0);
+    if (n <= 0) return;
+    request.append(buf, static_cast<size_t>(n));
+  }
+}
+
+// Pumps the calling thread's sockets until `done` or ten seconds passed.
+bool PumpUntil(const std::function<bool()>& done) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!done() && std::chrono::steady_clock::now() < deadline) platform::DoEvents(*platform::Network::Default(), 100);
+  return done();
+}
+
+TEST(DirectTransfer, PiecesOfOddSizesAreCountedExactlyAndLoggedPerPacket) {
+  const std::string content = PatternOf((9 << 20) + 7);  // more than two passes of the direct path
+  testing::LoopbackServer server([&](int c) {
+    AwaitRequest(c, "f.bin^");
+    const size_t sizes[] = {1, 4093, (3 << 20) + 1, 65537, 5 << 20};
+    for (size_t sent = 0, i = 0; sent < content.size(); ++i) {
+      const size_t n = std::min(sizes[i % 5], content.size() - sent);
+      SendAll(c, std::string_view(content).substr(sent, n));
+      sent += n;
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+  });
+  TempDir blob;
+  testing::GatewaySession s(server.port());
+  s.object().strBlobPathLocal = blob.path();
+  Variant status;
+  ASSERT_EQ(s.object().EASYTransferBLOB("f.bin", static_cast<int32_t>(content.size()), &status), kOne)
+      << status.ToString();
+  EXPECT_TRUE(testing::ReadFile(blob.File("f.bin")) == content);
+  EXPECT_EQ(s.state().BytesReceived, static_cast<int32_t>(content.size()));
+
+  // Every packet has its line and then its End line, whose count grows up to the whole file.
+  const std::regex end_line(R"(    Winsock\(\d+\)-DataArrival-Event End \((\d+) of (\d+) bytes received\)\.)");
+  const std::vector<std::string> lines = s.LogLines();
+  int packets = 0;
+  long long last = 0;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    if (lines[i] != "    Packet received (mode: BYTE).") continue;
+    ++packets;
+    std::smatch m;
+    ASSERT_TRUE(i + 1 < lines.size() && std::regex_match(lines[i + 1], m, end_line)) << lines[i + 1];
+    EXPECT_GT(std::stoll(m[1]), last);
+    EXPECT_EQ(std::stoll(m[2]), static_cast<long long>(content.size()));
+    last = std::stoll(m[1]);
+  }
+  EXPECT_GE(packets, 3);
+  EXPECT_EQ(last, static_cast<long long>(content.size()));
+}
+
+// A reset in mid-stream and a file that cannot grow end the transfer as on any other path.
+TEST(DirectTransfer, ResetsAndWriteFailuresEndTheWait) {
+  const std::string content = PatternOf(3 << 20);
+  const struct {
+    bool reset;
+    rlim_t file_limit;
+    std::string status;
+  } kCases[] = {
+      {true, RLIM_INFINITY, "Winsock Error (10054 - Connection is reset by remote side)"},
+      {false, 1 << 20, "Winsock Error (File Error (61 - Disk full))"},
+  };
+  for (const auto& c : kCases) {
+    testing::LoopbackServer server([&](int fd) {
+      AwaitRequest(fd, "f.bin^");
+      SendAll(fd, std::string_view(content).substr(0, c.reset ? content.size() / 2 : content.size()));
+      if (c.reset) {
+        const linger abort{1, 0};
+        ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+      }
+    });
+    TempDir blob;
+    testing::GatewaySession s(server.port());
+    s.object().strBlobPathLocal = blob.path();
+    // A write past the limit fails with EFBIG instead of raising SIGXFSZ.
+    rlimit old_limit{};
+    ::getrlimit(RLIMIT_FSIZE, &old_limit);
+    const auto old_handler = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{c.file_limit, old_limit.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    Variant status;
+    const Variant result = s.object().EASYTransferBLOB("f.bin", static_cast<int32_t>(content.size()), &status);
+    ::setrlimit(RLIMIT_FSIZE, &old_limit);
+    std::signal(SIGXFSZ, old_handler);
+    s.socket().Close();  // the server may still be sending
+    EXPECT_EQ(result, kMinusOne);
+    EXPECT_EQ(status, Variant(c.status));
+    EXPECT_FALSE(s.impl().RequestPending);
+    if (!c.reset) {
+      EXPECT_EQ(std::filesystem::file_size(blob.File("f.bin")), c.file_limit);
+    }
+  }
+}
+
+// The socket's side of the direct reception: a receiver's file takes bytes up to its limit, the buffer the
+// rest, with the peer's close reported after them.
+TEST(DirectTransfer, TheTargetFileTakesBytesUpToItsLimitAndTheBufferTheRest) {
+  const std::string content = PatternOf((6 << 20) + 5);
+  testing::LoopbackServer server([&](int c) {
+    AwaitRequest(c, "ask");
+    SendAll(c, content);
+  });
+  TempDir dir;
+  struct Sink : platform::SocketEventSink {
+    platform::Socket socket;
+    int fd = -1;
+    int64_t limit = (5 << 20) + 1, stored = 0;
+    int stored_events = 0, errors = 0;
+    std::string buffered;
+    bool closed = false;
+    void SocketConnect(int32_t) override {}
+    void SocketDataArrival(int32_t, int32_t bytes) override { buffered += socket.GetData(bytes); }
+    void SocketClose(int32_t) override { closed = true; }
+    void SocketError(int32_t, int32_t, const std::string&) override { ++errors; }
+    platform::ReceiveTarget SocketReceiveTarget(int32_t) override { return {fd, limit - stored}; }
+    void SocketDataStored(int32_t, int32_t bytes, int file_error) override {
+      stored += bytes;
+      ++stored_events;
+      EXPECT_EQ(file_error, 0);
+    }
+  } sink;
+  sink.fd = ::open(dir.File("part").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  sink.socket.SetEventSink(&sink, 1);
+  sink.socket.RemoteHost = "127.0.0.1";
+  sink.socket.RemotePort = server.port();
+  sink.socket.Connect();
+  ASSERT_TRUE(PumpUntil([&] { return sink.socket.State() == platform::kSckConnected; }));
+  sink.socket.SendData("ask");
+  EXPECT_TRUE(PumpUntil([&] { return sink.closed || sink.errors > 0; }));
+  ::close(sink.fd);
+  EXPECT_EQ(sink.errors, 0);
+  EXPECT_EQ(sink.stored, sink.limit);
+  EXPECT_GE(sink.stored_events, 2);
+  EXPECT_TRUE(testing::ReadFile(dir.File("part")) == content.substr(0, static_cast<size_t>(sink.limit)));
+  EXPECT_TRUE(sink.buffered == content.substr(static_cast<size_t>(sink.limit)));
+}
+
+// An upload goes out from its file; a file that ends before the bytes it was sized at is then read, and the
+// source's read reports it, as without the direct path.
+TEST(DirectTransfer, UploadsGoOutFromTheFileAndReadsTakeOverWhereItEndsEarly) {
+  const std::string content = PatternOf((5 << 20) + 3);
+  TempDir blob;
+  testing::WriteFile(blob.File("big.bin"), content);
+  std::string wire;
+  {
+    testing::LoopbackServer server([&](int c) {
+      const std::string head = "^S1^,^u^,^ABA1^,^UploadFile^,^\\blob^,^big.bin^,^5242883^\r\n";
+      char buf[65536];
+      while (wire.size() < head.size() + content.size()) {
+        const ssize_t n = ::recv(c, buf, sizeof buf, 0);
+        if (n <= 0) return;
+        wire.append(buf, static_cast<size_t>(n));
+      }
+      SendAll(c, "TotalBytes:10\r\nStatus: OK");
+      AwaitRequest(c, "never");
+    });
+    testing::GatewaySession s(server.port());
+    s.object().strBlobPathLocal = blob.path();
+    s.object().strBlobPathRemote = "\\blob";
+    Variant status;
+    EXPECT_EQ(s.object().EASYUploadFile("big.bin", &status), kOne) << status.ToString();
+    s.socket().Close();  // already closed unless the upload failed
+  }
+  EXPECT_TRUE(wire == "^S1^,^u^,^ABA1^,^UploadFile^,^\\blob^,^big.bin^,^5242883^\r\n" + content);
+
+  // A gateway that hangs up in mid-upload ends the call with the connection's error, and the process goes on.
+  {
+    testing::LoopbackServer server([&](int c) {
+      char buf[65536];
+      for (size_t got = 0; got < (1 << 20);) {
+        const ssize_t n = ::recv(c, buf, sizeof buf, 0);
+        if (n <= 0) return;
+        got += static_cast<size_t>(n);
+      }
+    });
+    testing::GatewaySession s(server.port());
+    s.object().strBlobPathLocal = blob.path();
+    Variant status;
+    EXPECT_EQ(s.object().EASYUploadFile("big.bin", &status), kMinusOne);
+    EXPECT_EQ(status, Variant("Winsock Error (10054 - Connection is reset by remote side)"));
+  }
+
+  struct ShortFile : platform::SendSource {
+    int fd = -1;
+    size_t skipped = 0;
+    int reads = 0;
+    int64_t Read(char* buffer, size_t capacity) override {
+      ++reads;
+      return ::read(fd, buffer, capacity) == 0 ? -1 : 0;  // the end before the promised bytes: a failure
+    }
+    FileSpan DirectSpan() override { return {fd, static_cast<int64_t>(content_size + 10 - skipped)}; }
+    void Skip(size_t count) override { skipped += count; }
+    size_t content_size = 0;
+  };
+  auto source = std::make_shared<ShortFile>();
+  source->fd = ::open(blob.File("big.bin").c_str(), O_RDONLY | O_CLOEXEC);
+  source->content_size = content.size();
+  std::string received;
+  {
+    testing::LoopbackServer server([&](int c) {
+      char buf[65536];
+      for (ssize_t n; (n = ::recv(c, buf, sizeof buf, 0)) > 0;) received.append(buf, static_cast<size_t>(n));
+    });
+    platform::Socket socket;
+    socket.RemoteHost = "127.0.0.1";
+    socket.RemotePort = server.port();
+    socket.Connect();
+    ASSERT_TRUE(PumpUntil([&] { return socket.State() == platform::kSckConnected; }));
+    socket.SendData("head");
+    socket.SendStream(source);
+    EXPECT_TRUE(PumpUntil([&] { return source->reads > 0 && socket.WantedEvents() == platform::kPollIn; }));
+    socket.Close();
+  }
+  ::close(source->fd);
+  EXPECT_EQ(source->skipped, content.size());
+  EXPECT_EQ(source->reads, 1);
+  EXPECT_TRUE(received == "head" + content);
 }
 
 }  // namespace

@@ -1,9 +1,11 @@
 // Blob transfer and server upload: whole files move over the object's own socket, for deployments in which
 // the web server and the gateway share no blob folder. Each operation runs its own round trip (busy check,
 // connect, send, wait, disconnect, with the exchange's texts and log lines) and reads no status line:
-//   EASYTransferBLOB receives in byte mode, every byte straight into the local file as it arrives;
-//   EASYUploadFile sends the "UploadFile" request line, CR LF and the file's bytes as one stream, read from
-//   disk a chunk at a time, and logs the gateway's answer without reading it.
+//   EASYTransferBLOB receives in byte mode, every byte into the local file as it arrives (moved there by
+//   the socket itself where the network can);
+//   EASYUploadFile sends the "UploadFile" request line, CR LF and the file's bytes as one stream, straight
+//   from the file where the network can (else read a chunk at a time), and logs the gateway's answer
+//   without reading it.
 // A local file that cannot be opened, sized, read or written ends the call in the file error handler:
 // strStatus "File Error (" number " - " text ")" and the log line "Datei-Fehler (...)".
 
@@ -62,6 +64,10 @@ class FileBody final : public platform::SendSource {
     remaining_ -= static_cast<int64_t>(count);
     return static_cast<int64_t>(count);
   }
+
+  // A file of the system's file system may go out from where it lies; Read takes over where that stops.
+  FileSpan DirectSpan() override { return {file_->Descriptor(), remaining_}; }
+  void Skip(size_t count) override { remaining_ -= static_cast<int64_t>(count); }
 
   const std::optional<RuntimeError>& failure() const { return failure_; }
 

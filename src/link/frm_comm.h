@@ -116,6 +116,11 @@ class frmComm final : private platform::SocketEventSink {
   void SocketDataArrival(int32_t index, int32_t bytes_total) override;
   void SocketClose(int32_t index) override;
   void SocketError(int32_t index, int32_t number, const std::string& description) override;
+  platform::ReceiveTarget SocketReceiveTarget(int32_t index) override;
+  void SocketDataStored(int32_t index, int32_t bytes, int file_error) override;
+  // DataArrival's work on `bytes` received bytes: in the socket's buffer, or already in the slot's file
+  // (`stored`, with the errno of a failed write).
+  void TakeArrival(int16_t Index, int32_t bytes, bool stored, int file_error);
 
   const SlotState& Record(int32_t slot) const;
   SlotState& Record(int32_t slot);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <functional>
+#include <limits>
 #include <string>
 
 #include "halqvantor/Variant.h"
@@ -110,7 +111,12 @@ void ReceiveNextPacket(SlotState& slot, std::string_view packet) {
   platform::AppendCp1252AsUtf8(slot.Response, packet);
 }
 
-PacketOutcome TakePacket(SlotState& slot, std::string_view packet, const std::function<void(std::string_view)>& log) {
+namespace {
+
+// One packet's work for TakePacket and TakeStoredPacket: `packet` holds its bytes, or, for a byte-mode
+// packet already in the file, is empty while `stored` counts them.
+PacketOutcome Take(SlotState& slot, std::string_view packet, size_t stored, int file_error,
+                   const std::function<void(std::string_view)>& log) {
   try {
     if (slot.Mode == ReceptionMode::kString) {
       // Only the first packet after the request went out may start a reply: TCP cuts a stream anywhere, so a
@@ -127,12 +133,17 @@ PacketOutcome TakePacket(SlotState& slot, std::string_view packet, const std::fu
     } else if (slot.Mode == ReceptionMode::kByte) {
       // The caller's expected length stands for the announced one; the file is bounded like a text reply.
       if (slot.BytesToReceive > slot.MaxReplyBytes) throw ReplyTooLarge(slot.BytesToReceive, slot.MaxReplyBytes);
-      const int64_t received = static_cast<int64_t>(slot.BytesReceived) + static_cast<int64_t>(packet.size());
+      const size_t size = stored > 0 ? stored : packet.size();
+      const int64_t received = static_cast<int64_t>(slot.BytesReceived) + static_cast<int64_t>(size);
       if (received > slot.MaxReplyBytes) throw ReplyTooLarge(-1, slot.MaxReplyBytes);
       slot.BytesReceived = vb::CheckedInt32(received);
       log("    Packet received (mode: " + std::string(ToText(slot.Mode)) + ").");
       try {
-        platform::WriteToFile(slot.File, packet);
+        if (stored == 0) {
+          platform::WriteToFile(slot.File, packet);
+        } else if (file_error != 0) {
+          throw RuntimeError(platform::ErrorFromErrno(file_error));
+        }
       } catch (const RuntimeError& e) {
         // The bytes count as received all the same; the failure ends the wait.
         slot.WinsockError = "File Error (" + std::to_string(e.number()) + " - " + e.description() + ")";
@@ -151,6 +162,25 @@ PacketOutcome TakePacket(SlotState& slot, std::string_view packet, const std::fu
     log("    Error occured: " + slot.WinsockError + ".");
     return PacketOutcome::kFailed;
   }
+}
+
+}  // namespace
+
+PacketOutcome TakePacket(SlotState& slot, std::string_view packet, const std::function<void(std::string_view)>& log) {
+  return Take(slot, packet, 0, 0, log);
+}
+
+PacketOutcome TakeStoredPacket(SlotState& slot, size_t count, int file_error,
+                               const std::function<void(std::string_view)>& log) {
+  return Take(slot, {}, count, file_error, log);
+}
+
+platform::ReceiveTarget ByteModeTarget(const SlotState& slot) {
+  if (slot.Mode != ReceptionMode::kByte || slot.BytesToReceive > slot.MaxReplyBytes) return {};
+  const platform::WritableFile* file = platform::OpenFileAt(slot.File);
+  if (file == nullptr || file->Descriptor() < 0) return {};
+  const int64_t bound = std::min<int64_t>(slot.MaxReplyBytes, std::numeric_limits<int32_t>::max());
+  return {file->Descriptor(), bound - slot.BytesReceived};
 }
 
 void frmComm::ctlWinsock_Connect(int16_t Index) {
@@ -179,7 +209,9 @@ void frmComm::ctlWinsock_Error(int16_t Index, int32_t Number, const std::string&
   }
 }
 
-void frmComm::ctlWinsock_DataArrival(int16_t Index, int32_t bytesTotal) {
+void frmComm::ctlWinsock_DataArrival(int16_t Index, int32_t bytesTotal) { TakeArrival(Index, bytesTotal, false, 0); }
+
+void frmComm::TakeArrival(int16_t Index, int32_t bytes, bool stored, int file_error) {
   SlotState* slot = nullptr;
   try {
     slot = &State(Index);
@@ -187,17 +219,23 @@ void frmComm::ctlWinsock_DataArrival(int16_t Index, int32_t bytesTotal) {
     return;  // not a slot (element 0, never handed out): nothing to receive into
   }
   WriteSlotLog(Index, WinsockPrefix(Index) + "DataArrival-Event Start.");
-  // The handler reads all bytesTotal bytes: they are gone from the socket however it ends. Any other Mode
-  // reads nothing.
+  // The handler reads all the bytes: they are gone from the socket however it ends. Any other Mode reads
+  // nothing. Bytes the socket stored in the slot's file are only counted.
   platform::Socket& socket = ctlWinsock(Index);
-  const bool reads = slot->Mode != ReceptionMode::kNone;
-  const std::string_view packet = reads ? socket.PeekData(bytesTotal) : std::string_view();
-  struct ConsumeAtEnd {
-    platform::Socket& socket;
-    size_t count;
-    ~ConsumeAtEnd() { socket.Consume(count); }
-  } consume{socket, packet.size()};
-  const PacketOutcome outcome = TakePacket(*slot, packet, [&](std::string_view line) { WriteSlotLog(Index, line); });
+  const auto log = [&](std::string_view line) { WriteSlotLog(Index, line); };
+  PacketOutcome outcome;
+  if (stored) {
+    outcome = TakeStoredPacket(*slot, static_cast<size_t>(bytes), file_error, log);
+  } else {
+    const bool reads = slot->Mode != ReceptionMode::kNone;
+    const std::string_view packet = reads ? socket.PeekData(bytes) : std::string_view();
+    struct ConsumeAtEnd {
+      platform::Socket& socket;
+      size_t count;
+      ~ConsumeAtEnd() { socket.Consume(count); }
+    } consume{socket, packet.size()};
+    outcome = TakePacket(*slot, packet, log);
+  }
   if (outcome == PacketOutcome::kTaken) {
     WriteSlotLog(Index, WinsockPrefix(Index) + "DataArrival-Event End (" + std::to_string(slot->BytesReceived) +
                             " of " + std::to_string(slot->BytesToReceive) + " bytes received).");
@@ -211,6 +249,18 @@ void frmComm::SocketConnect(int32_t index) { ctlWinsock_Connect(static_cast<int1
 
 void frmComm::SocketDataArrival(int32_t index, int32_t bytes_total) {
   ctlWinsock_DataArrival(static_cast<int16_t>(index), bytes_total);
+}
+
+platform::ReceiveTarget frmComm::SocketReceiveTarget(int32_t index) {
+  try {
+    return ByteModeTarget(State(index));
+  } catch (const std::exception&) {
+    return {};  // not a slot: its bytes go through DataArrival, which drops them
+  }
+}
+
+void frmComm::SocketDataStored(int32_t index, int32_t bytes, int file_error) {
+  TakeArrival(static_cast<int16_t>(index), bytes, true, file_error);
 }
 
 void frmComm::SocketClose(int32_t index) { ctlWinsock_Close(static_cast<int16_t>(index)); }

@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "link/frm_comm.h"
+#include "platform/socket.h"
 
 namespace halqvantor {
 
@@ -59,5 +60,18 @@ enum class PacketOutcome {
 // as "File Error (...)". Any other Mode takes nothing. Then Ready once BytesReceived reaches
 // BytesToReceive. Never raises: failures go into the slot. Each log line is handed to `log`.
 PacketOutcome TakePacket(SlotState& slot, std::string_view packet, const std::function<void(std::string_view)>& log);
+
+// Where the socket may put a byte-mode reply's bytes itself, sparing the copy through its buffer: the
+// system descriptor of the slot's open file and the bytes the slot may still take (MaxReplyBytes, and the
+// 32-bit count). No target outside byte mode, for an expected length past the bound, for a file number that
+// is not open or for a file that is not the system's: those packets come through TakePacket and meet its
+// checks there.
+platform::ReceiveTarget ByteModeTarget(const SlotState& slot);
+
+// TakePacket for a byte-mode packet of `count` bytes that is already in the slot's file: counted, checked
+// and logged the same way, not written again; `file_error` (an errno, 0 for none) is the write's failure,
+// recorded as TakePacket records a failed write.
+PacketOutcome TakeStoredPacket(SlotState& slot, size_t count, int file_error,
+                               const std::function<void(std::string_view)>& log);
 
 }  // namespace halqvantor

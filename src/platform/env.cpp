@@ -50,6 +50,12 @@ class SystemEnv final : public Env {
   void CloseSocket(int descriptor) override { Net()->CloseSocket(descriptor); }
   int Poll(std::vector<PollEntry>& entries, int timeout_ms) override { return Net()->Poll(entries, timeout_ms); }
   int EventWaitMs() override { return Net()->EventWaitMs(); }
+  bool ReceiveToFile(int descriptor, int file_descriptor, size_t max, FileReception* result) override {
+    return Net()->ReceiveToFile(descriptor, file_descriptor, max, result);
+  }
+  int64_t SendFromFile(int descriptor, int file_descriptor, size_t max) override {
+    return Net()->SendFromFile(descriptor, file_descriptor, max);
+  }
 
   std::unique_ptr<Connection> NewConnection() override { return ConnectionFactory::Default()->NewConnection(); }
 

@@ -48,6 +48,8 @@ class PosixWritableFile final : public WritableFile {
     return rc == 0 ? 0 : ErrorFromErrno(errno);
   }
 
+  int Descriptor() const override { return fd_; }
+
  private:
   int fd_;
 };
@@ -73,6 +75,8 @@ class PosixReadableFile final : public ReadableFile {
       if (errno != EINTR) return ErrorFromErrno(errno);
     }
   }
+
+  int Descriptor() const override { return fd_; }
 
  private:
   int fd_;
@@ -211,6 +215,10 @@ void OpenFileForBinaryWrite(FileSystem& fs, int number, const std::string& path)
 }
 
 void WriteToFile(int number, std::string_view bytes) { Check(OpenFileOf(number).Write(bytes)); }
+
+WritableFile* OpenFileAt(int number) {
+  return IsFileOpen(number) ? OpenFiles()[static_cast<size_t>(number)].get() : nullptr;
+}
 
 void CloseFile(int number) {
   if (!IsFileOpen(number)) return;

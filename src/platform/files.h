@@ -21,6 +21,10 @@ class WritableFile {
   virtual int Write(std::string_view bytes) = 0;
   // 0, else the error number. The file is closed either way.
   virtual int Close() = 0;
+  // The system's descriptor of the file, so that a network can move received bytes into it at its position
+  // without copying them through memory (Network::ReceiveToFile); -1 (the default) for a file that is not
+  // the system's, which takes its bytes through Write only.
+  virtual int Descriptor() const { return -1; }
 };
 
 // A file open for reading raw bytes from its first byte on.
@@ -30,6 +34,10 @@ class ReadableFile {
   // Reads up to `capacity` bytes into `buffer`, setting `*count` (0 at the end of the file). 0, else the
   // error number.
   virtual int Read(char* buffer, size_t capacity, size_t* count) = 0;
+  // The system's descriptor of the file, so that a network can send from it at its position without
+  // copying the bytes through memory (Network::SendFromFile); -1 (the default) for a file that is not the
+  // system's, which gives its bytes through Read only.
+  virtual int Descriptor() const { return -1; }
 };
 
 // One entry of a folder listing.
@@ -78,6 +86,8 @@ int FreeFile();
 // The file is opened through `fs`.
 void OpenFileForBinaryWrite(FileSystem& fs, int number, const std::string& path);
 void WriteToFile(int number, std::string_view bytes);
+// The file open under `number`, or nullptr when none is.
+WritableFile* OpenFileAt(int number);
 // Closes the file; a number that is not open is left alone. Raises the error of the final close.
 void CloseFile(int number);
 bool IsFileOpen(int number);

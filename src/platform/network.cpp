@@ -1,11 +1,16 @@
 #include "platform/network.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/sendfile.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -76,7 +81,43 @@ SocketError SocketErrorFromResolver(int resolver_error, int err) {
   }
 }
 
+bool Network::ReceiveToFile(int, int, size_t, FileReception*) { return false; }
+
+int64_t Network::SendFromFile(int, int, size_t) { return -ENOSYS; }
+
 namespace {
+
+// The pipe between connection and file in ReceiveToFile: its capacity is asked for (the system may give
+// less), and each splice from the connection moves at most that much.
+constexpr int kPipeBytes = 1 << 20;
+
+// True for a file that splice can write at its position: a regular file not opened for appending.
+bool CanSpliceInto(int file_descriptor) {
+  struct stat st {};
+  const int flags = ::fcntl(file_descriptor, F_GETFL);
+  return flags >= 0 && (flags & O_APPEND) == 0 && ::fstat(file_descriptor, &st) == 0 && S_ISREG(st.st_mode);
+}
+
+// Runs `send` with SIGPIPE blocked on the thread, so that a connection the peer closed answers EPIPE instead
+// of ending the process (sendfile has no MSG_NOSIGNAL). The SIGPIPE it raised is taken back; one already
+// blocked by the caller cannot be told from ours and stays.
+template <typename Send>
+ssize_t WithoutSigpipe(Send send) {
+  sigset_t pipe_only, old_mask;
+  sigemptyset(&pipe_only);
+  sigaddset(&pipe_only, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &pipe_only, &old_mask);
+  const ssize_t n = send();
+  const int err = errno;
+  if (n < 0 && err == EPIPE && sigismember(&old_mask, SIGPIPE) == 0) {
+    const timespec no_wait{};
+    while (::sigtimedwait(&pipe_only, nullptr, &no_wait) < 0 && errno == EINTR) {
+    }
+  }
+  pthread_sigmask(SIG_SETMASK, &old_mask, nullptr);
+  errno = err;
+  return n;
+}
 
 // The most a pass of the event pump waits when its caller sets no nearer bound. Readiness ends a wait at once,
 // so a long bound costs nothing while a reply comes, and a waiting request wakes only to look at its clock.
@@ -205,6 +246,55 @@ class SystemNetwork final : public Network {
   }
 
   int EventWaitMs() override { return kDefaultEventWaitMs; }
+
+  // splice through a pipe: the bytes go from the connection's buffers to the file's pages without a copy
+  // into the process. The pipe lives for the call only, so no descriptor outlasts it.
+  bool ReceiveToFile(int descriptor, int file_descriptor, size_t max, FileReception* result) override {
+    *result = {};
+    if (!CanSpliceInto(file_descriptor)) return false;
+    int pipe_fds[2];
+    if (::pipe2(pipe_fds, O_CLOEXEC | O_NONBLOCK) != 0) return false;
+    (void)::fcntl(pipe_fds[1], F_SETPIPE_SZ, kPipeBytes);
+    bool supported = true;
+    while (static_cast<size_t>(result->moved) < max) {
+      const ssize_t in = ::splice(descriptor, nullptr, pipe_fds[1], nullptr, max - static_cast<size_t>(result->moved),
+                                  SPLICE_F_MOVE | SPLICE_F_NONBLOCK);
+      if (in == 0) {
+        result->peer_closed = true;
+        break;
+      }
+      if (in < 0) {
+        if (errno == EINTR) continue;
+        if (errno == EINVAL && result->moved == 0) {
+          supported = false;  // a descriptor splice does not take: nothing was taken
+        } else if (errno != EAGAIN && errno != EWOULDBLOCK) {
+          result->socket_error = errno;
+        }
+        break;
+      }
+      result->moved += in;
+      // The pipe is emptied into the file before more is taken, so it never holds bytes of an earlier call.
+      for (size_t left = static_cast<size_t>(in); left > 0 && result->file_error == 0;) {
+        const ssize_t out = ::splice(pipe_fds[0], nullptr, file_descriptor, nullptr, left, SPLICE_F_MOVE);
+        if (out > 0) {
+          left -= static_cast<size_t>(out);
+        } else if (out == 0) {
+          result->file_error = EIO;
+        } else if (errno != EINTR) {
+          result->file_error = errno;
+        }
+      }
+      if (result->file_error != 0) break;
+    }
+    ::close(pipe_fds[0]);
+    ::close(pipe_fds[1]);
+    return supported;
+  }
+
+  int64_t SendFromFile(int descriptor, int file_descriptor, size_t max) override {
+    const ssize_t n = WithoutSigpipe([&] { return ::sendfile(descriptor, file_descriptor, nullptr, max); });
+    return n < 0 ? -errno : n;
+  }
 };
 
 }  // namespace

@@ -43,6 +43,15 @@ struct PollEntry {
   short ready = 0;
 };
 
+// What Network::ReceiveToFile did: the bytes it took from the connection and why it stopped. The bytes
+// taken count as received even when the file refused some of them (file_error).
+struct FileReception {
+  int64_t moved = 0;
+  bool peer_closed = false;  // the peer closed the connection after those bytes
+  int socket_error = 0;      // errno of the failed connection, 0 when it is fine
+  int file_error = 0;        // errno of the failed write, 0 when every byte is in the file
+};
+
 class Network {
  public:
   virtual ~Network() = default;
@@ -66,6 +75,19 @@ class Network {
   virtual int Poll(std::vector<PollEntry>& entries, int timeout_ms) = 0;
   // The most one pass of the event pump waits for something to happen, in milliseconds.
   virtual int EventWaitMs() = 0;
+
+  // The direct paths between a connection and a file of the system's file system (a descriptor from
+  // WritableFile/ReadableFile::Descriptor), which spare the copy through the process's memory. A network
+  // that has none keeps the defaults, and its callers move the bytes through Receive and Send instead.
+  //
+  // Moves the bytes that have arrived on `descriptor`, at most `max`, into the file at its position, until
+  // none is left to take, the peer closed, the connection failed, a write failed or `max` bytes moved; sets
+  // `*result`. False when it cannot do this for this pair (nothing was taken).
+  virtual bool ReceiveToFile(int descriptor, int file_descriptor, size_t max, FileReception* result);
+  // Sends up to `max` bytes of the file from its position on, moving the position past them: the byte count,
+  // 0 when the file has no more, or -errno (-EAGAIN: the connection takes no more now; -ENOSYS: this network
+  // cannot). Without signals, as Send.
+  virtual int64_t SendFromFile(int descriptor, int file_descriptor, size_t max);
 
   // The system's network.
   static Network* Default();

@@ -19,6 +19,10 @@ constexpr int32_t kSckInvalidOp = 40020;  // not allowed while the socket is in 
 constexpr size_t kMaxUnread = 256 * 1024;
 // Bytes of a stream pulled from its source at a time.
 constexpr size_t kStreamChunk = 256 * 1024;
+// The most bytes one pass moves from the connection into the receiver's file, or from a stream's file into
+// the connection, when the network does that directly: large enough that the pass's own cost vanishes, small
+// enough that the pump still gets round to the other sockets and the waiter's clock.
+constexpr size_t kMaxDirectPass = 4 * 1024 * 1024;
 
 std::vector<Socket*>& Registry() {
   thread_local std::vector<Socket*> sockets;
@@ -54,6 +58,7 @@ void Socket::Connect() {
   addresses_.clear();
   next_address_ = 0;
   last_connect_error_ = 0;
+  receive_to_file_ = true;
   bytes_sent_ = 0;
   state_ = kSckResolvingHost;
 
@@ -143,6 +148,7 @@ void Socket::SendQueuedNow() {
 void Socket::SendStream(std::shared_ptr<SendSource> source) {
   SendData({});
   source_ = std::move(source);
+  send_from_file_ = true;
 }
 
 bool Socket::HasPendingSend() const {
@@ -278,9 +284,35 @@ int Socket::HandleReady(short revents) {
   return delivered;
 }
 
+// Sends the stream's bytes from its file while the network can and the connection takes them, once the
+// queue and the chunk in memory are out. True when the connection takes no more for now.
+bool Socket::SendFromSourceFile() {
+  while (send_from_file_ && source_ != nullptr && send_offset_ == send_queue_.size() &&
+         stream_offset_ == stream_length_) {
+    const SendSource::FileSpan span = source_->DirectSpan();
+    if (span.descriptor < 0 || span.remaining <= 0) return false;
+    const int64_t n = network_->SendFromFile(fd_, span.descriptor,
+                                             static_cast<size_t>(std::min<int64_t>(span.remaining, kMaxDirectPass)));
+    if (n > 0) {
+      bytes_sent_ += n;
+      source_->Skip(static_cast<size_t>(n));
+      continue;
+    }
+    if (n == -EINTR) continue;
+    if (n == -EAGAIN || n == -EWOULDBLOCK) return true;
+    // The file ended early or failed, the connection failed, or the network cannot: the source's reads go on
+    // from the same position and meet the same trouble, which is then reported as without this path.
+    send_from_file_ = false;
+  }
+  return false;
+}
+
 int Socket::FlushSendQueue() {
   const uint64_t generation = generation_;
-  for (std::string_view bytes = PendingBytes(); !bytes.empty(); bytes = PendingBytes()) {
+  for (;;) {
+    if (SendFromSourceFile()) return 0;
+    const std::string_view bytes = PendingBytes();
+    if (bytes.empty()) break;
     // A source may report its failure to whoever waits; the socket itself goes on as it is.
     if (generation != generation_ || state_ != kSckConnected) return 0;
     const int64_t n = network_->Send(fd_, bytes.data(), bytes.size());
@@ -300,8 +332,13 @@ int Socket::FlushSendQueue() {
 }
 
 // Reads what the connection holds (up to the unread limit), then reports it: DataArrival for new bytes,
-// followed by Close when the peer has closed or Error when the connection failed.
+// followed by Close when the peer has closed or Error when the connection failed. While nothing waits
+// unread, the bytes go into the sink's target file instead when it names one and the network can do that.
 int Socket::ReadAvailable() {
+  if (received_size_ == 0 && receive_to_file_ && sink_ != nullptr) {
+    const ReceiveTarget target = sink_->SocketReceiveTarget(index_);
+    if (target.file_descriptor >= 0 && target.limit > 0) return ReadIntoTarget(target);
+  }
   const size_t before = received_size_;
   bool peer_closed = false;
   int read_error = 0;
@@ -325,12 +362,34 @@ int Socket::ReadAvailable() {
     }
     break;
   }
+  return ReportReceived(received_size_ - before, false, 0, peer_closed, read_error);
+}
 
+int Socket::ReadIntoTarget(const ReceiveTarget& target) {
+  FileReception moved;
+  const size_t max = static_cast<size_t>(std::min<int64_t>(target.limit, kMaxDirectPass));
+  if (!network_->ReceiveToFile(fd_, target.file_descriptor, max, &moved)) {
+    receive_to_file_ = false;  // not on this connection: the buffer takes the bytes from now on
+    return ReadAvailable();
+  }
+  return ReportReceived(static_cast<size_t>(moved.moved), true, moved.file_error, moved.peer_closed,
+                        moved.socket_error);
+}
+
+// The events of one read: DataArrival (or DataStored) for new bytes, then Error or Close, unless a handler
+// closed the socket meanwhile.
+int Socket::ReportReceived(size_t new_bytes, bool stored, int file_error, bool peer_closed, int read_error) {
   int delivered = 0;
   const uint64_t generation = generation_;
-  if (received_size_ > before) {
+  if (new_bytes > 0) {
     ++delivered;
-    if (sink_ != nullptr) sink_->SocketDataArrival(index_, static_cast<int32_t>(received_size_));
+    if (sink_ != nullptr) {
+      if (stored) {
+        sink_->SocketDataStored(index_, static_cast<int32_t>(new_bytes), file_error);
+      } else {
+        sink_->SocketDataArrival(index_, static_cast<int32_t>(received_size_));
+      }
+    }
     if (generation != generation_ || state_ != kSckConnected) return delivered;
   }
   if (read_error != 0) return delivered + Fail(SocketErrorFromErrno(read_error));

@@ -34,6 +34,13 @@ enum SocketState : int16_t {
   kSckError = 9,
 };
 
+// Where a receiver wants arriving bytes to go without passing through the socket's buffer: a file of the
+// system's file system (its descriptor, -1 for none) and the most bytes it may take now.
+struct ReceiveTarget {
+  int file_descriptor = -1;
+  int64_t limit = 0;
+};
+
 // The receiver of a socket's events, called with the index the socket was given. Calls come only from
 // inside DoEvents on the socket's thread; a receiver may call the socket back (GetData, Close).
 class SocketEventSink {
@@ -43,6 +50,12 @@ class SocketEventSink {
   virtual void SocketDataArrival(int32_t index, int32_t bytes_total) = 0;
   virtual void SocketClose(int32_t index) = 0;
   virtual void SocketError(int32_t index, int32_t number, const std::string& description) = 0;
+  // Asked before each read while nothing received waits unread. When the socket's network can move bytes
+  // into the target's file directly, they go there and come as DataStored instead of DataArrival.
+  virtual ReceiveTarget SocketReceiveTarget(int32_t /*index*/) { return {}; }
+  // `bytes` bytes arrived and went into the target's file at its position; `file_error` is the errno of a
+  // write that failed (0: all of them are in the file), the bytes having arrived all the same.
+  virtual void SocketDataStored(int32_t /*index*/, int32_t /*bytes*/, int /*file_error*/) {}
 };
 
 // Bytes sent after what SendData queued, pulled while the connection takes them, so that a large body (a
@@ -53,6 +66,17 @@ class SendSource {
   // Copies the next bytes into `buffer`, at most `capacity`: their count, 0 at the end, or -1 when the
   // source failed (it reports its failure itself). 0 and -1 end the stream.
   virtual int64_t Read(char* buffer, size_t capacity) = 0;
+
+  // For a source whose next bytes lie in a file of the system's file system: the file's descriptor,
+  // positioned at the next byte, and how many bytes are still to come from it. The socket's network may then
+  // send them from the file directly, moving its position, and tells the source with Skip. Read takes over
+  // whenever that stops short (the file ends early or fails, the network cannot), and reports what it finds.
+  struct FileSpan {
+    int descriptor = -1;  // -1 (the default): the bytes come through Read only
+    int64_t remaining = 0;
+  };
+  virtual FileSpan DirectSpan() { return {}; }
+  virtual void Skip(size_t /*count*/) {}
 };
 
 class Socket {
@@ -123,6 +147,9 @@ class Socket {
   bool HasPendingSend() const;
   std::string_view PendingBytes();
   int ReadAvailable();
+  int ReadIntoTarget(const ReceiveTarget& target);
+  int ReportReceived(size_t new_bytes, bool stored, int file_error, bool peer_closed, int read_error);
+  bool SendFromSourceFile();
   void CloseDescriptor();
   int Fail(const SocketError& error);
   void Deliver(const DueEvent& event);
@@ -143,8 +170,10 @@ class Socket {
   std::unique_ptr<char[]> stream_chunk_;
   size_t stream_length_ = 0;
   size_t stream_offset_ = 0;
+  bool send_from_file_ = true;        // the stream may go from its file directly (cleared once it stops short)
   std::unique_ptr<char[]> received_;  // received bytes not taken yet: the first received_size_ of them
   size_t received_size_ = 0;
+  bool receive_to_file_ = true;  // the connection may move bytes into the sink's target (cleared when it cannot)
   std::vector<DueEvent> due_;
 };
 
