@@ -258,7 +258,8 @@ void ReportHookCost(halqvantor::clsVantor& v, const std::string& path, int runs)
     std::filesystem::remove(path);
     halqvantor::Variant status;
     return Seconds([&] {
-      if (v.EASYTransferBLOB("bench.bin", static_cast<int32_t>(kFileBytes), &status) != halqvantor::Variant(int16_t{1})) {
+      if (v.EASYTransferBLOB("bench.bin", static_cast<int32_t>(kFileBytes), &status) !=
+          halqvantor::Variant(int16_t{1})) {
         throw std::runtime_error("EASYTransferBLOB: " + status.ToString());
       }
     });
@@ -278,9 +279,10 @@ void ReportHookCost(halqvantor::clsVantor& v, const std::string& path, int runs)
   }
   halqvantor::Options(v).progress = nullptr;
   const double ratio = with / without;
-  std::printf("progress hook      1 GiB: %.3f s with a hook doing nothing (%lld calls), %.3f s without: ratio %.3f "
-              "(goal <= 1.02) %s\n",
-              with, static_cast<long long>(calls), without, ratio, ratio <= 1.02 ? "ok" : "MISSED");
+  std::printf(
+      "progress hook      1 GiB: %.3f s with a hook doing nothing (%lld calls), %.3f s without: ratio %.3f "
+      "(goal <= 1.02) %s\n",
+      with, static_cast<long long>(calls), without, ratio, ratio <= 1.02 ? "ok" : "MISSED");
 }
 
 }  // namespace

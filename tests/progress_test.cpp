@@ -1,6 +1,7 @@
-#include <gtest/gtest.h>
+#include "link/progress.h"
 
 #include <dirent.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
@@ -10,7 +11,6 @@
 #include <vector>
 
 #include "halqvantor/Extensions.h"
-#include "link/progress.h"
 #include "support/errors.h"
 #include "support/fake_clock.h"
 #include "support/gateway_session.h"
@@ -259,10 +259,9 @@ TEST_F(ProgressOnLoopback, CancelAtAnyPointClosesTheConnectionAndFreesTheSlot) {
     };
     const size_t log_from = s.LogLines().size();
     status = Variant();
-    const Variant result = c.op == Op::kList
-                               ? s.object().EASYGetQueryFormatListInit("C", "A", &status)
-                               : s.object().EASYTransferBLOB("f.bin", static_cast<int32_t>(kSize + (stall ? 1 : 0)),
-                                                             &status);
+    const Variant result = c.op == Op::kList ? s.object().EASYGetQueryFormatListInit("C", "A", &status)
+                                             : s.object().EASYTransferBLOB(
+                                                   "f.bin", static_cast<int32_t>(kSize + (stall ? 1 : 0)), &status);
     recorder_.go_on = nullptr;
     EXPECT_EQ(result.ToLong(), -1);
     EXPECT_EQ(status, Variant("Cancelled by the caller."));

@@ -8,8 +8,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -179,7 +179,7 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
   EXPECT_EQ(RunLine({}).code, 2);
   Outcome help = RunLine({"--help"});
   EXPECT_EQ(help.code, 0);
-  EXPECT_THAT(help.out, HasSubstr("Examples:\n  vantor"));
+  EXPECT_THAT(help.out, HasSubstr("Examples:\n  VANTOR_PASSWORD=easy vantor"));
   // One line, name and dotted version, as help2man and scripts read it; a sub-command after it is not run.
   Outcome version = RunLine({"--version", "channels"});
   EXPECT_EQ(version.code, 0);
@@ -271,7 +271,7 @@ TEST_F(VantorCli, UploadThenTransferBackGivesTheSameBytes) {
            {{"transfer", "nix.bin", "5"}, true, "before sending anything: no such file on the gateway?\n"},
            {{"transfer", "scan.bin", "5"}, false, "no such file on the gateway? (--blob-remote is not set)"},
        }) {
-    std::vector<std::string> line = {"--host", "127.0.0.1", "--port", port_,         "--timeout", "10",
+    std::vector<std::string> line = {"--host", "127.0.0.1", "--port",     port_,  "--timeout",    "10",
                                      "--user", "easy",      "--password", "easy", "--blob-local", local_};
     if (c.remote) line.insert(line.end(), {"--blob-remote", blob_});
     line.insert(line.end(), c.args.begin(), c.args.end());
