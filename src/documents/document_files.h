@@ -35,8 +35,7 @@ std::string LocalBlobPath(const LinkSession& d, std::string_view name);
 // and 0 when fewer than two rows came. The 16-bit result 1 or -1.
 enum class SegmentFileKind { kMapName, kKeepName, kMultiTif };
 Variant RequestSegmentFile(LinkSession& d, const std::vector<Variant>& args, SegmentFileKind kind, Variant* strFileName,
-                           Variant* lngFileLen, Variant* strStatus,
-                           std::source_location caller = std::source_location::current());
+                           Variant* lngFileLen, Variant* strStatus, const char* caller = __builtin_FUNCTION());
 // Renames the file *strFileName of strBlobPathLocal by strChangeFileExt (silently not at all when that
 // fails) and gives *strFileName the new extension. Raises 13 when a mapping is set and strFileName is null.
 void ChangeFileExtension(LinkSession& d, Variant* strFileName);

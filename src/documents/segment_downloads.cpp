@@ -86,7 +86,7 @@ std::optional<std::string> MappedFileName(std::string_view file_name, std::strin
 
 Variant documents::RequestSegmentFile(LinkSession& d, const std::vector<Variant>& args, SegmentFileKind kind,
                                       Variant* strFileName, Variant* lngFileLen, Variant* strStatus,
-                                      std::source_location caller) {
+                                      const char* caller) {
   if (!d.SendListRequest(args, strStatus, caller)) return FailureResult();
   if (d.ResultCount >= 2) {
     SetOut(strFileName, Variant(std::string(d.ResultRows[1])));

@@ -19,14 +19,13 @@ void LinkSession::WriteLog(std::string_view text) const {
 
 bool LinkSession::LogEnabled() const { return !LogFilePath(self.strDebugLogPath, self.strSessionID).empty(); }
 
-std::string_view MemberNameOf(const std::source_location& where) {
-  std::string_view name = where.function_name();
-  name = name.substr(0, name.find('('));
+std::string_view MemberNameOf(std::string_view function) {
+  std::string_view name = function.substr(0, function.find('('));
   const size_t start = name.find_last_of(": ");
   return start == std::string_view::npos ? name : name.substr(start + 1);
 }
 
-bool LinkSession::SendListRequest(const std::vector<Variant>& args, Variant* strStatus, std::source_location caller) {
+bool LinkSession::SendListRequest(const std::vector<Variant>& args, Variant* strStatus, const char* caller) {
   std::string status;
   if (RequestList(BuildRequest(args), status, MemberNameOf(caller))) return true;
   SetOut(strStatus, Variant(std::move(status)));
@@ -35,8 +34,7 @@ bool LinkSession::SendListRequest(const std::vector<Variant>& args, Variant* str
 
 std::string_view LinkSession::ResultRowAt(int32_t index) const { return ResultRows.At(index); }
 
-Variant LinkSession::ListInit(const std::vector<Variant>& args, Variant* strStatus, RowOrder sort,
-                              std::source_location caller) {
+Variant LinkSession::ListInit(const std::vector<Variant>& args, Variant* strStatus, RowOrder sort, const char* caller) {
   if (!SendListRequest(args, strStatus, caller)) return FailureResult();
   SetOut(strStatus, Variant(""));
   if (sort != nullptr) sort(ResultRows);

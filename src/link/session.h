@@ -9,7 +9,6 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <source_location>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -122,15 +121,14 @@ struct LinkSession {
   // BuildRequest + RequestList. On failure strStatus (when passed) receives the failure text and the result
   // is false; on success strStatus is left for the caller to clear once the answer has been read. Progress
   // is reported under the name of the member that called (or `caller`'s).
-  bool SendListRequest(const std::vector<Variant>& args, Variant* strStatus,
-                       std::source_location caller = std::source_location::current());
+  bool SendListRequest(const std::vector<Variant>& args, Variant* strStatus, const char* caller = __builtin_FUNCTION());
   // ResultRows[index]; raises 9 outside the rows.
   std::string_view ResultRowAt(int32_t index) const;
   // The Init of a plain list: the request of `args`, then the row count as a Long and strStatus "", or -1 as
   // an Integer and the failure text in strStatus. `sort`, when given, orders the rows of a success.
   using RowOrder = void (*)(platform::RowList& rows);
   Variant ListInit(const std::vector<Variant>& args, Variant* strStatus, RowOrder sort = nullptr,
-                   std::source_location caller = std::source_location::current());
+                   const char* caller = __builtin_FUNCTION());
   // The Next of a plain list: the row at the cursor, whole, or "" after the last row.
   Variant ListNext();
 };
@@ -141,7 +139,7 @@ std::string TimingLine(const RequestTimings& timings);
 bool TimingsFromEnvironment();
 // The member of clsVantor that `where` lies in ("EASYGetChannelsInit"), or the bare name of the function
 // it lies in when that is no member.
-std::string_view MemberNameOf(const std::source_location& where);
+std::string_view MemberNameOf(std::string_view function);
 
 // The link side of `object` (defined with the object's private side).
 LinkSession& SessionOf(clsVantor& object);
