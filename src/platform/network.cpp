@@ -109,7 +109,10 @@ ssize_t WithoutSigpipe(Send send) {
   pthread_sigmask(SIG_BLOCK, &pipe_only, &old_mask);
   const ssize_t n = send();
   const int err = errno;
-  if (n < 0 && err == EPIPE && sigismember(&old_mask, SIGPIPE) == 0) {
+  // A call that sent part of its bytes before the peer's close returns their count, yet raised SIGPIPE all the
+  // same: whatever it returned, a SIGPIPE pending now is the call's.
+  sigset_t pending;
+  if (sigismember(&old_mask, SIGPIPE) == 0 && ::sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1) {
     const timespec no_wait{};
     while (::sigtimedwait(&pipe_only, nullptr, &no_wait) < 0 && errno == EINTR) {
     }
