@@ -128,7 +128,7 @@ bool LinkSession::WaitForReply() {
 
 void LinkSession::NoteArrival() {
   const SlotState& slot = form.State(SlotIndex);
-  if (!Times.sent) return;
+  if (!RequestSent) return;
   // A text reply's first packet may hold only its header: the packet counts although no payload came.
   const bool header_in = slot.Mode == ReceptionMode::kString && !slot.AwaitingFirstPacket;
   if (slot.BytesReceived == Times.bytes_seen && !(header_in && Times.first_byte_ms < 0)) return;
@@ -215,7 +215,6 @@ bool LinkSession::RunRoundTrip(std::string_view request, std::string_view bytes,
       WriteLog(line);
       form.SetReady(SlotIndex, false);
       slot.AwaitingFirstPacket = true;
-      Times.sent = true;
       Times.bytes_seen = slot.BytesReceived;
       RequestSent = true;
       socket.SendData(bytes);

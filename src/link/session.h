@@ -46,7 +46,6 @@ struct LinkSession {
   // from the start of its connection, -1 until reached.
   struct RoundTripTimes {
     bool active = false;
-    bool sent = false;  // the request went out: packets from now on are the reply's
     std::chrono::steady_clock::time_point start;
     double connect_ms = -1;
     double first_byte_ms = -1;
