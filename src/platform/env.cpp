@@ -42,7 +42,7 @@ class SystemEnv final : public Env {
   int StartConnect(int descriptor, const SocketAddress& address) override {
     return Net()->StartConnect(descriptor, address);
   }
-  int ConnectResult(int descriptor) override { return Net()->ConnectResult(descriptor); }
+  int ConnectResult(int descriptor, short ready) override { return Net()->ConnectResult(descriptor, ready); }
   int64_t Send(int descriptor, const char* data, size_t size) override { return Net()->Send(descriptor, data, size); }
   int64_t Receive(int descriptor, char* buffer, size_t capacity) override {
     return Net()->Receive(descriptor, buffer, capacity);

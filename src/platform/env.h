@@ -71,7 +71,7 @@ class EnvWrapper : public Env {
   int StartConnect(int descriptor, const SocketAddress& address) override {
     return target_->StartConnect(descriptor, address);
   }
-  int ConnectResult(int descriptor) override { return target_->ConnectResult(descriptor); }
+  int ConnectResult(int descriptor, short ready) override { return target_->ConnectResult(descriptor, ready); }
   int64_t Send(int descriptor, const char* data, size_t size) override { return target_->Send(descriptor, data, size); }
   int64_t Receive(int descriptor, char* buffer, size_t capacity) override {
     return target_->Receive(descriptor, buffer, capacity);

@@ -220,7 +220,9 @@ class SystemNetwork final : public Network {
     return errno == EINTR ? EINPROGRESS : errno;
   }
 
-  int ConnectResult(int descriptor) override {
+  int ConnectResult(int descriptor, short ready) override {
+    // A failed connection reports an error or hang-up with its writability; writable alone is connected.
+    if ((ready & (POLLERR | POLLHUP)) == 0) return 0;
     int err = 0;
     socklen_t len = sizeof err;
     if (::getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &err, &len) != 0) err = errno;
@@ -240,10 +242,17 @@ class SystemNetwork final : public Network {
   void CloseSocket(int descriptor) override { ::close(descriptor); }
 
   int Poll(std::vector<PollEntry>& entries, int timeout_ms) override {
-    std::vector<pollfd> fds;
-    fds.reserve(entries.size());
-    for (const PollEntry& e : entries) fds.push_back({e.descriptor, e.wanted, 0});
-    const int ready = ::poll(fds.empty() ? nullptr : fds.data(), static_cast<nfds_t>(fds.size()), timeout_ms);
+    // A pass mostly waits for one socket or a few: their entries live on the stack.
+    constexpr size_t kOnStack = 16;
+    pollfd on_stack[kOnStack];
+    std::vector<pollfd> on_heap;
+    pollfd* fds = on_stack;
+    if (entries.size() > kOnStack) {
+      on_heap.resize(entries.size());
+      fds = on_heap.data();
+    }
+    for (size_t i = 0; i < entries.size(); ++i) fds[i] = {entries[i].descriptor, entries[i].wanted, 0};
+    const int ready = ::poll(entries.empty() ? nullptr : fds, static_cast<nfds_t>(entries.size()), timeout_ms);
     for (size_t i = 0; i < entries.size(); ++i) entries[i].ready = ready > 0 ? fds[i].revents : 0;
     return ready < 0 ? 0 : ready;
   }

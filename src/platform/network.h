@@ -64,8 +64,9 @@ class Network {
   virtual int BindLocalPort(int descriptor, AddressFamily family, int32_t port) = 0;
   // Starts the connection: 0 when it is made at once, EINPROGRESS when it completes later, else errno.
   virtual int StartConnect(int descriptor, const SocketAddress& address) = 0;
-  // The outcome of a connection that was in progress once the descriptor is writable: 0 or errno.
-  virtual int ConnectResult(int descriptor) = 0;
+  // The outcome of a connection that was in progress, once Poll reported `ready` for the descriptor: 0 or
+  // errno.
+  virtual int ConnectResult(int descriptor, short ready) = 0;
   // send(2) and recv(2) without signals: the byte count (0 from Receive: the peer closed), or -errno.
   virtual int64_t Send(int descriptor, const char* data, size_t size) = 0;
   virtual int64_t Receive(int descriptor, char* buffer, size_t capacity) = 0;

@@ -261,7 +261,7 @@ int Socket::Fail(const SocketError& error) {
 int Socket::HandleReady(short revents) {
   if (state_ == kSckConnecting) {
     if ((revents & (kPollOut | kPollErr | kPollHup)) == 0) return 0;
-    const int err = network_->ConnectResult(fd_);
+    const int err = network_->ConnectResult(fd_, revents);
     if (err == 0) {
       state_ = kSckConnected;
       Deliver({});
@@ -409,34 +409,66 @@ namespace {
 // looked at between two polls, so their events must not wait behind a long sleep.
 constexpr int kSharedWaitMs = 5;
 
+// Each network polls its own sockets; only the waiter's waits. Most passes have one network.
+struct PollGroup {
+  Network* network = nullptr;
+  std::vector<PollEntry> entries;
+  std::vector<std::pair<Socket*, uint64_t>> owners;
+};
+
+// What a pass works on. The outermost pass of a thread keeps its vectors from one pass to the next, so that a
+// round trip's passes allocate nothing; a pass started from inside a handler has its own.
+struct PassScratch {
+  std::vector<Socket*> sockets;
+  std::vector<PollGroup> groups;
+  size_t group_count = 0;
+
+  PollGroup& GroupOf(Network* network) {
+    for (size_t i = 0; i < group_count; ++i) {
+      if (groups[i].network == network) return groups[i];
+    }
+    if (group_count == groups.size()) groups.emplace_back();
+    PollGroup& group = groups[group_count++];
+    group.network = network;
+    group.entries.clear();
+    group.owners.clear();
+    return group;
+  }
+};
+
 int RunEventPass(Network& waiter, int max_wait_ms) {
+  thread_local PassScratch outermost;
+  thread_local int depth = 0;
+  PassScratch nested;
+  PassScratch& scratch = depth == 0 ? outermost : nested;
+  struct DepthGuard {
+    int& depth;
+    explicit DepthGuard(int& d) : depth(d) { ++depth; }
+    ~DepthGuard() { --depth; }
+  } guard(depth);
+
   // Handlers may close sockets (or, in principle, make new ones) while this pass runs: work on a copy and
   // check each descriptor's generation before acting on its readiness.
-  const std::vector<Socket*> list(ThreadSockets());
+  std::vector<Socket*>& list = scratch.sockets;
+  list.assign(ThreadSockets().begin(), ThreadSockets().end());
   int delivered = 0;
   for (Socket* s : list) {
     if (s->HasDueEvents()) delivered += s->DeliverDueEvents();
   }
 
-  // Each network polls its own sockets; only the waiter's waits. Most passes have one network.
-  struct Group {
-    Network* network;
-    std::vector<PollEntry> entries;
-    std::vector<std::pair<Socket*, uint64_t>> owners;
-  };
-  std::vector<Group> groups(1);
-  groups[0].network = &waiter;
+  scratch.group_count = 0;
+  scratch.GroupOf(&waiter);
   for (Socket* s : list) {
     const short wanted = s->WantedEvents();
     if (wanted == 0) continue;
-    auto group = std::find_if(groups.begin(), groups.end(), [s](const Group& g) { return g.network == &s->network(); });
-    if (group == groups.end()) group = groups.insert(groups.end(), Group{&s->network(), {}, {}});
-    group->entries.push_back({s->Descriptor(), wanted, 0});
-    group->owners.emplace_back(s, s->Generation());
+    PollGroup& group = scratch.GroupOf(&s->network());
+    group.entries.push_back({s->Descriptor(), wanted, 0});
+    group.owners.emplace_back(s, s->Generation());
   }
   int timeout = delivered > 0 ? 0 : std::min(max_wait_ms, waiter.EventWaitMs());
-  if (groups.size() > 1) timeout = std::min(timeout, kSharedWaitMs);
-  for (Group& group : groups) {
+  if (scratch.group_count > 1) timeout = std::min(timeout, kSharedWaitMs);
+  for (size_t g = 0; g < scratch.group_count; ++g) {
+    PollGroup& group = scratch.groups[g];
     const int wait = group.network == &waiter ? timeout : 0;
     if (group.entries.empty() && wait == 0) continue;  // nothing to look at, no time to pass
     const int ready = group.network->Poll(group.entries, wait);

@@ -46,7 +46,7 @@ int FakeNetwork::StartConnect(int descriptor, const platform::SocketAddress& add
   return EINPROGRESS;
 }
 
-int FakeNetwork::ConnectResult(int descriptor) {
+int FakeNetwork::ConnectResult(int descriptor, short) {
   Fake& s = sockets_.at(descriptor);
   s.connecting = false;
   if (s.connect_error != 0) return s.connect_error;

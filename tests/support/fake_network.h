@@ -58,7 +58,7 @@ class FakeNetwork : public platform::EnvWrapper {
   int OpenSocket(platform::AddressFamily family) override;
   int BindLocalPort(int descriptor, platform::AddressFamily family, int32_t port) override;
   int StartConnect(int descriptor, const platform::SocketAddress& address) override;
-  int ConnectResult(int descriptor) override;
+  int ConnectResult(int descriptor, short ready) override;
   int64_t Send(int descriptor, const char* data, size_t size) override;
   int64_t Receive(int descriptor, char* buffer, size_t capacity) override;
   void CloseSocket(int descriptor) override;
