@@ -266,7 +266,6 @@ TEST_F(RequestList, MalformedRepliesEachEndInTheirStatusWithinTheTimeOut) {
   EXPECT_TRUE(s().impl().RequestList(kRequest, status)) << status;
   EXPECT_EQ(Texts(s().impl().ResultRows), (std::vector<std::string>{"Müü€€ller", "€ 5", ""}));
   EXPECT_EQ(s().impl().ResultCount, 3);
-  EXPECT_EQ(s().impl().ResultCount, 3);
   EXPECT_EQ(s().impl().ResultCursor, 0);
 }
 
