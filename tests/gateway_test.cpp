@@ -56,14 +56,13 @@ Reply ParseReply(const std::string& wire) {
   return reply;
 }
 
-// The status line alone.
 std::string StatusLine(const std::string& wire) { return ParseReply(wire).status; }
 
 std::string Frame(const std::vector<std::string>& args, const std::string& user = "easy",
-                  const std::string& password = "easy", const std::string& session = "S1") {
+                  const std::string& password = "easy") {
   std::vector<std::string> wire;
   for (const std::string& a : args) wire.push_back(ToWire(a));
-  return FrameRequest(session, ToWire(user), EncodeText(password), wire);
+  return FrameRequest("S1", ToWire(user), EncodeText(password), wire);
 }
 
 // Limits small enough for a test to reach.
@@ -83,13 +82,14 @@ class GatewayTest : public ::testing::Test {
     return Exchange("127.0.0.1", server().port(), request, options);
   }
   Reply Ask(const std::vector<std::string>& args, const std::string& user = "easy",
-            const std::string& password = "easy", const std::string& session = "S1") {
-    return ParseReply(Raw(Frame(args, user, password, session)));
+            const std::string& password = "easy") {
+    return ParseReply(Raw(Frame(args, user, password)));
   }
   // Each row's command asked as its user, whose password is the user's name; the status starts as given.
   struct Asked {
     std::vector<std::string> args;
-    std::string user, status;  // the status after "Status: "
+    std::string status;  // after "Status: "
+    std::string user = "easy";
   };
   void ExpectStatuses(const std::vector<Asked>& rows) {
     for (const Asked& r : rows) {
@@ -332,27 +332,25 @@ TEST(GatewayLogTest, FieldsAreEscapedAndCut) {
 TEST_F(GatewayTest, ErrorAnswersNameTheirCause) {
   const std::string out = "out";
   ExpectStatuses(
-      {{{"GetChannels"}, "nobody", "Error 21 Anmeldung fehlgeschlagen"},
-       {{"GetChannels"}, "EASY", "Error 21 Anmeldung fehlgeschlagen"},  // the password exactly
+      {{{"GetChannels"}, "Error 21 Anmeldung fehlgeschlagen", "nobody"},
+       {{"GetChannels"}, "Error 21 Anmeldung fehlgeschlagen", "EASY"},  // the password exactly
        {{"GetArchiveDescription", "PERSONAL", "Personalakten"},
-        "gast",
-        "Error 22 Keine Berechtigung: $(#PERSONAL)\\Personalakten"},
-       {{"GetSegmentSelectList", kFibu, kIn, "77"}, "easy", "Error 33 Feld unbekannt: 77"},
-       {{"QueryArchive", kFibu, kIn, ".2=Meier", "", "0", "0", ""}, "easy", "Error 40 Ungültige Abfrage: .2=Meier"},
-       {{"QueryArchive", kFibu, kIn, "", "Lang", "0", "0", ""}, "easy", "Error 35 Abfrageformat unbekannt: Lang"},
-       {{"QueryArchive", kFibu, kIn, "", "", "viele", "0", ""}, "easy", "Error 41 Ungültiger Parameter: lngMaxLines"},
-       {{"GetDocumentInfo", kFibu, kIn, "1000001", "7"}, "easy", "Error 32"},
-       {{"GetDocumentInfo", kFibu, kIn, "4711", ""}, "easy", "Error 32"},
-       {{"GetSegmentPDF", kFibu, kIn, "1000001", "1", "1", "99", out}, "easy", "Error 34 Layout unbekannt: 99"},
-       {{"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "", out, "7"}, "easy", "Error 41"},
-       {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "4", out},
-        "easy",
-        "Error 36 Seite nicht vorhanden: 4"},
-       {{"GetSegmentERF", kFibu, kIn, "1000001", "1", "1"}, "easy", "Error 41"},
-       {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "..\\outside"}, "easy", "Error 50"},
-       {{"DeleteNotes", kFibu, kIn, "1000001", ""}, "gast", "Error 22"},
-       {{"CreateDocument", "fehlt.imp"}, "easy", "Error 51"},
-       {{"DeleteDocument", "VERTRAG", "Verträge", "1000030", ""}, "easy", "Error 22"}});
+        "Error 22 Keine Berechtigung: $(#PERSONAL)\\Personalakten",
+        "gast"},
+       {{"GetSegmentSelectList", kFibu, kIn, "77"}, "Error 33 Feld unbekannt: 77"},
+       {{"QueryArchive", kFibu, kIn, ".2=Meier", "", "0", "0", ""}, "Error 40 Ungültige Abfrage: .2=Meier"},
+       {{"QueryArchive", kFibu, kIn, "", "Lang", "0", "0", ""}, "Error 35 Abfrageformat unbekannt: Lang"},
+       {{"QueryArchive", kFibu, kIn, "", "", "viele", "0", ""}, "Error 41 Ungültiger Parameter: lngMaxLines"},
+       {{"GetDocumentInfo", kFibu, kIn, "1000001", "7"}, "Error 32"},
+       {{"GetDocumentInfo", kFibu, kIn, "4711", ""}, "Error 32"},
+       {{"GetSegmentPDF", kFibu, kIn, "1000001", "1", "1", "99", out}, "Error 34 Layout unbekannt: 99"},
+       {{"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "", out, "7"}, "Error 41"},
+       {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "4", out}, "Error 36 Seite nicht vorhanden: 4"},
+       {{"GetSegmentERF", kFibu, kIn, "1000001", "1", "1"}, "Error 41"},
+       {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "..\\outside"}, "Error 50"},
+       {{"DeleteNotes", kFibu, kIn, "1000001", ""}, "Error 22", "gast"},
+       {{"CreateDocument", "fehlt.imp"}, "Error 51"},
+       {{"DeleteDocument", "VERTRAG", "Verträge", "1000030", ""}, "Error 22"}});
   EXPECT_FALSE(fs::exists(gateway_.dir().File("outside")));
   EXPECT_EQ(Ask({"GetChannels"}, "EASY", "easy").status, kOk);  // the user name in any case
   // The password travels encoded: its plain text is refused.
@@ -466,30 +464,22 @@ TEST_F(GatewayTest, AmplifyingAndWritingRequestsMeetTheirLimits) {
   const std::string blank(30000, '_');
   const std::string out = "out";
   const std::string archive = ReadFile(gateway_.data() + "/archive.json");
-  ExpectStatuses(
-      {{{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "1,2,1,2,1,2,1,2,1,2,1", out},
-        "easy",
-        "Error 41 Ungültiger Parameter: mehr als 10 Seiten"},
-       {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "1,2,1", out}, "easy", "OK"},
-       {{"GetSegmentText", "FIBU", "Eingangsrechnungen", "1000001", "", "", "", "", blank},
-        "easy",
-        "Error 85 Antwort zu groß"},
-       {{"GetSegmentText", "FIBU", "Eingangsrechnungen", "1000001", "", "", "", "", "_"}, "easy", "OK"},
-       {{"WriteNote", "FIBU", "Eingangsrechnungen", "1000001", "", "gelesen", ""},
-        "gast",
-        "Error 22 Keine Berechtigung"},
-       {{"WriteNote", "FIBU", "Eingangsrechnungen", "1000001", "", std::string(1001, 'n'), ""},
-        "easy",
-        "Error 84 Anfrage zu groß"},
-       {{"WriteNote", "FIBU", "Eingangsrechnungen", "1000001", "", "Zeile 1<br>Zeile 2", "<br>"}, "easy", "OK"}});
+  ExpectStatuses({{{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "1,2,1,2,1,2,1,2,1,2,1", out},
+                   "Error 41 Ungültiger Parameter: mehr als 10 Seiten"},
+                  {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "1,2,1", out}, "OK"},
+                  {{"GetSegmentText", kFibu, kIn, "1000001", "", "", "", "", blank}, "Error 85 Antwort zu groß"},
+                  {{"GetSegmentText", kFibu, kIn, "1000001", "", "", "", "", "_"}, "OK"},
+                  {{"WriteNote", kFibu, kIn, "1000001", "", "gelesen", ""}, "Error 22 Keine Berechtigung", "gast"},
+                  {{"WriteNote", kFibu, kIn, "1000001", "", std::string(1001, 'n'), ""}, "Error 84 Anfrage zu groß"},
+                  {{"WriteNote", kFibu, kIn, "1000001", "", "Zeile 1<br>Zeile 2", "<br>"}, "OK"}});
   // The note went to the document's own notes file, not into archive.json, and is there after a restart.
   EXPECT_EQ(ReadFile(gateway_.data() + "/archive.json"), archive);
   Start(options);
-  const std::string notes = Raw(Frame({"GetNotes", "FIBU", "Eingangsrechnungen", "1000001", ""}));
+  const std::string notes = Raw(Frame({"GetNotes", kFibu, kIn, "1000001", ""}));
   EXPECT_NE(notes.find("^Zeile 1\r\nZeile 2^\r\n"), std::string::npos);
-  EXPECT_EQ(StatusLine(Raw(Frame({"DeleteNotes", "FIBU", "Eingangsrechnungen", "1000001", ""}))), "Status: OK");
+  EXPECT_EQ(StatusLine(Raw(Frame({"DeleteNotes", kFibu, kIn, "1000001", ""}))), "Status: OK");
   Start(options);
-  EXPECT_EQ(PayloadOf(Raw(Frame({"GetNotes", "FIBU", "Eingangsrechnungen", "1000001", ""}))), "Status: OK\r\n");
+  EXPECT_EQ(PayloadOf(Raw(Frame({"GetNotes", kFibu, kIn, "1000001", ""}))), "Status: OK\r\n");
 }
 
 TEST_F(GatewayTest, ANormalClientIsServedWhileSlowClientsHoldTheConnections) {
