@@ -595,9 +595,7 @@ TEST(GatewayProgramTest, ServesOnTheAnnouncedPortAndRefusesBadStarts) {
   };
   const std::vector<Start> starts = {
       {"--data " + dir.File("data") + " --port 99999", 2, "'99999' is no whole number from 0 to 65535"},
-      {"--data " + dir.File("data") + " --busy x", 2, "'x' is no whole number from 0 to 2147483647"},
       {"--port 0", 2, "--data is required"},
-      {"--data " + dir.File("data") + " --frob", 2, "--frob"},
       {"--data " + dir.File("data") + " --port " + std::to_string(port), 1,
        "cannot listen on 127.0.0.1:" + std::to_string(port) + ": "},
       {"--data " + dir.File("data") + " --listen nowhere", 1, "cannot listen on nowhere:0: nowhere is no IP address"},
