@@ -208,6 +208,7 @@ TEST_F(VantorCli, UploadAndTransferSayWhatTheyDidOrWhyNot) {
   Expect({"transfer", "nix.bin", "5"}, 1, "before sending anything: no such file on the gateway?\n");
   blob_.clear();
   Expect({"transfer", "scan.bin", "5"}, 1, "no such file on the gateway? (--blob-remote is not set)");
+  blob_ = gateway_.blob();
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
   // Only files of the local blob folder go up.
   EXPECT_EQ(Run({"upload", dir_.File("data/archive.json")}).code, 2);
