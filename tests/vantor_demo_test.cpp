@@ -24,8 +24,7 @@ using halqvantor::testing::WriteFile;
 
 struct Outcome {
   int code;
-  std::string out;
-  std::string err;
+  std::string out, err;
 };
 
 Outcome Demo(const DemoOptions& options) {
@@ -60,9 +59,8 @@ TEST(VantorDemo, EveryStepPassesAndTheFolderGoes) {
   // What the pages show: aligned tables, the marked hit, no raw hit rows.
   EXPECT_NE(run.out.find("Lieferant: \u00bbMeier\u00ab GmbH"), std::string::npos);
   EXPECT_EQ(run.out.find("^,^"), std::string::npos);
-  const std::string folder = WorkFolder(run.out);
-  ASSERT_FALSE(folder.empty());
-  EXPECT_FALSE(fs::exists(folder)) << folder;
+  ASSERT_FALSE(WorkFolder(run.out).empty());
+  EXPECT_FALSE(fs::exists(WorkFolder(run.out)));
 }
 
 // An output that takes `limit` bytes and then fails, as a pipe does once its reader has gone.
@@ -95,14 +93,14 @@ TEST(VantorDemo, AClosedOutputStopsTheGatewayAndRemovesTheFolder) {
     ASSERT_TRUE(folder.starts_with("/")) << taken;
     EXPECT_FALSE(fs::exists(folder)) << folder;
     // The gateway's port, from "listening on 127.0.0.1:PORT", takes no connection any more.
-    const size_t at = closing.taken().find("127.0.0.1:");
+    const size_t at = taken.find("127.0.0.1:");
     ASSERT_NE(at, std::string::npos);
-    const int port = std::stoi(closing.taken().substr(at + 10));
     asio::io_context io;
     asio::ip::tcp::socket socket(io);
     asio::error_code error;
-    socket.connect({asio::ip::make_address("127.0.0.1"), static_cast<uint16_t>(port)}, error);
-    EXPECT_TRUE(error) << port;
+    socket.connect({asio::ip::make_address("127.0.0.1"), static_cast<uint16_t>(std::stoi(taken.substr(at + 10)))},
+                   error);
+    EXPECT_TRUE(error) << taken.substr(at);
   }
 }
 
@@ -131,63 +129,51 @@ TEST(VantorDemo, AnArchiveThatDiffersFailsItsStepsAndKeepsTheFolder) {
 }
 
 TEST(VantorDemo, SetUpFailuresEndWithTwoAndSayWhy) {
-  DemoOptions missing;
-  missing.gateway_program = "/nonexistent/vantor-gateway";
-  Outcome run = Demo(missing);
-  EXPECT_EQ(run.code, 2);
-  EXPECT_EQ(run.err, "vantor demo: the gateway program /nonexistent/vantor-gateway does not exist\n");
-  EXPECT_EQ(run.out, "");
-
-  // A program that ends without ever listening.
-  DemoOptions silent = Built();
-  silent.gateway_program = "/bin/false";
-  run = Demo(silent);
-  EXPECT_EQ(run.code, 2);
-  EXPECT_EQ(run.err, "vantor demo: /bin/false ended before it was listening\n");
-  // One that prints something else (echo prints its arguments).
-  silent.gateway_program = "/bin/echo";
-  run = Demo(silent);
-  EXPECT_EQ(run.code, 2);
-  EXPECT_TRUE(run.err.starts_with("vantor demo: /bin/echo printed \"--data /")) << run.err;
-  EXPECT_TRUE(run.err.ends_with("--port 0\" instead of its listening address\n")) << run.err;
-
   TempDir empty;
-  DemoOptions no_sample = Built();
-  no_sample.sample_dir = empty.path();
-  run = Demo(no_sample);
-  EXPECT_EQ(run.code, 2);
-  EXPECT_EQ(run.err, "vantor demo: the sample folder " + empty.path() + " holds no archive.json\n");
+  struct Case {
+    std::string program, sample, err;  // "" for the built one; a part of the error output
+  };
+  const std::vector<Case> cases = {
+      {"/nonexistent/vantor-gateway", "",
+       "vantor demo: the gateway program /nonexistent/vantor-gateway does not exist\n"},
+      {"/bin/false", "", "vantor demo: /bin/false ended before it was listening\n"},  // never listens
+      {"/bin/echo", "", "--port 0\" instead of its listening address\n"},             // prints its arguments instead
+      {"", empty.path(), "vantor demo: the sample folder " + empty.path() + " holds no archive.json\n"}};
+  for (const Case& c : cases) {
+    DemoOptions options = Built();
+    if (!c.program.empty()) options.gateway_program = c.program;
+    if (!c.sample.empty()) options.sample_dir = c.sample;
+    const Outcome run = Demo(options);
+    EXPECT_EQ(run.code, 2) << c.err;
+    EXPECT_NE(run.err.find(c.err), std::string::npos) << run.err;
+    EXPECT_EQ(run.out, "");
+  }
 }
 
+// Installed (bin/ or libexec/, with share/halqvantor/sample) and the build tree (tools/vantor beside
+// tools/gateway, which holds the sample), found from prefix/bin.
 TEST(VantorDemo, GatewayAndSampleFoundFromTheProgramsFolder) {
-  struct Layout {
-    std::vector<std::string> files;  // under the prefix
-    std::string gateway, sample;     // found from prefix/bin ("" when nothing is)
-  };
-  const std::vector<Layout> layouts = {
-      {{"bin/vantor-gateway", "share/halqvantor/sample/archive.json"}, "bin/vantor-gateway", "share/halqvantor/sample"},
-      {{"libexec/halqvantor/vantor-gateway", "share/halqvantor/sample/archive.json"},
-       "libexec/halqvantor/vantor-gateway",
-       "share/halqvantor/sample"},
-      // The build tree: tools/vantor beside tools/gateway, which holds the sample.
-      {{"gateway/vantor-gateway", "gateway/sample/archive.json"}, "gateway/vantor-gateway", "gateway/sample"},
-      {{"share/halqvantor/sample/other.json"}, "", ""},
-  };
-  for (const Layout& layout : layouts) {
+  const std::string sample = "share/halqvantor/sample";
+  const std::vector<std::pair<std::string, std::string>> layouts = {// the gateway and the sample ("": none)
+                                                                    {"bin/vantor-gateway", sample},
+                                                                    {"libexec/halqvantor/vantor-gateway", sample},
+                                                                    {"gateway/vantor-gateway", "gateway/sample"},
+                                                                    {"", ""}};
+  for (const auto& [gateway, found] : layouts) {
     TempDir prefix;
-    for (const std::string& file : layout.files) {
+    fs::create_directories(prefix.File("bin"));
+    const std::string none = sample + "/other.json";  // a folder without an archive
+    for (const std::string& file : {gateway.empty() ? none : gateway, found.empty() ? none : found + "/archive.json"}) {
       fs::create_directories(fs::path(prefix.File(file)).parent_path());
       WriteFile(prefix.File(file), "");
     }
-    const std::string bin = prefix.File("bin");
-    fs::create_directories(bin);
-    if (layout.gateway.empty()) {
-      EXPECT_THROW(demo::FindGatewayProgram("", bin), std::runtime_error);
-      EXPECT_THROW(demo::FindSample("", bin), std::runtime_error);
+    if (gateway.empty()) {
+      EXPECT_THROW(demo::FindGatewayProgram("", prefix.File("bin")), std::runtime_error);
+      EXPECT_THROW(demo::FindSample("", prefix.File("bin")), std::runtime_error);
       continue;
     }
-    EXPECT_EQ(demo::FindGatewayProgram("", bin), prefix.File(layout.gateway));
-    EXPECT_EQ(demo::FindSample("", bin), prefix.File(layout.sample));
+    EXPECT_EQ(demo::FindGatewayProgram("", prefix.File("bin")), prefix.File(gateway));
+    EXPECT_EQ(demo::FindSample("", prefix.File("bin")), prefix.File(found));
   }
 }
 

@@ -19,7 +19,6 @@ INVOICE = "/d/FIBU/Eingangsrechnungen/1000001/1"
     ("bert", "bert", "/a/FIBU/Eingangsrechnungen/"),
     ("bert", "bert", "/a/FIBU/Eingangsrechnungen/hits?text=meier"),
     ("bert", "bert", INVOICE),
-    ("bert", "bert", INVOICE + "/segment/BELEG"),
     ("bert", "bert", "/a/FIBU/Eingangsrechnungen/new"),
     ("bert", "bert", "/upload"),
     ("anna", "Portal2002", "/a/PERSONAL/Personalakten/"),
