@@ -1,6 +1,7 @@
 // Figures of the server link, each against a baseline measured in the same run:
 //   1. round trip of RequestList against a gateway that answers at once, as a ratio to a plain blocking
-//      client doing the same connect, send, receive and close (goal: 1.1 or less);
+//      client doing the same connect, send, receive and close (goal: 1.1 or less), and for reference to a plain
+//      client that waits in poll as an event loop must (non-blocking connect, poll, send, poll, receive);
 //   2. CPU time of a request that waits 2 seconds for a slow gateway (goal: 1 ms or less), as a ratio to the
 //      CPU time of the blocking client in the same wait (goal: 3 or less);
 //   3. a reply of 1,000,000 rows (50 MB) received and split into rows, as a ratio to reading the same bytes
@@ -12,6 +13,7 @@
 #include <malloc.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -19,6 +21,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -107,25 +110,31 @@ std::string CommandOf(const std::string& request) {
   }
 }
 
-// The baseline: a plain blocking client. Returns the payload.
-std::string PlainExchange(int port, const std::string& request) {
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+// The baselines: a plain client, blocking or waiting in poll. Returns the payload.
+std::string PlainExchange(int port, const std::string& request, bool poll_wait = false) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM | (poll_wait ? SOCK_NONBLOCK : 0), 0);
   const int one = 1;
   ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
   sockaddr_in addr{};
   addr.sin_family = AF_INET;
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   addr.sin_port = htons(static_cast<uint16_t>(port));
-  if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+  auto wait_for = [&](short events) {
+    pollfd p{fd, events, 0};
+    if (poll_wait) ::poll(&p, 1, 1000);
+  };
+  if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 && errno != EINPROGRESS) {
     std::perror("connect");
     std::exit(1);
   }
+  wait_for(POLLOUT);
   SendAll(fd, request);
   std::string data;
   size_t header_end = std::string::npos;
   size_t total = 0;
   std::vector<char> buf(256 * 1024);
   for (;;) {
+    wait_for(POLLIN);
     const ssize_t n = ::recv(fd, buf.data(), buf.size(), 0);
     if (n <= 0) break;
     data.append(buf.data(), static_cast<size_t>(n));
@@ -212,7 +221,7 @@ int main() {
     const std::string wire = request("Quick");
     constexpr int kBlocks = 10;
     constexpr int kPerBlock = 150;
-    Clock::duration ours{}, plain{};
+    Clock::duration ours{}, plain{}, polled{};
     for (int i = 0; i < 50; ++i) {  // warm-up
       list(wire);
       PlainExchange(port, wire);
@@ -223,12 +232,17 @@ int main() {
       auto t1 = Clock::now();
       for (int i = 0; i < kPerBlock; ++i) PlainSplit(PlainExchange(port, wire));
       auto t2 = Clock::now();
+      for (int i = 0; i < kPerBlock; ++i) PlainSplit(PlainExchange(port, wire, true));
+      auto t3 = Clock::now();
       ours += t1 - t0;
       plain += t2 - t1;
+      polled += t3 - t2;
     }
     const double n = kBlocks * kPerBlock;
     std::printf("1. round trip: RequestList %.1f us, plain blocking client %.1f us: ratio %.2f (goal <= 1.1)\n",
                 Seconds(ours) / n * 1e6, Seconds(plain) / n * 1e6, Seconds(ours) / Seconds(plain));
+    std::printf("   plain client waiting in poll %.1f us: ratio %.2f to it\n", Seconds(polled) / n * 1e6,
+                Seconds(ours) / Seconds(polled));
   }
 
   // 2. CPU time while the gateway takes 2 seconds to answer.
