@@ -96,6 +96,12 @@ platform::SortedList& frmComm::lstSort(int32_t slot) {
   return lists_[static_cast<size_t>(slot)];
 }
 
+bool frmComm::LogsSlot(int32_t slot) const {
+  if (slot < 1 || slot > slot_count_) return false;
+  const SlotState& s = slots_[static_cast<size_t>(slot)];
+  return !LogFilePath(s.DebugLogPath, s.SessionID).empty();
+}
+
 void frmComm::WriteSlotLog(int32_t slot, std::string_view text) const {
   if (slot < 1 || slot > slot_count_) return;
   const SlotState& s = slots_[static_cast<size_t>(slot)];

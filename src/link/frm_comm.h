@@ -95,8 +95,10 @@ class frmComm final : private platform::SocketEventSink {
   platform::Socket& ctlWinsock(int32_t slot);
   platform::SortedList& lstSort(int32_t slot);
 
-  // One debug-log line into the slot's own log folder and session file.
+  // One debug-log line into the slot's own log folder and session file. LogsSlot says whether the slot
+  // has a log at all, so that a line need not be put together for nobody.
   void WriteSlotLog(int32_t slot, std::string_view text) const;
+  bool LogsSlot(int32_t slot) const;
 
   // The event handlers of ctlWinsock(Index). They never raise: a failure is recorded in the slot's
   // WinsockError (and logged).

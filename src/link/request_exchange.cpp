@@ -209,10 +209,12 @@ bool LinkSession::RunRoundTrip(std::string_view request, std::string_view bytes,
     bool ok = WaitForReply();
     if (ok && Times.active) Times.connect_ms = MillisecondsSince(Times.start);
     if (ok) {
-      std::string line = "Senden der Anfrage an Vantor-Server (";
-      line += request;
-      line += ')';
-      WriteLog(line);
+      if (LogEnabled()) {
+        std::string line = "Senden der Anfrage an Vantor-Server (";
+        line += request;
+        line += ')';
+        WriteLog(line);
+      }
       form.SetReady(SlotIndex, false);
       slot.AwaitingFirstPacket = true;
       Times.bytes_seen = slot.BytesReceived;
@@ -222,7 +224,7 @@ bool LinkSession::RunRoundTrip(std::string_view request, std::string_view bytes,
       ok = WaitForReply();
     }
     if (ok) {
-      WriteLog("Trennen der Verbindung (letzter Status: " + StateText(socket) + ").");
+      if (LogEnabled()) WriteLog("Trennen der Verbindung (letzter Status: " + StateText(socket) + ").");
       if (socket.State() != platform::kSckClosed) socket.Close();
       if (slot.Mode == ReceptionMode::kString) LastStatusLine = StatusLineOf(slot.Response);
       return true;

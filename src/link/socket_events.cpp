@@ -192,7 +192,7 @@ platform::ReceiveTarget ByteModeTarget(const SlotState& slot) {
 void frmComm::ctlWinsock_Connect(int16_t Index) {
   try {
     SetReady(Index, true);
-    WriteSlotLog(Index, WinsockPrefix(Index) + "Connect-Event.");
+    if (LogsSlot(Index)) WriteSlotLog(Index, WinsockPrefix(Index) + "Connect-Event.");
   } catch (const std::exception&) {
     // An event handler has nobody to report to.
   }
@@ -224,7 +224,7 @@ void frmComm::TakeArrival(int16_t Index, int32_t bytes, bool stored, int file_er
   } catch (const std::exception&) {
     return;  // not a slot (element 0, never handed out): nothing to receive into
   }
-  WriteSlotLog(Index, WinsockPrefix(Index) + "DataArrival-Event Start.");
+  if (LogsSlot(Index)) WriteSlotLog(Index, WinsockPrefix(Index) + "DataArrival-Event Start.");
   // The handler reads all the bytes: they are gone from the socket however it ends. Any other Mode reads
   // nothing. Bytes the socket stored in the slot's file are only counted.
   platform::Socket& socket = ctlWinsock(Index);
@@ -243,8 +243,9 @@ void frmComm::TakeArrival(int16_t Index, int32_t bytes, bool stored, int file_er
     outcome = TakePacket(*slot, packet, log);
   }
   if (outcome == PacketOutcome::kTaken) {
-    WriteSlotLog(Index, WinsockPrefix(Index) + "DataArrival-Event End (" + std::to_string(slot->BytesReceived) +
-                            " of " + std::to_string(slot->BytesToReceive) + " bytes received).");
+    if (LogsSlot(Index))
+      WriteSlotLog(Index, WinsockPrefix(Index) + "DataArrival-Event End (" + std::to_string(slot->BytesReceived) +
+                              " of " + std::to_string(slot->BytesToReceive) + " bytes received).");
   } else if (outcome == PacketOutcome::kTooLarge) {
     // Nothing more of this reply is read: the connection goes now, and the next request starts afresh.
     socket.Close();

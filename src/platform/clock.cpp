@@ -11,7 +11,12 @@ namespace {
 class SystemClock final : public Clock {
  public:
   LocalDateTime Now() override {
+    // The local time changes only from one second to the next: within a second the last answer holds, and a
+    // request's wait loop asks many times a second.
+    thread_local std::time_t last_second = -1;
+    thread_local LocalDateTime last;
     const std::time_t t = std::time(nullptr);
+    if (t == last_second) return last;
     std::tm tm{};
     localtime_r(&t, &tm);
     LocalDateTime now;
@@ -19,6 +24,8 @@ class SystemClock final : public Clock {
     now.hour = tm.tm_hour;
     now.minute = tm.tm_min;
     now.second = tm.tm_sec;
+    last_second = t;
+    last = now;
     return now;
   }
 

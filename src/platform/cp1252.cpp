@@ -93,12 +93,12 @@ std::string Utf8ToCp1252(std::string_view utf8) {
   out.reserve(utf8.size());
   size_t pos = 0;
   while (pos < utf8.size()) {
-    const auto b = static_cast<unsigned char>(utf8[pos]);
-    if (b < 0x80) {
-      out.push_back(static_cast<char>(b));
-      ++pos;
-      continue;
-    }
+    // A run of ASCII goes over as it stands.
+    size_t end = pos;
+    while (end < utf8.size() && static_cast<unsigned char>(utf8[end]) < 0x80) ++end;
+    out.append(utf8.substr(pos, end - pos));
+    pos = end;
+    if (pos == utf8.size()) break;
     const int code = CharToCp1252(NextUtf8Char(utf8, pos));
     out.push_back(code < 0 ? '?' : static_cast<char>(code));
   }

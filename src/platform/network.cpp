@@ -148,10 +148,12 @@ bool NumericAddress(const std::string& host, int32_t port, std::vector<SocketAdd
   } else {
     return false;
   }
-  char text[INET6_ADDRSTRLEN] = {};
-  const void* where = address.family == AddressFamily::kIPv6 ? static_cast<const void*>(&in6->sin6_addr)
-                                                             : static_cast<const void*>(&in4->sin_addr);
-  if (::inet_ntop(storage.ss_family, where, text, sizeof text) != nullptr) address.text = text;
+  if (address.family == AddressFamily::kIPv4) {
+    address.text = host;  // dotted decimal is taken only in its one written form
+  } else {
+    char text[INET6_ADDRSTRLEN] = {};
+    if (::inet_ntop(AF_INET6, &in6->sin6_addr, text, sizeof text) != nullptr) address.text = text;
+  }
   const auto* bytes = reinterpret_cast<const unsigned char*>(&storage);
   address.native.assign(bytes, bytes + length);
   addresses->push_back(std::move(address));
