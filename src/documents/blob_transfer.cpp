@@ -65,10 +65,6 @@ class FileBody final : public platform::SendSource {
     return static_cast<int64_t>(count);
   }
 
-  // A file of the system's file system may go out from where it lies; Read takes over where that stops.
-  FileSpan DirectSpan() override { return {file_->Descriptor(), remaining_}; }
-  void Skip(size_t count) override { remaining_ -= static_cast<int64_t>(count); }
-
   const std::optional<RuntimeError>& failure() const { return failure_; }
 
  private:

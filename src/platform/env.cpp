@@ -53,9 +53,6 @@ class SystemEnv final : public Env {
   bool ReceiveToFile(int descriptor, int file_descriptor, size_t max, FileReception* result) override {
     return Net()->ReceiveToFile(descriptor, file_descriptor, max, result);
   }
-  int64_t SendFromFile(int descriptor, int file_descriptor, size_t max) override {
-    return Net()->SendFromFile(descriptor, file_descriptor, max);
-  }
 
   std::unique_ptr<Connection> NewConnection() override { return ConnectionFactory::Default()->NewConnection(); }
 

@@ -26,9 +26,9 @@ class Env : public Clock, public FileSystem, public Network, public ConnectionFa
   static Env* Default();
 };
 
-// Forwards every call to `target`, which must outlive the wrapper, except the network's direct file paths
-// (ReceiveToFile, SendFromFile): a wrapped environment moves every byte through Receive and Send, so that
-// what a test fakes there sees them all.
+// Forwards every call to `target`, which must outlive the wrapper, except the network's direct file path
+// (ReceiveToFile): a wrapped environment moves every byte through Receive and Send, so that what a test
+// fakes there sees them all.
 class EnvWrapper : public Env {
  public:
   explicit EnvWrapper(Env* target) : target_(target) {}

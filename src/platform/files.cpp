@@ -76,8 +76,6 @@ class PosixReadableFile final : public ReadableFile {
     }
   }
 
-  int Descriptor() const override { return fd_; }
-
  private:
   int fd_;
 };

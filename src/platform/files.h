@@ -34,10 +34,6 @@ class ReadableFile {
   // Reads up to `capacity` bytes into `buffer`, setting `*count` (0 at the end of the file). 0, else the
   // error number.
   virtual int Read(char* buffer, size_t capacity, size_t* count) = 0;
-  // The system's descriptor of the file, so that a network can send from it at its position without
-  // copying the bytes through memory (Network::SendFromFile); -1 (the default) for a file that is not the
-  // system's, which gives its bytes through Read only.
-  virtual int Descriptor() const { return -1; }
 };
 
 // One entry of a folder listing.

@@ -7,8 +7,6 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <pthread.h>
-#include <signal.h>
-#include <sys/sendfile.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -83,8 +81,6 @@ SocketError SocketErrorFromResolver(int resolver_error, int err) {
 
 bool Network::ReceiveToFile(int, int, size_t, FileReception*) { return false; }
 
-int64_t Network::SendFromFile(int, int, size_t) { return -ENOSYS; }
-
 namespace {
 
 // The pipe between connection and file in ReceiveToFile: its capacity is asked for (the system may give
@@ -96,30 +92,6 @@ bool CanSpliceInto(int file_descriptor) {
   struct stat st {};
   const int flags = ::fcntl(file_descriptor, F_GETFL);
   return flags >= 0 && (flags & O_APPEND) == 0 && ::fstat(file_descriptor, &st) == 0 && S_ISREG(st.st_mode);
-}
-
-// Runs `send` with SIGPIPE blocked on the thread, so that a connection the peer closed answers EPIPE instead
-// of ending the process (sendfile has no MSG_NOSIGNAL). The SIGPIPE it raised is taken back; one already
-// blocked by the caller cannot be told from ours and stays.
-template <typename Send>
-ssize_t WithoutSigpipe(Send send) {
-  sigset_t pipe_only, old_mask;
-  sigemptyset(&pipe_only);
-  sigaddset(&pipe_only, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &pipe_only, &old_mask);
-  const ssize_t n = send();
-  const int err = errno;
-  // A call that sent part of its bytes before the peer's close returns their count, yet raised SIGPIPE all the
-  // same: whatever it returned, a SIGPIPE pending now is the call's.
-  sigset_t pending;
-  if (sigismember(&old_mask, SIGPIPE) == 0 && ::sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1) {
-    const timespec no_wait{};
-    while (::sigtimedwait(&pipe_only, nullptr, &no_wait) < 0 && errno == EINTR) {
-    }
-  }
-  pthread_sigmask(SIG_SETMASK, &old_mask, nullptr);
-  errno = err;
-  return n;
 }
 
 // The most a pass of the event pump waits when its caller sets no nearer bound. Readiness ends a wait at once,
@@ -303,11 +275,6 @@ class SystemNetwork final : public Network {
     ::close(pipe_fds[0]);
     ::close(pipe_fds[1]);
     return supported;
-  }
-
-  int64_t SendFromFile(int descriptor, int file_descriptor, size_t max) override {
-    const ssize_t n = WithoutSigpipe([&] { return ::sendfile(descriptor, file_descriptor, nullptr, max); });
-    return n < 0 ? -errno : n;
   }
 };
 

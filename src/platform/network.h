@@ -77,18 +77,14 @@ class Network {
   // The most one pass of the event pump waits for something to happen, in milliseconds.
   virtual int EventWaitMs() = 0;
 
-  // The direct paths between a connection and a file of the system's file system (a descriptor from
-  // WritableFile/ReadableFile::Descriptor), which spare the copy through the process's memory. A network
-  // that has none keeps the defaults, and its callers move the bytes through Receive and Send instead.
+  // The direct path from a connection into a file of the system's file system (a descriptor from
+  // WritableFile::Descriptor), which spares the copy through the process's memory. A network that has none
+  // keeps the default, and its callers move the bytes through Receive instead.
   //
   // Moves the bytes that have arrived on `descriptor`, at most `max`, into the file at its position, until
   // none is left to take, the peer closed, the connection failed, a write failed or `max` bytes moved; sets
   // `*result`. False when it cannot do this for this pair (nothing was taken).
   virtual bool ReceiveToFile(int descriptor, int file_descriptor, size_t max, FileReception* result);
-  // Sends up to `max` bytes of the file from its position on, moving the position past them: the byte count,
-  // 0 when the file has no more, or -errno (-EAGAIN: the connection takes no more now; -ENOSYS: this network
-  // cannot). Without signals, as Send.
-  virtual int64_t SendFromFile(int descriptor, int file_descriptor, size_t max);
 
   // The system's network.
   static Network* Default();

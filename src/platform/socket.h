@@ -66,17 +66,6 @@ class SendSource {
   // Copies the next bytes into `buffer`, at most `capacity`: their count, 0 at the end, or -1 when the
   // source failed (it reports its failure itself). 0 and -1 end the stream.
   virtual int64_t Read(char* buffer, size_t capacity) = 0;
-
-  // For a source whose next bytes lie in a file of the system's file system: the file's descriptor,
-  // positioned at the next byte, and how many bytes are still to come from it. The socket's network may then
-  // send them from the file directly, moving its position, and tells the source with Skip. Read takes over
-  // whenever that stops short (the file ends early or fails, the network cannot), and reports what it finds.
-  struct FileSpan {
-    int descriptor = -1;  // -1 (the default): the bytes come through Read only
-    int64_t remaining = 0;
-  };
-  virtual FileSpan DirectSpan() { return {}; }
-  virtual void Skip(size_t /*count*/) {}
 };
 
 class Socket {
@@ -149,7 +138,6 @@ class Socket {
   int ReadAvailable();
   int ReadIntoTarget(const ReceiveTarget& target);
   int ReportReceived(size_t new_bytes, bool stored, int file_error, bool peer_closed, int read_error);
-  bool SendFromSourceFile();
   void CloseDescriptor();
   int Fail(const SocketError& error);
   void Deliver(const DueEvent& event);
@@ -170,7 +158,6 @@ class Socket {
   std::unique_ptr<char[]> stream_chunk_;
   size_t stream_length_ = 0;
   size_t stream_offset_ = 0;
-  bool send_from_file_ = true;        // the stream may go from its file directly (cleared once it stops short)
   std::unique_ptr<char[]> received_;  // received bytes not taken yet: the first received_size_ of them
   size_t received_size_ = 0;
   bool receive_to_file_ = true;  // the connection may move bytes into the sink's target (cleared when it cannot)
