@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "archive/archives_ext.h"
 #include "support/session_fixture.h"
 
 namespace halqvantor {
@@ -9,16 +8,6 @@ namespace {
 using testing::RuntimeErrorNumber;
 using ArchiveProperties = testing::SessionTest;
 using ArchivesExt = testing::SessionTest;
-
-TEST(ArchivesExtRows, ChannelRowsAndPropertiesSplitAtCommas) {
-  EXPECT_EQ(archive::SplitChannelGroupRow("#,").name, "");
-  EXPECT_EQ(RuntimeErrorNumber([] { archive::SplitChannelGroupRow("#K1"); }), 5);
-
-  const auto values = archive::SplitArchiveProperties("1,,0,1,5,6");
-  EXPECT_EQ(values[1], "");
-  EXPECT_EQ(values[4], "5,6");
-  EXPECT_EQ(RuntimeErrorNumber([] { archive::SplitArchiveProperties("1,0,1,5"); }), 5);
-}
 
 TEST_F(ArchivesExt, TwoLevelWalkWithSkipsRestartAndTheEnd) {
   Answers({"Status: OK\r\n#K1,Rechnungen, alt\r\nA1\r\nA2\r\n#K2,leer\r\n#K3,x\r\nB1"});

@@ -18,16 +18,6 @@ const std::string kSegmentRow = "^3^,^Text^,^120^,^2^,^0^,^TXT^,^1^,^Inhalt^,^d.
 // String Variants, so that a comparison checks the type too.
 std::vector<Variant> Texts(const Pieces& texts) { return {texts.begin(), texts.end()}; }
 
-TEST(DocumentRows, InfoAndSegmentColumns) {
-  EXPECT_EQ(archive::DocumentInfoColumns(kInfoRow)[3], "Titel");
-  // Column 11 needs its separator: a row that ends there is one column short.
-  EXPECT_EQ(
-      RuntimeErrorNumber([] { archive::DocumentInfoColumns("^0^,^1^,^2^,^3^,^4^,^5^,^6^,^7^,^8^,^9^,^10^,^11^"); }), 5);
-  const std::string longer = kSegmentRow + ",^ignored";
-  EXPECT_EQ(archive::SegmentColumns(longer)[11], "77");
-  EXPECT_EQ(RuntimeErrorNumber([] { archive::SegmentColumns(kSegmentRow.substr(0, kSegmentRow.size() - 1)); }), 5);
-}
-
 TEST(DocumentRows, TextPiecesSplitWhereACaretEndMeetsACaretStart) {
   auto join = [](Pieces rows, std::string_view line_break) {
     Pieces pieces;

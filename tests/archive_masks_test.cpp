@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "archive/masks.h"
 #include "support/session_fixture.h"
 
 namespace halqvantor {
@@ -11,16 +10,6 @@ using Masks = testing::SessionTest;
 
 const std::string kEightColumns = "^10^,^1^,^30^,^L^,^Name^,^1^,^Herr^,^0^";
 const std::string kTenColumns = "^11^,^2^,^8^,^R^,^Ort^,^2^,^^,^1^,^Bonn^,^Bern^";
-
-// The columns themselves come out of the walk below; here the rows one column short and the flags' range.
-TEST(MaskRows, ShortRowsAndFlagsOutsideAByte) {
-  EXPECT_EQ(RuntimeErrorNumber([] { archive::SplitMaskField("^10^,^1^,^30^,^L^,^Name^,^1^,^Herr^"); }), 5);
-  EXPECT_EQ(RuntimeErrorNumber([] { archive::SplitMaskField("^10^,^1^,^30^,^L^,^Name^,^1^,^Herr^,^0"); }), 5);
-  EXPECT_TRUE(archive::MaskFlag(" 1 "));
-  EXPECT_FALSE(archive::MaskFlag("255"));
-  for (const char* bad : {"256", "-1"}) EXPECT_EQ(RuntimeErrorNumber([&] { archive::MaskFlag(bad); }), 6) << bad;
-  EXPECT_EQ(RuntimeErrorNumber([] { archive::MaskFlag(""); }), 13);
-}
 
 TEST_F(Masks, TwoLevelWalkWithSkipsRestartAndTheEnd) {
   Answers(

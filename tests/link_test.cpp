@@ -38,25 +38,5 @@ TEST(ConnectionSlots, LowestFreeSlotIsReusedWithItsLastState) {
   });
 }
 
-TEST(ConnectionSlots, EachThreadHasItsOwnTable) {
-  OnFreshThread([] {
-    clsVantor a, b;
-    a.Init();
-    b.Init();
-    int32_t other_slot = 0, other_count = 0;
-    OnFreshThread([&] {
-      for (int i = 0; i < 3; ++i) {  // objects one after another all get slot 1
-        clsVantor c;
-        c.Init();
-        other_slot = SlotOf(c);
-      }
-      other_count = frmComm::ForThisThread().SlotCount();
-    });
-    EXPECT_EQ(other_slot, 1);
-    EXPECT_EQ(other_count, 1);
-    EXPECT_EQ(frmComm::ForThisThread().SlotCount(), 2);
-  });
-}
-
 }  // namespace
 }  // namespace halqvantor

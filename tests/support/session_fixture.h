@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -59,6 +60,13 @@ inline Exchanged Exchange(GatewaySession& s, const std::string& request) {
   Exchanged out;
   out.ok = s.impl().RequestExchange(request, out.response, out.status);
   return out;
+}
+
+// The number of file descriptors the process has open now.
+inline int OpenDescriptors() {
+  int count = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
+  return count;
 }
 
 // For table rows that each need a new link: the session's link plays `scripts` (FakeNetwork), its time is

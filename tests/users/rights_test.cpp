@@ -38,7 +38,7 @@ class Rights : public UserDirectoryTest {
 };
 HALQVANTOR_ON_BOTH_BACKENDS(Rights);
 
-TEST_P(Rights, UnionOfUserAndDirectGroupsOnce) {
+TEST_P(Rights, UnionOfUserAndDirectGroupsOnceAndAFailureClearsTheText) {
   db->Run({"INSERT INTO UserRights VALUES (1, 'READ')", "INSERT INTO UserRights VALUES (10, 'READ')",
            "INSERT INTO UserRights VALUES (11, 'ADMIN')", "INSERT INTO UserRights VALUES (20, 'NEVER')",
            "INSERT INTO UserArchives VALUES (10, 'A1')", "INSERT INTO UserArchives VALUES (11, 'A2')",
@@ -57,6 +57,13 @@ TEST_P(Rights, UnionOfUserAndDirectGroupsOnce) {
   EXPECT_EQ(v->GetUserRights(2, &text), Variant(int32_t{0}));
   EXPECT_EQ(text, Variant(""));
   EXPECT_EQ(v->GetUserGroups(2, &text), Variant(int32_t{0}));
+  // A database failure clears the text and is logged.
+  recorder.fail_at = static_cast<int>(recorder.statements.size()) + 1;
+  text = Variant("old");
+  EXPECT_EQ(v->GetUserArchives(1, &text), Variant(int16_t{-1}));
+  EXPECT_EQ(text, Variant(""));
+  EXPECT_EQ(Failures(),
+            std::vector<std::string>{"Allgemeiner Fehler in Funktion 'GetUserArchives': 4711 - injected failure."});
 }
 
 TEST_P(Rights, EditRightsSummedOverGroupsOneLinePerArchive) {
@@ -70,15 +77,6 @@ TEST_P(Rights, EditRightsSummedOverGroupsOneLinePerArchive) {
   ASSERT_TRUE(text.ToString().ends_with("\r\n"));
   EXPECT_EQ(Items(text.ToString().substr(0, text.ToString().size() - 2), "\r\n"),
             (std::vector<std::string>{"ARCH1,N,E", "ARCH2", "ARCH3,D"}));
-}
-
-TEST_P(Rights, ADatabaseFailureClearsTheTextAndIsLogged) {
-  recorder.fail_at = 1;
-  Variant text("old");
-  EXPECT_EQ(v->GetUserArchives(1, &text), Variant(int16_t{-1}));
-  EXPECT_EQ(text, Variant(""));
-  EXPECT_EQ(Failures(),
-            std::vector<std::string>{"Allgemeiner Fehler in Funktion 'GetUserArchives': 4711 - injected failure."});
 }
 
 }  // namespace
