@@ -1,7 +1,7 @@
 // The reference gateway: its files, session cache and log without a network, then its commands, its bounds
 // against clients that try to exhaust it, and the program, over loopback on a copy of the sample archive.
-// clsVantor meets it here only for thumbnails: `vantor demo` (vantor_demo_test) and the vantor program
-// (vantor_cli_test, whose `call` rows reach the other members) walk the rest.
+// clsVantor meets it in `vantor demo` (vantor_demo_test) and the vantor program (vantor_cli_test, whose
+// `call` rows reach the gateway's renderings).
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,7 +16,6 @@
 
 #include "blob_files.h"
 #include "client.h"
-#include "halqvantor/clsVantor.h"
 #include "link/text_encoding.h"
 #include "server.h"
 #include "session_cache.h"
@@ -391,25 +390,14 @@ TEST_F(GatewayTest, TheLogShowsEachAnswerOnOneLine) {
                 "easy GetChannels -> Status: OK"}));
 }
 
-// ---- the component against the gateway ----------------------------------------------------------------------
-
-// Thumbnails land in the folder the request names.
-TEST_F(GatewayTest, TheComponentGetsThumbnails) {
-  clsVantor v;
-  v.strREMOTEHOST = "127.0.0.1";
-  v.lngREMOTEPORT = gateway_.port();
-  v.strEASYUser = v.strEASYPwd = "easy";
-  v.Init();
-  const std::string tif = ReadFile(gateway_.data() + "/files/eingang_beleg_a.tif");
-  EXPECT_EQ(v.EASYGetSegmentDescriptionInit(kFibu, kIn, "1000001", "1", blob()), Variant(int32_t{4}));
-  std::vector<Variant> b(11);
-  v.EASYGetSegmentDescriptionNext();
-  EXPECT_EQ(
-      v.EASYGetSegmentDescriptionNext(&b[0], &b[1], &b[2], &b[3], &b[4], &b[5], &b[6], &b[7], &b[8], &b[9], &b[10]),
-      Variant("BELEG"));
-  const std::string thumb = std::to_string(fs::file_size(blob() + "/TN_1000001_1_2.TIF"));
-  EXPECT_EQ(b, (std::vector<Variant>{"2", "0", "0", std::to_string(tif.size()), "TIF", "2", b[6], "eingang_beleg_a.tif",
-                                     "0", "11", thumb}));
+// An image segment's first page becomes its thumbnail in the folder the request names; its row gives the size.
+TEST_F(GatewayTest, SegmentDescriptionsWriteThumbnails) {
+  const Reply reply = Ask({"GetSegmentDescription", kFibu, kIn, "1000001", "1", blob()});
+  const std::string thumb = blob() + "/TN_1000001_1_2.TIF";
+  ASSERT_TRUE(fs::exists(thumb)) << reply.status;
+  const auto pages = ReadTiff(ReadFile(thumb));
+  EXPECT_TRUE(pages.has_value() && pages->size() == 1u);
+  EXPECT_THAT(reply.rows, ::testing::Contains(::testing::EndsWith(",^" + std::to_string(fs::file_size(thumb)) + "^")));
 }
 
 // ---- the program --------------------------------------------------------------------------------------------
