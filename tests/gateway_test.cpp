@@ -13,6 +13,7 @@
 #include <chrono>
 #include <filesystem>
 #include <sstream>
+#include <tuple>
 
 #include "blob_files.h"
 #include "client.h"
@@ -349,19 +350,16 @@ TEST_F(GatewayTest, AnUploadThatFailsLeavesNoFile) {
   auto head = [&](const std::string& user, const std::string& name) {
     return Frame({"UploadFile", gateway_.blob(), name, std::to_string(body.size())}, user, user) + "\r\n";
   };
-  struct Case {
-    std::string request;
-    bool half_close;
-    std::string status;
-  };
-  const std::vector<Case> cases = {{head("easy", "cut.bin") + body.substr(0, 100000), true, "Status: Error 83"},
-                                   {head("nobody", "who.bin") + body, false, "Status: Error 21"},
-                                   {head("easy", "..\\up.bin") + body, false, "Status: Error 50"}};
-  for (const Case& c : cases) {
+  // The request, whether the client closes its side after it, and the status.
+  const std::vector<std::tuple<std::string, bool, std::string>> cases = {
+      {head("easy", "cut.bin") + body.substr(0, 100000), true, "Status: Error 83"},
+      {head("nobody", "who.bin") + body, false, "Status: Error 21"},
+      {head("easy", "..\\up.bin") + body, false, "Status: Error 50"}};
+  for (const auto& [request, half_close, expected] : cases) {
     ExchangeOptions options;
-    options.half_close = c.half_close;
-    const std::string status = StatusLine(Exchange("127.0.0.1", gateway_.port(), c.request, options));
-    EXPECT_TRUE(status.starts_with(c.status)) << status;
+    options.half_close = half_close;
+    const std::string status = StatusLine(Exchange("127.0.0.1", gateway_.port(), request, options));
+    EXPECT_TRUE(status.starts_with(expected)) << status;
   }
   EXPECT_EQ(StatusLine(Raw(head("easy", "ok.bin") + body)), "Status: OK");
   // A temporary file goes with its connection.
@@ -419,26 +417,21 @@ TEST(GatewayProgramTest, ServesOnTheAnnouncedPortAndRefusesBadStarts) {
   EXPECT_EQ(ParseReply(Exchange("127.0.0.1", port, Frame({"GetChannels"}))).rows.size(), 3u);
 
   // Exit codes and messages: 2 for bad usage, 1 for a start that fails, naming what to change.
-  struct Start {
-    std::string args;
-    int code;
-    std::string message;  // a part of what it prints
-  };
-  const std::vector<Start> starts = {
+  const std::vector<std::tuple<std::string, int, std::string>> starts = {
+      // arguments, exit code, a part of the text
       {"--data " + dir.File("data") + " --port 99999", 2, "'99999' is no whole number from 0 to 65535"},
       {"--port 0", 2, "--data is required"},
       {"--data " + dir.File("data") + " --port " + std::to_string(port), 1,
        "cannot listen on 127.0.0.1:" + std::to_string(port) + ": "},
       {"--data " + dir.File("data") + " --listen nowhere", 1, "cannot listen on nowhere:0: nowhere is no IP address"},
       {"--data " + dir.path(), 1, "archive.json"}};
-  for (const Start& start : starts) {
-    FILE* p =
-        popen((std::string(VANTOR_GATEWAY_BINARY) + " --blob " + dir.path() + " " + start.args + " 2>&1").c_str(), "r");
+  for (const auto& [args, code, message] : starts) {
+    FILE* p = popen((std::string(VANTOR_GATEWAY_BINARY) + " --blob " + dir.path() + " " + args + " 2>&1").c_str(), "r");
     ASSERT_NE(p, nullptr);
     char text[512] = {};
     const size_t n = fread(text, 1, sizeof text - 1, p);
-    EXPECT_THAT(std::string(text, n), ::testing::HasSubstr(start.message)) << start.args;
-    EXPECT_EQ(WEXITSTATUS(pclose(p)), start.code) << start.args;
+    EXPECT_THAT(std::string(text, n), ::testing::HasSubstr(message)) << args;
+    EXPECT_EQ(WEXITSTATUS(pclose(p)), code) << args;
   }
   kill(std::stoi(pid), SIGTERM);
   const int status = pclose(out);

@@ -65,12 +65,6 @@ Outcome RunLine(const Args& line, const std::string& input = "") {
   return {code, out.str(), err.str()};
 }
 
-// Runs vantor against a scripted gateway: its address, then `line`.
-Outcome RunOn(const halqvantor::testing::ScriptedGateway& gateway, Args line) {
-  line.insert(line.begin(), {"--host", "127.0.0.1", "--port", std::to_string(gateway.port())});
-  return RunLine(line);
-}
-
 class VantorCli : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -354,8 +348,9 @@ TEST(VantorCliHostileGateway, EscapesControlsRefusesForeignPathsAndBoundsReplies
   // A document info row with too few columns is a malformed answer: a run-time error, not a status.
   gateway.Script({Answer("Status: OK\r\n^K^,^A^")});
   auto run = [&](Args args) {
-    args.insert(args.begin(), {"--timeout", "5", "--blob-local", local.path()});
-    return RunOn(gateway, args);
+    args.insert(args.begin(), {"--host", "127.0.0.1", "--port", std::to_string(gateway.port()), "--timeout", "5",
+                               "--blob-local", local.path()});
+    return RunLine(args);
   };
   Outcome channels = run({"channels"});
   EXPECT_EQ(channels.code, 0) << channels.err;
