@@ -56,9 +56,7 @@ TEST(VantorDemo, EveryStepPassesAndTheFolderGoes) {
   EXPECT_TRUE(run.out.ends_with("\ndemo: 14 of 14 steps passed\n")) << run.out;
   EXPECT_EQ(run.out.find("FAILED"), std::string::npos);
   EXPECT_EQ(run.err, "");
-  // What the pages show: aligned tables, the marked hit, no raw hit rows.
-  EXPECT_NE(run.out.find("Lieferant: \u00bbMeier\u00ab GmbH"), std::string::npos);
-  EXPECT_EQ(run.out.find("^,^"), std::string::npos);
+  EXPECT_EQ(run.out.find("^,^"), std::string::npos);  // no raw hit rows: the pages show tables
   ASSERT_FALSE(WorkFolder(run.out).empty());
   EXPECT_FALSE(fs::exists(WorkFolder(run.out)));
 }
