@@ -16,6 +16,7 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "cli.h"
@@ -98,12 +99,8 @@ class VantorCli : public ::testing::Test {
 
 // What each sub-command prints (exit 0), and the usage errors (exit 2) and failures (exit 1) that say what to do.
 TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
-  struct Case {
-    Args args;
-    int code;
-    std::vector<std::string> parts;  // of the output, or of the error output when the code is not 0
-  };
-  const std::vector<Case> cases = {
+  // The arguments, the exit code and parts of the output, or of the error output when the code is not 0.
+  const std::vector<std::tuple<Args, int, std::vector<std::string>>> cases = {
       {{"channels"}, 0, {"FIBU      Finanzbuchhaltung, Rechnungseingang und -ausgang\n"}},
       {{"fields", "FIBU", "Eingangsrechnungen"}, 0, {"rights: RCEDI\n", "offen, geprüft, bezahlt"}},
       {{"masks", "FIBU", "Eingangsrechnungen"}, 0, {"Einkauf, Vertrieb, Verwaltung, Technik"}},
@@ -146,12 +143,12 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
       {{"call", "EASYGetSegmentPrintfile", "FIBU", "Eingangsrechnungen", "1000001", "1", "2", "11", "1"},
        0,
        {"strFileName = 1000001_1_2_P.TIF (String)\nlngFileLen = 9496 (String)\n"}}};
-  for (const Case& c : cases) {
-    const Outcome run = Run(c.args);
-    SCOPED_TRACE(::testing::PrintToString(c.args));
-    EXPECT_EQ(run.code, c.code) << run.err;
-    for (const std::string& part : c.parts) EXPECT_THAT(c.code == 0 ? run.out : run.err, HasSubstr(part));
-    EXPECT_THAT(c.code == 0 ? run.out : "", Not(HasSubstr("^")));
+  for (const auto& [args, code, parts] : cases) {
+    const Outcome run = Run(args);
+    SCOPED_TRACE(::testing::PrintToString(args));
+    EXPECT_EQ(run.code, code) << run.err;
+    for (const std::string& part : parts) EXPECT_THAT(code == 0 ? run.out : run.err, HasSubstr(part));
+    EXPECT_THAT(code == 0 ? run.out : "", Not(HasSubstr("^")));
   }
   EXPECT_EQ(RunLine({}).code, 2);
   // One line, name and dotted version, as help2man and scripts read it; a sub-command after it is not run.
@@ -457,25 +454,20 @@ TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
   EXPECT_THAT(Run({"--csv", "notes", "FIBU", "Eingangsrechnungen", "1000003", "1"}).out,
               ::testing::StartsWith("number,author,date,date_iso,time,text\r\n"));
 
-  struct Failure {
-    Args args;
-    int code;
-    std::string error;
-  };
-  const std::vector<Failure> failures = {
+  const std::vector<std::tuple<Args, int, std::string>> failures = {
       {{"--json", "query", "FIBU", "Rechnungen", "x"}, 1, "EASYQueryArchiveInit: Error 31 Archiv unbekannt"},
       {{"--json", "query", "FIBU"}, 2, "ARCHIVE is required"},
       {{"--json", "query", "FIBU", "Eingangsrechnungen", "", "--max", "zwei"}, 2, "'zwei' is no hit count"},
       {{"--json", "call", "EASYFrobnicate"}, 2, "EASYFrobnicate"},
       {{"--json", "--csv", "channels"}, 2, "excludes"}};
-  for (const Failure& f : failures) {
-    const Outcome run = Run(f.args);
-    SCOPED_TRACE(::testing::PrintToString(f.args));
-    EXPECT_EQ(run.code, f.code);
+  for (const auto& [args, code, text] : failures) {
+    const Outcome run = Run(args);
+    SCOPED_TRACE(::testing::PrintToString(args));
+    EXPECT_EQ(run.code, code);
     EXPECT_EQ(run.out, "");
     const json error = json::parse(run.err);  // one object, nothing else
-    EXPECT_EQ(error["exit_code"], f.code);
-    EXPECT_THAT(error["error"].get<std::string>(), HasSubstr(f.error));
+    EXPECT_EQ(error["exit_code"], code);
+    EXPECT_THAT(error["error"].get<std::string>(), HasSubstr(text));
   }
 }
 
