@@ -159,15 +159,6 @@ TEST(SessionCacheTest, BoundedInBytesLeastRecentlyUsedFirstAndForgottenWhenIdle)
   EXPECT_FALSE(cache.Get("c"));
 }
 
-TEST(GatewayLogTest, FieldsAreEscapedAndCut) {
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"easy", "easy"},
-      {std::string("a\tb\0c\x1B\x7F", 7), "a\\tb\\x00c\\x1B\\x7F"},
-      {"M\xFCller", "Müller"},
-      {std::string(1000, 'n'), std::string(200, 'n') + "...(1000 bytes)"}};
-  for (const auto& [field, logged] : cases) EXPECT_EQ(LogField(field), logged);
-}
-
 // ---- commands over the network ----------------------------------------------------------------------------
 
 TEST_F(GatewayTest, ErrorAnswersNameTheirCause) {
@@ -372,18 +363,24 @@ TEST_F(GatewayTest, AnUploadThatFailsLeavesNoFile) {
   EXPECT_EQ(ReadFile(gateway_.blob() + "/ok.bin"), body);
 }
 
+// One line an answer, "user command -> status", with the user's controls escaped, its bytes read as the
+// wire's code page and a long name cut: no client can forge a line.
 TEST_F(GatewayTest, TheLogShowsEachAnswerOnOneLine) {
   std::ostringstream log;
   GatewayOptions options;
   options.log = &log;
   Start(options);
-  Raw(Frame({"GetChannels"}, "x\r\nadmin DeleteDocument -> Status: OK", "x"));
+  for (const std::string& user : {std::string("x\r\nadmin DeleteDocument -> Status: OK"),
+                                  std::string("a\tb\0c\x1B\x7F", 7), std::string("Müller"), std::string(1000, 'n')}) {
+    Raw(Frame({"GetChannels"}, user, "x"));
+  }
   Raw(Frame({"GetChannels"}));
   gateway_.Stop();
-  EXPECT_EQ(SplitLines(log.str()),
-            (std::vector<std::string>{
-                "x\\r\\nadmin DeleteDocument -> Status: OK GetChannels -> Status: Error 21 Anmeldung fehlgeschlagen",
-                "easy GetChannels -> Status: OK"}));
+  const std::string refused = " GetChannels -> Status: Error 21 Anmeldung fehlgeschlagen";
+  EXPECT_EQ(SplitLines(log.str()), (std::vector<std::string>{"x\\r\\nadmin DeleteDocument -> Status: OK" + refused,
+                                                             "a\\tb\\x00c\\x1B\\x7F" + refused, "Müller" + refused,
+                                                             std::string(200, 'n') + "...(1000 bytes)" + refused,
+                                                             "easy GetChannels -> Status: OK"}));
 }
 
 // An image segment's first page becomes its thumbnail in the folder the request names; its row gives the size.
