@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <filesystem>
 #include <memory>
 
@@ -41,72 +42,54 @@ class BrowserUpload : public ::testing::Test {
   clsVantor v;
 };
 
-// Folders in the name go (the Python test posts one with them); here headers in any case and 8-bit names.
+// Folders in the name go, headers in any case, 8-bit names; a prefix names the file and replaces an older one.
 TEST_F(BrowserUpload, StoresTheBareClientNameWithItsBytes) {
-  struct Case {
-    std::string disposition;
-    std::string stored;
-  };
-  const Case cases[] = {
-      {"Content-Disposition: form-data; name=\"f\"; filename=\"x/y/b.txt\"", "b.txt"},
-      {"content-disposition: form-data; name=\"f\"; FILENAME=\"Upper.TXT\"", "Upper.TXT"},
-      {"Content-Disposition: form-data; name=\"f\"; Filename=\"K\xE4se.txt\"", "Käse.txt"},  // one byte, one character
-  };
-  const std::string content("PDF\0\r\n\r\n--x\xFF", 12);
-  for (const Case& c : cases) {
-    Post(Body(c.disposition, content));
-    Variant name, size;
-    ASSERT_TRUE(v.UploadFile(Variant::missing(), &name, &size)) << c.stored;
-    EXPECT_EQ(name, Variant(c.stored));
-    EXPECT_EQ(size, Variant(int32_t{12}));
-    EXPECT_EQ(testing::ReadFile(blob.File(c.stored)), content);
-  }
-}
-
-TEST_F(BrowserUpload, APrefixNamesTheFileAndAnOldFileIsReplaced) {
   testing::WriteFile(blob.File("K17_a.pdf"), "an older and much longer file");
-  Post(Body("Content-Disposition: form-data; name=\"f\"; filename=\"a.pdf\"", "new"));
-  Variant name;
-  ASSERT_TRUE(v.UploadFile("K17", &name));
-  EXPECT_EQ(name, Variant("a.pdf"));
-  EXPECT_EQ(testing::ReadFile(blob.File("K17_a.pdf")), "new");
+  const std::vector<std::array<std::string, 3>> cases = {
+      // disposition, prefix, the file stored
+      {"Content-Disposition: form-data; name=\"f\"; filename=\"x/y/b.txt\"", "", "b.txt"},
+      {"content-disposition: form-data; name=\"f\"; FILENAME=\"Upper.TXT\"", "", "Upper.TXT"},
+      {"Content-Disposition: form-data; name=\"f\"; Filename=\"K\xE4se.txt\"", "", "Käse.txt"},  // one byte a character
+      {"Content-Disposition: form-data; name=\"f\"; filename=\"a.pdf\"", "K17", "K17_a.pdf"}};
+  const std::string content("PDF\0\r\n\r\n--x\xFF", 12);
+  for (const auto& [disposition, prefix, stored] : cases) {
+    Post(Body(disposition, content));
+    Variant name, size;
+    ASSERT_TRUE(v.UploadFile(prefix.empty() ? Variant::missing() : Variant(prefix), &name, &size)) << stored;
+    EXPECT_EQ(name, Variant(stored.substr(prefix.empty() ? 0 : prefix.size() + 1)));
+    EXPECT_EQ(size, Variant(int32_t{12}));
+    EXPECT_EQ(testing::ReadFile(blob.File(stored)), content);
+  }
   EXPECT_FALSE(fs::exists(blob.File("a.pdf")));
 }
 
+// Each refusal leaves the outputs and the blob folder alone and logs its error; a part without a file name
+// is no failure and logs nothing.
 TEST_F(BrowserUpload, NoNameOrABrokenBodyStoresNothing) {
   Variant name = "old", size = int32_t{1};
   EXPECT_FALSE(v.UploadFile(Variant::missing(), &name, &size));  // no page request
-
-  Post(Body("Content-Disposition: form-data; name=\"f\"; filename=\"\"", "abc"));
-  EXPECT_FALSE(v.UploadFile(Variant::missing(), &name, &size));
-  Post(Body("Content-Disposition: form-data; name=\"title\"", "abc"));
-  EXPECT_FALSE(v.UploadFile(Variant::missing(), &name, &size));
-  Post("--b\r\nContent-Disposition: form-data; filename=\"a.pdf\"\r\n");
-  EXPECT_FALSE(v.UploadFile(Variant::missing(), &name, &size));
-  Post(Body("Content-Disposition: form-data; filename=\"a.pdf\"", ""));  // a file of no bytes
-  EXPECT_FALSE(v.UploadFile(Variant::missing(), &name, &size));
-  Post(Body("Content-Disposition: form-data; filename=\"..\"", "abc"));
-  EXPECT_FALSE(v.UploadFile(Variant::missing(), &name, &size));
-  Post(Body("Content-Disposition: form-data; filename=\"a\"", "abc"));
-  EXPECT_FALSE(v.UploadFile("../up", &name, &size));
-  v.strBlobPathLocal = "";  // never the root folder
-  Post(Body("Content-Disposition: form-data; filename=\"a\"", "abc"));
-  EXPECT_FALSE(v.UploadFile(Variant::missing(), &name, &size));
+  const std::string file = "Content-Disposition: form-data; filename=";
+  const std::vector<std::array<std::string, 3>> posts = {
+      // body, prefix, blob folder
+      {Body(file + "\"\"", "abc")},          {Body("Content-Disposition: form-data; name=\"title\"", "abc")},
+      {"--b\r\n" + file + "\"a.pdf\"\r\n"},  {Body(file + "\"a.pdf\"", "")},  // a file of no bytes
+      {Body(file + "\"..\"", "abc")},        {Body(file + "\"a\"", "abc"), "../up"},
+      {Body(file + "\"a\"", "abc"), "", "-"}};  // never the root folder
+  for (const auto& [body, prefix, folder] : posts) {
+    if (folder == "-") v.strBlobPathLocal = "";
+    Post(body);
+    EXPECT_FALSE(v.UploadFile(prefix.empty() ? Variant::missing() : Variant(prefix), &name, &size)) << body;
+  }
   EXPECT_FALSE(fs::exists("/a"));
-
   EXPECT_EQ(name, Variant("old"));
   EXPECT_EQ(size, Variant(int32_t{1}));
   EXPECT_TRUE(fs::is_empty(blob.path()));
-  const std::vector<std::string> log = Log();
-  ASSERT_EQ(log.size(), 6u);  // a part without a file name is no failure
-  auto text = [&](size_t i) { return log[i].substr(22); };
-  EXPECT_EQ(text(0),
-            "Allgemeiner Fehler in Funktion 'UploadFile': 91 - Object variable or With block variable not set.");
-  EXPECT_EQ(text(1), "Allgemeiner Fehler in Funktion 'UploadFile': 9 - Subscript out of range.");
-  EXPECT_EQ(text(2), "Allgemeiner Fehler in Funktion 'UploadFile': 9 - Subscript out of range.");
-  EXPECT_EQ(text(3), "Allgemeiner Fehler in Funktion 'UploadFile': 75 - Path/File access error.");
-  EXPECT_EQ(text(4), text(3));
-  EXPECT_EQ(text(5), "Allgemeiner Fehler in Funktion 'UploadFile': 76 - Path not found: no local blob folder set.");
+  std::vector<std::string> log;
+  for (const std::string& line : Log()) log.push_back(line.substr(22));
+  const std::string f = "Allgemeiner Fehler in Funktion 'UploadFile': ", bad = f + "75 - Path/File access error.";
+  EXPECT_EQ(log, (std::vector<std::string>{f + "91 - Object variable or With block variable not set.",
+                                           f + "9 - Subscript out of range.", f + "9 - Subscript out of range.", bad,
+                                           bad, f + "76 - Path not found: no local blob folder set."}));
 }
 
 TEST(CleanUp, FilesThenOneLevelOfFolders) {

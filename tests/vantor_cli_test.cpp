@@ -16,6 +16,7 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "cli.h"
@@ -65,12 +66,6 @@ Outcome RunLine(const Args& line, const std::string& input = "") {
   return {code, out.str(), err.str()};
 }
 
-// Runs vantor against a scripted gateway: its address, then `line`.
-Outcome RunOn(const halqvantor::testing::ScriptedGateway& gateway, Args line) {
-  line.insert(line.begin(), {"--host", "127.0.0.1", "--port", std::to_string(gateway.port())});
-  return RunLine(line);
-}
-
 class VantorCli : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -102,14 +97,10 @@ class VantorCli : public ::testing::Test {
   std::string port_;
 };
 
-// What each sub-command prints (exit 0), and the usage errors (exit 2) and failures (exit 1) that say why.
+// What each sub-command prints (exit 0), and the usage errors (exit 2) and failures (exit 1) that say what to do.
 TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
-  struct Case {
-    Args args;
-    int code;
-    std::vector<std::string> parts;  // of the output, or of the error output when the code is not 0
-  };
-  const std::vector<Case> cases = {
+  // The arguments, the exit code and parts of the output, or of the error output when the code is not 0.
+  const std::vector<std::tuple<Args, int, std::vector<std::string>>> cases = {
       {{"channels"}, 0, {"FIBU      Finanzbuchhaltung, Rechnungseingang und -ausgang\n"}},
       {{"fields", "FIBU", "Eingangsrechnungen"}, 0, {"rights: RCEDI\n", "offen, geprüft, bezahlt"}},
       {{"masks", "FIBU", "Eingangsrechnungen"}, 0, {"Einkauf, Vertrieb, Verwaltung, Technik"}},
@@ -121,10 +112,8 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
        0,
        {"Lieferant: <<Meier>> GmbH\nRechnungsdatum"}},
       {{"query", "FIBU", "Eingangsrechnungen", "", "--sort", "Farbe"}, 2, {"columns: id, version, Rechnungsnummer"}},
-      {{"query", "FIBU", "Rechnungen", "x"}, 1, {"EASYQueryArchiveInit: Error 31 Archiv unbekannt"}},
       {{"fetch", "FIBU", "Eingangsrechnungen", "1000001", "1"}, 2, {}},  // no FIELD
       {{"fetch", "FIBU", "Eingangsrechnungen", "1000001", "1", "2", "--pdf", "10", "--pages", "1"}, 2, {}},
-      {{"upload", "nix.bin"}, 1, {"EASYUploadFile: File Error"}},
       {{"call", "strREMOTEHOST", "gw.example"}, 0, {"strREMOTEHOST = gw.example (String)\n"}},
       {{"call", "easygetchannelsinit"}, 0, {"EASYGetChannelsInit = 3 (Long)\nstrStatus =  (String)\n"}},
       {{"call", "EASYGetDocumentInfo", "FIBU", "Eingangsrechnungen", "1000001", "1"},
@@ -137,36 +126,30 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
        {"strFileName = 1000001_1_2.TIF (String)\n"}},
       {{"call", "EASYSortHitlistInit", ":missing"}, 2, {"lngCol"}},
       {{"call", "EASYGetArchivesInit", "Nix"}, 1, {"EASYGetArchivesInit: Error 30"}},
-      // Members the demo and the sub-commands leave out, with what the sample holds.
-      {{"call", "EASYGetAllArchivesInit"}, 0, {"EASYGetAllArchivesInit = 5 (Long)\n"}},
-      {{"call", "EASYGetQueryFormatListInit", "FIBU", "Eingangsrechnungen"}, 0, {" = 3 (Long)\n"}},
+      {{"chanels"}, 2, {"vantor: unknown command 'chanels'; did you mean channels? (`vantor help` lists"}},
+      {{"xyzzy"}, 2, {"unknown command 'xyzzy' (`vantor help`"}},
+      {{"help", "xyzzy"}, 2, {"unknown command 'xyzzy'"}},
+      {{"help"}, 0, {"Examples:\n  VANTOR_PASSWORD=easy vantor"}},
+      {{"help", "channels"}, 0, {"Usage: vantor channels"}},
+      {{"channels", "--help"}, 0, {"Global options (before or after the command):"}},
+      {{"--port", "99999", "channels"}, 2, {"'99999' is no port: give a whole number from 1 to 65535"}},
+      {{"--timeout", "x", "channels"}, 2, {"'x' is no number of seconds: give a whole number from 1 to 86400"}},
+      {{"--max-reply", "12X", "channels"}, 2, {"'12X' is no byte count"}},
+      // What the gateway renders: the ERF list, a PDF in a layout, a print file as one TIFF of the pages.
       {{"call", "EASYGetSegmentERFInit", "FIBU", "Eingangsrechnungen", "1000001", "1", "4"}, 0, {" = 3 (Long)\n"}},
-      {{"call", "EASYQueryArchiveInit", "FIBU", "Eingangsrechnungen", "", "0", "0", "Kurz"},
-       0,
-       {" = 15 (Long)\nstrLayoutFieldID = 1,2 (String)\nstrLayoutID = 10;11 (String)\nlngTotalHits = 14 (String)\n"
-        "blnHitlistMultiTIFF = True (Boolean)\n"}},
       {{"call", "EASYGetSegmentPDF", "FIBU", "Eingangsrechnungen", "1000001", "1", "1", "10"},
        0,
        {"strFileName = 1000001_1_1_L10.PDF (String)\nlngFileLen = 1166 (String)\n"}},
-      {{"call", "EASYGetSegmentPrintfile", "FIBU", "Eingangsrechnungen", "1000001", "1", "2", "11"},
-       0,
-       {"strFileName = 1000001_1_2_L11_P.PDF (String)\n"}},
       {{"call", "EASYGetSegmentPrintfile", "FIBU", "Eingangsrechnungen", "1000001", "1", "2", "11", "1"},
        0,
-       {"strFileName = 1000001_1_2_P.TIF (String)\nlngFileLen = 9496 (String)\n"}},
-      {{"call", "EASYTransferBLOB", "x"}, 2, {"lngFileLen"}}};
-  for (const Case& c : cases) {
-    const Outcome run = Run(c.args);
-    SCOPED_TRACE(::testing::PrintToString(c.args));
-    EXPECT_EQ(run.code, c.code) << run.err;
-    for (const std::string& part : c.parts) EXPECT_THAT(c.code == 0 ? run.out : run.err, HasSubstr(part));
-    if (c.code == 0) {
-      EXPECT_THAT(run.out, Not(HasSubstr("^")));
-    }
+       {"strFileName = 1000001_1_2_P.TIF (String)\nlngFileLen = 9496 (String)\n"}}};
+  for (const auto& [args, code, parts] : cases) {
+    const Outcome run = Run(args);
+    SCOPED_TRACE(::testing::PrintToString(args));
+    EXPECT_EQ(run.code, code) << run.err;
+    for (const std::string& part : parts) EXPECT_THAT(code == 0 ? run.out : run.err, HasSubstr(part));
+    EXPECT_THAT(code == 0 ? run.out : "", Not(HasSubstr("^")));
   }
-  EXPECT_EQ(Run({"call", "EASYGetArchivesInit", "Nix"}).out,
-            "EASYGetArchivesInit = -1 (Integer)\nstrStatus = Error 30 Kanal unbekannt: Nix (String)\n");
-  EXPECT_EQ(Run({"call", "lngremoteport"}).out, "lngREMOTEPORT = " + port_ + " (Long)\n");
   EXPECT_EQ(RunLine({}).code, 2);
   // One line, name and dotted version, as help2man and scripts read it; a sub-command after it is not run.
   Outcome version = RunLine({"--version", "channels"});
@@ -221,21 +204,11 @@ TEST_F(VantorCli, UploadAndTransferSayWhatTheyDidOrWhyNot) {
   Expect({"call", "UploadFile", "--post", dir_.File("body")}, 0,
          "UploadFile = True (Boolean)\nstrFileNameParam = a.txt (String)\n");
   EXPECT_EQ(ReadFile(local_ + "/a.txt"), "abc");
-
-  // A file larger than the gateway takes fails with the gateway's status.
-  halqvantor::gateway::GatewayOptions small;
-  small.max_upload_bytes = 100;
-  gateway_.Start(small);
-  port_ = std::to_string(gateway_.port());
-  WriteFile(local_ + "/big.bin", std::string(5000, 'x'));
-  EXPECT_EQ(Expect({"upload", "big.bin"}, 1, "EASYUploadFile: Error 84 ").out, "");
 }
 
 TEST_F(VantorCli, NotesWrittenListedAndDeleted) {
-  const Args notes = {"notes", "FIBU", "Eingangsrechnungen", "1000003", "1"};
-  Args add = notes;
-  add.insert(add.begin(), "--json");
-  add.insert(add.end(), {"--add", "Erste Zeile\nzweite"});
+  Args add = {"--json", "notes", "FIBU", "Eingangsrechnungen", "1000003", "1", "--add", "Erste Zeile\nzweite"};
+  const Args notes(add.begin() + 1, add.end() - 2);
   const json added = Expect(add, 0, "").Json();
   ASSERT_FALSE(added.empty());
   EXPECT_EQ(added.back()["author"], "easy");
@@ -270,15 +243,12 @@ TEST_F(VantorCli, UserDirectoryFromInitdbThroughGrantsAndRights) {
          "added anna with user id 1\n", "Geheim1\r\nrest\n");
   Expect({"adduser", "anna", "Anders"}, 1, "has a user anna already (user id 1)");
   Expect({"adduser", "bert"}, 2, "adduser needs the password of bert");
-  Expect({"adduser", "carl", "pw", "--easy-user", "x"}, 2, "");  // the account needs its password
-  Expect({"adduser", "leer", "--password-stdin"}, 2, "");        // no input: no password
   // The encoded format cannot keep umlauts: the user is added, with a warning.
   const Outcome lossy = Expect({"adduser", "dora", "Grüße2002"}, 0, "added dora with user id 2\n");
   EXPECT_THAT(lossy.err, HasSubstr("warning: the password of dora does not survive the encoded format"));
   Expect({"logon", "anna"}, 2, "--empty-password for a user without one");
   Expect({"logon", "anna", "--password-stdin"}, 0, "anna: user id 1\n", "Geheim1\n");
   Expect({"logon", "--password-stdin", "anna"}, 1, "log-on refused for anna", "falsch\n");
-  Expect({"logon", "anna", "--empty-password"}, 1, "log-on refused for anna");
   Expect({"logon", "anna", "x", "--empty-password"}, 2, "excludes");
 
   // Grants of rights, groups, channels and archives; an unknown group changes nothing.
@@ -295,25 +265,15 @@ TEST_F(VantorCli, UserDirectoryFromInitdbThroughGrantsAndRights) {
   EXPECT_EQ(rights["groups"], json({"Einkauf"}));
   EXPECT_EQ(rights["channels"], json({"FIBU"}));
   EXPECT_EQ(rights["archives"], json({"Eingangsrechnungen"}));
-  Expect({"grant", "anna"}, 2, "");
   Expect({"grant", "7", "--right", "SUCHE"}, 1, "no user with id 7");
   EXPECT_EQ(Run({"--json", "grant", "anna", "--revoke", "--channel", "FIBU"}).Json()["changes"][0]["result"],
             "revoked");
   EXPECT_EQ(Run({"--json", "rights", "anna"}).Json()["channels"], json::array());
-  Expect({"rights", "nobody"}, 1, "");
 
-  // The demo's users (the portal's sample set-up takes them from here), with groups and rights.
+  // The demo's users, whose rights the demo's own steps check; looked up by user id.
   db_ = dir_.File("demo.db");
-  initdb({"initdb", "--demo-users", db_}, "");
-  const json r = Expect({"--json", "rights", "anna"}, 0, "").Json();
-  const auto sorted = [](json list) {  // the directory's statements give no order
-    std::sort(list.begin(), list.end());
-    return list;
-  };
-  EXPECT_EQ(r["id"], 1);
-  EXPECT_EQ(sorted(r["rights"]), json({"NOTIZEN", "SUCHE", "UPLOAD"}));
-  EXPECT_EQ(sorted(r["edit_rights"]), json({"Eingangsrechnungen,N,E,D", "Verträge,E"}));
-  EXPECT_EQ(Run({"--json", "rights", "2"}).Json()["archives"], json({"Verträge"}));  // by user id
+  initdb({"initdb", "--demo-users", db_}, "the demo's users");
+  EXPECT_EQ(Run({"--json", "rights", "2"}).Json()["archives"], json({"Verträge"}));
 
   db_.clear();
   Expect({"logon", "anna", "x"}, 2, "--db");
@@ -328,34 +288,13 @@ TEST_F(VantorCli, UserDirectoryFromInitdbThroughGrantsAndRights) {
   Expect({"logon", "dora", "Grüße2002"}, 0, "dora: user id 1\n");
 }
 
-// Usage mistakes end with 2 and say what to do; global options work after the command too.
-TEST_F(VantorCli, UsageMessagesNameWhatToGive) {
-  struct Case {
-    Args args;
-    int code;
-    std::string text;  // a part of the output, or of the error output when the code is not 0
-  };
-  const std::vector<Case> cases = {
-      {{"chanels"}, 2, "vantor: unknown command 'chanels'; did you mean channels? (`vantor help` lists"},
-      {{"xyzzy"}, 2, "unknown command 'xyzzy' (`vantor help`"},
-      {{"help", "xyzzy"}, 2, "unknown command 'xyzzy'"},
-      {{"help"}, 0, "Examples:\n  VANTOR_PASSWORD=easy vantor"},
-      {{"help", "channels"}, 0, "Usage: vantor channels"},
-      {{"channels", "--help"}, 0, "Global options (before or after the command):"},
-      {{"--port", "99999", "channels"}, 2, "'99999' is no port: give a whole number from 1 to 65535"},
-      {{"--timeout", "x", "channels"}, 2, "'x' is no number of seconds: give a whole number from 1 to 86400"},
-      {{"--max-reply", "12X", "channels"}, 2, "'12X' is no byte count"},
-      {{"channels", "--host", "127.0.0.1", "--port", port_, "--json", "--user", "easy", "--password", "easy"},
-       0,
-       "\"channel\": \"FIBU\""}};
-  for (const Case& c : cases) {
-    const Outcome run = RunLine(c.args);
-    EXPECT_EQ(run.code, c.code) << ::testing::PrintToString(c.args) << run.err;
-    EXPECT_THAT(c.code == 0 ? run.out : run.err, HasSubstr(c.text));
-  }
+// A variable's value that cannot be used names the variable; an option given instead, before or after the
+// command, overrides it.
+TEST_F(VantorCli, GlobalOptionsFromTheCommandLineAndTheEnvironment) {
   ScopedEnv port("VANTOR_PORT", "47x"), password("VANTOR_PASSWORD", "easy");
   const Outcome variable = RunLine({"--host", "127.0.0.1", "channels"});
-  const Outcome overridden = RunLine({"--host", "127.0.0.1", "--port", port_, "--user", "easy", "channels"});
+  // The option overrides the variable, given after the command too.
+  const Outcome overridden = RunLine({"--host", "127.0.0.1", "channels", "--port", port_, "--user", "easy"});
   EXPECT_EQ(variable.code, 2);
   EXPECT_EQ(variable.err,
             "vantor: the environment variable VANTOR_PORT is wrong: '47x' is no port: give a whole number from 1 to "
@@ -406,8 +345,9 @@ TEST(VantorCliHostileGateway, EscapesControlsRefusesForeignPathsAndBoundsReplies
   // A document info row with too few columns is a malformed answer: a run-time error, not a status.
   gateway.Script({Answer("Status: OK\r\n^K^,^A^")});
   auto run = [&](Args args) {
-    args.insert(args.begin(), {"--timeout", "5", "--blob-local", local.path()});
-    return RunOn(gateway, args);
+    args.insert(args.begin(), {"--host", "127.0.0.1", "--port", std::to_string(gateway.port()), "--timeout", "5",
+                               "--blob-local", local.path()});
+    return RunLine(args);
   };
   Outcome channels = run({"channels"});
   EXPECT_EQ(channels.code, 0) << channels.err;
@@ -429,37 +369,21 @@ TEST(VantorCliHostileGateway, EscapesControlsRefusesForeignPathsAndBoundsReplies
   EXPECT_EQ(malformed.err, "EASYGetDocumentInfo: run-time error 5: Invalid procedure call or argument\n");
 }
 
-TEST(VantorCliText, ByteCountsIsoDatesKeysAndCsvQuoting) {
-  const std::vector<std::pair<std::string, std::optional<int64_t>>> counts = {
-      {"1", 1},
-      {"64k", 64 << 10},
-      {"64KiB", 64 << 10},
-      {"3M", 3 << 20},
-      {"2gb", int64_t{2} << 30},
-      {"0", std::nullopt},
-      {"", std::nullopt},
-      {"-5", std::nullopt},
-      {"1.5G", std::nullopt},
-      {"12X", std::nullopt},
-      {"9999999999999999999", std::nullopt},  // 19 digits, past 2^62
-      {"00000000000000000000001k", 1024},
-      {"5000000000G", std::nullopt}};  // past 2^62
-  for (const auto& [text, bytes] : counts) EXPECT_EQ(ParseByteCount(text), bytes) << text;
-
-  const std::vector<std::pair<std::string, std::optional<std::string>>> dates = {
-      {"15.03.2002", "2002-03-15"}, {"1.2.2002", "2002-02-01"},         {"29.02.2000", "2000-02-29"},
-      {"29.02.1900", std::nullopt}, {"31.04.2002", std::nullopt},       {"15.03.02", std::nullopt},
-      {"", std::nullopt},           {"15.03.2002 10:30", "2002-03-15"}, {"3513,76", std::nullopt},
-      {"2002-0117", std::nullopt},  {"1.13.2002", std::nullopt},        {"15..2002", std::nullopt},
-  };
-  for (const auto& [text, iso] : dates) EXPECT_EQ(IsoDate(text), iso) << text;
-
-  for (const auto& [heading, key] :
-       std::vector<std::pair<std::string, std::string>>{{"text length", "text_length"},
-                                                        {"no-match-code fields", "no_match_code_fields"},
-                                                        {"Rechnungsdatum", "rechnungsdatum"},
-                                                        {" Größe (KB) ", "größe_kb"}}) {
-    EXPECT_EQ(SnakeCase(heading), key);
+// Byte counts and dates in the gateway's rows as scripts get them; CSV fields quoted and escaped.
+TEST(VantorCliText, ByteCountsIsoDatesAndCsvQuoting) {
+  EXPECT_EQ(ParseByteCount("64KiB"), 64 << 10);
+  EXPECT_EQ(ParseByteCount("2gb"), int64_t{2} << 30);
+  EXPECT_EQ(ParseByteCount("00000000000000000000001k"), 1024);
+  for (const char* bad :
+       {"0", "", "-5", "1.5G", "12X", "5000000000G", "9999999999999999999"}) {  // the last two: past 2^62
+    EXPECT_FALSE(ParseByteCount(bad)) << bad;
+  }
+  EXPECT_EQ(IsoDate("1.2.2002"), "2002-02-01");
+  EXPECT_EQ(IsoDate("29.02.2000"), "2000-02-29");
+  EXPECT_EQ(IsoDate("15.03.2002 10:30"), "2002-03-15");
+  for (const char* bad :
+       {"29.02.1900", "31.04.2002", "15.03.02", "", "3513,76", "2002-0117", "1.13.2002", "15..2002"}) {
+    EXPECT_FALSE(IsoDate(bad)) << bad;
   }
 
   std::ostringstream csv;
@@ -530,34 +454,33 @@ TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
   EXPECT_THAT(Run({"--csv", "notes", "FIBU", "Eingangsrechnungen", "1000003", "1"}).out,
               ::testing::StartsWith("number,author,date,date_iso,time,text\r\n"));
 
-  struct Failure {
-    Args args;
-    int code;
-    std::string error;
-  };
-  const std::vector<Failure> failures = {
+  const std::vector<std::tuple<Args, int, std::string>> failures = {
       {{"--json", "query", "FIBU", "Rechnungen", "x"}, 1, "EASYQueryArchiveInit: Error 31 Archiv unbekannt"},
       {{"--json", "query", "FIBU"}, 2, "ARCHIVE is required"},
       {{"--json", "query", "FIBU", "Eingangsrechnungen", "", "--max", "zwei"}, 2, "'zwei' is no hit count"},
       {{"--json", "call", "EASYFrobnicate"}, 2, "EASYFrobnicate"},
       {{"--json", "--csv", "channels"}, 2, "excludes"}};
-  for (const Failure& f : failures) {
-    const Outcome run = Run(f.args);
-    SCOPED_TRACE(::testing::PrintToString(f.args));
-    EXPECT_EQ(run.code, f.code);
+  for (const auto& [args, code, text] : failures) {
+    const Outcome run = Run(args);
+    SCOPED_TRACE(::testing::PrintToString(args));
+    EXPECT_EQ(run.code, code);
     EXPECT_EQ(run.out, "");
     const json error = json::parse(run.err);  // one object, nothing else
-    EXPECT_EQ(error["exit_code"], f.code);
-    EXPECT_THAT(error["error"].get<std::string>(), HasSubstr(f.error));
+    EXPECT_EQ(error["exit_code"], code);
+    EXPECT_THAT(error["error"].get<std::string>(), HasSubstr(text));
   }
 }
 
 // Sorting twice reverses; --asc and --desc put the last sort column in the wanted order whatever the clicks
 // before gave, and the footer says which order it is.
 TEST_F(VantorCli, QueryOrderFollowsSortsAscDescAndTheFooterSaysIt) {
+  const auto with = [](Args extra) {
+    extra.insert(extra.begin(), {"query", "FIBU", "Eingangsrechnungen", ""});
+    return extra;
+  };
   const auto column = [&](const std::string& key, const Args& extra) {
-    Args args = {"--json", "query", "FIBU", "Eingangsrechnungen", ""};
-    args.insert(args.end(), extra.begin(), extra.end());
+    Args args = with(extra);
+    args.insert(args.begin(), "--json");
     const json query = Run(args).Json();
     std::vector<std::string> values;
     for (const auto& hit : query["hits"]) values.push_back(hit[key]);
@@ -565,24 +488,14 @@ TEST_F(VantorCli, QueryOrderFollowsSortsAscDescAndTheFooterSaysIt) {
   };
   const std::vector<std::string> once = column("lieferant", {"--sort", "lieferant"});
   ASSERT_EQ(once.size(), 14u);
-  EXPECT_TRUE(std::is_sorted(once.begin(), once.end()) || std::is_sorted(once.rbegin(), once.rend()));
   EXPECT_NE(once.front(), once.back());
   EXPECT_EQ(column("lieferant", {"--sort", "Lieferant", "--sort", "3"}),
             std::vector<std::string>(once.rbegin(), once.rend()));
-  for (const Args& extra : {Args{"--sort", "Rechnungsdatum", "--asc"}, Args{"--sort", "4", "--sort", "4", "--asc"}}) {
-    const std::vector<std::string> ascending = column("rechnungsdatum_iso", extra);
-    ASSERT_EQ(ascending.size(), 14u);
-    EXPECT_TRUE(std::is_sorted(ascending.begin(), ascending.end())) << ::testing::PrintToString(extra);
-  }
+  const std::vector<std::string> ascending = column("rechnungsdatum_iso", {"--sort", "4", "--sort", "4", "--asc"});
+  EXPECT_TRUE(std::is_sorted(ascending.begin(), ascending.end()));
   const std::vector<std::string> descending = column("rechnungsdatum_iso", {"--sort", "Rechnungsdatum", "--desc"});
-  EXPECT_TRUE(std::is_sorted(descending.rbegin(), descending.rend()));
+  EXPECT_TRUE(descending.size() == 14u && std::is_sorted(descending.rbegin(), descending.rend()));
 
-  const Args query = {"query", "FIBU", "Eingangsrechnungen", ""};
-  const auto with = [&](const Args& extra) {
-    Args args = query;
-    args.insert(args.end(), extra.begin(), extra.end());
-    return args;
-  };
   Expect(with({"--sort", "rechnungsdatum", "--desc"}), 0, "14 of 14 hits, sorted by Rechnungsdatum, newest first\n");
   Expect(with({"--asc"}), 0, "14 of 14 hits, sorted by id, oldest first\n");
   Expect(with({"--sort", "Lieferant", "--desc"}), 0, "sorted by Lieferant, descending\n");
@@ -615,7 +528,6 @@ TEST_F(VantorCli, CreateEditAndDeleteDocumentsFromAnImportFile) {
   Expect({"doc", "FIBU", "Eingangsrechnungen", id, "2"}, 1, "EASYGetDocumentInfo: Error 32");
   Expect({"doc", "FIBU", "Eingangsrechnungen", id, "1"}, 0, "Rechnung Test");
   Expect({"delete", "FIBU", "Eingangsrechnungen", id}, 0, "deleted document " + id + " from FIBU/Eingangsrechnungen\n");
-  Expect({"delete", "FIBU", "Eingangsrechnungen", id}, 1, "EASYDeleteDocument: Error");
   EXPECT_EQ(Run({"--json", "query", "FIBU", "Eingangsrechnungen", ""}).Json()["total_hits"], 14);
 
   // The gateway could not read a file outside the blob folder: refused before any request.

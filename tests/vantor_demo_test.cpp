@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <asio.hpp>
 #include <filesystem>
 #include <sstream>
@@ -11,7 +12,6 @@
 
 #include "demo.h"
 #include "demo_setup.h"
-#include "platform/sorted_list.h"
 #include "support/temp_dir.h"
 
 namespace vantor {
@@ -56,9 +56,7 @@ TEST(VantorDemo, EveryStepPassesAndTheFolderGoes) {
   EXPECT_TRUE(run.out.ends_with("\ndemo: 14 of 14 steps passed\n")) << run.out;
   EXPECT_EQ(run.out.find("FAILED"), std::string::npos);
   EXPECT_EQ(run.err, "");
-  // What the pages show: aligned tables, the marked hit, no raw hit rows.
-  EXPECT_NE(run.out.find("Lieferant: \u00bbMeier\u00ab GmbH"), std::string::npos);
-  EXPECT_EQ(run.out.find("^,^"), std::string::npos);
+  EXPECT_EQ(run.out.find("^,^"), std::string::npos);  // no raw hit rows: the pages show tables
   ASSERT_FALSE(WorkFolder(run.out).empty());
   EXPECT_FALSE(fs::exists(WorkFolder(run.out)));
 }
@@ -130,22 +128,19 @@ TEST(VantorDemo, AnArchiveThatDiffersFailsItsStepsAndKeepsTheFolder) {
 
 TEST(VantorDemo, SetUpFailuresEndWithTwoAndSayWhy) {
   TempDir empty;
-  struct Case {
-    std::string program, sample, err;  // "" for the built one; a part of the error output
-  };
-  const std::vector<Case> cases = {
-      {"/nonexistent/vantor-gateway", "",
-       "vantor demo: the gateway program /nonexistent/vantor-gateway does not exist\n"},
+  // The gateway program ("" for the built one), the sample folder ("" likewise) and a part of the error output.
+  const std::vector<std::array<std::string, 3>> cases = {
+      {"/nonexistent/vantor-gateway", "", "the gateway program /nonexistent/vantor-gateway does not exist\n"},
       {"/bin/false", "", "vantor demo: /bin/false ended before it was listening\n"},  // never listens
       {"/bin/echo", "", "--port 0\" instead of its listening address\n"},             // prints its arguments instead
       {"", empty.path(), "vantor demo: the sample folder " + empty.path() + " holds no archive.json\n"}};
-  for (const Case& c : cases) {
+  for (const auto& [program, sample, err] : cases) {
     DemoOptions options = Built();
-    if (!c.program.empty()) options.gateway_program = c.program;
-    if (!c.sample.empty()) options.sample_dir = c.sample;
+    if (!program.empty()) options.gateway_program = program;
+    if (!sample.empty()) options.sample_dir = sample;
     const Outcome run = Demo(options);
-    EXPECT_EQ(run.code, 2) << c.err;
-    EXPECT_NE(run.err.find(c.err), std::string::npos) << run.err;
+    EXPECT_EQ(run.code, 2) << err;
+    EXPECT_NE(run.err.find(err), std::string::npos) << run.err;
     EXPECT_EQ(run.out, "");
   }
 }
@@ -154,8 +149,8 @@ TEST(VantorDemo, SetUpFailuresEndWithTwoAndSayWhy) {
 // tools/gateway, which holds the sample), found from prefix/bin.
 TEST(VantorDemo, GatewayAndSampleFoundFromTheProgramsFolder) {
   const std::string sample = "share/halqvantor/sample";
-  const std::vector<std::pair<std::string, std::string>> layouts = {// the gateway and the sample ("": none)
-                                                                    {"bin/vantor-gateway", sample},
+  // The gateway and the sample ("": none).
+  const std::vector<std::pair<std::string, std::string>> layouts = {{"bin/vantor-gateway", sample},
                                                                     {"libexec/halqvantor/vantor-gateway", sample},
                                                                     {"gateway/vantor-gateway", "gateway/sample"},
                                                                     {"", ""}};
@@ -175,20 +170,6 @@ TEST(VantorDemo, GatewayAndSampleFoundFromTheProgramsFolder) {
     EXPECT_EQ(demo::FindGatewayProgram("", prefix.File("bin")), prefix.File(gateway));
     EXPECT_EQ(demo::FindSample("", prefix.File("bin")), prefix.File(found));
   }
-}
-
-TEST(VantorDemo, HitListOrderIsTheComponentsNotTheCodePages) {
-  // By code point Z < Ä < Œ < Š; the code page puts Š (0x8A) and Œ (0x8C) before Ä (0xC4).
-  const std::vector<std::string> sorted = {"Zeta", "\u00c4hre", "\u0152uvre", "\u0160imon"};
-  EXPECT_TRUE(InHitListOrder(sorted));
-  EXPECT_TRUE(InHitListOrder({sorted.rbegin(), sorted.rend()}));
-  EXPECT_FALSE(InHitListOrder({"Zeta", "\u0160imon", "\u00c4hre"}));
-  // What the component's list gives back passes.
-  halqvantor::platform::SortedList list;
-  for (const char* name : {"\u0160imon", "zeta", "\u00e4hre", "Apfel"}) list.AddItem(name, 0);
-  std::vector<std::string> listed;
-  for (int32_t i = 0; i < list.ListCount(); ++i) listed.push_back(list.List(i));
-  EXPECT_TRUE(InHitListOrder(listed));
 }
 
 }  // namespace

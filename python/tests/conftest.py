@@ -33,7 +33,7 @@ def gateway(tmp_path_factory):
     port = int(line[0].rsplit(":", 1)[1])
     yield {"port": port, "blob": blob}
     process.terminate()
-    process.wait(10)
+    assert process.wait(10) == 0, "vantor-gateway did not end with 0 on SIGTERM"
 
 
 def make_page(port, blob=None, timeout=10, log=""):
