@@ -15,6 +15,7 @@
 
 #include "blob_files.h"
 #include "client.h"
+#include "import_file.h"
 #include "link/text_encoding.h"
 #include "server.h"
 #include "session_cache.h"
@@ -126,6 +127,14 @@ TEST(GatewayFilesTest, TiffPagesSurviveRepackingAndOddFilesAreRefused) {
   std::string refused;
   EXPECT_FALSE(ReadTiff(exif, &refused).has_value());
   EXPECT_EQ(refused, "TIFF-Tag 34665 verweist in die Datei");
+}
+
+// The component writes "@CHARSET,UTF-8" when a page asks for it; every other import file is Windows-1252.
+TEST(GatewayImportFileTest, Utf8TextIsReadAsUtf8) {
+  const auto utf8 = ParseImportFile(
+      "@DB,$(#A)\\B\r\n@CHARSET,UTF-8\r\n@FOLDER,FT:T,1:X\r\n^Gr\xC3\xBC\xC3\x9F"
+      "e^\r\n");
+  EXPECT_EQ(utf8[0].groups[0].value, ToWire("Grüße"));
 }
 
 TEST(GatewayFilesTest, BlobPathsStayInsideTheBlobFolder) {
