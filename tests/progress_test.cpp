@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -190,9 +191,11 @@ TEST_F(ProgressOnLoopback, EveryOperationReportsGrowthAndEndsAtItsTotal) {
   ExpectGrowingToTheTotal("UploadFile", static_cast<int64_t>(body.size()) + kSize);
 }
 
-// Cancel in the middle of a list and while a transfer waits for its last byte: the member fails as
-// cancelled, no descriptor stays open, and the next request on the object works.
-TEST_F(ProgressOnLoopback, CancelClosesTheConnectionAndFreesTheSlot) {
+// Cancel at the first report, in the middle, and while the last byte does not come, in a list and in a
+// transfer: the member fails as cancelled, what arrived stays in the file, no descriptor stays open, and the
+// next request on the object works.
+TEST_F(ProgressOnLoopback, CancelAtAnyPointClosesTheConnectionAndFreesTheSlot) {
+  enum class Point { kFirst, kMiddle, kStalled };
   // Time moves on with every look at the clock, so that a stalled reception is reported as waiting.
   clock_.on_read = [](FakeClock& c) { c.AdvanceMs(5); };
   GatewaySession& s = Scripted();
@@ -201,26 +204,35 @@ TEST_F(ProgressOnLoopback, CancelClosesTheConnectionAndFreesTheSlot) {
   ASSERT_EQ(s.object().EASYGetQueryFormatListInit("C", "A", &status), Variant(int32_t{1}));
   const int before = OpenDescriptors();
   for (const bool list : {true, false}) {
-    SCOPED_TRACE(list ? "list" : "transfer");
-    // The transfer stalls: every byte but the last, then the gateway holds the connection open.
-    scripted_.Script({ScriptedGateway::Send(list ? ScriptedGateway::Reply(BigList()) : Pattern(kSize))});
-    scripted_.Script({Answer("Status: OK\r\nnext")});
-    recorder_.go_on = [&](const ProgressInfo& info) {
-      return list ? info.bytes < kSize / 2 : info.event != Event::kWaiting || info.bytes < kSize;
-    };
-    const size_t log_from = s.LogLines().size();
-    const Variant result = list ? s.object().EASYGetQueryFormatListInit("C", "A", &status)
-                                : s.object().EASYTransferBLOB("f.bin", static_cast<int32_t>(kSize + 1), &status);
-    recorder_.go_on = nullptr;
-    EXPECT_EQ(result.ToLong(), -1);
-    EXPECT_EQ(status, Variant("Cancelled by the caller."));
-    const std::vector<std::string> log = s.LogLines(log_from);
-    EXPECT_NE(std::find(log.begin(), log.end(), "Abbruch durch den Aufrufer."), log.end());
-    EXPECT_FALSE(s.impl().RequestPending);
-    EXPECT_EQ(s.socket().State(), platform::kSckClosed);
-    EXPECT_EQ(s.object().EASYGetQueryFormatListInit("C", "A", &status), Variant(int32_t{1}));
-    EXPECT_EQ(s.object().EASYGetQueryFormatListNext(), Variant("next"));
-    EXPECT_TRUE(DescriptorsBackTo(before)) << OpenDescriptors() << " open, " << before << " before";
+    for (const Point point : {Point::kFirst, Point::kMiddle, Point::kStalled}) {
+      SCOPED_TRACE(::testing::Message() << (list ? "list" : "transfer") << " at " << static_cast<int>(point));
+      // Stalled: every byte but the last, then the gateway holds the connection open.
+      const bool stall = point == Point::kStalled;
+      std::string bytes = list ? ScriptedGateway::Reply(BigList()) : Pattern(kSize);
+      if (stall && list) bytes = "TotalBytes:" + std::to_string(kSize + 1) + "\r\n" + BigList();
+      scripted_.Script({ScriptedGateway::Send(bytes)});
+      scripted_.Script({Answer("Status: OK\r\nnext")});
+      recorder_.go_on = [point](const ProgressInfo& info) {
+        if (point == Point::kFirst) return false;
+        return point == Point::kMiddle ? info.bytes < kSize / 2 : info.event != Event::kWaiting || info.bytes < kSize;
+      };
+      const size_t log_from = s.LogLines().size();
+      const Variant result = list ? s.object().EASYGetQueryFormatListInit("C", "A", &status)
+                                  : s.object().EASYTransferBLOB("f.bin", static_cast<int32_t>(kSize + stall), &status);
+      recorder_.go_on = nullptr;
+      EXPECT_EQ(result.ToLong(), -1);
+      EXPECT_EQ(status, Variant("Cancelled by the caller."));
+      const std::vector<std::string> log = s.LogLines(log_from);
+      EXPECT_NE(std::find(log.begin(), log.end(), "Abbruch durch den Aufrufer."), log.end());
+      EXPECT_FALSE(s.impl().RequestPending);
+      EXPECT_EQ(s.socket().State(), platform::kSckClosed);
+      if (!list) {  // what arrived stays in the file, as after any failed transfer
+        EXPECT_GE(static_cast<int64_t>(std::filesystem::file_size(blob_.File("f.bin"))), recorder_.calls.back().bytes);
+      }
+      EXPECT_EQ(s.object().EASYGetQueryFormatListInit("C", "A", &status), Variant(int32_t{1}));
+      EXPECT_EQ(s.object().EASYGetQueryFormatListNext(), Variant("next"));
+      EXPECT_TRUE(DescriptorsBackTo(before)) << OpenDescriptors() << " open, " << before << " before";
+    }
   }
 }
 
