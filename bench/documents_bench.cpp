@@ -1,9 +1,9 @@
 // Moves a 1 GiB file over loopback with EASYTransferBLOB and EASYUploadFile and with the fastest plain
 // blocking clients doing the same work against the same server thread: receiving into a file with
 // recv/write through a 1 MiB buffer and with splice through a pipe, sending a file with read/send through a
-// 1 MiB buffer and with sendfile. The faster plain client of each direction is the baseline; every figure
-// is printed as a ratio to it (the median over the runs of each run's ratio), with the peak memory of the
-// process during the component's runs.
+// 1 MiB buffer and with sendfile. The plain client of each direction with the lowest median time is the
+// baseline; every figure is printed as a ratio to it (the median over the runs of each run's ratio), with the
+// peak memory of the process during the component's runs.
 //
 // Goals: transfer and upload each at most 1.1 times the baseline's time, peak memory under 32 MB; a progress
 // hook that does nothing costs the transfer at most 1.02 times its time without one.
@@ -272,54 +272,31 @@ struct Contest {
   }
 };
 
-// The cost of a progress hook that does nothing: EASYTransferBLOB of the whole file with such a hook against
-// the same transfer without one. The two run as a pair, each first in turn, so that both see the same
-// moment of the machine; the figure is the median of the pairs' ratios, which one slow run cannot move the
-// way it moves a best-of time. The client thread's CPU is compared the same way.
+// The cost of a progress hook that does nothing: EASYTransferBLOB of the whole file with such a hook (side 0)
+// against the same transfer without one (side 1), taking turns as any contest does, over 2 * runs + 1 pairs.
 void ReportHookCost(halqvantor::clsVantor& v, const std::string& path, int runs) {
-  struct Measure {
-    double seconds;
-    double cpu;
-  };
-  auto transfer = [&] {
-    std::filesystem::remove(path);
-    halqvantor::Variant status;
-    const double cpu = ThreadCpuSeconds();
-    const double seconds = Seconds([&] {
+  int64_t calls = 0;
+  const auto transfer = [&v](halqvantor::Progress hook) {
+    return [&v, hook] {
+      halqvantor::Options(v).progress = hook;
+      halqvantor::Variant status;
       if (v.EASYTransferBLOB("bench.bin", static_cast<int32_t>(kFileBytes), &status) !=
           halqvantor::Variant(int16_t{1})) {
         throw std::runtime_error("EASYTransferBLOB: " + status.ToString());
       }
-    });
-    return Measure{seconds, ThreadCpuSeconds() - cpu};
+    };
   };
-  int64_t calls = 0;
-  std::vector<double> time_ratios, cpu_ratios;
-  double without_total = 0, with_total = 0;
-  for (int run = 0; run < 2 * runs + 1; ++run) {
-    Measure without{}, with{};
-    for (int side = 0; side < 2; ++side) {
-      if ((run + side) % 2 == 0) {
-        halqvantor::Options(v).progress = nullptr;
-        without = transfer();
-      } else {
-        halqvantor::Options(v).progress = [&calls](const halqvantor::ProgressInfo&) { return ++calls > 0; };
-        with = transfer();
-      }
-    }
-    time_ratios.push_back(with.seconds / without.seconds);
-    cpu_ratios.push_back(with.cpu / std::max(without.cpu, 1e-6));
-    with_total += with.seconds;
-    without_total += without.seconds;
-  }
+  Contest hook;
+  hook.Run(2 * runs + 1, [&] { std::filesystem::remove(path); },
+           {transfer([&calls](const halqvantor::ProgressInfo&) { return ++calls > 0; }), transfer(nullptr)});
   halqvantor::Options(v).progress = nullptr;
-  const double ratio = Median(time_ratios);
-  const size_t pairs = time_ratios.size();
+  const double ratio = Contest::RatioMedian(hook.seconds[0], hook.seconds[1]);
+  const size_t pairs = hook.seconds[0].size();
   std::printf(
-      "progress hook      1 GiB: %.3f s with a hook doing nothing (%lld calls a transfer), %.3f s without, mean of "
+      "progress hook      1 GiB: median %.3f s with a hook doing nothing (%lld calls a transfer), %.3f s without, "
       "%zu pairs: median ratio %.3f (goal <= 1.02) %s; client CPU median ratio %.3f\n",
-      with_total / static_cast<double>(pairs), static_cast<long long>(calls / static_cast<int64_t>(pairs)),
-      without_total / static_cast<double>(pairs), pairs, ratio, ratio <= 1.02 ? "ok" : "MISSED", Median(cpu_ratios));
+      Median(hook.seconds[0]), static_cast<long long>(calls / static_cast<int64_t>(pairs)), Median(hook.seconds[1]),
+      pairs, ratio, ratio <= 1.02 ? "ok" : "MISSED", Contest::RatioMedian(hook.cpu[0], hook.cpu[1]));
 }
 
 }  // namespace
