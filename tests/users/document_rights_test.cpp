@@ -9,19 +9,12 @@ class DocumentRights : public UserDirectoryTest {
  protected:
   // Right 1 (C1/A1) is granted to user 1 and to his group 10; right 2 (C1/A1) to the group only; right 3
   // belongs to C2/A2.
-  void SetUp() override {
-    UserDirectoryTest::SetUp();
-    if (IsSkipped()) return;
-    db->Run({"INSERT INTO UserGroups VALUES (1, 10)", "INSERT INTO DocRights VALUES (1, 'C1', 'A1')",
-             "INSERT INTO DocRights VALUES (2, 'C1', 'A1')", "INSERT INTO DocRights VALUES (3, 'C2', 'A2')",
-             "INSERT INTO UserDocRights VALUES (1, 1)", "INSERT INTO UserDocRights VALUES (10, 1)",
-             "INSERT INTO UserDocRights VALUES (10, 2)", "INSERT INTO UserDocRights VALUES (1, 3)",
-             "INSERT INTO DocRightFields VALUES (1, 12, '=', 'Meier', 1, 0)",
-             "INSERT INTO DocRightFields VALUES (1, 5, '>=', '2000', 2, 1)",
-             "INSERT INTO DocRightFields VALUES (1, 3, '<>', 'x', 1, 1)",
-             "INSERT INTO DocRightFields VALUES (2, 7, 'LIKE', 'A*', 1, 0)",
-             "INSERT INTO DocRightFields VALUES (3, 1, '=', '', 1, 0)"});
-  }
+  DocumentRights()
+      : UserDirectoryTest({"INSERT INTO UserGroups VALUES (1, 10)",
+                           "INSERT INTO DocRights VALUES (1, 'C1', 'A1'), (2, 'C1', 'A1'), (3, 'C2', 'A2')",
+                           "INSERT INTO UserDocRights VALUES (1, 1), (10, 1), (10, 2), (1, 3)",
+                           "INSERT INTO DocRightFields VALUES (1, 12, '=', 'Meier', 1, 0), (1, 5, '>=', '2000', 2, 1), "
+                           "(1, 3, '<>', 'x', 1, 1), (2, 7, 'LIKE', 'A*', 1, 0), (3, 1, '=', '', 1, 0)"}) {}
 };
 HALQVANTOR_ON_BOTH_BACKENDS(DocumentRights);
 

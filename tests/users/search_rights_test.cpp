@@ -44,18 +44,13 @@ class SearchRights : public UserDirectoryTest {
  protected:
   // User 1 is in group 10. Right 1: C/A fields 5 (X, hidden) and 7 (Z, no match code); right 2 (group's):
   // C/A field 5 (Y) and field 9 (empty value, hidden and no match code); right 3: D/B field 2 (dated).
-  void SetUp() override {
-    UserDirectoryTest::SetUp();
-    if (IsSkipped()) return;
-    db->Run({"INSERT INTO UserGroups VALUES (1, 10)", "INSERT INTO SearchRights VALUES (1, 'C', 'A')",
-             "INSERT INTO SearchRights VALUES (2, 'C', 'A')", "INSERT INTO SearchRights VALUES (3, 'D', 'B')",
-             "INSERT INTO UserSearchRights VALUES (1, 1)", "INSERT INTO UserSearchRights VALUES (10, 2)",
-             "INSERT INTO UserSearchRights VALUES (10, 3)", "INSERT INTO SearchRightFields VALUES (1, 5, 'X', 1, 0)",
-             "INSERT INTO SearchRightFields VALUES (1, 7, 'Z', 0, 1)",
-             "INSERT INTO SearchRightFields VALUES (2, 5, 'Y', 0, 0)",
-             "INSERT INTO SearchRightFields VALUES (2, 9, '', 1, 1)",
-             "INSERT INTO SearchRightFields VALUES (3, 2, '>$(date-7)', 0, 0)"});
-  }
+  SearchRights()
+      : UserDirectoryTest(
+            {"INSERT INTO UserGroups VALUES (1, 10)",
+             "INSERT INTO SearchRights VALUES (1, 'C', 'A'), (2, 'C', 'A'), (3, 'D', 'B')",
+             "INSERT INTO UserSearchRights VALUES (1, 1), (10, 2), (10, 3)",
+             "INSERT INTO SearchRightFields VALUES (1, 5, 'X', 1, 0), (1, 7, 'Z', 0, 1), (2, 5, 'Y', 0, 0), "
+             "(2, 9, '', 1, 1), (3, 2, '>$(date-7)', 0, 0)"}) {}
 };
 HALQVANTOR_ON_BOTH_BACKENDS(SearchRights);
 
@@ -75,10 +70,9 @@ TEST_P(SearchRights, ThreeTexts) {
 }
 
 TEST_P(SearchRights, ChannelAndArchiveJoinIntoOneKey) {
-  db->Run({"INSERT INTO SearchRights VALUES (4, 'AB', 'C')", "INSERT INTO SearchRights VALUES (5, 'A', 'BC')",
-           "INSERT INTO UserSearchRights VALUES (2, 4)", "INSERT INTO UserSearchRights VALUES (2, 5)",
-           "INSERT INTO SearchRightFields VALUES (4, 1, 'p', 1, 0)",
-           "INSERT INTO SearchRightFields VALUES (5, 2, 'q', 1, 0)"});
+  db->Run({"INSERT INTO SearchRights VALUES (4, 'AB', 'C'), (5, 'A', 'BC')",
+           "INSERT INTO UserSearchRights VALUES (2, 4), (2, 5)",
+           "INSERT INTO SearchRightFields VALUES (4, 1, 'p', 1, 0), (5, 2, 'q', 1, 0)"});
   Variant rights, hidden, nomatch;
   EXPECT_EQ(v->GetUserSearchRights(2, &rights, &hidden, &nomatch), Variant(int32_t{1}));
   EXPECT_EQ(rights, Variant("$(#A)\\BC;.2=(q)&.1=(p)"));
