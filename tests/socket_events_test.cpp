@@ -1,5 +1,6 @@
 #include "link/socket_events.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -96,8 +97,7 @@ TEST(Reception, PacketsFedDirectly) {
       EXPECT_EQ(std::to_string(e.number()) + " - " + e.description(), c.error);
       EXPECT_EQ(slot.Response, "old");  // unchanged when it raises
     }
-    EXPECT_EQ(slot.BytesReceived, c.received);
-    EXPECT_EQ(slot.BytesToReceive, c.announced);
+    EXPECT_EQ(std::tie(slot.BytesReceived, slot.BytesToReceive), std::tie(c.received, c.announced));
   }
 }
 
@@ -211,8 +211,7 @@ TEST(SocketErrors, ResolverConnectAndTransferFailuresInTheControlsWords) {
       EXPECT_EQ(got.status, "Winsock Error (" + c.error + ")");
       const std::string number = c.error.substr(0, 5), words = c.error.substr(8);
       const std::vector<std::string> lines = s.LogLines(before);
-      EXPECT_NE(std::find(lines.begin(), lines.end(), "    Winsock(1)-Error-Event (" + number + "- " + words + ")."),
-                lines.end());
+      EXPECT_THAT(lines, ::testing::Contains("    Winsock(1)-Error-Event (" + number + "- " + words + ")."));
       EXPECT_EQ(lines.back(), "Winsock-Fehler (" + c.error + " - 0).");
     });
   }

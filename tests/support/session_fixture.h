@@ -69,6 +69,13 @@ inline int OpenDescriptors() {
   return count;
 }
 
+// `size` bytes whose pattern repeats only after megabytes, so that a piece out of place shows.
+inline std::string PatternOf(size_t size) {
+  std::string bytes(size, '\0');
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 131 + i / 4099) & 0xFF);
+  return bytes;
+}
+
 // For table rows that each need a new link: the session's link plays `scripts` (FakeNetwork), its time is
 // a fake clock, and the session has a thread of its own.
 template <typename F>
