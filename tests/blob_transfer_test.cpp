@@ -207,10 +207,8 @@ TEST(DirectTransfer, ResetsAndWriteFailuresEndTheWait) {
     bool reset;
     rlim_t file_limit;
     std::string status;
-  } kCases[] = {
-      {true, RLIM_INFINITY, "Winsock Error (10054 - Connection is reset by remote side)"},
-      {false, 1 << 20, "Winsock Error (File Error (61 - Disk full))"},
-  };
+  } kCases[] = {{true, RLIM_INFINITY, "Winsock Error (10054 - Connection is reset by remote side)"},
+                {false, 1 << 20, "Winsock Error (File Error (61 - Disk full))"}};
   for (const auto& c : kCases) {
     testing::LoopbackServer server([&](int fd) {
       AwaitRequest(fd, "f.bin^");

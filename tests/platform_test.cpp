@@ -104,8 +104,7 @@ TEST(Secrets, PasswordValuesAreMaskedWhereverTheyStand) {
       {"PWD={open to the end", "PWD=***"},
       {"Password=;PWD=", "Password=;PWD="},
       {"line Password=x\r\nnext line", "line Password=***\r\nnext line"},
-      {"no password here, pwd, Password", "no password here, pwd, Password"},
-  };
+      {"no password here, pwd, Password", "no password here, pwd, Password"}};
   for (const auto& [text, masked] : cases) EXPECT_EQ(platform::MaskSecrets(text), masked) << text;
 }
 

@@ -122,16 +122,11 @@ TEST(MappedNames, ReplaceTheLastThreeCharacters) {
 
 // A list too long to make ("1-2000000000") gives nothing.
 TEST(PageLists, PiecesAndRanges) {
-  const std::pair<std::string, std::string> cases[] = {{"1-3;7;5-4", "1,2,3,7,5,4"},
-                                                       {"0-5", "5"},
-                                                       {"3-0", "3"},
-                                                       {"0", ""},
-                                                       {"", ""},
-                                                       {"2-2", "2"},
-                                                       {"5-3", "5,4,3"},
-                                                       {"0-0", "0"},
-                                                       {";;4;x;-2", "4,2"},
-                                                       {"1.5-2", "2"},
+  const std::pair<std::string, std::string> cases[] = {{"0-5", "5"},        {"3-0", "3"},
+                                                       {"0", ""},           {"", ""},
+                                                       {"2-2", "2"},        {"0-0", "0"},
+                                                       {"1.5-2", "2"},      {"5-3", "5,4,3"},
+                                                       {";;4;x;-2", "4,2"}, {"1-3;7;5-4", "1,2,3,7,5,4"},
                                                        {"1-2000000000", ""}};
   for (const auto& [pages, list] : cases) EXPECT_EQ(ExpandPageList(pages), list) << pages;
 }

@@ -56,8 +56,7 @@ TEST(Reception, RepliesEndWhenTheAnnouncedBytesAreIn) {
       // Only the first packet after the request carries the header: a later one that looks like it is payload.
       {{"TotalBytes:19\r\nab", "TotalBytes:3\r\nxyz"},
        "abTotalBytes:3\r\nxyz",
-       {kFirst, End(2, 19), kNext, End(19, 19)}},
-  };
+       {kFirst, End(2, 19), kNext, End(19, 19)}}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.response);
     InFakeSession({Packets(c.chunks)}, [&](GatewaySession& s, FakeNetwork& net, FakeClock&) {

@@ -20,8 +20,7 @@ TEST(ConnectStrings, SqliteByProviderOrFileNameAndSqlServerTranslatedForOdbc) {
       {" provider = sqlite ; data source = '/a b;c/u.sqlite' ", "/a b;c/u.sqlite"},
       {"/srv/Users.DB", "/srv/Users.DB"},
       {"DSN=users", ""},
-      {"Provider=SQLOLEDB;Data Source=x.db", ""},
-  };
+      {"Provider=SQLOLEDB;Data Source=x.db", ""}};
   for (const auto& [connect, path] : sqlite) EXPECT_EQ(SqlitePathOf(connect), path) << connect;
   const std::vector<std::pair<std::string, std::string>> odbc = {
       {"Provider=SQLOLEDB.1;Data Source=db1,1433;Initial Catalog=Portal;User ID=web;Password=p;w;Persist Security "
@@ -30,8 +29,7 @@ TEST(ConnectStrings, SqliteByProviderOrFileNameAndSqlServerTranslatedForOdbc) {
       {"Provider=SQLOLEDB;Driver={ODBC Driver 18};Data Source=db1;Password=\"a;b}\"",
        "Driver={ODBC Driver 18};Server=db1;PWD={a;b}}}"},
       // Anything else goes to the driver manager as it is.
-      {"Driver=PostgreSQL;Servername=/tmp;Database=x", "Driver=PostgreSQL;Servername=/tmp;Database=x"},
-  };
+      {"Driver=PostgreSQL;Servername=/tmp;Database=x", "Driver=PostgreSQL;Servername=/tmp;Database=x"}};
   for (const auto& [connect, translated] : odbc) EXPECT_EQ(OdbcConnectStringOf(connect), translated);
 }
 

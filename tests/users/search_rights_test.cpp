@@ -26,15 +26,13 @@ TEST(DateTokens, ExpansionsAndFailingForms) {
       {"$(DATE+100)$(DATE+100)$(DATEX", "23.02.202723.02.2027$(DATEX"},  // the skip ends that scan
   };
   for (const auto& [value, text] : expanded) EXPECT_EQ(ExpandDateTokens(value, kToday), text) << value;
-  const std::vector<std::pair<std::string, int>> failing = {
-      {"$(DATE+)", 13},
-      {"$(DATE+x)", 13},
-      {"$(DATE+5", 5},
-      {"$(DATE+99999999)", 6},
-      {"$(DATEX", 5},
-      {"a $(DATE", 5},
-      {"$(DATE) $(DATEX) $(DATE", 5},
-  };
+  const std::pair<std::string, int> failing[] = {{"$(DATE+5", 5},
+                                                 {"$(DATEX", 5},
+                                                 {"a $(DATE", 5},
+                                                 {"$(DATE+)", 13},
+                                                 {"$(DATE+x)", 13},
+                                                 {"$(DATE+99999999)", 6},
+                                                 {"$(DATE) $(DATEX) $(DATE", 5}};
   for (const auto& [value, number] : failing) {
     EXPECT_EQ(RuntimeErrorNumber([&] { ExpandDateTokens(value, kToday); }), number) << value;
   }

@@ -79,14 +79,12 @@ TEST_P(UserRecords, InjectionPayloadsMatchNobodyAndChangeNothing) {
   AddUser(1, "anna", Encoded("pw"));
   db->Run({"INSERT INTO DocRights VALUES (1, 'C1', 'A1')", "INSERT INTO UserDocRights VALUES (1, 1)",
            "INSERT INTO DocRightFields VALUES (1, 2, '=', 'v', 1, 0)"});
-  const std::vector<std::string> payloads = {
-      "' OR '1'='1",
-      "anna'; DROP TABLE Users; --",
-      "x' UNION SELECT UserID, Passwd FROM Users --",
-      "\\'; DELETE FROM Users; --",
-      "?",
-      "C1') OR ('1'='1",
-  };
+  const std::vector<std::string> payloads = {"' OR '1'='1",
+                                             "anna'; DROP TABLE Users; --",
+                                             "x' UNION SELECT UserID, Passwd FROM Users --",
+                                             "\\'; DELETE FROM Users; --",
+                                             "?",
+                                             "C1') OR ('1'='1"};
   const auto users = [&] { return db->Column("SELECT UserName || ':' || Passwd FROM Users ORDER BY UserID"); };
   const std::vector<std::string> before = users();
   int32_t id = 1;
@@ -142,8 +140,7 @@ TEST_P(UserRecords, NumberSlotsAndNamesThatAreNotPlainAreRefused) {
        "GetUserEditRights': " + five + " (strUserID 'abc' is not a whole number)."},
       {[&] { return v->GetUserDocRights("x", "C1", "A1", &out); }, "GetUserDocRights': " + five},
       {[&] { return v->GetUserSearchRights("1)) OR ((1=1", &out, &more, &more); },
-       "GetUserSearchRights': " + five + " (lngUserID '1)) OR ((1=1' is not a whole number)."},
-  };
+       "GetUserSearchRights': " + five + " (lngUserID '1)) OR ((1=1' is not a whole number)."}};
   for (size_t i = 0; i < cases.size(); ++i) {
     SCOPED_TRACE(cases[i].line);
     out = Variant("old");
