@@ -45,20 +45,17 @@ TEST_F(ArchiveQuery, RequestOutsAndTheWalkInTheServersOrder) {
   EXPECT_EQ(count, Variant(int32_t{3}));
   // The query format goes ahead of the two limits.
   EXPECT_EQ(Requests()[0], Request("^QueryArchive^,^K1^,^A1^,^Nr=1^,^^,^100^,^500^,^^"));
-  EXPECT_EQ(std::vector<Variant>({field_ids, layout_ids, total, multi, status}),
-            (std::vector<Variant>{"1,7", "A;B", "57", true, ""}));
+  EXPECT_EQ((Outs{field_ids, layout_ids, total, multi, status}), (Outs{"1,7", "A;B", "57", true, ""}));
 
   Variant channel, archive, id, ver;
   EXPECT_EQ(v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), Variant("^Wert^"));
-  EXPECT_EQ(std::vector<Variant>({channel, archive, id, ver}),
-            (std::vector<Variant>{"Channel", "Archive", "Nr", "Ver"}));
-  EXPECT_EQ(v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), Variant("^x^"));
-  EXPECT_EQ(std::vector<Variant>({channel, archive, id, ver}), (std::vector<Variant>{"K1", "A1", "4711", "1"}));
+  EXPECT_EQ((Outs{channel, archive, id, ver}), (Outs{"Channel", "Archive", "Nr", "Ver"}));
+  EXPECT_EQ((Outs{v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), channel, archive, id, ver}),
+            (Outs{"^x^", "K1", "A1", "4711", "1"}));
   // A hit of three columns has no display columns.
-  EXPECT_EQ(v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), Variant(""));
-  EXPECT_EQ(std::vector<Variant>({channel, archive, id, ver}), (std::vector<Variant>{"K2", "A2", "9", "3"}));
-  EXPECT_EQ(v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), Variant(""));
-  EXPECT_EQ(id, Variant("9"));
+  EXPECT_EQ((Outs{v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), channel, archive, id, ver}),
+            (Outs{"", "K2", "A2", "9", "3"}));
+  EXPECT_EQ((Outs{v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), id}), (Outs{"", "9"}));
 
   // The layout outs are written only as a pair; an empty layout line empties both.
   field_ids = "untouched";
@@ -116,8 +113,8 @@ TEST_F(ArchiveQuery, NumbersSortZeroPaddedAndEverySortReversesTheLast) {
   EXPECT_EQ(v().EASYSortHitlistInit(2), 4);
   Variant channel, archive, id, ver;
   v().EASYSortHitlistNext();
-  EXPECT_EQ(v().EASYSortHitlistNext(&channel, &archive, &id, &ver), Variant("^-5^"));
-  EXPECT_EQ(std::vector<Variant>({channel, archive, id, ver}), (std::vector<Variant>{"K1", "A1", "d", "1"}));
+  EXPECT_EQ((Outs{v().EASYSortHitlistNext(&channel, &archive, &id, &ver), channel, archive, id, ver}),
+            (Outs{"^-5^", "K1", "A1", "d", "1"}));
   EXPECT_EQ(v().EASYSortHitlistNext(), Variant("^9^"));
   v().EASYSortHitlistInit(2);
   EXPECT_EQ(SortedIds(v()), "acbd");

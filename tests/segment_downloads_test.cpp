@@ -22,7 +22,7 @@ TEST_F(SegmentFiles, RequestsCarryTheirArgumentsInOrderAndFillTheOutputs) {
   const Variant ch("CH"), ar("AR"), doc("D7"), ver(int16_t{2});
   Variant name = "old", len, status = "old";
   EXPECT_EQ(v().EASYGetSegmentData(ch, ar, doc, ver, Variant(int16_t{3}), &name, &len, &status), kOne);
-  EXPECT_EQ(std::vector<Variant>({name, len, status}), (std::vector<Variant>{"A1.TIF", "1234", ""}));  // len as text
+  EXPECT_EQ((Outs{name, len, status}), (Outs{"A1.TIF", "1234", ""}));  // len as text
   EXPECT_EQ(v().EASYGetSegmentPDF(ch, ar, doc, ver, Variant(int16_t{3}), Variant(int32_t{9})), kOne);
   EXPECT_EQ(v().EASYGetSegmentPrintfile(ch, ar, doc, ver, Variant("F1"), Variant("L1")), kOne);
   EXPECT_EQ(v().EASYGetSegmentPrintfile(ch, ar, doc, ver, Variant("F1"), Variant("L1"), Variant(int16_t{intPrintTIF})),
@@ -46,13 +46,13 @@ TEST_F(SegmentFiles, FailuresAndShortRepliesLeaveTheOutputsAlone) {
   Answer("Status: OK");
   v().strChangeFileExt = "TIF-PDF";  // never consulted without a file name from the gateway
   Variant name = "keep", len = int32_t{5}, status;
-  const auto outs = [&] { return std::vector<Variant>({status, name, len}); };
+  const auto outs = [&] { return Outs{status, name, len}; };
   EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name, &len, &status), kMinusOne);
-  EXPECT_EQ(outs(), (std::vector<Variant>{"Error 3 Archiv unbekannt", "keep", int32_t{5}}));
+  EXPECT_EQ(outs(), (Outs{"Error 3 Archiv unbekannt", "keep", int32_t{5}}));
   // One row or none: the same outs.
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name, &len, &status), kOne);
-    EXPECT_EQ(outs(), (std::vector<Variant>{"", "keep", int32_t{5}}));
+    EXPECT_EQ(outs(), (Outs{"", "keep", int32_t{5}}));
   }
   EXPECT_EQ(v().EASYGetSegmentMultiTIF("C", "A", "D", "V", "1", &name, &len), kOne);
   EXPECT_EQ(name, Variant(""));
@@ -138,14 +138,14 @@ TEST_F(SegmentReferences, LinesAreSplitAtTheirMarkers) {
   EXPECT_EQ(status, Variant(""));
   std::vector<Variant> parts(4, Variant("-"));
   EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1], &parts[2], &parts[3]), Variant("$(#CH1)\\ARCH,DOC9,3"));
-  EXPECT_EQ(parts, (std::vector<Variant>{"CH1", "ARCH", "DOC9", "3"}));
+  EXPECT_EQ(parts, (Outs{"CH1", "ARCH", "DOC9", "3"}));
   // Without ")\" the channel and archive stay; the commas still give what follows them.
   parts.assign(4, Variant("-"));
   EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1], &parts[2], &parts[3]), Variant("no marker, here,x"));
-  EXPECT_EQ(parts, (std::vector<Variant>{"-", "-", " here", "x"}));
+  EXPECT_EQ(parts, (Outs{"-", "-", " here", "x"}));
   // No comma after the archive: it is left alone.
   EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1]), Variant("$(#C)\\A"));
-  EXPECT_EQ(std::vector<Variant>(parts.begin(), parts.begin() + 2), (std::vector<Variant>{"C", "-"}));
+  EXPECT_EQ(std::vector<Variant>(parts.begin(), parts.begin() + 2), (Outs{"C", "-"}));
   EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0]), Variant(""));
   EXPECT_EQ(parts[0], Variant("C"));
 }

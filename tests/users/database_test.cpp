@@ -84,7 +84,7 @@ TEST_P(DatabaseBackend, FieldsByNameAndPositionWithTheirTypes) {
   EXPECT_EQ(rs->Field("ARCHIVE"), Variant("A"));
   const std::vector<Variant> fields = {rs->Field(1), rs->Field(2), rs->Field(4),
                                        rs->Field(5), rs->Field(6), rs->Field(7)};
-  EXPECT_EQ(fields, (std::vector<Variant>{4000000000.0, int32_t{3}, int32_t{2}, int32_t{3}, 4000000000.0, 1.5}));
+  EXPECT_EQ(fields, (Outs{4000000000.0, int32_t{3}, int32_t{2}, int32_t{3}, 4000000000.0, 1.5}));
   rs->MoveNext();
   EXPECT_TRUE(rs->Eof());
   // An empty set's MAX is NULL.

@@ -28,24 +28,23 @@ TEST_P(DocumentRights, BlocksPerRightAndPair) {
   EXPECT_EQ(text, Variant("[$(#C1)\\A1;(12 =\"Meier\",1,0);(3<>\"x\",1,1);(5>=\"2000\",2,1)]\r\n"
                           "[$(#C1)\\A1;(7KE\"A*\",1,0)]\r\n[$(#C2)\\A2;(1 =\"\",1,0)]"));
   // Empty lists pair two empty names: nothing found.
-  EXPECT_EQ(v->GetUserDocRights(1, "", "", &text), Variant(int32_t{0}));
-  EXPECT_EQ(text, Variant(""));
+  EXPECT_EQ((Outs{v->GetUserDocRights(1, "", "", &text), text}), (Outs{int32_t{0}, ""}));
 }
 
 TEST_P(DocumentRights, RightNumberedZeroJoinsTheBlockBefore) {
   db->Run({"INSERT INTO DocRights VALUES (0, 'C2', 'A2')", "INSERT INTO UserDocRights VALUES (1, 0)",
            "INSERT INTO DocRightFields VALUES (0, 9, '=', 'z', 1, 0)"});
   Variant text;
-  EXPECT_EQ(v->GetUserDocRights(1, "C2", "A2", &text), Variant(int32_t{1}));
-  EXPECT_EQ(text, Variant(";(9 =\"z\",1,0)]\r\n[$(#C2)\\A2;(1 =\"\",1,0)]"));
+  EXPECT_EQ((Outs{v->GetUserDocRights(1, "C2", "A2", &text), text}),
+            (Outs{int32_t{1}, ";(9 =\"z\",1,0)]\r\n[$(#C2)\\A2;(1 =\"\",1,0)]"}));
   EXPECT_EQ(v->GetUserDocRights(1, "C1,C2", "A1,A2", &text), Variant(int32_t{3}));
   EXPECT_TRUE(text.ToString().ends_with("(7KE\"A*\",1,0);(9 =\"z\",1,0)]\r\n[$(#C2)\\A2;(1 =\"\",1,0)]"));
 }
 
 TEST_P(DocumentRights, ShorterArchiveListFailsKeepingTheTextSoFar) {
   Variant text;
-  EXPECT_EQ(v->GetUserDocRights(1, "C2,C1", "A2", &text), Variant(int16_t{-1}));
-  EXPECT_EQ(text, Variant("[$(#C2)\\A2;(1 =\"\",1,0)"));  // no closing bracket
+  EXPECT_EQ((Outs{v->GetUserDocRights(1, "C2,C1", "A2", &text), text}),
+            (Outs{int16_t{-1}, "[$(#C2)\\A2;(1 =\"\",1,0)"}));  // no closing bracket
   EXPECT_EQ(recorder.statements.size(), 1u);
   EXPECT_EQ(Failures(),
             std::vector<std::string>{

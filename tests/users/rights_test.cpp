@@ -35,20 +35,17 @@ TEST_P(Rights, UnionOfUserAndDirectGroupsOnceAndAFailureClearsTheText) {
   EXPECT_EQ(Items(text, ","), (std::vector<std::string>{"^ADMIN^", "^READ^"}));
   EXPECT_EQ(v->GetUserArchives("1", &text), Variant(int32_t{2}));
   EXPECT_EQ(Items(text, ","), (std::vector<std::string>{"^A1^", "^A2^"}));
-  EXPECT_EQ(v->GetUserChannels(1, &text), Variant(int32_t{1}));
-  EXPECT_EQ(text, Variant("^C1^"));
+  EXPECT_EQ((Outs{v->GetUserChannels(1, &text), text}), (Outs{int32_t{1}, "^C1^"}));
   EXPECT_EQ(v->GetUserGroups(1, &text), Variant(int32_t{2}));
   EXPECT_EQ(Items(text, ","), (std::vector<std::string>{"[Admins]", "[Editors]"}));
   // Nothing of his own and no groups.
   text = Variant("old");
-  EXPECT_EQ(v->GetUserRights(2, &text), Variant(int32_t{0}));
-  EXPECT_EQ(text, Variant(""));
+  EXPECT_EQ((Outs{v->GetUserRights(2, &text), text}), (Outs{int32_t{0}, ""}));
   EXPECT_EQ(v->GetUserGroups(2, &text), Variant(int32_t{0}));
   // A database failure clears the text and is logged.
   recorder.fail_at = static_cast<int>(recorder.statements.size()) + 1;
   text = Variant("old");
-  EXPECT_EQ(v->GetUserArchives(1, &text), Variant(int16_t{-1}));
-  EXPECT_EQ(text, Variant(""));
+  EXPECT_EQ((Outs{v->GetUserArchives(1, &text), text}), (Outs{int16_t{-1}, ""}));
   EXPECT_EQ(Failures(),
             std::vector<std::string>{"Allgemeiner Fehler in Funktion 'GetUserArchives': 4711 - injected failure."});
 }

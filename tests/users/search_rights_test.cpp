@@ -72,16 +72,16 @@ TEST_P(SearchRights, ChannelAndArchiveJoinIntoOneKey) {
            "INSERT INTO UserSearchRights VALUES (2, 4), (2, 5)",
            "INSERT INTO SearchRightFields VALUES (4, 1, 'p', 1, 0), (5, 2, 'q', 1, 0)"});
   Variant rights, hidden, nomatch;
-  EXPECT_EQ(v->GetUserSearchRights(2, &rights, &hidden, &nomatch), Variant(int32_t{1}));
-  EXPECT_EQ(rights, Variant("$(#A)\\BC;.2=(q)&.1=(p)"));
+  EXPECT_EQ((Outs{v->GetUserSearchRights(2, &rights, &hidden, &nomatch), rights}),
+            (Outs{int32_t{1}, "$(#A)\\BC;.2=(q)&.1=(p)"}));
   EXPECT_EQ(hidden, Variant("$(#A)\\BC;.2,.1"));
 }
 
 TEST_P(SearchRights, FailuresLeaveTheOtherTexts) {
   Variant rights("r"), hidden("h"), nomatch("n");
   db->Run("INSERT INTO SearchRightFields VALUES (3, 4, '$(DATE+x)', 0, 0)");
-  EXPECT_EQ(v->GetUserSearchRights(1, &rights, &hidden, &nomatch), Variant(int16_t{-1}));
-  EXPECT_EQ(hidden, Variant("h"));  // pass 1 failed: the field lists are untouched
+  EXPECT_EQ((Outs{v->GetUserSearchRights(1, &rights, &hidden, &nomatch), hidden}),
+            (Outs{int16_t{-1}, "h"}));  // pass 1 failed: the field lists are untouched
   EXPECT_EQ(nomatch, Variant("n"));
   db->Run("DELETE FROM SearchRightFields WHERE FieldID=4");
   recorder.fail_at = 4;  // the no-match-code pass of the second call

@@ -12,6 +12,7 @@
 #include "halqvantor/clsVantor.h"
 #include "support/fake_clock.h"
 #include "support/temp_dir.h"
+#include "support/variant_print.h"
 #include "users/test_database.h"
 
 namespace halqvantor::testing {

@@ -39,10 +39,9 @@ TEST_P(UserRecords, NumbersByMaxPlusOneStartingAtOne) {
 TEST_P(UserRecords, LogOn) {
   AddUser(7, "anna", Encoded("SECRET"));
   AddUser(8, "nopw", "NULL");
-  EXPECT_EQ(
-      (std::vector<Variant>{v->CheckLogon("anna"), v->CheckLogon("anna", "secret"), v->CheckLogon("anna", "wrong"),
-                            v->CheckLogon("nobody"), v->CheckLogon("nopw", ""), v->CheckLogon("nopw")}),
-      (std::vector<Variant>{int32_t{7}, int32_t{7}, int16_t{0}, int16_t{0}, int16_t{0}, int32_t{8}}));
+  EXPECT_EQ((Outs{v->CheckLogon("anna"), v->CheckLogon("anna", "secret"), v->CheckLogon("anna", "wrong"),
+                  v->CheckLogon("nobody"), v->CheckLogon("nopw", ""), v->CheckLogon("nopw")}),
+            (Outs{int32_t{7}, int32_t{7}, int16_t{0}, int16_t{0}, int16_t{0}, int32_t{8}}));
   EXPECT_TRUE(Failures().empty());
 }
 
@@ -64,12 +63,9 @@ TEST_P(UserRecords, ArchiveAccount) {
   db->Run({"INSERT INTO Users VALUES (1, 'anna', NULL, 'ARCH', '" + EncodeText("apw") + "')",
            "INSERT INTO Users VALUES (2, 'bert', NULL, 'ARCH', NULL)"});
   Variant user("untouched"), passwd("untouched");
-  EXPECT_EQ(v->GetUserEASYUser(3, &user, &passwd), Variant(int16_t{0}));
-  EXPECT_EQ(user, Variant("untouched"));
-  EXPECT_EQ(v->GetUserEASYUser("1", &user, &passwd), Variant(int16_t{1}));
-  EXPECT_EQ(std::vector<Variant>({user, passwd}), (std::vector<Variant>{"ARCH", "apw"}));
-  EXPECT_EQ(v->GetUserEASYUser(int16_t{2}, &user, &passwd), Variant(int16_t{1}));
-  EXPECT_EQ(std::vector<Variant>({user, passwd}), (std::vector<Variant>{"", ""}));
+  EXPECT_EQ((Outs{v->GetUserEASYUser(3, &user, &passwd), user}), (Outs{int16_t{0}, "untouched"}));
+  EXPECT_EQ((Outs{v->GetUserEASYUser("1", &user, &passwd), user, passwd}), (Outs{int16_t{1}, "ARCH", "apw"}));
+  EXPECT_EQ((Outs{v->GetUserEASYUser(int16_t{2}, &user, &passwd), user, passwd}), (Outs{int16_t{1}, "", ""}));
 }
 
 // A text that would have changed a statement spliced into it is just a value that matches nobody, in every
@@ -98,8 +94,8 @@ TEST_P(UserRecords, InjectionPayloadsMatchNobodyAndChangeNothing) {
     EXPECT_EQ(v->ChangePasswd("anna", p, "new"), Variant(int16_t{0}));
     // The lists split at commas, so a payload goes into both to keep them the same length.
     EXPECT_EQ(v->GetUserDocRights(1, p, p, &text), Variant(int32_t{0}));
-    EXPECT_EQ(v->GetUserDocRights(1, "C1," + p, "A1," + p, &text), Variant(int32_t{1}));
-    EXPECT_EQ(text, Variant("[$(#C1)\\A1;(2 =\"v\",1,0)]"));
+    EXPECT_EQ((Outs{v->GetUserDocRights(1, "C1," + p, "A1," + p, &text), text}),
+              (Outs{int32_t{1}, "[$(#C1)\\A1;(2 =\"v\",1,0)]"}));
     EXPECT_EQ(users(), before);
   }
   // The same texts as a new user's four values are stored as given and log on.
@@ -110,8 +106,7 @@ TEST_P(UserRecords, InjectionPayloadsMatchNobodyAndChangeNothing) {
     EXPECT_EQ(v->ChangePasswd(p, p, "x" + p), Variant(static_cast<int16_t>(id)));
     EXPECT_EQ(v->CheckLogon(p, "X" + p), Variant(id));  // without regard to case
     Variant user, passwd;
-    EXPECT_EQ(v->GetUserEASYUser(id, &user, &passwd), Variant(int16_t{1}));
-    EXPECT_EQ(std::vector<Variant>({user, passwd}), (std::vector<Variant>{p, p}));
+    EXPECT_EQ((Outs{v->GetUserEASYUser(id, &user, &passwd), user, passwd}), (Outs{int16_t{1}, p, p}));
   }
   EXPECT_EQ(db->Column("SELECT UserName FROM Users WHERE UserID=1"), std::vector<std::string>{"anna"});
   EXPECT_TRUE(Failures().empty()) << ::testing::PrintToString(Failures());
