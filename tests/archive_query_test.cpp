@@ -27,8 +27,7 @@ std::string QueryAnswer(const std::string& display_type, const std::vector<std::
 // The document ids of a sorted walk, after checking that it starts with the title line.
 std::string SortedIds(clsVantor& v) {
   Variant channel, id;
-  EXPECT_EQ(v.EASYSortHitlistNext(&channel, nullptr, &id), Variant("^Wert^"));
-  EXPECT_EQ(channel, Variant("Channel"));
+  EXPECT_EQ((Outs{v.EASYSortHitlistNext(&channel, nullptr, &id), channel}), (Outs{"^Wert^", "Channel"}));
   std::string ids;
   for (int i = 0; i < 10 && v.EASYSortHitlistNext(&channel, nullptr, &id) != Variant(""); ++i) ids += id.StringValue();
   return ids;

@@ -37,8 +37,7 @@ TEST_F(BlobTransfer, BytesGoIntoTheLocalFileOverItsStart) {
   Send(std::string("ab\0\xFF", 4));
   v().strBlobPathRemote = "\\\\srv\\blob";
   status = "untouched";
-  EXPECT_EQ(v().EASYTransferBLOB("sub\\f.bin", int32_t{4}, &status), kOne);
-  EXPECT_EQ(status, Variant("untouched"));
+  EXPECT_EQ((Outs{v().EASYTransferBLOB("sub\\f.bin", int32_t{4}, &status), status}), (Outs{kOne, "untouched"}));
   EXPECT_FALSE(s().impl().RequestPending);
   EXPECT_EQ(Requests(), std::vector<std::string>{"^S1^,^u^,^ABA1^,^TransferBLOB^,^\\\\srv\\blob\\sub\\f.bin^"});
   EXPECT_THAT(s().LogLines(), Contains("    Packet received (mode: BYTE)."));
@@ -76,10 +75,9 @@ TEST_F(BlobTransfer, LocalNamesOutsideTheFolderAreFileErrorsBeforeAnythingIsOpen
   for (const auto& [folder, file, error] : cases) {
     SCOPED_TRACE(file);
     v().strBlobPathLocal = folder;
-    EXPECT_EQ(v().EASYTransferBLOB(file, int32_t{4}, &status), kMinusOne);
-    EXPECT_EQ(status, Variant("File Error (" + error + ")"));
-    EXPECT_EQ(v().EASYUploadFile(file, &status), kMinusOne);
-    EXPECT_EQ(status, Variant("File Error (" + error + ")"));
+    EXPECT_EQ((Outs{v().EASYTransferBLOB(file, int32_t{4}, &status), status}),
+              (Outs{kMinusOne, "File Error (" + error + ")"}));
+    EXPECT_EQ((Outs{v().EASYUploadFile(file, &status), status}), (Outs{kMinusOne, "File Error (" + error + ")"}));
     EXPECT_THAT(s().LogLines(), Contains("Datei-Fehler (" + error + ")."));
     EXPECT_FALSE(s().impl().RequestPending);
   }
@@ -90,8 +88,8 @@ TEST_F(BlobTransfer, LocalNamesOutsideTheFolderAreFileErrorsBeforeAnythingIsOpen
 TEST_F(BlobTransfer, AFileLongerThanTheReplyLimitIsRefusedAtItsFirstBytes) {
   Send("abcd");
   Options(v()).max_reply_bytes = 3;
-  EXPECT_EQ(v().EASYTransferBLOB("f.bin", int32_t{4}, &status), kMinusOne);
-  EXPECT_EQ(status, Variant("Reply too large (4 bytes announced, the limit is 3 bytes)."));
+  EXPECT_EQ((Outs{v().EASYTransferBLOB("f.bin", int32_t{4}, &status), status}),
+            (Outs{kMinusOne, "Reply too large (4 bytes announced, the limit is 3 bytes)."}));
   EXPECT_EQ(testing::ReadFile(blob.File("f.bin")), "");
   EXPECT_EQ(s().socket().State(), platform::kSckClosed);
 }
@@ -113,8 +111,7 @@ TEST_F(ServerUpload, TheWireCarriesTheRequestLineAndTheFileAsOneStream) {
   v().strBlobPathRemote = "D:\\blob";
   status = "untouched";
   // The answer is not read: even an error status is a success of the upload.
-  EXPECT_EQ(v().EASYUploadFile("ten.txt", &status), kOne);
-  EXPECT_EQ(status, Variant("untouched"));
+  EXPECT_EQ((Outs{v().EASYUploadFile("ten.txt", &status), status}), (Outs{kOne, "untouched"}));
   EXPECT_EQ(Requests(),
             std::vector<std::string>{"^S1^,^u^,^ABA1^,^UploadFile^,^D:\\blob^,^ten.txt^,^10^\r\n0123456789"});
   EXPECT_THAT(s().LogLines(), Contains("Weitergabe Abfrageergebnis an IIS (Status: Error 5 whatever)"));
@@ -143,16 +140,16 @@ TEST_F(ServerUpload, LocalFileFailuresEndInTheFileErrorHandler) {
   testing::WriteFile(blob.File("empty"), "");
   testing::WriteFile(blob.File("big"), std::string(3 * 1024 * 1024, 'x'));  // more than one read
   Answer("Status: OK");
-  EXPECT_EQ(v().EASYUploadFile("missing", &status), kMinusOne);
-  EXPECT_EQ(status, Variant("File Error (53 - File not found)"));
-  EXPECT_EQ(v().EASYUploadFile("empty", &status), kMinusOne);
-  EXPECT_EQ(status, Variant("File Error (9 - Subscript out of range)"));
+  EXPECT_EQ((Outs{v().EASYUploadFile("missing", &status), status}),
+            (Outs{kMinusOne, "File Error (53 - File not found)"}));
+  EXPECT_EQ((Outs{v().EASYUploadFile("empty", &status), status}),
+            (Outs{kMinusOne, "File Error (9 - Subscript out of range)"}));
   EXPECT_TRUE(Requests().empty());
 
   FailingReads disk(&net_);
   SetEnvironment(v(), &disk);
-  EXPECT_EQ(v().EASYUploadFile("big", &status), kMinusOne);
-  EXPECT_EQ(status, Variant("File Error (57 - Device I/O error)"));
+  EXPECT_EQ((Outs{v().EASYUploadFile("big", &status), status}),
+            (Outs{kMinusOne, "File Error (57 - Device I/O error)"}));
   EXPECT_FALSE(s().impl().RequestPending);
   EXPECT_EQ(s().form().ctlWinsock(s().slot()).State(), platform::kSckClosed);
 }
@@ -256,8 +253,8 @@ TEST(SystemUpload, AHangUpInMidUploadIsTheConnectionsError) {
   testing::GatewaySession s(server.port());
   s.object().strBlobPathLocal = blob.path();
   Variant status;
-  EXPECT_EQ(s.object().EASYUploadFile("big.bin", &status), kMinusOne);
-  EXPECT_EQ(status, Variant("Winsock Error (10054 - Connection is reset by remote side)"));
+  EXPECT_EQ((Outs{s.object().EASYUploadFile("big.bin", &status), status}),
+            (Outs{kMinusOne, "Winsock Error (10054 - Connection is reset by remote side)"}));
 }
 
 }  // namespace

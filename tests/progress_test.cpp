@@ -246,8 +246,8 @@ TEST_F(ProgressOnLoopback, UploadAndAnEarlyCloseAgainstTheGateway) {
 
   recorder_.calls.clear();
   recorder_.go_on = [](const ProgressInfo& info) { return info.event != Event::kClosedEarly; };
-  EXPECT_EQ(s.object().EASYTransferBLOB("missing.bin", int32_t{20000}, &status), kMinusOne);
-  EXPECT_EQ(status, Variant("Cancelled by the caller."));
+  EXPECT_EQ((Outs{s.object().EASYTransferBLOB("missing.bin", int32_t{20000}, &status), status}),
+            (Outs{kMinusOne, "Cancelled by the caller."}));
   ASSERT_FALSE(recorder_.calls.empty());
   EXPECT_EQ(recorder_.calls.back(), (Call{Event::kClosedEarly, 0, 20000, "EASYTransferBLOB"}));
 }

@@ -54,8 +54,7 @@ TEST_F(SegmentFiles, FailuresAndShortRepliesLeaveTheOutputsAlone) {
     EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name, &len, &status), kOne);
     EXPECT_EQ(outs(), (Outs{"", "keep", int32_t{5}}));
   }
-  EXPECT_EQ(v().EASYGetSegmentMultiTIF("C", "A", "D", "V", "1", &name, &len), kOne);
-  EXPECT_EQ(name, Variant(""));
+  EXPECT_EQ((Outs{v().EASYGetSegmentMultiTIF("C", "A", "D", "V", "1", &name, &len), name}), (Outs{kOne, ""}));
   EXPECT_EQ(len, Variant(int16_t{0}));
 }
 
@@ -74,18 +73,15 @@ TEST_F(SegmentFiles, ExtensionMappingRenamesInTheLocalFolder) {
   v().strBlobPathLocal = blob.path();
   Variant name;
   v().strChangeFileExt = "tif-Pdf";
-  EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), kOne);
-  EXPECT_EQ(name, Variant("A1.Pdf"));
+  EXPECT_EQ((Outs{v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), name}), (Outs{kOne, "A1.Pdf"}));
   EXPECT_EQ(testing::ReadFile(blob.File("A1.Pdf")), "tif");
   EXPECT_FALSE(std::filesystem::exists(blob.File("A1.TIF")));
 
   v().strChangeFileExt = "DOC TIF-pdf";
-  EXPECT_EQ(v().EASYGetSegmentMultiTIF("C", "A", "D", "V", "1", &name), kOne);
-  EXPECT_EQ(name, Variant("A1.DOC"));
-  EXPECT_EQ(v().EASYGetSegmentPrintfile("C", "A", "D", "V", "F", "L", Variant::missing(), &name), kOne);
-  EXPECT_EQ(name, Variant("Z9.pdf"));
-  EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), kOne);
-  EXPECT_EQ(name, Variant("B2.pdf"));
+  EXPECT_EQ((Outs{v().EASYGetSegmentMultiTIF("C", "A", "D", "V", "1", &name), name}), (Outs{kOne, "A1.DOC"}));
+  EXPECT_EQ((Outs{v().EASYGetSegmentPrintfile("C", "A", "D", "V", "F", "L", Variant::missing(), &name), name}),
+            (Outs{kOne, "Z9.pdf"}));
+  EXPECT_EQ((Outs{v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), name}), (Outs{kOne, "B2.pdf"}));
   EXPECT_EQ(testing::ReadFile(blob.File("B2.pdf")), "old");
   EXPECT_EQ(testing::ReadFile(blob.File("B2.TIF")), "new");
   // A name that leaves the folder is not followed.
@@ -93,8 +89,8 @@ TEST_F(SegmentFiles, ExtensionMappingRenamesInTheLocalFolder) {
   EXPECT_EQ(testing::ReadFile(outside.File("x.TIF")), "keep");
 
   testing::WriteFile(blob.File("A1.TIF"), "tif");
-  EXPECT_EQ(v().EASYGetSegmentPDF("C", "A", "D", "V", int16_t{1}, int16_t{1}, &name), kOne);
-  EXPECT_EQ(name, Variant("A1.TIF"));
+  EXPECT_EQ((Outs{v().EASYGetSegmentPDF("C", "A", "D", "V", int16_t{1}, int16_t{1}, &name), name}),
+            (Outs{kOne, "A1.TIF"}));
   EXPECT_TRUE(std::filesystem::exists(blob.File("A1.TIF")));
   EXPECT_EQ(testing::RuntimeErrorNumber([&] { v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}); }), 13);
 
@@ -108,8 +104,7 @@ TEST_F(SegmentFiles, ExtensionMappingRenamesInTheLocalFolder) {
   } disk(&net_);
   SetEnvironment(v(), &disk);
   v().strBlobPathLocal = "";
-  EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), kOne);
-  EXPECT_EQ(name, Variant("A1.pdf"));
+  EXPECT_EQ((Outs{v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), name}), (Outs{kOne, "A1.pdf"}));
 }
 
 TEST(MappedNames, ReplaceTheLastThreeCharacters) {
