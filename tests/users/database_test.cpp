@@ -89,8 +89,7 @@ TEST_P(DatabaseBackend, FieldsByNameAndPositionWithTheirTypes) {
   EXPECT_TRUE(rs->Eof());
   // An empty set's MAX is NULL.
   rs = connection->Execute("SELECT MAX(UserID), MAX(UserName) FROM Users");
-  EXPECT_TRUE(rs->Field(0).IsNull());
-  EXPECT_TRUE(rs->Field(1).IsNull());
+  EXPECT_EQ((Outs{rs->Field(0), rs->Field(1)}), (Outs{Variant::null(), Variant::null()}));
   EXPECT_EQ(RuntimeErrorNumber([&] { rs->Field("nope"); }), platform::kErrItemNotFound);
 }
 
@@ -122,9 +121,7 @@ TEST_P(DatabaseBackend, ValuesAreBoundToPlaceholders) {
   std::unique_ptr<platform::Recordset> rs = connection->Execute(
       "SELECT UserID, Passwd, EASYUser FROM Users WHERE UserName=? AND UserID=?", {Variant(name), Variant(3.0)});
   ASSERT_FALSE(rs->Eof());
-  EXPECT_EQ(rs->Field(0), Variant(int32_t{3}));
-  EXPECT_TRUE(rs->Field(1).IsNull());
-  EXPECT_EQ(rs->Field(2), Variant("Jürgen"));
+  EXPECT_EQ((Outs{rs->Field(0), rs->Field(1), rs->Field(2)}), (Outs{int32_t{3}, Variant::null(), "Jürgen"}));
   rs->Close();
   // A text longer than a plain parameter of some servers takes.
   EXPECT_TRUE(connection->Execute("SELECT UserID FROM Users WHERE UserName=?", {Variant(long_text)})->Eof());

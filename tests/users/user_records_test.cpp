@@ -143,9 +143,7 @@ TEST_P(UserRecords, NumberSlotsAndNamesThatAreNotPlainAreRefused) {
     const std::vector<std::string> log = Failures();
     ASSERT_EQ(log.size(), i + 1);
     EXPECT_TRUE(log.back().starts_with("Allgemeiner Fehler in Funktion '" + cases[i].line)) << log.back();
-    if (cases[i].out) {
-      EXPECT_EQ(out, *cases[i].out);
-    }
+    EXPECT_EQ(out, cases[i].out.value_or(out));  // a row without an out leaves it unchecked
   }
   EXPECT_TRUE(recorder.statements.empty()) << ::testing::PrintToString(recorder.statements);
 }
