@@ -172,9 +172,8 @@ TEST_F(ProgressOnLoopback, EveryOperationReportsGrowthAndEndsAtItsTotal) {
 
   // A browser upload: the body read, then the file written.
   recorder_.calls.clear();
-  const std::string head = "-----b\r\nContent-Disposition: form-data; name=\"f\"; filename=\"up.bin\"\r\n\r\n";
-  const std::string tail = "\r\n-----b--\r\n";
-  const std::string body = head + file + tail;
+  const std::string body =
+      "-----b\r\nContent-Disposition: form-data; name=\"f\"; filename=\"up.bin\"\r\n\r\n" + file + "\r\n-----b--\r\n";
   Scripted().object().OnStartPage(std::make_shared<MemoryScriptingContext>(
       std::make_shared<MemoryPageRequest>(std::vector<uint8_t>(body.begin(), body.end()))));
   Variant name, size;

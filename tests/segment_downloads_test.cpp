@@ -64,12 +64,11 @@ TEST_F(SegmentFiles, ExtensionMappingRenamesInTheLocalFolder) {
   testing::WriteFile(blob.File("B2.TIF"), "new");
   testing::WriteFile(blob.File("B2.pdf"), "old");
   testing::WriteFile(outside.File("x.TIF"), "keep");
-  Answer("Status: OK\r\n3\r\nA1.TIF");
-  Answer("Status: OK\r\n3\r\nA1.DOC");
-  Answer("Status: OK\r\n3\r\nZ9.tif");  // no such file here
-  Answer("Status: OK\r\n3\r\nB2.TIF");  // the new name is taken
-  Answer("Status: OK\r\n3\r\n../" + std::filesystem::path(outside.path()).filename().string() + "/x.TIF");
-  Answer("Status: OK\r\n3\r\nA1.TIF");
+  // Z9.tif is no file here; B2.pdf, the new name of B2.TIF, is taken.
+  const std::string escape = "../" + std::filesystem::path(outside.path()).filename().string() + "/x.TIF";
+  for (const char* name : {"A1.TIF", "A1.DOC", "Z9.tif", "B2.TIF", escape.c_str(), "A1.TIF"}) {
+    Answer(std::string("Status: OK\r\n3\r\n") + name);
+  }
   v().strBlobPathLocal = blob.path();
   Variant name;
   v().strChangeFileExt = "tif-Pdf";
