@@ -87,10 +87,9 @@ TEST_F(ArchiveQuery, FailedAndShortAnswersLeaveTheHitListForSorting) {
   ASSERT_EQ(v().EASYQueryArchiveInit("K", "A", "q", 1, 1), Variant(int32_t{3}));
 
   Variant total = "old", status;
-  EXPECT_EQ(v().EASYQueryArchiveInit("K", "A", "q", 1, 1, "", "", nullptr, nullptr, &total, nullptr, &status),
-            Variant(int16_t{-1}));
-  EXPECT_EQ(status, Variant("Error 4 Syntax"));
-  EXPECT_EQ(total, Variant("old"));
+  EXPECT_EQ((Outs{v().EASYQueryArchiveInit("K", "A", "q", 1, 1, "", "", nullptr, nullptr, &total, nullptr, &status),
+                  status, total}),
+            (Outs{int16_t{-1}, "Error 4 Syntax", "old"}));
   // Three lines: the total is written, then the missing column-type line ends the call.
   EXPECT_EQ(
       RuntimeErrorNumber([&] { v().EASYQueryArchiveInit("K", "A", "q", 1, 1, "", "", nullptr, nullptr, &total); }), 9);

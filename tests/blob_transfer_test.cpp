@@ -157,9 +157,7 @@ TEST_F(ServerUpload, LocalFileFailuresEndInTheFileErrorHandler) {
 // ---- Over the system's network and files, where the bytes move between connection and file directly.
 
 void SendAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t n = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (n <= 0) return;
+  for (ssize_t n = 0; !bytes.empty() && (n = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL)) > 0;) {
     bytes.remove_prefix(static_cast<size_t>(n));
   }
 }
@@ -168,9 +166,7 @@ void SendAll(int fd, std::string_view bytes) {
 void AwaitRequest(int fd, std::string_view ending) {
   std::string request;
   char buf[4096];
-  while (request.size() < ending.size() || !request.ends_with(ending)) {
-    const ssize_t n = ::recv(fd, buf, sizeof buf, 0);
-    if (n <= 0) return;
+  for (ssize_t n = 0; !request.ends_with(ending) && (n = ::recv(fd, buf, sizeof buf, 0)) > 0;) {
     request.append(buf, static_cast<size_t>(n));
   }
 }
@@ -244,11 +240,7 @@ TEST(SystemUpload, AHangUpInMidUploadIsTheConnectionsError) {
   testing::WriteFile(blob.File("big.bin"), PatternOf((5 << 20) + 3));
   testing::LoopbackServer server([&](int c) {
     char buf[65536];
-    for (size_t got = 0; got < (1 << 20);) {
-      const ssize_t n = ::recv(c, buf, sizeof buf, 0);
-      if (n <= 0) return;
-      got += static_cast<size_t>(n);
-    }
+    for (ssize_t n = 0, got = 0; got < (1 << 20) && (n = ::recv(c, buf, sizeof buf, 0)) > 0;) got += n;
   });
   testing::GatewaySession s(server.port());
   s.object().strBlobPathLocal = blob.path();
