@@ -38,24 +38,20 @@ TEST_F(ArchiveProperties, FourPermissionsAndTheFifthValue) {
   auto properties = [&] {
     return v().EASYGetArchiveProperties("K1", "A1", &out[0], &out[1], &out[2], &out[3], &status);
   };
-  EXPECT_EQ(properties(), Variant(int32_t{5}));
-  EXPECT_EQ(out, (Outs{Variant(true), Variant(false), Variant(true), Variant(false)}));
-  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ((Outs{properties(), out[0], out[1], out[2], out[3], status}),
+            (Outs{int32_t{5}, true, false, true, false, ""}));
   EXPECT_EQ(Requests()[0], std::string(kHead) + ",^GetArchiveProperties^,^K1^,^A1^");
 
   // No row: an Empty result and only the status written.
   out.assign(4, Variant("untouched"));
   status = Variant("old");
-  EXPECT_EQ(properties(), Variant());
-  EXPECT_EQ(out[0], Variant("untouched"));
-  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ((Outs{properties(), out[0], status}), (Outs{Variant(), "untouched", ""}));
   // A fifth value that is no number raises after the permissions were written ("1" exactly).
   status = Variant("old");
   EXPECT_EQ(RuntimeErrorNumber(properties), 13);
-  EXPECT_EQ(out, (Outs{Variant(true), Variant(true), Variant(false), Variant(false)}));
+  EXPECT_EQ(out, (Outs{true, true, false, false}));
   EXPECT_EQ(status, Variant("old"));
-  EXPECT_EQ(properties(), Variant(int16_t{-1}));
-  EXPECT_EQ(status, Variant("Error 2 x"));
+  EXPECT_EQ((Outs{properties(), status}), (Outs{int16_t{-1}, "Error 2 x"}));
 }
 
 }  // namespace

@@ -25,12 +25,9 @@ TEST_F(Masks, TwoLevelWalkWithSkipsRestartAndTheEnd) {
     return v().EASYGetMasksNextField(&out[0], &out[1], &out[2], &out[3], &out[4], &out[5], &out[6], &out[7]);
   };
   EXPECT_EQ(next_field(), Variant(int32_t{10}));
-  EXPECT_EQ(out, (Outs{Variant(int32_t{1}), Variant(int32_t{30}), Variant("L"), Variant("Name"), Variant(true),
-                       Variant("Herr"), Variant(false), Variant("untouched")}));
-  EXPECT_EQ(next_field(), Variant(int32_t{11}));
-  EXPECT_EQ(out[4], Variant(false));  // mandatory "2"
-  EXPECT_EQ(out[6], Variant(true));
-  EXPECT_EQ(out[7], Variant("^Bonn^,^Bern^"));
+  EXPECT_EQ(out, (Outs{int32_t{1}, int32_t{30}, "L", "Name", true, "Herr", false, "untouched"}));
+  // Mandatory "2" is false.
+  EXPECT_EQ((Outs{next_field(), out[4], out[6], out[7]}), (Outs{int32_t{11}, false, true, "^Bonn^,^Bern^"}));
   // At the next mask row: -1 without moving.
   EXPECT_EQ(next_field(), Variant(int16_t{-1}));
   EXPECT_EQ((Outs{v().EASYGetMasksNext(&name), name}), (Outs{int32_t{0}, "Leer"}));

@@ -138,10 +138,8 @@ TEST_F(SegmentReferences, LinesAreSplitAtTheirMarkers) {
   EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1], &parts[2], &parts[3]), Variant("no marker, here,x"));
   EXPECT_EQ(parts, (Outs{"-", "-", " here", "x"}));
   // No comma after the archive: it is left alone.
-  EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1]), Variant("$(#C)\\A"));
-  EXPECT_EQ(std::vector<Variant>(parts.begin(), parts.begin() + 2), (Outs{"C", "-"}));
-  EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0]), Variant(""));
-  EXPECT_EQ(parts[0], Variant("C"));
+  EXPECT_EQ((Outs{v().EASYGetSegmentERFNext(&parts[0], &parts[1]), parts[0], parts[1]}), (Outs{"$(#C)\\A", "C", "-"}));
+  EXPECT_EQ((Outs{v().EASYGetSegmentERFNext(&parts[0]), parts[0]}), (Outs{"", "C"}));
 }
 
 }  // namespace
