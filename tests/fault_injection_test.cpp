@@ -1,6 +1,5 @@
-// Faults from outside: a gateway that cuts its reply short at every byte, and a file system that fails each
-// of its calls in turn. Every member must end in its failure text within the time-out, and leave no
-// descriptor behind.
+// Faults from outside: a gateway that cuts its reply short at every byte, and a file system that fails each of its
+// calls in turn. Every member must end in its failure text within the time-out, and leave no descriptor behind.
 
 #include <gtest/gtest.h>
 
@@ -109,9 +108,8 @@ TEST(CutReplies, EveryOffsetByCloseResetOrStallEndsInTheMembersFailureWithinTheT
   }
 }
 
-// Fails the n-th call of one kind with "Disk full" (61) and counts the calls of every kind. The debug log
-// drops a line it cannot write and an import file raises its one append's error: component_test and
-// import_files_test see those.
+// Fails the n-th call of one kind with "Disk full" (61) and counts the calls of every kind. The debug log drops a line
+// it cannot write and an import file raises its one append's error: component_test and import_files_test see those.
 class FaultyDisk : public platform::EnvWrapper {
  public:
   enum Kind { kOpen, kWrite, kKinds };
