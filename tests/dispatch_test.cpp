@@ -51,23 +51,17 @@ TEST(DispatchTable, MembersKeepInterfaceOrderWithDenseIdsAndAreFoundByAnyCase) {
   }
   // A sample of the interface order, with the ids hosts have compiled in: both ends of the properties and
   // of the operations, and members on either side of the places where families meet.
-  struct Anchor {
-    size_t index;
-    int32_t id;
-    std::string_view name;
-    MemberKind kind;
-  };
   const MemberKind p = MemberKind::Property, o = MemberKind::Operation;
-  const std::vector<Anchor> anchors = {
+  const std::tuple<size_t, int32_t, std::string_view, MemberKind> anchors[] = {
       {0, 0x40030000, "strREMOTEHOST", p},        {10, 0x4003000A, "strChangeFileExt", p},
       {11, 0x60030000, "OnStartPage", o},         {28, 0x60030011, "DeleteFTPObjects", o},
       {29, 0x60030012, "EASYGetChannelsInit", o}, {56, 0x6003002D, "EASYSortHitlistInit", o},
       {60, 0x60030031, "CreateImportFile", o},    {74, 0x6003003F, "EASYGetAllArchivesExtFirst", o},
       {76, 0x60030041, "UploadFile", o}};
-  for (const Anchor& a : anchors) {
-    const Member& m = members[a.index];
-    EXPECT_EQ(std::tie(m.name, m.dispid, m.kind), std::tie(a.name, a.id, a.kind));
-    EXPECT_EQ(&MemberWithId(a.id), &m) << a.name;
+  for (const auto& [index, id, name, kind] : anchors) {
+    const Member& m = members[index];
+    EXPECT_EQ(std::tie(m.name, m.dispid, m.kind), std::tie(name, id, kind));
+    EXPECT_EQ(&MemberWithId(id), &m) << name;
   }
 
   EXPECT_EQ(FindMember(0x4003000B), nullptr);
@@ -150,16 +144,14 @@ TEST_F(DispatchCalls, TheObjectsOwnErrorsPassThroughAndOnStartPageTakesTheHostsC
 
 TEST(DispatchProperties, PutConvertsTheValueAndGetReadsIt) {
   clsVantor object;
-  struct Case {
-    std::string_view property;
-    Variant value, read;
-  };
-  for (const Case& c : std::vector<Case>{{"lngREMOTEPORT", "8080", int32_t{8080}},
-                                         {"LNGREQUESTTIMEOUT", 2.5, int32_t{2}},
-                                         {"strSessionID", true, "True"},
-                                         {"strDebugLogPath", Variant(), ""}}) {
-    PutProperty(object, MemberNamed(c.property), c.value);
-    EXPECT_EQ(GetProperty(object, MemberNamed(c.property)), c.read) << c.property;
+  // A property, the value put, the value read back.
+  const std::tuple<std::string_view, Variant, Variant> cases[] = {{"lngREMOTEPORT", "8080", int32_t{8080}},
+                                                                  {"LNGREQUESTTIMEOUT", 2.5, int32_t{2}},
+                                                                  {"strSessionID", true, "True"},
+                                                                  {"strDebugLogPath", Variant(), ""}};
+  for (const auto& [property, value, read] : cases) {
+    PutProperty(object, MemberNamed(property), value);
+    EXPECT_EQ(GetProperty(object, MemberNamed(property)), read) << property;
   }
   EXPECT_EQ(object.lngREMOTEPORT, 8080);
 

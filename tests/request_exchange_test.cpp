@@ -195,12 +195,8 @@ TEST(BusyAnswers, AreRetriedEveryThreeSecondsUntilTheRetryPeriodEnds) {
 TEST_F(RequestList, MalformedRepliesEachEndInTheirStatusWithinTheTimeOut) {
   const std::string kTimeout = "Timeout of 2 seconds occured waiting for server response.";
   const std::string kReset = "Winsock Error (10054 - Connection is reset by remote side)";
-  struct Case {
-    std::string reply;
-    bool reset;  // else the gateway closes after the reply
-    std::string status;
-  };
-  const std::vector<Case> cases = {
+  // A reply, whether the gateway resets the connection after it (else it closes), the status.
+  const std::tuple<std::string, bool, std::string> cases[] = {
       {"TotalBytes:\r\n", false, "Winsock Error (DataArrival Error (13 - Type mismatch))"},
       {"TotalBytes:-1\r\n", true, ""},  // complete at once, and no status line
       {"TotalBytes:1e3\r\nStatus: OK", false, kTimeout},
@@ -211,8 +207,8 @@ TEST_F(RequestList, MalformedRepliesEachEndInTheirStatusWithinTheTimeOut) {
       // Without the header a packet is payload: it follows the last reply, which is complete already.
       {"\r\n\r\nTotalBytes:3\r\nabc", true, "\xC3\xBF\xC3\xBE"},
       {std::string("\0\1TotalBytes:1\r\n", 17), false, "\xC3\xBF\xC3\xBE"}};
-  for (const Case& c : cases) {
-    net_.scripts.push_back({FakeNetwork::Packet(c.reply), c.reset ? FakeNetwork::Reset() : FakeNetwork::Close()});
+  for (const auto& [reply, reset, status] : cases) {
+    net_.scripts.push_back({FakeNetwork::Packet(reply), reset ? FakeNetwork::Reset() : FakeNetwork::Close()});
   }
   Answers({"Status: OK\r\nEins\r\n\r\nDrei"});
   s().object().lngREQUESTTIMEOUT = 2;
@@ -220,11 +216,11 @@ TEST_F(RequestList, MalformedRepliesEachEndInTheirStatusWithinTheTimeOut) {
   clock_.on_read = [&](FakeClock& c) {
     if (s().socket().State() == platform::kSckClosing) c.AdvanceSeconds(1);
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::PrintToString(c.reply));
+  for (const auto& [reply, reset, expected] : cases) {
+    SCOPED_TRACE(::testing::PrintToString(reply));
     std::string status;
     EXPECT_FALSE(s().impl().RequestList(kRequest, status));
-    EXPECT_EQ(status, c.status);
+    EXPECT_EQ(status, expected);
     EXPECT_TRUE(s().impl().ResultRows.empty() && s().impl().ResultCount == 0);
     EXPECT_FALSE(s().impl().RequestPending);
   }

@@ -173,22 +173,15 @@ TEST_P(UserRecords, OldPasswordsAreUpgradedAtTheirNextExactLogOn) {
   Options(*v).strong_passwords = true;
   AddUser(7, "bert", Encoded("Geheim1"));
   AddUser(8, "carl", Encoded("Geheim1"));
-  struct Step {
-    std::string given;
-    Variant result;
-    bool hashed_after;
-  };
-  const std::vector<Step> steps = {{"wrong", Variant(int16_t{0}), false},
-                                   {"GEHEIM1", Variant(int32_t{7}), false},
-                                   {"Geheim1", Variant(int32_t{7}), true},
-                                   {"GEHEIM1", Variant(int16_t{0}), true}};
-  for (const Step& step : steps) {
-    EXPECT_EQ(v->CheckLogon("bert", step.given), step.result) << step.given;
+  // The password given, the log-on's result, and whether the stored password is a hash after it.
+  const std::tuple<std::string, Variant, bool> steps[] = {{"wrong", Variant(int16_t{0}), false},
+                                                          {"GEHEIM1", Variant(int32_t{7}), false},
+                                                          {"Geheim1", Variant(int32_t{7}), true},
+                                                          {"GEHEIM1", Variant(int16_t{0}), true}};
+  for (const auto& [given, result, hashed_after] : steps) {
+    EXPECT_EQ(v->CheckLogon("bert", given), result) << given;
     const std::string stored = db->Column("SELECT Passwd FROM Users WHERE UserID=7")[0];
-    EXPECT_EQ(stored.starts_with("$argon2id$"), step.hashed_after) << step.given;
-    if (!step.hashed_after) {
-      EXPECT_EQ(stored, EncodeText("Geheim1"));
-    }
+    EXPECT_TRUE(hashed_after ? stored.starts_with("$argon2id$") : stored == EncodeText("Geheim1")) << given;
   }
   // Carl's row is untouched; changing his password writes the new one hashed at once.
   EXPECT_EQ(db->Column("SELECT Passwd FROM Users WHERE UserID=8"), std::vector<std::string>{EncodeText("Geheim1")});
