@@ -72,31 +72,28 @@ TEST(Reception, RepliesEndWhenTheAnnouncedBytesAreIn) {
 }
 
 TEST(Reception, PacketsFedDirectly) {
-  struct Case {
-    std::string first, next;  // the next packet only when the first is taken
-    std::string response, error;
-    int32_t received, announced;
-  };
   // Bytes are counted, the text kept in UTF-8; a header without CR LF, without a number or past a Long raises.
-  const Case cases[] = {{"TotalBytes:4\r\nab", "c\xE4", "abcä", "", 4, 4},
-                        {"TotalBytes:0\r\n", "", "", "", 0, 0},
-                        {"TotalBytes:5", "", "", "5 - Invalid procedure call or argument", 0, 0},
-                        {"TotalBytes:\r\nx", "", "", "13 - Type mismatch", 0, 0},
-                        {"TotalBytes:99999999999\r\nHallo", "", "", "6 - Overflow", 0, 0}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.first);
+  // A row: the first packet, the next one (fed only when the first is taken), the response or the error raised,
+  // the bytes received and announced.
+  const std::tuple<std::string, std::string, std::string, int32_t, int32_t> cases[] = {
+      {"TotalBytes:4\r\nab", "c\xE4", "abcä", 4, 4},
+      {"TotalBytes:0\r\n", "", "", 0, 0},
+      {"TotalBytes:5", "", "5 - Invalid procedure call or argument", 0, 0},
+      {"TotalBytes:\r\nx", "", "13 - Type mismatch", 0, 0},
+      {"TotalBytes:99999999999\r\nHallo", "", "6 - Overflow", 0, 0}};
+  for (const auto& [first, next, outcome, received, announced] : cases) {
     SlotState slot;
     slot.Response = "old";
+    std::string got;
     try {
-      ReceiveFirstPacket(slot, c.first);
-      if (!c.next.empty()) ReceiveNextPacket(slot, c.next);
-      EXPECT_EQ(c.error, "");
-      EXPECT_EQ(slot.Response, c.response);
+      ReceiveFirstPacket(slot, first);
+      if (!next.empty()) ReceiveNextPacket(slot, next);
+      got = slot.Response;
     } catch (const RuntimeError& e) {
-      EXPECT_EQ(std::to_string(e.number()) + " - " + e.description(), c.error);
-      EXPECT_EQ(slot.Response, "old");  // unchanged when it raises
+      got = std::to_string(e.number()) + " - " + e.description();
+      EXPECT_EQ(slot.Response, "old") << first;  // unchanged when it raises
     }
-    EXPECT_EQ(std::tie(slot.BytesReceived, slot.BytesToReceive), std::tie(c.received, c.announced));
+    EXPECT_EQ(std::tie(got, slot.BytesReceived, slot.BytesToReceive), std::tie(outcome, received, announced)) << first;
   }
 }
 
