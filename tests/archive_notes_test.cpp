@@ -56,8 +56,7 @@ TEST_F(Notes, WriteSendsTheFirst8000CharactersAndTheLineBreak) {
   for (int i = 0; i < 8001; ++i) note += "ä";
   Variant status("old");
   const Variant written = v().EASYWriteNote("K1", "A1", "D7", "2", note, Variant::missing(), &status);
-  EXPECT_EQ(written, Variant(int16_t{1}));
-  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ((Outs{written, status}), (Outs{int16_t{1}, ""}));
   EXPECT_EQ(v().EASYWriteNote("K1", "A1", "D7", "2", "a<br>b", "<br>"), Variant(int16_t{1}));
   EXPECT_EQ((Outs{v().EASYDeleteNotes("K1", "A1", "D7", "2", &status), status}), (Outs{int16_t{-1}, "Error 5 nein"}));
 

@@ -60,11 +60,9 @@ TEST_F(ArchiveQuery, RequestOutsAndTheWalkInTheServersOrder) {
   field_ids = "untouched";
   v().EASYQueryArchiveInit("K1", "A1", "q", 1, 2, "F", "R", &field_ids, nullptr, nullptr, &multi);
   EXPECT_EQ(Requests()[1], Request("^QueryArchive^,^K1^,^A1^,^q^,^F^,^1^,^2^,^R^"));
-  EXPECT_EQ(field_ids, Variant("untouched"));
-  EXPECT_EQ(multi, Variant(false));
+  EXPECT_EQ((Outs{field_ids, multi}), (Outs{"untouched", false}));
   v().EASYQueryArchiveInit("K1", "A1", "q", 1, 2, "", "", &field_ids, &layout_ids);
-  EXPECT_EQ(field_ids, Variant(""));
-  EXPECT_EQ(layout_ids, Variant(""));
+  EXPECT_EQ((Outs{field_ids, layout_ids}), (Outs{"", ""}));
 }
 
 TEST_F(ArchiveQuery, NoHitsHandsOutTheTitleLineOnce) {

@@ -73,8 +73,7 @@ TEST_F(Documents, AReplyWithoutRowsCannotFillTheReference) {
   Variant ref = "R", status = "old";
   EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYCreateDocument("x", &ref, &status); }), 9);
   EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYEditDocument("x", &ref, &status); }), 9);
-  EXPECT_EQ(ref, Variant("R"));
-  EXPECT_EQ(status, Variant("old"));
+  EXPECT_EQ((Outs{ref, status}), (Outs{"R", "old"}));
 }
 
 }  // namespace

@@ -60,8 +60,7 @@ TEST_P(SearchRights, ThreeTexts) {
   EXPECT_TRUE(text == "$(#C)\\A;.5=(X Y)&.7=(Z)\r\n$(#D)\\B;.2=(>08.11.2026)" ||
               text == "$(#C)\\A;.5=(Y X)&.7=(Z)\r\n$(#D)\\B;.2=(>08.11.2026)")
       << text;
-  EXPECT_EQ(hidden, Variant("$(#C)\\A;.5,.9"));
-  EXPECT_EQ(nomatch, Variant("$(#C)\\A;.7,.9"));
+  EXPECT_EQ((Outs{hidden, nomatch}), (Outs{"$(#C)\\A;.5,.9", "$(#C)\\A;.7,.9"}));
   // No rights at all.
   EXPECT_EQ(v->GetUserSearchRights(2, &rights, &hidden, &nomatch), Variant(int32_t{0}));
   EXPECT_EQ(rights.ToString() + hidden.ToString() + nomatch.ToString(), "");
@@ -87,8 +86,7 @@ TEST_P(SearchRights, FailuresLeaveTheOtherTexts) {
   recorder.fail_at = 4;  // the no-match-code pass of the second call
   EXPECT_EQ(v->GetUserSearchRights(1, &rights, &hidden, &nomatch), Variant(int16_t{-1}));
   EXPECT_TRUE(rights.ToString().ends_with(".2=(>08.11.2026)"));
-  EXPECT_EQ(hidden, Variant("$(#C)\\A;.5,.9"));
-  EXPECT_EQ(nomatch, Variant(""));
+  EXPECT_EQ((Outs{hidden, nomatch}), (Outs{"$(#C)\\A;.5,.9", ""}));
   EXPECT_EQ(recorder.statements.size(), 4u);
   EXPECT_EQ(Failures(), (std::vector<std::string>{
                             "Allgemeiner Fehler in Funktion 'GetUserSearchRights': 13 - Type mismatch.",
