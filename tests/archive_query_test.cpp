@@ -68,8 +68,7 @@ TEST_F(ArchiveQuery, RequestOutsAndTheWalkInTheServersOrder) {
 TEST_F(ArchiveQuery, NoHitsHandsOutTheTitleLineOnce) {
   Answer(QueryAnswer("0", {}));
   EXPECT_EQ(v().EASYQueryArchiveInit("K", "A", "q", 1, 1), Variant(int32_t{1}));
-  EXPECT_EQ(v().EASYQueryArchiveNext(), Variant("^Wert^"));
-  EXPECT_EQ(v().EASYQueryArchiveNext(), Variant(""));
+  EXPECT_EQ((Outs{v().EASYQueryArchiveNext(), v().EASYQueryArchiveNext()}), (Outs{"^Wert^", ""}));
   EXPECT_EQ(v().EASYSortHitlistInit(0), 0);
   EXPECT_EQ(archive::ToText(impl().archive_state.hits.SortDirection), "DOWN");
   EXPECT_EQ(SortedIds(v()), "");
@@ -135,8 +134,7 @@ TEST_F(ArchiveQuery, DatesSortByYearMonthDayAndTextIgnoresCaseStably) {
 TEST_F(ArchiveQuery, DeletingCountsHitsInTheOrderThePageSawThem) {
   Answer(QueryAnswer("512", {Hit("a", "100"), Hit("b", "9"), Hit("c", "10"), Hit("d", "-5")}));
   ASSERT_EQ(v().EASYQueryArchiveInit("K", "A", "q", 1, 1), Variant(int32_t{5}));
-  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYDeleteFromHitlist(0); }), 9);
-  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYDeleteFromHitlist(5); }), 9);
+  for (int at : {0, 5}) EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYDeleteFromHitlist(at); }), 9) << at;
   // Unsorted: the server's first hit.
   EXPECT_EQ(v().EASYDeleteFromHitlist(1).type(), VarType::Empty);
   EXPECT_EQ(v().EASYSortHitlistInit(2), 3);
