@@ -13,6 +13,7 @@ namespace halqvantor {
 namespace {
 
 using testing::Exchange;
+using testing::Exchanged;
 using testing::FakeClock;
 using testing::FakeNetwork;
 using testing::GatewaySession;
@@ -60,9 +61,7 @@ TEST(Reception, RepliesEndWhenTheAnnouncedBytesAreIn) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.response);
     InFakeSession({Packets(c.chunks)}, [&](GatewaySession& s, FakeNetwork& net, FakeClock&) {
-      const auto got = Exchange(s, kRequest);
-      EXPECT_TRUE(got.ok) << got.status;
-      EXPECT_EQ(got.response, c.response);
+      EXPECT_EQ(Exchange(s, kRequest), (Exchanged{true, c.response, ""}));
       EXPECT_TRUE(s.state().Ready);
       EXPECT_EQ(ReceptionLines(s), c.lines);
       EXPECT_EQ(net.requests, std::vector<std::string>{kRequest});
@@ -114,9 +113,7 @@ TEST(Reception, AHeaderThatFailsEndsTheWaitAndTheNextRequestClosesTheConnection)
   InFakeSession({{FakeNetwork::Reply("Hallo")}, Packets({"Total", "Bytes:5\r\nWelt!"})},
                 [&](GatewaySession& s, FakeNetwork&, FakeClock&) {
                   ASSERT_TRUE(Exchange(s, kRequest).ok);
-                  const auto got = Exchange(s, kRequest);
-                  ASSERT_TRUE(got.ok) << got.status;
-                  EXPECT_EQ(got.response, "HalloTotal");
+                  EXPECT_EQ(Exchange(s, kRequest), (Exchanged{true, "HalloTotal", ""}));
                   EXPECT_EQ(ReceptionLines(s).back(), End(10, 5));
                 });
 }
@@ -148,9 +145,7 @@ TEST(Reception, RepliesPastTheObjectsLimitFailAtOnceAndTheSlotGoesOn) {
                     const std::vector<std::string> lines = s.LogLines();
                     EXPECT_EQ(std::count(lines.begin(), lines.end(), c.line), c.line.empty() ? 0 : 1);
                     // The slot serves the next request as usual.
-                    const auto next = Exchange(s, kRequest);
-                    EXPECT_TRUE(next.ok) << next.status;
-                    EXPECT_EQ(next.response, "next");
+                    EXPECT_EQ(Exchange(s, kRequest), (Exchanged{true, "next", ""}));
                   });
   }
 }
@@ -200,8 +195,7 @@ TEST(SocketErrors, ResolverConnectAndTransferFailuresInTheControlsWords) {
       EXPECT_EQ(net.tried, c.tried);
       EXPECT_EQ(net.open_sockets(), 0);
       if (c.error.empty()) {
-        EXPECT_TRUE(got.ok) << got.status;
-        EXPECT_EQ(got.response, "ok");
+        EXPECT_EQ(got, (Exchanged{true, "ok", ""}));
         return;
       }
       EXPECT_EQ(got.status, "Winsock Error (" + c.error + ")");

@@ -55,7 +55,11 @@ class SessionTest : public ::testing::Test {
 struct Exchanged {
   bool ok = false;
   std::string response, status;
+  bool operator==(const Exchanged&) const = default;
 };
+inline void PrintTo(const Exchanged& e, std::ostream* os) {
+  *os << (e.ok ? "ok" : "failed") << ", response " << ::testing::PrintToString(e.response) << ", status " << e.status;
+}
 inline Exchanged Exchange(GatewaySession& s, const std::string& request) {
   Exchanged out;
   out.ok = s.impl().RequestExchange(request, out.response, out.status);
