@@ -78,11 +78,10 @@ TEST(ProgressMeter, ReportsArePacedByTimeAndBytesAndToldOnce) {
   };
   FakeClock clock;
   Recorder recorder;
-  const Progress hook = recorder.Hook();
   int64_t bytes = 0;
   bool closed = false;
   ProgressMeter meter;
-  ASSERT_TRUE(meter.Start(hook, "Op", clock, [&] { return ProgressReading{bytes, 5 * kMiB, closed}; }));
+  ASSERT_TRUE(meter.Start(recorder.Hook(), "Op", clock, [&] { return ProgressReading{bytes, 5 * kMiB, closed}; }));
   for (const Step& step : steps) {
     recorder.calls.clear();
     clock.AdvanceMs(step.ms - clock.SteadyMilliseconds());
