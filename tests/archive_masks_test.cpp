@@ -26,7 +26,7 @@ TEST_F(Masks, TwoLevelWalkWithSkipsRestartAndTheEnd) {
   };
   EXPECT_EQ(next_field(), Variant(int32_t{10}));
   EXPECT_EQ(out, (Outs{int32_t{1}, int32_t{30}, "L", "Name", true, "Herr", false, "untouched"}));
-  // Mandatory "2" is false.
+  // The second field: a mandatory flag of "2" reads as false.
   EXPECT_EQ((Outs{next_field(), out[4], out[6], out[7]}), (Outs{int32_t{11}, false, true, "^Bonn^,^Bern^"}));
   // At the next mask row: -1 without moving.
   EXPECT_EQ(next_field(), Variant(int16_t{-1}));
