@@ -12,8 +12,7 @@ using ChannelLists = testing::SessionTest;
 TEST_F(ChannelLists, ChannelsSortAndSplitArchivesComeWholeAndEveryNextWalksTheLastList) {
   Answers({"Status: OK\r\nb,2\r\nK1,Rechnungen, alt\r\nA,1\r\na,0\r\n\r\nK2", "Status: OK\r\nb,x\r\nA,y"});
   Variant status = "old", description;
-  EXPECT_EQ(v().EASYGetChannelsInit(&status), Variant(int32_t{6}));
-  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ((Outs{v().EASYGetChannelsInit(&status), status}), (Outs{int32_t{6}, ""}));
   std::vector<std::string> walked;
   for (int i = 0; i < 6; ++i) {  // the empty row's name is "", as the end's is
     const std::string name = v().EASYGetChannelsNext(&description).StringValue();
@@ -21,8 +20,8 @@ TEST_F(ChannelLists, ChannelsSortAndSplitArchivesComeWholeAndEveryNextWalksTheLa
   }
   EXPECT_EQ(walked, (std::vector<std::string>{"|", "a|0", "A|1", "b|2", "K1|Rechnungen, alt", "K2|"}));
   description = "untouched";
-  EXPECT_EQ(v().EASYGetChannelsNext(&description), Variant(""));
-  EXPECT_EQ(description, Variant("untouched"));  // the end leaves it alone
+  EXPECT_EQ((Outs{v().EASYGetChannelsNext(&description), description}),
+            (Outs{"", "untouched"}));  // the end leaves it alone
 
   EXPECT_EQ(v().EASYGetArchivesInit("", &status), Variant(int32_t{2}));
   EXPECT_EQ(v().EASYGetArchivesNext(), Variant("A,y"));
@@ -39,8 +38,7 @@ TEST_F(ChannelLists, AFailedInitReturnsAnIntegerAndTheServerTextAndDropsTheRowsB
   Answer("Status: Error 3 Archiv unbekannt\r\nK9");
   ASSERT_EQ(v().EASYGetChannelsInit(), Variant(int32_t{1}));
   Variant status;
-  EXPECT_EQ(v().EASYGetAllArchivesInit(&status), Variant(int16_t{-1}));
-  EXPECT_EQ(status, Variant("Error 3 Archiv unbekannt"));
+  EXPECT_EQ((Outs{v().EASYGetAllArchivesInit(&status), status}), (Outs{int16_t{-1}, "Error 3 Archiv unbekannt"}));
   EXPECT_EQ(v().EASYGetChannelsNext(), Variant(""));
   EXPECT_EQ(v().EASYGetArchivesInit("K1"), Variant(int16_t{-1}));
 }

@@ -16,19 +16,18 @@ TEST_F(ArchiveDescription, FieldsComeOutByWeightAsStrings) {
   Answer("Status: OK\r\nRW-X\r\n" + FieldLine("1", "10") + "\r\n" + FieldLine("2", "9") + "\r\n" + FieldLine("3", "9") +
          "\r\n");
   Variant rights, status = "old";
-  EXPECT_EQ(v().EASYGetArchiveDescriptionInit("K1", "A1", &rights, &status), Variant(int32_t{3}));
-  EXPECT_EQ(std::vector<Variant>({rights, status}), (std::vector<Variant>{"RW-X", ""}));
+  EXPECT_EQ((Outs{v().EASYGetArchiveDescriptionInit("K1", "A1", &rights, &status), rights, status}),
+            (Outs{int32_t{3}, "RW-X", ""}));
   EXPECT_EQ(Requests(), std::vector<std::string>{Request("^GetArchiveDescription^,^K1^,^A1^")});
 
   Variant id, type, size, state, weight, select;
   EXPECT_EQ(v().EASYGetArchiveDescriptionNext(&id, &type, &size, &state, &weight, &select), Variant("Feld 2"));
-  EXPECT_EQ(std::vector<Variant>({id, type, size, state, weight, select}),
-            (std::vector<Variant>{"2", "C", "40", "0", "9", "2L"}));
+  EXPECT_EQ((Outs{id, type, size, state, weight, select}), (Outs{"2", "C", "40", "0", "9", "2L"}));
   EXPECT_EQ(v().EASYGetArchiveDescriptionNext(&id), Variant("Feld 3"));
-  EXPECT_EQ(v().EASYGetArchiveDescriptionNext(&id, nullptr, nullptr, nullptr, &weight), Variant("Feld 1"));
-  EXPECT_EQ(weight, Variant("10"));
-  EXPECT_EQ(v().EASYGetArchiveDescriptionNext(&id, &type), Variant(""));
-  EXPECT_EQ(std::vector<Variant>({id, type}), (std::vector<Variant>{"1", "C"}));  // left alone at the end
+  EXPECT_EQ((Outs{v().EASYGetArchiveDescriptionNext(&id, nullptr, nullptr, nullptr, &weight), weight}),
+            (Outs{"Feld 1", "10"}));
+  EXPECT_EQ((Outs{v().EASYGetArchiveDescriptionNext(&id, &type), id, type}),
+            (Outs{"", "1", "C"}));  // left alone at the end
 }
 
 TEST_F(ArchiveDescription, ShortAnswersKeepTheOldRecordsButHandOutNothing) {
@@ -38,13 +37,11 @@ TEST_F(ArchiveDescription, ShortAnswersKeepTheOldRecordsButHandOutNothing) {
   ASSERT_EQ(v().EASYGetArchiveDescriptionInit("K", "A"), Variant(int32_t{2}));
 
   Variant rights = "old";
-  EXPECT_EQ(v().EASYGetArchiveDescriptionInit("K", "A", &rights), Variant(int32_t{0}));
-  EXPECT_EQ(rights, Variant("R2"));
+  EXPECT_EQ((Outs{v().EASYGetArchiveDescriptionInit("K", "A", &rights), rights}), (Outs{int32_t{0}, "R2"}));
   EXPECT_EQ(impl().archive_state.description.FieldRecords.size(), 2u);
   EXPECT_EQ(v().EASYGetArchiveDescriptionNext(), Variant(""));
   // No line at all: -1, but as a Long, and no edit rights.
-  EXPECT_EQ(v().EASYGetArchiveDescriptionInit("K", "A", &rights), Variant(int32_t{-1}));
-  EXPECT_EQ(rights, Variant(""));
+  EXPECT_EQ((Outs{v().EASYGetArchiveDescriptionInit("K", "A", &rights), rights}), (Outs{int32_t{-1}, ""}));
   EXPECT_EQ(v().EASYGetArchiveDescriptionNext(), Variant(""));
 }
 
@@ -53,8 +50,8 @@ TEST_F(ArchiveDescription, FailuresAndMalformedAnswers) {
   Answer("Status: OK\r\nR\r\n^1^,^a^,^b^,^c^,^d^,^e");
   Answer("Status: OK\r\nR\r\n" + FieldLine("1", "x") + "\r\n" + FieldLine("2", "1"));
   Variant rights = "old", status;
-  EXPECT_EQ(v().EASYGetArchiveDescriptionInit("K", "A", &rights, &status), Variant(int16_t{-1}));
-  EXPECT_EQ(std::vector<Variant>({status, rights}), (std::vector<Variant>{"Error 2 kein Archiv", "old"}));
+  EXPECT_EQ((Outs{v().EASYGetArchiveDescriptionInit("K", "A", &rights, &status), status, rights}),
+            (Outs{int16_t{-1}, "Error 2 kein Archiv", "old"}));
 
   EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYGetArchiveDescriptionInit("K", "A", &rights, &status); }), 5);
   EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYGetArchiveDescriptionInit("K", "A", &rights, &status); }), 13);
@@ -68,8 +65,8 @@ TEST_F(ArchiveDescription, SelectListEntriesComeBackWholeInTheServersOrder) {
   Answer("Status: OK\r\nz\r\n^a^,^b^\r\nA");
   ASSERT_EQ(v().EASYGetArchiveDescriptionInit("K", "A"), Variant(int32_t{1}));
   Variant status = "old";
-  EXPECT_EQ(v().EASYGetSegmentSelectListInit("K", "A", Variant(int16_t{42}), &status), Variant(int32_t{3}));
-  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ((Outs{v().EASYGetSegmentSelectListInit("K", "A", Variant(int16_t{42}), &status), status}),
+            (Outs{int32_t{3}, ""}));
   EXPECT_EQ(Requests()[1], Request("^GetSegmentSelectList^,^K^,^A^,^42^"));
   // The description's Next reads the field records, which hold one field where these rows count three.
   EXPECT_EQ(v().EASYGetArchiveDescriptionNext(), Variant("Feld 1"));

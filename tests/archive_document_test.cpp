@@ -50,7 +50,7 @@ TEST_F(DocumentInfo, ColumnsFourToElevenAsTextAndTheRowCount) {
   EXPECT_EQ(v().EASYGetDocumentInfo("K1", "A1", "D7", "2", &out[0], nullptr, nullptr, nullptr, nullptr, nullptr,
                                     nullptr, nullptr, &status),
             Variant(int16_t{-1}));
-  EXPECT_EQ(std::vector<Variant>({out[0], status}), Texts({"1234", "Error 3 Archiv unbekannt"}));
+  EXPECT_EQ((Outs{out[0], status}), Texts({"1234", "Error 3 Archiv unbekannt"}));
 }
 
 TEST_F(SegmentDescription, NotesRowThenOneSegmentPerNext) {
@@ -59,21 +59,20 @@ TEST_F(SegmentDescription, NotesRowThenOneSegmentPerNext) {
   Variant notes, status("old");
   EXPECT_EQ(v().EASYGetSegmentDescriptionInit("K1", "A1", "D7", "2", Variant::missing(), &notes, &status),
             Variant(int32_t{2}));
-  EXPECT_EQ(std::vector<Variant>({notes, status}), Texts({"2", ""}));
+  EXPECT_EQ((Outs{notes, status}), Texts({"2", ""}));
   std::vector<Variant> out(11);
   EXPECT_EQ(v().EASYGetSegmentDescriptionNext(&out[0], &out[1], &out[2], &out[3], &out[4], &out[5], &out[6], &out[7],
                                               &out[8], &out[9], &out[10]),
             Variant("Text"));
   EXPECT_EQ(out, Texts({"3", "120", "2", "0", "TXT", "1", "Inhalt", "d.txt", "0", "L1", "77"}));
   EXPECT_EQ(v().EASYGetSegmentDescriptionNext(&out[0]), Variant("Bild"));
-  EXPECT_EQ(v().EASYGetSegmentDescriptionNext(&out[0]), Variant(""));
-  EXPECT_EQ(out[0], Variant("4"));
+  EXPECT_EQ((Outs{v().EASYGetSegmentDescriptionNext(&out[0]), out[0]}), (Outs{"", "4"}));
 
   // Only the notes row: no segment. No row at all: -1 as a Long and an empty notes count.
   EXPECT_EQ(v().EASYGetSegmentDescriptionInit("K1", "A1", "D7", "2", "\\\\srv\\thumbs"), Variant(int32_t{0}));
   EXPECT_EQ(v().EASYGetSegmentDescriptionNext(), Variant(""));
-  EXPECT_EQ(v().EASYGetSegmentDescriptionInit("K1", "A1", "D7", "2", "", &notes), Variant(int32_t{-1}));
-  EXPECT_EQ(notes, Variant(""));
+  EXPECT_EQ((Outs{v().EASYGetSegmentDescriptionInit("K1", "A1", "D7", "2", "", &notes), notes}),
+            (Outs{int32_t{-1}, ""}));
   EXPECT_EQ(v().EASYGetSegmentDescriptionNext(), Variant(""));
   const std::string ask = std::string(kHead) + ",^GetSegmentDescription^,^K1^,^A1^,^D7^,^2^,^";
   EXPECT_EQ(Pieces(Requests().begin(), Requests().begin() + 2), (Pieces{ask + "^", ask + "\\\\srv\\thumbs^"}));
@@ -90,13 +89,12 @@ TEST_F(SegmentText, PiecesJoinedWithTheCallersLineBreakWhichIsNeverSent) {
   // The pieces outlive other requests and a failed read.
   v().EASYGetDocumentInfo("K1", "A1", "D7", "2");
   Variant status("old");
-  EXPECT_EQ(v().EASYGetSegmentTextInit("K1", "A1", "D7", "2", "", "", "", "", "", &status), Variant(int16_t{-1}));
-  EXPECT_EQ(status, Variant("Error 2 x"));
-  EXPECT_EQ(v().EASYGetSegmentTextNext(), Variant("zwei"));
-  EXPECT_EQ(v().EASYGetSegmentTextNext(), Variant(""));
+  EXPECT_EQ((Outs{v().EASYGetSegmentTextInit("K1", "A1", "D7", "2", "", "", "", "", "", &status), status}),
+            (Outs{int16_t{-1}, "Error 2 x"}));
+  EXPECT_EQ((Outs{v().EASYGetSegmentTextNext(), v().EASYGetSegmentTextNext()}), (Outs{"zwei", ""}));
   // An answer without rows holds no piece.
-  EXPECT_EQ(v().EASYGetSegmentTextInit("K1", "A1", "D7", "2", "", "", "", "", "", &status), Variant(int32_t{0}));
-  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ((Outs{v().EASYGetSegmentTextInit("K1", "A1", "D7", "2", "", "", "", "", "", &status), status}),
+            (Outs{int32_t{0}, ""}));
   EXPECT_EQ(v().EASYGetSegmentTextNext(), Variant(""));
   const std::string ask = std::string(kHead) + ",^GetSegmentText^,^K1^,^A1^,^D7^,^2^,";
   EXPECT_EQ(Pieces(Requests().begin(), Requests().begin() + 2),

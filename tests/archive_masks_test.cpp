@@ -16,43 +16,34 @@ TEST_F(Masks, TwoLevelWalkWithSkipsRestartAndTheEnd) {
       {"Status: OK\r\n@Person\r\n" + kEightColumns + "\r\n" + kTenColumns + "\r\n@Leer\r\n@Firma\r\n" + kEightColumns,
        "Status: Error 3 Archiv unbekannt"});
   Variant status("old"), name;
-  EXPECT_EQ(v().EASYGetMasksInit("K1", "A1", &status), Variant(int32_t{3}));
-  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ((Outs{v().EASYGetMasksInit("K1", "A1", &status), status}), (Outs{int32_t{3}, ""}));
   EXPECT_EQ(Requests()[0], std::string(kHead) + ",^GetMasks^,^K1^,^A1^");
-  EXPECT_EQ(v().EASYGetMasksNext(&name), Variant(int32_t{2}));
-  EXPECT_EQ(name, Variant("Person"));
+  EXPECT_EQ((Outs{v().EASYGetMasksNext(&name), name}), (Outs{int32_t{2}, "Person"}));
 
   std::vector<Variant> out(8, Variant("untouched"));
   auto next_field = [&] {
     return v().EASYGetMasksNextField(&out[0], &out[1], &out[2], &out[3], &out[4], &out[5], &out[6], &out[7]);
   };
   EXPECT_EQ(next_field(), Variant(int32_t{10}));
-  EXPECT_EQ(out, (std::vector<Variant>{Variant(int32_t{1}), Variant(int32_t{30}), Variant("L"), Variant("Name"),
-                                       Variant(true), Variant("Herr"), Variant(false), Variant("untouched")}));
-  EXPECT_EQ(next_field(), Variant(int32_t{11}));
-  EXPECT_EQ(out[4], Variant(false));  // mandatory "2"
-  EXPECT_EQ(out[6], Variant(true));
-  EXPECT_EQ(out[7], Variant("^Bonn^,^Bern^"));
+  EXPECT_EQ(out, (Outs{int32_t{1}, int32_t{30}, "L", "Name", true, "Herr", false, "untouched"}));
+  // The second field: a mandatory flag of "2" reads as false.
+  EXPECT_EQ((Outs{next_field(), out[4], out[6], out[7]}), (Outs{int32_t{11}, false, true, "^Bonn^,^Bern^"}));
   // At the next mask row: -1 without moving.
   EXPECT_EQ(next_field(), Variant(int16_t{-1}));
-  EXPECT_EQ(v().EASYGetMasksNext(&name), Variant(int32_t{0}));
-  EXPECT_EQ(name, Variant("Leer"));
+  EXPECT_EQ((Outs{v().EASYGetMasksNext(&name), name}), (Outs{int32_t{0}, "Leer"}));
   EXPECT_EQ(next_field(), Variant(int16_t{-1}));
   EXPECT_EQ(v().EASYGetMasksNext(&name), Variant(int32_t{1}));
   EXPECT_EQ(next_field(), Variant(int32_t{10}));
   // The cursor stands at the answer's end: the row there is read and does not exist.
   EXPECT_EQ(RuntimeErrorNumber([&] { next_field(); }), 9);
-  EXPECT_EQ(v().EASYGetMasksNext(&name), Variant(int16_t{-1}));
-  EXPECT_EQ(name, Variant(""));
+  EXPECT_EQ((Outs{v().EASYGetMasksNext(&name), name}), (Outs{int16_t{-1}, ""}));
 
   // From the start again; Next skips the fields that were not read.
   v().EASYGetMasksFirst();
   EXPECT_EQ(v().EASYGetMasksNext(), Variant(int32_t{2}));
-  EXPECT_EQ(v().EASYGetMasksNext(&name), Variant(int32_t{0}));
-  EXPECT_EQ(name, Variant("Leer"));
+  EXPECT_EQ((Outs{v().EASYGetMasksNext(&name), name}), (Outs{int32_t{0}, "Leer"}));
 
-  EXPECT_EQ(v().EASYGetMasksInit("K1", "A1", &status), Variant(int16_t{-1}));
-  EXPECT_EQ(status, Variant("Error 3 Archiv unbekannt"));
+  EXPECT_EQ((Outs{v().EASYGetMasksInit("K1", "A1", &status), status}), (Outs{int16_t{-1}, "Error 3 Archiv unbekannt"}));
   EXPECT_EQ(v().EASYGetMasksNext(&name), Variant(int16_t{-1}));
 }
 

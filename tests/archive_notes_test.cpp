@@ -32,19 +32,17 @@ TEST_F(Notes, ReadReplacesSegmentTextAndTheOtherWayRound) {
   Answers({"Status: OK\r\nMia\r\n^erste\r\nZeile^\r\nTom\r\n^zweite^", "Status: OK\r\n^Text^", "Status: OK\r\n^Text^",
            "Status: Error 4 gesperrt", "Status: OK"});
   Variant status("old");
-  EXPECT_EQ(v().EASYGetNotesInit("K1", "A1", "D7", "2", &status), Variant(int32_t{2}));
-  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ((Outs{v().EASYGetNotesInit("K1", "A1", "D7", "2", &status), status}), (Outs{int32_t{2}, ""}));
   EXPECT_EQ(v().EASYGetNotesNext(), Variant("Mia,erste\r\nZeile"));
   EXPECT_EQ(Requests()[0], std::string(kHead) + ",^GetNotes^,^K1^,^A1^,^D7^,^2^");
 
   EXPECT_EQ(v().EASYGetSegmentTextInit("K1", "A1", "D7", "2"), Variant(int32_t{1}));
-  EXPECT_EQ(v().EASYGetNotesNext(), Variant("Text"));
-  EXPECT_EQ(v().EASYGetNotesNext(), Variant(""));
+  EXPECT_EQ((Outs{v().EASYGetNotesNext(), v().EASYGetNotesNext()}), (Outs{"Text", ""}));
 
   // A failed read keeps the pieces; a document without notes has none.
   EXPECT_EQ(v().EASYGetSegmentTextInit("K1", "A1", "D7", "2"), Variant(int32_t{1}));
-  EXPECT_EQ(v().EASYGetNotesInit("K1", "A1", "D7", "2", &status), Variant(int16_t{-1}));
-  EXPECT_EQ(status, Variant("Error 4 gesperrt"));
+  EXPECT_EQ((Outs{v().EASYGetNotesInit("K1", "A1", "D7", "2", &status), status}),
+            (Outs{int16_t{-1}, "Error 4 gesperrt"}));
   EXPECT_EQ(v().EASYGetSegmentTextNext(), Variant("Text"));
   EXPECT_EQ(v().EASYGetNotesInit("K1", "A1", "D7", "2"), Variant(int32_t{0}));
   EXPECT_EQ(v().EASYGetNotesNext(), Variant(""));
@@ -57,11 +55,9 @@ TEST_F(Notes, WriteSendsTheFirst8000CharactersAndTheLineBreak) {
   for (int i = 0; i < 8001; ++i) note += "ä";
   Variant status("old");
   const Variant written = v().EASYWriteNote("K1", "A1", "D7", "2", note, Variant::missing(), &status);
-  EXPECT_EQ(written, Variant(int16_t{1}));
-  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ((Outs{written, status}), (Outs{int16_t{1}, ""}));
   EXPECT_EQ(v().EASYWriteNote("K1", "A1", "D7", "2", "a<br>b", "<br>"), Variant(int16_t{1}));
-  EXPECT_EQ(v().EASYDeleteNotes("K1", "A1", "D7", "2", &status), Variant(int16_t{-1}));
-  EXPECT_EQ(status, Variant("Error 5 nein"));
+  EXPECT_EQ((Outs{v().EASYDeleteNotes("K1", "A1", "D7", "2", &status), status}), (Outs{int16_t{-1}, "Error 5 nein"}));
 
   const std::string key = std::string(kHead) + ",^WriteNote^,^K1^,^A1^,^D7^,^2^,^";
   EXPECT_EQ(Requests(), (Lines{key + std::string(8000, '\xE4') + "^,^\r\n^", key + "a<br>b^,^<br>^",

@@ -27,8 +27,7 @@ std::string QueryAnswer(const std::string& display_type, const std::vector<std::
 // The document ids of a sorted walk, after checking that it starts with the title line.
 std::string SortedIds(clsVantor& v) {
   Variant channel, id;
-  EXPECT_EQ(v.EASYSortHitlistNext(&channel, nullptr, &id), Variant("^Wert^"));
-  EXPECT_EQ(channel, Variant("Channel"));
+  EXPECT_EQ((Outs{v.EASYSortHitlistNext(&channel, nullptr, &id), channel}), (Outs{"^Wert^", "Channel"}));
   std::string ids;
   for (int i = 0; i < 10 && v.EASYSortHitlistNext(&channel, nullptr, &id) != Variant(""); ++i) ids += id.StringValue();
   return ids;
@@ -45,37 +44,31 @@ TEST_F(ArchiveQuery, RequestOutsAndTheWalkInTheServersOrder) {
   EXPECT_EQ(count, Variant(int32_t{3}));
   // The query format goes ahead of the two limits.
   EXPECT_EQ(Requests()[0], Request("^QueryArchive^,^K1^,^A1^,^Nr=1^,^^,^100^,^500^,^^"));
-  EXPECT_EQ(std::vector<Variant>({field_ids, layout_ids, total, multi, status}),
-            (std::vector<Variant>{"1,7", "A;B", "57", true, ""}));
+  EXPECT_EQ((Outs{field_ids, layout_ids, total, multi, status}), (Outs{"1,7", "A;B", "57", true, ""}));
 
   Variant channel, archive, id, ver;
   EXPECT_EQ(v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), Variant("^Wert^"));
-  EXPECT_EQ(std::vector<Variant>({channel, archive, id, ver}),
-            (std::vector<Variant>{"Channel", "Archive", "Nr", "Ver"}));
-  EXPECT_EQ(v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), Variant("^x^"));
-  EXPECT_EQ(std::vector<Variant>({channel, archive, id, ver}), (std::vector<Variant>{"K1", "A1", "4711", "1"}));
+  EXPECT_EQ((Outs{channel, archive, id, ver}), (Outs{"Channel", "Archive", "Nr", "Ver"}));
+  EXPECT_EQ((Outs{v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), channel, archive, id, ver}),
+            (Outs{"^x^", "K1", "A1", "4711", "1"}));
   // A hit of three columns has no display columns.
-  EXPECT_EQ(v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), Variant(""));
-  EXPECT_EQ(std::vector<Variant>({channel, archive, id, ver}), (std::vector<Variant>{"K2", "A2", "9", "3"}));
-  EXPECT_EQ(v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), Variant(""));
-  EXPECT_EQ(id, Variant("9"));
+  EXPECT_EQ((Outs{v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), channel, archive, id, ver}),
+            (Outs{"", "K2", "A2", "9", "3"}));
+  EXPECT_EQ((Outs{v().EASYQueryArchiveNext(&channel, &archive, &id, &ver), id}), (Outs{"", "9"}));
 
   // The layout outs are written only as a pair; an empty layout line empties both.
   field_ids = "untouched";
   v().EASYQueryArchiveInit("K1", "A1", "q", 1, 2, "F", "R", &field_ids, nullptr, nullptr, &multi);
   EXPECT_EQ(Requests()[1], Request("^QueryArchive^,^K1^,^A1^,^q^,^F^,^1^,^2^,^R^"));
-  EXPECT_EQ(field_ids, Variant("untouched"));
-  EXPECT_EQ(multi, Variant(false));
+  EXPECT_EQ((Outs{field_ids, multi}), (Outs{"untouched", false}));
   v().EASYQueryArchiveInit("K1", "A1", "q", 1, 2, "", "", &field_ids, &layout_ids);
-  EXPECT_EQ(field_ids, Variant(""));
-  EXPECT_EQ(layout_ids, Variant(""));
+  EXPECT_EQ((Outs{field_ids, layout_ids}), (Outs{"", ""}));
 }
 
 TEST_F(ArchiveQuery, NoHitsHandsOutTheTitleLineOnce) {
   Answer(QueryAnswer("0", {}));
   EXPECT_EQ(v().EASYQueryArchiveInit("K", "A", "q", 1, 1), Variant(int32_t{1}));
-  EXPECT_EQ(v().EASYQueryArchiveNext(), Variant("^Wert^"));
-  EXPECT_EQ(v().EASYQueryArchiveNext(), Variant(""));
+  EXPECT_EQ((Outs{v().EASYQueryArchiveNext(), v().EASYQueryArchiveNext()}), (Outs{"^Wert^", ""}));
   EXPECT_EQ(v().EASYSortHitlistInit(0), 0);
   EXPECT_EQ(archive::ToText(impl().archive_state.hits.SortDirection), "DOWN");
   EXPECT_EQ(SortedIds(v()), "");
@@ -91,10 +84,9 @@ TEST_F(ArchiveQuery, FailedAndShortAnswersLeaveTheHitListForSorting) {
   ASSERT_EQ(v().EASYQueryArchiveInit("K", "A", "q", 1, 1), Variant(int32_t{3}));
 
   Variant total = "old", status;
-  EXPECT_EQ(v().EASYQueryArchiveInit("K", "A", "q", 1, 1, "", "", nullptr, nullptr, &total, nullptr, &status),
-            Variant(int16_t{-1}));
-  EXPECT_EQ(status, Variant("Error 4 Syntax"));
-  EXPECT_EQ(total, Variant("old"));
+  EXPECT_EQ((Outs{v().EASYQueryArchiveInit("K", "A", "q", 1, 1, "", "", nullptr, nullptr, &total, nullptr, &status),
+                  status, total}),
+            (Outs{int16_t{-1}, "Error 4 Syntax", "old"}));
   // Three lines: the total is written, then the missing column-type line ends the call.
   EXPECT_EQ(
       RuntimeErrorNumber([&] { v().EASYQueryArchiveInit("K", "A", "q", 1, 1, "", "", nullptr, nullptr, &total); }), 9);
@@ -116,8 +108,8 @@ TEST_F(ArchiveQuery, NumbersSortZeroPaddedAndEverySortReversesTheLast) {
   EXPECT_EQ(v().EASYSortHitlistInit(2), 4);
   Variant channel, archive, id, ver;
   v().EASYSortHitlistNext();
-  EXPECT_EQ(v().EASYSortHitlistNext(&channel, &archive, &id, &ver), Variant("^-5^"));
-  EXPECT_EQ(std::vector<Variant>({channel, archive, id, ver}), (std::vector<Variant>{"K1", "A1", "d", "1"}));
+  EXPECT_EQ((Outs{v().EASYSortHitlistNext(&channel, &archive, &id, &ver), channel, archive, id, ver}),
+            (Outs{"^-5^", "K1", "A1", "d", "1"}));
   EXPECT_EQ(v().EASYSortHitlistNext(), Variant("^9^"));
   v().EASYSortHitlistInit(2);
   EXPECT_EQ(SortedIds(v()), "acbd");
@@ -142,8 +134,7 @@ TEST_F(ArchiveQuery, DatesSortByYearMonthDayAndTextIgnoresCaseStably) {
 TEST_F(ArchiveQuery, DeletingCountsHitsInTheOrderThePageSawThem) {
   Answer(QueryAnswer("512", {Hit("a", "100"), Hit("b", "9"), Hit("c", "10"), Hit("d", "-5")}));
   ASSERT_EQ(v().EASYQueryArchiveInit("K", "A", "q", 1, 1), Variant(int32_t{5}));
-  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYDeleteFromHitlist(0); }), 9);
-  EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYDeleteFromHitlist(5); }), 9);
+  for (int at : {0, 5}) EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYDeleteFromHitlist(at); }), 9) << at;
   // Unsorted: the server's first hit.
   EXPECT_EQ(v().EASYDeleteFromHitlist(1).type(), VarType::Empty);
   EXPECT_EQ(v().EASYSortHitlistInit(2), 3);

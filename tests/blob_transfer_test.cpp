@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -16,32 +17,32 @@
 namespace halqvantor {
 namespace {
 
+using ::testing::Contains;
 using testing::kMinusOne;
 using testing::kOne;
+using testing::PatternOf;
 using testing::TempDir;
-using BlobTransfer = testing::SessionTest;
-using ServerUpload = testing::SessionTest;
 
-bool Contains(const std::vector<std::string>& lines, const std::string& line) {
-  return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
+// Each case has a local blob folder of its own.
+class BlobTransfer : public testing::SessionTest {
+ protected:
+  void SetUp() override { v().strBlobPathLocal = blob.path(); }
+  TempDir blob;
+  Variant status;
+};
+using ServerUpload = BlobTransfer;
 
 TEST_F(BlobTransfer, BytesGoIntoTheLocalFileOverItsStart) {
-  TempDir blob;
   testing::WriteFile(blob.File("f.bin"), "0123456789");
   Send(std::string("ab\0\xFF", 4));
-  v().strBlobPathLocal = blob.path();
   v().strBlobPathRemote = "\\\\srv\\blob";
-  Variant status = "untouched";
-  EXPECT_EQ(v().EASYTransferBLOB("sub\\f.bin", int32_t{4}, &status), kOne);
-  EXPECT_EQ(status, Variant("untouched"));
+  status = "untouched";
+  EXPECT_EQ((Outs{v().EASYTransferBLOB("sub\\f.bin", int32_t{4}, &status), status}), (Outs{kOne, "untouched"}));
   EXPECT_FALSE(s().impl().RequestPending);
   EXPECT_EQ(Requests(), std::vector<std::string>{"^S1^,^u^,^ABA1^,^TransferBLOB^,^\\\\srv\\blob\\sub\\f.bin^"});
-  EXPECT_TRUE(Contains(s().LogLines(), "    Packet received (mode: BYTE)."));
+  EXPECT_THAT(s().LogLines(), Contains("    Packet received (mode: BYTE)."));
   // No status line is read: the bytes are the file; the old file's tail stays.
-  EXPECT_EQ(testing::ReadFile(blob.File("f.bin")), std::string("ab\0\xFF"
-                                                               "456789",
-                                                               10));
+  EXPECT_EQ(testing::ReadFile(blob.File("f.bin")), std::string("ab\0\xFF", 4) + "456789");
 }
 
 // Records every path the component hands to the file system.
@@ -64,7 +65,6 @@ struct PathLog : platform::EnvWrapper {
 
 // Local names that leave the folder, and no local folder at all: file errors before anything is opened or sent.
 TEST_F(BlobTransfer, LocalNamesOutsideTheFolderAreFileErrorsBeforeAnythingIsOpened) {
-  TempDir blob;
   PathLog disk(&net_);
   SetEnvironment(v(), &disk);
   const std::string kNoFolder = "76 - Path not found: no local blob folder set";
@@ -75,12 +75,10 @@ TEST_F(BlobTransfer, LocalNamesOutsideTheFolderAreFileErrorsBeforeAnythingIsOpen
   for (const auto& [folder, file, error] : cases) {
     SCOPED_TRACE(file);
     v().strBlobPathLocal = folder;
-    Variant status;
-    EXPECT_EQ(v().EASYTransferBLOB(file, int32_t{4}, &status), kMinusOne);
-    EXPECT_EQ(status, Variant("File Error (" + error + ")"));
-    EXPECT_EQ(v().EASYUploadFile(file, &status), kMinusOne);
-    EXPECT_EQ(status, Variant("File Error (" + error + ")"));
-    EXPECT_TRUE(Contains(s().LogLines(), "Datei-Fehler (" + error + ")."));
+    EXPECT_EQ((Outs{v().EASYTransferBLOB(file, int32_t{4}, &status), status}),
+              (Outs{kMinusOne, "File Error (" + error + ")"}));
+    EXPECT_EQ((Outs{v().EASYUploadFile(file, &status), status}), (Outs{kMinusOne, "File Error (" + error + ")"}));
+    EXPECT_THAT(s().LogLines(), Contains("Datei-Fehler (" + error + ")."));
     EXPECT_FALSE(s().impl().RequestPending);
   }
   EXPECT_EQ(disk.paths, std::vector<std::string>{});
@@ -88,13 +86,10 @@ TEST_F(BlobTransfer, LocalNamesOutsideTheFolderAreFileErrorsBeforeAnythingIsOpen
 }
 
 TEST_F(BlobTransfer, AFileLongerThanTheReplyLimitIsRefusedAtItsFirstBytes) {
-  TempDir blob;
   Send("abcd");
-  v().strBlobPathLocal = blob.path();
   Options(v()).max_reply_bytes = 3;
-  Variant status;
-  EXPECT_EQ(v().EASYTransferBLOB("f.bin", int32_t{4}, &status), kMinusOne);
-  EXPECT_EQ(status, Variant("Reply too large (4 bytes announced, the limit is 3 bytes)."));
+  EXPECT_EQ((Outs{v().EASYTransferBLOB("f.bin", int32_t{4}, &status), status}),
+            (Outs{kMinusOne, "Reply too large (4 bytes announced, the limit is 3 bytes)."}));
   EXPECT_EQ(testing::ReadFile(blob.File("f.bin")), "");
   EXPECT_EQ(s().socket().State(), platform::kSckClosed);
 }
@@ -103,7 +98,6 @@ TEST_F(BlobTransfer, AFileLongerThanTheReplyLimitIsRefusedAtItsFirstBytes) {
 TEST_F(BlobTransfer, ACallWhileARequestIsUnderWayIsRefused) {
   for (int upload = 0; upload < 2; ++upload) {
     impl().RequestPending = true;
-    Variant status;
     EXPECT_EQ(upload ? v().EASYUploadFile("u.bin", &status) : v().EASYTransferBLOB("t.bin", int32_t{4}, &status),
               kMinusOne);
     EXPECT_EQ(status, Variant("Winsock Error (previous request not finished properly)."));
@@ -112,18 +106,15 @@ TEST_F(BlobTransfer, ACallWhileARequestIsUnderWayIsRefused) {
 
 // Files of several chunks go out whole through the reference gateway (progress_test); here the exact stream.
 TEST_F(ServerUpload, TheWireCarriesTheRequestLineAndTheFileAsOneStream) {
-  TempDir blob;
   testing::WriteFile(blob.File("ten.txt"), "0123456789");
   Answer("Status: Error 5 whatever");
-  v().strBlobPathLocal = blob.path();
   v().strBlobPathRemote = "D:\\blob";
-  Variant status = "untouched";
+  status = "untouched";
   // The answer is not read: even an error status is a success of the upload.
-  EXPECT_EQ(v().EASYUploadFile("ten.txt", &status), kOne);
-  EXPECT_EQ(status, Variant("untouched"));
+  EXPECT_EQ((Outs{v().EASYUploadFile("ten.txt", &status), status}), (Outs{kOne, "untouched"}));
   EXPECT_EQ(Requests(),
             std::vector<std::string>{"^S1^,^u^,^ABA1^,^UploadFile^,^D:\\blob^,^ten.txt^,^10^\r\n0123456789"});
-  EXPECT_TRUE(Contains(s().LogLines(), "Weitergabe Abfrageergebnis an IIS (Status: Error 5 whatever)"));
+  EXPECT_THAT(s().LogLines(), Contains("Weitergabe Abfrageergebnis an IIS (Status: Error 5 whatever)"));
 }
 
 // Reads fail after the first chunk of every file.
@@ -146,38 +137,27 @@ class FailingReads : public platform::EnvWrapper {
 };
 
 TEST_F(ServerUpload, LocalFileFailuresEndInTheFileErrorHandler) {
-  TempDir blob;
   testing::WriteFile(blob.File("empty"), "");
   testing::WriteFile(blob.File("big"), std::string(3 * 1024 * 1024, 'x'));  // more than one read
   Answer("Status: OK");
-  v().strBlobPathLocal = blob.path();
-  Variant status;
-  EXPECT_EQ(v().EASYUploadFile("missing", &status), kMinusOne);
-  EXPECT_EQ(status, Variant("File Error (53 - File not found)"));
-  EXPECT_EQ(v().EASYUploadFile("empty", &status), kMinusOne);
-  EXPECT_EQ(status, Variant("File Error (9 - Subscript out of range)"));
+  EXPECT_EQ((Outs{v().EASYUploadFile("missing", &status), status}),
+            (Outs{kMinusOne, "File Error (53 - File not found)"}));
+  EXPECT_EQ((Outs{v().EASYUploadFile("empty", &status), status}),
+            (Outs{kMinusOne, "File Error (9 - Subscript out of range)"}));
   EXPECT_TRUE(Requests().empty());
 
   FailingReads disk(&net_);
   SetEnvironment(v(), &disk);
-  EXPECT_EQ(v().EASYUploadFile("big", &status), kMinusOne);
-  EXPECT_EQ(status, Variant("File Error (57 - Device I/O error)"));
+  EXPECT_EQ((Outs{v().EASYUploadFile("big", &status), status}),
+            (Outs{kMinusOne, "File Error (57 - Device I/O error)"}));
   EXPECT_FALSE(s().impl().RequestPending);
   EXPECT_EQ(s().form().ctlWinsock(s().slot()).State(), platform::kSckClosed);
 }
 
 // ---- Over the system's network and files, where the bytes move between connection and file directly.
 
-std::string PatternOf(size_t size) {
-  std::string bytes(size, '\0');
-  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 131 + i / 4099) & 0xFF);
-  return bytes;
-}
-
 void SendAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t n = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (n <= 0) return;
+  for (ssize_t n = 0; !bytes.empty() && (n = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL)) > 0;) {
     bytes.remove_prefix(static_cast<size_t>(n));
   }
 }
@@ -186,9 +166,7 @@ void SendAll(int fd, std::string_view bytes) {
 void AwaitRequest(int fd, std::string_view ending) {
   std::string request;
   char buf[4096];
-  while (request.size() < ending.size() || !request.ends_with(ending)) {
-    const ssize_t n = ::recv(fd, buf, sizeof buf, 0);
-    if (n <= 0) return;
+  for (ssize_t n = 0; !request.ends_with(ending) && (n = ::recv(fd, buf, sizeof buf, 0)) > 0;) {
     request.append(buf, static_cast<size_t>(n));
   }
 }
@@ -222,10 +200,8 @@ TEST(DirectTransfer, ResetsAndWriteFailuresEndTheWait) {
     bool reset;
     rlim_t file_limit;
     std::string status;
-  } kCases[] = {
-      {true, RLIM_INFINITY, "Winsock Error (10054 - Connection is reset by remote side)"},
-      {false, 1 << 20, "Winsock Error (File Error (61 - Disk full))"},
-  };
+  } kCases[] = {{true, RLIM_INFINITY, "Winsock Error (10054 - Connection is reset by remote side)"},
+                {false, 1 << 20, "Winsock Error (File Error (61 - Disk full))"}};
   for (const auto& c : kCases) {
     testing::LoopbackServer server([&](int fd) {
       AwaitRequest(fd, "f.bin^");
@@ -264,17 +240,13 @@ TEST(SystemUpload, AHangUpInMidUploadIsTheConnectionsError) {
   testing::WriteFile(blob.File("big.bin"), PatternOf((5 << 20) + 3));
   testing::LoopbackServer server([&](int c) {
     char buf[65536];
-    for (size_t got = 0; got < (1 << 20);) {
-      const ssize_t n = ::recv(c, buf, sizeof buf, 0);
-      if (n <= 0) return;
-      got += static_cast<size_t>(n);
-    }
+    for (ssize_t n = 0, got = 0; got < (1 << 20) && (n = ::recv(c, buf, sizeof buf, 0)) > 0;) got += n;
   });
   testing::GatewaySession s(server.port());
   s.object().strBlobPathLocal = blob.path();
   Variant status;
-  EXPECT_EQ(s.object().EASYUploadFile("big.bin", &status), kMinusOne);
-  EXPECT_EQ(status, Variant("Winsock Error (10054 - Connection is reset by remote side)"));
+  EXPECT_EQ((Outs{s.object().EASYUploadFile("big.bin", &status), status}),
+            (Outs{kMinusOne, "Winsock Error (10054 - Connection is reset by remote side)"}));
 }
 
 }  // namespace

@@ -70,14 +70,8 @@ TEST(ComponentObject, LoggingOffTouchesNoFile) {
   std::filesystem::current_path(cwd);
   EXPECT_TRUE(std::filesystem::is_empty(work.path()));
   EXPECT_FALSE(std::filesystem::exists(dir.File("S1.LOG")));
-  EXPECT_EQ(ReadLines(dir.File("S2.LOG")).size(), 2u);  // the two lines of Init
-  // An empty session id names the file ".LOG".
-  {
-    clsVantor v;
-    SetEnvironment(v, &clock);
-    v.strDebugLogPath = dir.path();
-    v.Init();
-  }
+  EXPECT_EQ(ReadLines(dir.File("S2.LOG")).size(), 2u);              // the two lines of Init
+  InObject(clock, dir.path(), "", [](clsVantor& v) { v.Init(); });  // an empty session id names the file ".LOG"
   EXPECT_EQ(ReadLines(dir.File(".LOG")).size(), 4u);
 }
 

@@ -30,6 +30,13 @@ DispatchError Refusal(F call) {
   return DispatchError(0, "", 0, "");
 }
 
+// The number and text of the DispatchError a call raises: "438 clsVantor has no member named 'Foo'".
+template <typename F>
+std::string Refused(F call) {
+  const DispatchError e = Refusal(call);
+  return std::to_string(e.number()) + " " + e.description();
+}
+
 Variant Call(clsVantor& object, std::string_view name, std::vector<Variant> args = {}) {
   return Invoke(object, MemberNamed(name), args);
 }
@@ -44,34 +51,23 @@ TEST(DispatchTable, MembersKeepInterfaceOrderWithDenseIdsAndAreFoundByAnyCase) {
   }
   // A sample of the interface order, with the ids hosts have compiled in: both ends of the properties and
   // of the operations, and members on either side of the places where families meet.
-  struct Anchor {
-    size_t index;
-    int32_t id;
-    std::string_view name;
-    MemberKind kind;
-  };
   const MemberKind p = MemberKind::Property, o = MemberKind::Operation;
-  const std::vector<Anchor> anchors = {
+  const std::tuple<size_t, int32_t, std::string_view, MemberKind> anchors[] = {
       {0, 0x40030000, "strREMOTEHOST", p},        {10, 0x4003000A, "strChangeFileExt", p},
       {11, 0x60030000, "OnStartPage", o},         {28, 0x60030011, "DeleteFTPObjects", o},
       {29, 0x60030012, "EASYGetChannelsInit", o}, {56, 0x6003002D, "EASYSortHitlistInit", o},
       {60, 0x60030031, "CreateImportFile", o},    {74, 0x6003003F, "EASYGetAllArchivesExtFirst", o},
       {76, 0x60030041, "UploadFile", o}};
-  for (const Anchor& a : anchors) {
-    EXPECT_EQ(members[a.index].name, a.name);
-    EXPECT_EQ(members[a.index].dispid, a.id) << a.name;
-    EXPECT_EQ(members[a.index].kind, a.kind) << a.name;
-    EXPECT_EQ(MemberWithId(a.id).name, a.name);
+  for (const auto& [index, id, name, kind] : anchors) {
+    const Member& m = members[index];
+    EXPECT_EQ(std::tie(m.name, m.dispid, m.kind), std::tie(name, id, kind));
+    EXPECT_EQ(&MemberWithId(id), &m) << name;
   }
 
   EXPECT_EQ(FindMember(0x4003000B), nullptr);
   EXPECT_EQ(FindMember("EASYGetChannelsInitX"), nullptr);
-  for (const auto& [e, text] :
-       {std::pair{Refusal([] { MemberNamed("Foo"); }), "no member named 'Foo'"},
-        std::pair{Refusal([] { MemberWithId(0x60030042); }), "no member with dispatch id 0x60030042"}}) {
-    EXPECT_EQ(e.number(), 438);
-    EXPECT_EQ(e.description(), std::string("clsVantor has ") + text);
-  }
+  EXPECT_EQ(Refused([] { MemberNamed("Foo"); }), "438 clsVantor has no member named 'Foo'");
+  EXPECT_EQ(Refused([] { MemberWithId(0x60030042); }), "438 clsVantor has no member with dispatch id 0x60030042");
 }
 
 // Every operation against a gateway that refuses every request: the table passes what each entry declares
@@ -83,14 +79,10 @@ class DispatchCalls : public testing::SessionTest {
     std::vector<Variant> args;
     for (size_t i = 0; i < count; ++i) {
       const Parameter& p = m.parameters[i];
-      if (p.by_reference)
-        args.emplace_back("old");
-      else if (p.kind == ValueKind::String)
-        args.emplace_back(dir_.File("none"));
-      else if (p.kind == ValueKind::Any)
-        args.emplace_back();
-      else
-        args.emplace_back(int16_t{1});
+      args.push_back(p.by_reference                ? Variant("old")
+                     : p.kind == ValueKind::String ? Variant(dir_.File("none"))
+                     : p.kind == ValueKind::Any    ? Variant()
+                                                   : Variant(int16_t{1}));
     }
     return args;
   }
@@ -118,8 +110,7 @@ TEST_F(DispatchCalls, EveryOperationTakesWhatItsEntryDeclares) {
       std::vector<Variant> args = Arguments(m, m.parameters.size());
       args[i] = Variant::missing();
       const DispatchError e = Refusal([&] { Invoke(v(), m, args); });
-      EXPECT_EQ(e.number(), 449) << m.name;
-      EXPECT_EQ(e.argument(), static_cast<int>(i) + 1) << m.name;
+      EXPECT_EQ(std::make_pair(e.number(), e.argument()), std::make_pair(449, static_cast<int>(i) + 1)) << m.name;
     }
   }
 }
@@ -134,9 +125,7 @@ TEST_F(DispatchCalls, RefusalsNameTheMemberAndTheArgument) {
       {"strREMOTEHOST", {"a", "b"}, 450, "strREMOTEHOST takes at most 1 argument, 2 were passed"}};
   for (const auto& [name, args, number, text] : cases) {
     const DispatchError e = Refusal([&] { Call(v(), name, args); });
-    EXPECT_EQ(e.number(), number);
-    EXPECT_EQ(e.description(), text);
-    EXPECT_EQ(e.member(), name);
+    EXPECT_EQ(std::make_tuple(e.number(), e.description(), e.member()), std::make_tuple(number, text, name));
   }
   EXPECT_EQ(Refusal([&] { Call(v(), "OnStartPage", {"page"}); }).number(), 13);
   EXPECT_TRUE(Requests().empty());  // nothing was sent for a refused call
@@ -155,16 +144,14 @@ TEST_F(DispatchCalls, TheObjectsOwnErrorsPassThroughAndOnStartPageTakesTheHostsC
 
 TEST(DispatchProperties, PutConvertsTheValueAndGetReadsIt) {
   clsVantor object;
-  struct Case {
-    std::string_view property;
-    Variant value, read;
-  };
-  for (const Case& c : std::vector<Case>{{"lngREMOTEPORT", "8080", int32_t{8080}},
-                                         {"LNGREQUESTTIMEOUT", 2.5, int32_t{2}},
-                                         {"strSessionID", true, "True"},
-                                         {"strDebugLogPath", Variant(), ""}}) {
-    PutProperty(object, MemberNamed(c.property), c.value);
-    EXPECT_EQ(GetProperty(object, MemberNamed(c.property)), c.read) << c.property;
+  // A property, the value put, the value read back.
+  const std::tuple<std::string_view, Variant, Variant> cases[] = {{"lngREMOTEPORT", "8080", int32_t{8080}},
+                                                                  {"LNGREQUESTTIMEOUT", 2.5, int32_t{2}},
+                                                                  {"strSessionID", true, "True"},
+                                                                  {"strDebugLogPath", Variant(), ""}};
+  for (const auto& [property, value, read] : cases) {
+    PutProperty(object, MemberNamed(property), value);
+    EXPECT_EQ(GetProperty(object, MemberNamed(property)), read) << property;
   }
   EXPECT_EQ(object.lngREMOTEPORT, 8080);
 
@@ -172,14 +159,12 @@ TEST(DispatchProperties, PutConvertsTheValueAndGetReadsIt) {
   EXPECT_EQ(Invoke(object, MemberNamed("strREMOTEHOST"), put), Variant());
   EXPECT_EQ(Invoke(object, MemberWithId(0x40030000), get), Variant("h1"));
 
-  const std::vector<std::tuple<Variant, int, std::string_view>> refused = {
-      {"abc", 13, "lngREMOTEPORT: 'abc' cannot be assigned to a Long property (type mismatch)"},
-      {3000000000.0, 6, "lngREMOTEPORT: 3000000000 cannot be assigned to a Long property (overflow)"},
-      {Variant::null(), 13, "lngREMOTEPORT: Null cannot be assigned to a Long property (type mismatch)"}};
-  for (const auto& [value, number, text] : refused) {
-    const DispatchError e = Refusal([&] { PutProperty(object, MemberNamed("lngREMOTEPORT"), value); });
-    EXPECT_EQ(e.number(), number);
-    EXPECT_EQ(e.description(), text);
+  const std::vector<std::pair<Variant, std::string>> refused = {
+      {"abc", "13 lngREMOTEPORT: 'abc' cannot be assigned to a Long property (type mismatch)"},
+      {3000000000.0, "6 lngREMOTEPORT: 3000000000 cannot be assigned to a Long property (overflow)"},
+      {Variant::null(), "13 lngREMOTEPORT: Null cannot be assigned to a Long property (type mismatch)"}};
+  for (const auto& [value, text] : refused) {
+    EXPECT_EQ(Refused([&] { PutProperty(object, MemberNamed("lngREMOTEPORT"), value); }), text);
   }
   EXPECT_EQ(object.lngREMOTEPORT, 8080);
   EXPECT_EQ(Refusal([&] { GetProperty(object, MemberNamed("Init")); }).number(), 438);
@@ -196,11 +181,11 @@ TEST(DispatchConversions, ArgumentsConvertToTheKindTheirNameAnnounces) {
   EXPECT_EQ(ConvertArgument(MemberNamed("lngREMOTEPORT"), 0, "80"), Variant(int32_t{80}));
   EXPECT_EQ(ConvertArgument(print, 6, Variant::null()), Variant::null());
 
-  DispatchError e = Refusal([&] { ConvertArgument(MemberNamed("EASYGetSegmentData"), 4, "abc"); });
-  EXPECT_EQ(e.number(), 13);
-  EXPECT_EQ(e.argument(), 5);
-  EXPECT_EQ(e.description(),
-            "EASYGetSegmentData: argument 5 (intFieldIndex): 'abc' cannot be converted to an Integer (type mismatch)");
+  const auto bad_index = [] { ConvertArgument(MemberNamed("EASYGetSegmentData"), 4, "abc"); };
+  EXPECT_EQ(Refusal(bad_index).argument(), 5);
+  EXPECT_EQ(
+      Refused(bad_index),
+      "13 EASYGetSegmentData: argument 5 (intFieldIndex): 'abc' cannot be converted to an Integer (type mismatch)");
   EXPECT_EQ(Refusal([&] { ConvertArgument(print, 6, "40000"); }).number(), 6);
   EXPECT_EQ(Refusal([&] { ConvertArgument(blob, 3, "1"); }).number(), 450);
 }

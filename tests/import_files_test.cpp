@@ -47,13 +47,11 @@ TEST_F(Documents, CreateEditAndDeleteRequestsAndTheirResults) {
   Answer("Status: OK");
   Answer("Status: Error 4 gesperrt");
   Variant ref, status = "old";
-  EXPECT_EQ(v().EASYCreateDocument("\\\\srv\\imp\\a.imp", &ref, &status), Variant(int32_t{2}));
-  EXPECT_EQ(std::vector<Variant>({ref, status}), (std::vector<Variant>{"DOC1;1", ""}));
-  EXPECT_EQ(v().EASYEditDocument("\\\\srv\\imp\\b.imp", &ref, &status), Variant(int32_t{1}));
-  EXPECT_EQ(ref, Variant("DOC1;2"));
+  EXPECT_EQ((Outs{v().EASYCreateDocument("\\\\srv\\imp\\a.imp", &ref, &status), ref, status}),
+            (Outs{int32_t{2}, "DOC1;1", ""}));
+  EXPECT_EQ((Outs{v().EASYEditDocument("\\\\srv\\imp\\b.imp", &ref, &status), ref}), (Outs{int32_t{1}, "DOC1;2"}));
   status = "old";
-  EXPECT_EQ(v().EASYDeleteDocument("CH", "AR", "DOC1", int16_t{2}, &status), kOne);
-  EXPECT_EQ(status, Variant(""));
+  EXPECT_EQ((Outs{v().EASYDeleteDocument("CH", "AR", "DOC1", int16_t{2}, &status), status}), (Outs{kOne, ""}));
   EXPECT_EQ(Requests(), (std::vector<std::string>{
                             "^S1^,^u^,^ABA1^,^CreateDocument^,^\\\\srv\\imp\\a.imp^",
                             "^S1^,^u^,^ABA1^,^EditDocument^,^\\\\srv\\imp\\b.imp^,^DOC1;1^",
@@ -62,7 +60,7 @@ TEST_F(Documents, CreateEditAndDeleteRequestsAndTheirResults) {
 
   // Error answers: -1 and the status text, the reference kept.
   EXPECT_EQ(v().EASYEditDocument("x", &ref, &status), kMinusOne);
-  EXPECT_EQ(std::vector<Variant>({status, ref}), (std::vector<Variant>{"Error 4 gesperrt", "DOC1;2"}));
+  EXPECT_EQ((Outs{status, ref}), (Outs{"Error 4 gesperrt", "DOC1;2"}));
   EXPECT_EQ(v().EASYCreateDocument("x", &ref, &status), kMinusOne);
   EXPECT_EQ(v().EASYDeleteDocument("CH", "AR", "DOC1", "2", &status), kMinusOne);
   EXPECT_EQ(ref, Variant("DOC1;2"));
@@ -75,8 +73,7 @@ TEST_F(Documents, AReplyWithoutRowsCannotFillTheReference) {
   Variant ref = "R", status = "old";
   EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYCreateDocument("x", &ref, &status); }), 9);
   EXPECT_EQ(RuntimeErrorNumber([&] { v().EASYEditDocument("x", &ref, &status); }), 9);
-  EXPECT_EQ(ref, Variant("R"));
-  EXPECT_EQ(status, Variant("old"));
+  EXPECT_EQ((Outs{ref, status}), (Outs{"R", "old"}));
 }
 
 }  // namespace

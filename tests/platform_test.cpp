@@ -68,16 +68,14 @@ TEST(VbStrings, CountCharactersNotBytes) {
 // Day counts far from today land on the same calendar: leap days of century years, both ends of the years
 // a page can use, and dates many 400-year cycles away.
 TEST(Calendar, DayCountsAcrossCenturies) {
-  const struct {
-    platform::CivilDate date;
-    int64_t days;
-  } kDates[] = {{{1, 1, 1}, -719162},      {{100, 1, 1}, -683003},      {{1600, 2, 29}, -135081},
-                {{1899, 12, 30}, -25569},  {{1900, 3, 1}, -25508},      {{1969, 12, 31}, -1},
-                {{2000, 2, 29}, 11016},    {{2100, 3, 1}, 47541},       {{9999, 12, 31}, 2932896},
-                {{-4000, 3, 1}, -2180438}, {{275760, 9, 12}, 99999999}, {{-5473845, 12, 27}, -2000000000}};
-  for (const auto& c : kDates) {
-    EXPECT_EQ(platform::DaysFromCivil(c.date), c.days) << c.date.year << "-" << c.date.month << "-" << c.date.day;
-    EXPECT_EQ(platform::CivilFromDays(c.days), c.date) << c.days;
+  const std::pair<platform::CivilDate, int64_t> kDates[] = {
+      {{1, 1, 1}, -719162},      {{100, 1, 1}, -683003},      {{1600, 2, 29}, -135081},
+      {{1899, 12, 30}, -25569},  {{1900, 3, 1}, -25508},      {{1969, 12, 31}, -1},
+      {{2000, 2, 29}, 11016},    {{2100, 3, 1}, 47541},       {{9999, 12, 31}, 2932896},
+      {{-4000, 3, 1}, -2180438}, {{275760, 9, 12}, 99999999}, {{-5473845, 12, 27}, -2000000000}};
+  for (const auto& [date, days] : kDates) {
+    EXPECT_EQ(platform::DaysFromCivil(date), days) << date.year << "-" << date.month << "-" << date.day;
+    EXPECT_EQ(platform::CivilFromDays(days), date) << days;
   }
   EXPECT_EQ(platform::DaysFromCivil({2023, 2, 29}), platform::DaysFromCivil({2023, 3, 1}));
   for (int64_t days = -800000; days < 3000000; days += 7919) {
@@ -104,8 +102,7 @@ TEST(Secrets, PasswordValuesAreMaskedWhereverTheyStand) {
       {"PWD={open to the end", "PWD=***"},
       {"Password=;PWD=", "Password=;PWD="},
       {"line Password=x\r\nnext line", "line Password=***\r\nnext line"},
-      {"no password here, pwd, Password", "no password here, pwd, Password"},
-  };
+      {"no password here, pwd, Password", "no password here, pwd, Password"}};
   for (const auto& [text, masked] : cases) EXPECT_EQ(platform::MaskSecrets(text), masked) << text;
 }
 

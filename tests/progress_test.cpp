@@ -1,5 +1,6 @@
 #include "link/progress.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -25,6 +26,7 @@ using testing::GatewaySession;
 using testing::kMinusOne;
 using testing::kOne;
 using testing::OpenDescriptors;
+using testing::PatternOf;
 using testing::SampleGateway;
 using testing::ScriptedGateway;
 using testing::TempDir;
@@ -35,6 +37,7 @@ struct Call {
   Event event;
   int64_t bytes, expected;
   std::string operation;
+  bool operator==(const Call&) const = default;
 };
 
 // Every call of a hook, answered by `go_on` (true when not given).
@@ -53,12 +56,6 @@ struct Recorder {
 bool DescriptorsBackTo(int count) {
   for (int i = 0; i < 100 && OpenDescriptors() > count; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   return OpenDescriptors() <= count;
-}
-
-std::string Pattern(int64_t size) {
-  std::string bytes(static_cast<size_t>(size), '\0');
-  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>('a' + i % 23);
-  return bytes;
 }
 
 // The pacing of reports, on a clock moved by hand: readings (ms, bytes) and the events they gave.
@@ -81,11 +78,10 @@ TEST(ProgressMeter, ReportsArePacedByTimeAndBytesAndToldOnce) {
   };
   FakeClock clock;
   Recorder recorder;
-  const Progress hook = recorder.Hook();
   int64_t bytes = 0;
   bool closed = false;
   ProgressMeter meter;
-  ASSERT_TRUE(meter.Start(hook, "Op", clock, [&] { return ProgressReading{bytes, 5 * kMiB, closed}; }));
+  ASSERT_TRUE(meter.Start(recorder.Hook(), "Op", clock, [&] { return ProgressReading{bytes, 5 * kMiB, closed}; }));
   for (const Step& step : steps) {
     recorder.calls.clear();
     clock.AdvanceMs(step.ms - clock.SteadyMilliseconds());
@@ -99,9 +95,7 @@ TEST(ProgressMeter, ReportsArePacedByTimeAndBytesAndToldOnce) {
   bytes = 5 * kMiB;
   recorder.calls.clear();
   meter.Done();
-  ASSERT_EQ(recorder.calls.size(), 1u);
-  EXPECT_EQ(recorder.calls[0].event, Event::kDone);
-  EXPECT_EQ(recorder.calls[0].bytes, 5 * kMiB);
+  EXPECT_EQ(recorder.calls, (std::vector<Call>{{Event::kDone, 5 * kMiB, 5 * kMiB, "Op"}}));
   EXPECT_FALSE(meter.active());
 
   // A hook that throws cancels, and the meter says so until it is reset.
@@ -146,10 +140,7 @@ class ProgressOnLoopback : public ::testing::Test {
       EXPECT_GE(c.bytes, last + kMiB) << "call " << i;
       last = c.bytes;
     }
-    const Call& done = recorder_.calls.back();
-    EXPECT_EQ(done.event, Event::kDone);
-    EXPECT_EQ(done.bytes, total);
-    EXPECT_EQ(done.expected, total);
+    EXPECT_EQ(recorder_.calls.back(), (Call{Event::kDone, total, total, operation}));
     for (const Call& c : recorder_.calls) EXPECT_EQ(c.operation, operation);
   }
 
@@ -172,7 +163,7 @@ TEST_F(ProgressOnLoopback, EveryOperationReportsGrowthAndEndsAtItsTotal) {
 
   // A blob transfer.
   recorder_.calls.clear();
-  const std::string file = Pattern(kSize);
+  const std::string file = PatternOf(kSize);
   scripted_.Script({ScriptedGateway::Send(file)});
   EXPECT_EQ(Scripted().object().EASYTransferBLOB("f.bin", static_cast<int32_t>(kSize), &status), kOne);
   EXPECT_EQ(testing::ReadFile(blob_.File("f.bin")), file);
@@ -180,9 +171,8 @@ TEST_F(ProgressOnLoopback, EveryOperationReportsGrowthAndEndsAtItsTotal) {
 
   // A browser upload: the body read, then the file written.
   recorder_.calls.clear();
-  const std::string head = "-----b\r\nContent-Disposition: form-data; name=\"f\"; filename=\"up.bin\"\r\n\r\n";
-  const std::string tail = "\r\n-----b--\r\n";
-  const std::string body = head + file + tail;
+  const std::string body =
+      "-----b\r\nContent-Disposition: form-data; name=\"f\"; filename=\"up.bin\"\r\n\r\n" + file + "\r\n-----b--\r\n";
   Scripted().object().OnStartPage(std::make_shared<MemoryScriptingContext>(
       std::make_shared<MemoryPageRequest>(std::vector<uint8_t>(body.begin(), body.end()))));
   Variant name, size;
@@ -208,7 +198,7 @@ TEST_F(ProgressOnLoopback, CancelAtAnyPointClosesTheConnectionAndFreesTheSlot) {
       SCOPED_TRACE(::testing::Message() << (list ? "list" : "transfer") << " at " << static_cast<int>(point));
       // Stalled: every byte but the last, then the gateway holds the connection open.
       const bool stall = point == Point::kStalled;
-      std::string bytes = list ? ScriptedGateway::Reply(BigList()) : Pattern(kSize);
+      std::string bytes = list ? ScriptedGateway::Reply(BigList()) : PatternOf(kSize);
       if (stall && list) bytes = "TotalBytes:" + std::to_string(kSize + 1) + "\r\n" + BigList();
       scripted_.Script({ScriptedGateway::Send(bytes)});
       scripted_.Script({Answer("Status: OK\r\nnext")});
@@ -222,8 +212,7 @@ TEST_F(ProgressOnLoopback, CancelAtAnyPointClosesTheConnectionAndFreesTheSlot) {
       recorder_.go_on = nullptr;
       EXPECT_EQ(result.ToLong(), -1);
       EXPECT_EQ(status, Variant("Cancelled by the caller."));
-      const std::vector<std::string> log = s.LogLines(log_from);
-      EXPECT_NE(std::find(log.begin(), log.end(), "Abbruch durch den Aufrufer."), log.end());
+      EXPECT_THAT(s.LogLines(log_from), ::testing::Contains("Abbruch durch den Aufrufer."));
       EXPECT_FALSE(s.impl().RequestPending);
       EXPECT_EQ(s.socket().State(), platform::kSckClosed);
       if (!list) {  // what arrived stays in the file, as after any failed transfer
@@ -246,7 +235,7 @@ TEST_F(ProgressOnLoopback, UploadAndAnEarlyCloseAgainstTheGateway) {
   s.object().strEASYUser = s.object().strEASYPwd = "easy";
   s.object().strBlobPathLocal = blob_.path();
   Options(s.object()).progress = recorder_.Hook();
-  const std::string file = Pattern(kSize);
+  const std::string file = PatternOf(kSize);
   testing::WriteFile(blob_.File("u.bin"), file);
   Variant status;
   ASSERT_EQ(s.object().EASYUploadFile("u.bin", &status), kOne) << status.ToString();
@@ -255,12 +244,10 @@ TEST_F(ProgressOnLoopback, UploadAndAnEarlyCloseAgainstTheGateway) {
 
   recorder_.calls.clear();
   recorder_.go_on = [](const ProgressInfo& info) { return info.event != Event::kClosedEarly; };
-  EXPECT_EQ(s.object().EASYTransferBLOB("missing.bin", int32_t{20000}, &status), kMinusOne);
-  EXPECT_EQ(status, Variant("Cancelled by the caller."));
+  EXPECT_EQ((Outs{s.object().EASYTransferBLOB("missing.bin", int32_t{20000}, &status), status}),
+            (Outs{kMinusOne, "Cancelled by the caller."}));
   ASSERT_FALSE(recorder_.calls.empty());
-  const Call& closed = recorder_.calls.back();
-  EXPECT_EQ(std::make_tuple(closed.event, closed.bytes, closed.expected),
-            std::make_tuple(Event::kClosedEarly, 0, 20000));
+  EXPECT_EQ(recorder_.calls.back(), (Call{Event::kClosedEarly, 0, 20000, "EASYTransferBLOB"}));
 }
 
 }  // namespace

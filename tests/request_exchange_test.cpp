@@ -53,27 +53,20 @@ TEST_F(RequestExchange, TheTimingLineAndObserverSeeEachRequest) {
   s().impl().options.log_timings = true;
   std::vector<RequestTimings> seen;
   s().impl().options.on_request_timings = [&](const RequestTimings& t) { seen.push_back(t); };
-  auto timing_lines = [&] {
-    std::vector<std::string> lines = s().LogLines();
-    std::erase_if(lines, [](const std::string& l) { return !l.starts_with("Zeitmessung"); });
-    return lines;
-  };
   EXPECT_TRUE(Exchange(s(), kRequest).ok);
   EXPECT_FALSE(Exchange(s(), kRequest).ok);  // reset before any byte of a reply
-  const std::vector<std::string> lines = timing_lines();
+  std::vector<std::string> lines = s().LogLines();
+  std::erase_if(lines, [](const std::string& l) { return !l.starts_with("Zeitmessung"); });
   ASSERT_EQ(lines.size(), 2u);
   ASSERT_EQ(seen.size(), 2u);
-  EXPECT_EQ(seen[0].command, "GetChannels");
-  EXPECT_EQ(seen[0].bytes_sent, static_cast<int64_t>(kRequest.size()));
-  EXPECT_EQ(seen[0].bytes_received, 16);
-  EXPECT_GE(seen[0].connect_ms, 0);
-  EXPECT_GE(seen[0].first_byte_ms, seen[0].connect_ms);
-  EXPECT_GE(seen[0].last_byte_ms, seen[0].first_byte_ms);
+  EXPECT_EQ(std::tie(seen[0].command, seen[0].bytes_sent, seen[0].bytes_received),
+            std::make_tuple("GetChannels", int64_t{29}, int64_t{16}));
+  EXPECT_TRUE(0 <= seen[0].connect_ms && seen[0].connect_ms <= seen[0].first_byte_ms &&
+              seen[0].first_byte_ms <= seen[0].last_byte_ms);
   EXPECT_THAT(lines[0],
               ::testing::MatchesRegex("Zeitmessung \\(Befehl GetChannels, 29 Bytes gesendet, 16 Bytes empfangen, "
                                       "Verbindung [0-9.]+ ms, erstes Byte [0-9.]+ ms, letztes Byte [0-9.]+ ms\\)\\."));
-  EXPECT_EQ(seen[1].bytes_received, 0);
-  EXPECT_EQ(seen[1].first_byte_ms, -1);
+  EXPECT_EQ(std::tie(seen[1].bytes_received, seen[1].first_byte_ms), std::make_tuple(int64_t{0}, -1.0));
   EXPECT_THAT(lines[1], ::testing::EndsWith("erstes Byte -, letztes Byte -)."));
 }
 
@@ -93,8 +86,7 @@ TEST_F(RequestExchange, ANestedRequestIsRefusedOnceAndTheNextOneRuns) {
   EXPECT_EQ(response, "Status: OK\r\nA");
   EXPECT_EQ(nested_status, "Winsock Error (previous request not finished properly).");
   EXPECT_EQ(nested_response, "untouched");
-  const std::vector<std::string> lines = s().LogLines();
-  EXPECT_EQ(std::count(lines.begin(), lines.end(), "Serveranfrage wegen noch laufender Anfrage abgebrochen."), 1);
+  EXPECT_THAT(s().LogLines(), ::testing::Contains("Serveranfrage wegen noch laufender Anfrage abgebrochen.").Times(1));
   EXPECT_TRUE(s().impl().RequestExchange(kRequest, response, status)) << status;
   EXPECT_EQ(response, "Status: OK\r\nB");
   clsVantor without_slot;
@@ -112,12 +104,11 @@ TEST(WaitForReply, TimeOutsCountClockSeconds) {
                   };
                   EXPECT_EQ(Exchange(s, kRequest).status, "Timeout of 5 seconds occured waiting for server response.");
                   const std::vector<std::string> lines = s.LogLines();
-                  EXPECT_NE(std::find(lines.begin(), lines.end(), "    Winsock(1)-Close-Event."), lines.end());
+                  EXPECT_THAT(lines, ::testing::Contains("    Winsock(1)-Close-Event."));
                   EXPECT_EQ(lines.back(), "Timeout-Fehler (last winsock state: 8).");
                   EXPECT_EQ(s.socket().State(), platform::kSckClosed);
                   EXPECT_EQ(net.open_sockets(), 0);
-                  EXPECT_GE(seconds, 6);
-                  EXPECT_LE(seconds, 9);
+                  EXPECT_TRUE(seconds >= 6 && seconds <= 9) << seconds;
                 });
   // A time-out of 0 ends at the first look after the second changed.
   InFakeSession({{}}, [](GatewaySession& s, FakeNetwork&, FakeClock& clock) {
@@ -131,11 +122,8 @@ TEST(WaitForReply, TimeOutsCountClockSeconds) {
     EXPECT_EQ(reads, 6);
   });
   // A wait that starts before midnight cannot time out after it.
-  FakeClock clock({{2002, 11, 15}, 23, 59, 58});
-  FakeNetwork net(&clock);
-  net.scripts = {{FakeNetwork::Reply("Status: OK")}};
-  testing::OnFreshThread([&] {
-    GatewaySession s(4711, &net);
+  InFakeSession({{FakeNetwork::Reply("Status: OK")}}, [](GatewaySession& s, FakeNetwork& net, FakeClock& clock) {
+    clock.Set({{2002, 11, 15}, 23, 59, 58});
     s.object().lngREQUESTTIMEOUT = 2;
     int advanced = 0, reads = 0;
     net.hold = true;
@@ -145,10 +133,8 @@ TEST(WaitForReply, TimeOutsCountClockSeconds) {
       c.AdvanceSeconds(5);
       if (++advanced == 5) net.hold = false;  // 00:00:23
     };
-    const auto got = Exchange(s, kRequest);
-    EXPECT_TRUE(got.ok) << got.status;
+    EXPECT_EQ(Exchange(s, kRequest), (testing::Exchanged{true, "Status: OK", ""}));
     EXPECT_GE(advanced, 5);
-    clock.on_read = nullptr;
   });
 }
 
@@ -204,12 +190,8 @@ TEST(BusyAnswers, AreRetriedEveryThreeSecondsUntilTheRetryPeriodEnds) {
 TEST_F(RequestList, MalformedRepliesEachEndInTheirStatusWithinTheTimeOut) {
   const std::string kTimeout = "Timeout of 2 seconds occured waiting for server response.";
   const std::string kReset = "Winsock Error (10054 - Connection is reset by remote side)";
-  struct Case {
-    std::string reply;
-    bool reset;  // else the gateway closes after the reply
-    std::string status;
-  };
-  const std::vector<Case> cases = {
+  // A reply, whether the gateway resets the connection after it (else it closes), the status.
+  const std::tuple<std::string, bool, std::string> cases[] = {
       {"TotalBytes:\r\n", false, "Winsock Error (DataArrival Error (13 - Type mismatch))"},
       {"TotalBytes:-1\r\n", true, ""},  // complete at once, and no status line
       {"TotalBytes:1e3\r\nStatus: OK", false, kTimeout},
@@ -220,8 +202,8 @@ TEST_F(RequestList, MalformedRepliesEachEndInTheirStatusWithinTheTimeOut) {
       // Without the header a packet is payload: it follows the last reply, which is complete already.
       {"\r\n\r\nTotalBytes:3\r\nabc", true, "\xC3\xBF\xC3\xBE"},
       {std::string("\0\1TotalBytes:1\r\n", 17), false, "\xC3\xBF\xC3\xBE"}};
-  for (const Case& c : cases) {
-    net_.scripts.push_back({FakeNetwork::Packet(c.reply), c.reset ? FakeNetwork::Reset() : FakeNetwork::Close()});
+  for (const auto& [reply, reset, status] : cases) {
+    net_.scripts.push_back({FakeNetwork::Packet(reply), reset ? FakeNetwork::Reset() : FakeNetwork::Close()});
   }
   Answers({"Status: OK\r\nEins\r\n\r\nDrei"});
   s().object().lngREQUESTTIMEOUT = 2;
@@ -229,11 +211,11 @@ TEST_F(RequestList, MalformedRepliesEachEndInTheirStatusWithinTheTimeOut) {
   clock_.on_read = [&](FakeClock& c) {
     if (s().socket().State() == platform::kSckClosing) c.AdvanceSeconds(1);
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::PrintToString(c.reply));
+  for (const auto& [reply, reset, expected] : cases) {
+    SCOPED_TRACE(::testing::PrintToString(reply));
     std::string status;
     EXPECT_FALSE(s().impl().RequestList(kRequest, status));
-    EXPECT_EQ(status, c.status);
+    EXPECT_EQ(status, expected);
     EXPECT_TRUE(s().impl().ResultRows.empty() && s().impl().ResultCount == 0);
     EXPECT_FALSE(s().impl().RequestPending);
   }

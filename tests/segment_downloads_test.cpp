@@ -22,7 +22,7 @@ TEST_F(SegmentFiles, RequestsCarryTheirArgumentsInOrderAndFillTheOutputs) {
   const Variant ch("CH"), ar("AR"), doc("D7"), ver(int16_t{2});
   Variant name = "old", len, status = "old";
   EXPECT_EQ(v().EASYGetSegmentData(ch, ar, doc, ver, Variant(int16_t{3}), &name, &len, &status), kOne);
-  EXPECT_EQ(std::vector<Variant>({name, len, status}), (std::vector<Variant>{"A1.TIF", "1234", ""}));  // len as text
+  EXPECT_EQ((Outs{name, len, status}), (Outs{"A1.TIF", "1234", ""}));  // len as text
   EXPECT_EQ(v().EASYGetSegmentPDF(ch, ar, doc, ver, Variant(int16_t{3}), Variant(int32_t{9})), kOne);
   EXPECT_EQ(v().EASYGetSegmentPrintfile(ch, ar, doc, ver, Variant("F1"), Variant("L1")), kOne);
   EXPECT_EQ(v().EASYGetSegmentPrintfile(ch, ar, doc, ver, Variant("F1"), Variant("L1"), Variant(int16_t{intPrintTIF})),
@@ -46,16 +46,15 @@ TEST_F(SegmentFiles, FailuresAndShortRepliesLeaveTheOutputsAlone) {
   Answer("Status: OK");
   v().strChangeFileExt = "TIF-PDF";  // never consulted without a file name from the gateway
   Variant name = "keep", len = int32_t{5}, status;
-  const auto outs = [&] { return std::vector<Variant>({status, name, len}); };
+  const auto outs = [&] { return Outs{status, name, len}; };
   EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name, &len, &status), kMinusOne);
-  EXPECT_EQ(outs(), (std::vector<Variant>{"Error 3 Archiv unbekannt", "keep", int32_t{5}}));
+  EXPECT_EQ(outs(), (Outs{"Error 3 Archiv unbekannt", "keep", int32_t{5}}));
   // One row or none: the same outs.
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name, &len, &status), kOne);
-    EXPECT_EQ(outs(), (std::vector<Variant>{"", "keep", int32_t{5}}));
+    EXPECT_EQ(outs(), (Outs{"", "keep", int32_t{5}}));
   }
-  EXPECT_EQ(v().EASYGetSegmentMultiTIF("C", "A", "D", "V", "1", &name, &len), kOne);
-  EXPECT_EQ(name, Variant(""));
+  EXPECT_EQ((Outs{v().EASYGetSegmentMultiTIF("C", "A", "D", "V", "1", &name, &len), name}), (Outs{kOne, ""}));
   EXPECT_EQ(len, Variant(int16_t{0}));
 }
 
@@ -65,27 +64,23 @@ TEST_F(SegmentFiles, ExtensionMappingRenamesInTheLocalFolder) {
   testing::WriteFile(blob.File("B2.TIF"), "new");
   testing::WriteFile(blob.File("B2.pdf"), "old");
   testing::WriteFile(outside.File("x.TIF"), "keep");
-  Answer("Status: OK\r\n3\r\nA1.TIF");
-  Answer("Status: OK\r\n3\r\nA1.DOC");
-  Answer("Status: OK\r\n3\r\nZ9.tif");  // no such file here
-  Answer("Status: OK\r\n3\r\nB2.TIF");  // the new name is taken
-  Answer("Status: OK\r\n3\r\n../" + std::filesystem::path(outside.path()).filename().string() + "/x.TIF");
-  Answer("Status: OK\r\n3\r\nA1.TIF");
+  // Z9.tif is no file here; B2.pdf, the new name of B2.TIF, is taken.
+  const std::string escape = "../" + std::filesystem::path(outside.path()).filename().string() + "/x.TIF";
+  for (const char* name : {"A1.TIF", "A1.DOC", "Z9.tif", "B2.TIF", escape.c_str(), "A1.TIF"}) {
+    Answer(std::string("Status: OK\r\n3\r\n") + name);
+  }
   v().strBlobPathLocal = blob.path();
   Variant name;
   v().strChangeFileExt = "tif-Pdf";
-  EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), kOne);
-  EXPECT_EQ(name, Variant("A1.Pdf"));
+  EXPECT_EQ((Outs{v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), name}), (Outs{kOne, "A1.Pdf"}));
   EXPECT_EQ(testing::ReadFile(blob.File("A1.Pdf")), "tif");
   EXPECT_FALSE(std::filesystem::exists(blob.File("A1.TIF")));
 
   v().strChangeFileExt = "DOC TIF-pdf";
-  EXPECT_EQ(v().EASYGetSegmentMultiTIF("C", "A", "D", "V", "1", &name), kOne);
-  EXPECT_EQ(name, Variant("A1.DOC"));
-  EXPECT_EQ(v().EASYGetSegmentPrintfile("C", "A", "D", "V", "F", "L", Variant::missing(), &name), kOne);
-  EXPECT_EQ(name, Variant("Z9.pdf"));
-  EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), kOne);
-  EXPECT_EQ(name, Variant("B2.pdf"));
+  EXPECT_EQ((Outs{v().EASYGetSegmentMultiTIF("C", "A", "D", "V", "1", &name), name}), (Outs{kOne, "A1.DOC"}));
+  EXPECT_EQ((Outs{v().EASYGetSegmentPrintfile("C", "A", "D", "V", "F", "L", Variant::missing(), &name), name}),
+            (Outs{kOne, "Z9.pdf"}));
+  EXPECT_EQ((Outs{v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), name}), (Outs{kOne, "B2.pdf"}));
   EXPECT_EQ(testing::ReadFile(blob.File("B2.pdf")), "old");
   EXPECT_EQ(testing::ReadFile(blob.File("B2.TIF")), "new");
   // A name that leaves the folder is not followed.
@@ -93,8 +88,8 @@ TEST_F(SegmentFiles, ExtensionMappingRenamesInTheLocalFolder) {
   EXPECT_EQ(testing::ReadFile(outside.File("x.TIF")), "keep");
 
   testing::WriteFile(blob.File("A1.TIF"), "tif");
-  EXPECT_EQ(v().EASYGetSegmentPDF("C", "A", "D", "V", int16_t{1}, int16_t{1}, &name), kOne);
-  EXPECT_EQ(name, Variant("A1.TIF"));
+  EXPECT_EQ((Outs{v().EASYGetSegmentPDF("C", "A", "D", "V", int16_t{1}, int16_t{1}, &name), name}),
+            (Outs{kOne, "A1.TIF"}));
   EXPECT_TRUE(std::filesystem::exists(blob.File("A1.TIF")));
   EXPECT_EQ(testing::RuntimeErrorNumber([&] { v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}); }), 13);
 
@@ -108,8 +103,7 @@ TEST_F(SegmentFiles, ExtensionMappingRenamesInTheLocalFolder) {
   } disk(&net_);
   SetEnvironment(v(), &disk);
   v().strBlobPathLocal = "";
-  EXPECT_EQ(v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), kOne);
-  EXPECT_EQ(name, Variant("A1.pdf"));
+  EXPECT_EQ((Outs{v().EASYGetSegmentData("C", "A", "D", "V", int16_t{1}, &name), name}), (Outs{kOne, "A1.pdf"}));
 }
 
 TEST(MappedNames, ReplaceTheLastThreeCharacters) {
@@ -122,16 +116,11 @@ TEST(MappedNames, ReplaceTheLastThreeCharacters) {
 
 // A list too long to make ("1-2000000000") gives nothing.
 TEST(PageLists, PiecesAndRanges) {
-  const std::pair<std::string, std::string> cases[] = {{"1-3;7;5-4", "1,2,3,7,5,4"},
-                                                       {"0-5", "5"},
-                                                       {"3-0", "3"},
-                                                       {"0", ""},
-                                                       {"", ""},
-                                                       {"2-2", "2"},
-                                                       {"5-3", "5,4,3"},
-                                                       {"0-0", "0"},
-                                                       {";;4;x;-2", "4,2"},
-                                                       {"1.5-2", "2"},
+  const std::pair<std::string, std::string> cases[] = {{"0-5", "5"},        {"3-0", "3"},
+                                                       {"0", ""},           {"", ""},
+                                                       {"2-2", "2"},        {"0-0", "0"},
+                                                       {"1.5-2", "2"},      {"5-3", "5,4,3"},
+                                                       {";;4;x;-2", "4,2"}, {"1-3;7;5-4", "1,2,3,7,5,4"},
                                                        {"1-2000000000", ""}};
   for (const auto& [pages, list] : cases) EXPECT_EQ(ExpandPageList(pages), list) << pages;
 }
@@ -143,16 +132,14 @@ TEST_F(SegmentReferences, LinesAreSplitAtTheirMarkers) {
   EXPECT_EQ(status, Variant(""));
   std::vector<Variant> parts(4, Variant("-"));
   EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1], &parts[2], &parts[3]), Variant("$(#CH1)\\ARCH,DOC9,3"));
-  EXPECT_EQ(parts, (std::vector<Variant>{"CH1", "ARCH", "DOC9", "3"}));
+  EXPECT_EQ(parts, (Outs{"CH1", "ARCH", "DOC9", "3"}));
   // Without ")\" the channel and archive stay; the commas still give what follows them.
   parts.assign(4, Variant("-"));
   EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1], &parts[2], &parts[3]), Variant("no marker, here,x"));
-  EXPECT_EQ(parts, (std::vector<Variant>{"-", "-", " here", "x"}));
+  EXPECT_EQ(parts, (Outs{"-", "-", " here", "x"}));
   // No comma after the archive: it is left alone.
-  EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0], &parts[1]), Variant("$(#C)\\A"));
-  EXPECT_EQ(std::vector<Variant>(parts.begin(), parts.begin() + 2), (std::vector<Variant>{"C", "-"}));
-  EXPECT_EQ(v().EASYGetSegmentERFNext(&parts[0]), Variant(""));
-  EXPECT_EQ(parts[0], Variant("C"));
+  EXPECT_EQ((Outs{v().EASYGetSegmentERFNext(&parts[0], &parts[1]), parts[0], parts[1]}), (Outs{"$(#C)\\A", "C", "-"}));
+  EXPECT_EQ((Outs{v().EASYGetSegmentERFNext(&parts[0]), parts[0]}), (Outs{"", "C"}));
 }
 
 }  // namespace

@@ -25,12 +25,11 @@ TEST(TextEncoding, WorkedValues) {
 }
 
 TEST(TextEncoding, BadInputRaises) {
-  EXPECT_EQ(RuntimeErrorNumber([] { DecodeText("6G"); }), 13);  // not hexadecimal
-  EXPECT_EQ(RuntimeErrorNumber([] { DecodeText("59"); }), 13);  // 89 has a digit that is not octal
-  EXPECT_EQ(RuntimeErrorNumber([] { DecodeText("00"); }), 5);   // code 0 - 1 is no character
-  // L = 3 and 7: the first position computed is 0, an invalid argument.
-  EXPECT_EQ(RuntimeErrorNumber([] { DecodeText("866"); }), 5);
-  EXPECT_EQ(RuntimeErrorNumber([] { DecodeText("6866866"); }), 5);
+  // Not hexadecimal; 89 has a digit that is not octal; code 0 - 1 is no character; with L = 3 and 7 the first
+  // position computed is 0, an invalid argument.
+  for (const auto& [code, number] : {std::pair{"6G", 13}, {"59", 13}, {"00", 5}, {"866", 5}, {"6866866", 5}}) {
+    EXPECT_EQ(RuntimeErrorNumber([&] { DecodeText(code); }), number) << code;
+  }
   // Well below that length the 16-bit intermediate overflows: code + position 13816 is octal 32770.
   EXPECT_EQ(RuntimeErrorNumber([] { EncodeText(std::string(13751, 'A')); }), 6);
   EXPECT_NO_THROW(EncodeText(std::string(13750, 'A')));

@@ -17,11 +17,9 @@ int64_t FakeClock::SteadyMilliseconds() {
 
 void FakeClock::AdvanceSeconds(int64_t seconds) {
   ms_ += seconds * 1000;
-  int64_t total = now_.hour * 3600 + now_.minute * 60 + now_.second + seconds;
-  int64_t days = total >= 0 ? total / 86400 : -((-total + 86399) / 86400);
-  total -= days * 86400;
-  now_.date = platform::AddDays(now_.date, days);
-  now_.hour = static_cast<int>(total / 3600);
+  const int64_t total = now_.hour * 3600 + now_.minute * 60 + now_.second + seconds;
+  now_.date = platform::AddDays(now_.date, total / 86400);
+  now_.hour = static_cast<int>(total / 3600 % 24);
   now_.minute = static_cast<int>(total / 60 % 60);
   now_.second = static_cast<int>(total % 60);
 }

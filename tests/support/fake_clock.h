@@ -20,7 +20,7 @@ class FakeClock : public platform::EnvWrapper {
   int64_t SteadyMilliseconds() override;
   void AdvanceMs(int64_t ms) { ms_ += ms; }
   void Set(const platform::LocalDateTime& now) { now_ = now; }
-  void AdvanceSeconds(int64_t seconds);
+  void AdvanceSeconds(int64_t seconds);  // forward only
   int reads() const { return reads_; }
 
   std::function<void(FakeClock&)> on_read;

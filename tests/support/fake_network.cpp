@@ -95,15 +95,10 @@ int FakeNetwork::Poll(std::vector<platform::PollEntry>& entries, int) {
     if (it == sockets_.end()) continue;
     Fake& s = it->second;
     s.fresh = true;
-    if (s.connecting) {
-      e.ready = platform::kPollOut;
-    } else {
-      if ((e.wanted & platform::kPollOut) != 0) e.ready |= platform::kPollOut;
-      const bool asked = s.request >= 0 && !requests[static_cast<size_t>(s.request)].empty();
-      if ((e.wanted & platform::kPollIn) != 0 && asked && !hold && (!s.partial.empty() || !s.steps.empty())) {
-        e.ready |= platform::kPollIn;
-      }
-    }
+    const bool asked = s.request >= 0 && !requests[static_cast<size_t>(s.request)].empty();
+    const bool readable = asked && !hold && (!s.partial.empty() || !s.steps.empty());
+    // Writable once connected, readable when the request has come and a step is left to play.
+    e.ready = s.connecting ? platform::kPollOut : e.wanted & (platform::kPollOut | (readable ? platform::kPollIn : 0));
     if (e.ready != 0) ++ready;
   }
   return ready;

@@ -11,10 +11,7 @@ set -euo pipefail
 action=${1:?start or stop}
 state=${2:?state file}
 
-bin=${HALQVANTOR_PG_BIN:-}
-if [ -z "$bin" ]; then
-  bin=$(ls -d /usr/lib/postgresql/*/bin 2>/dev/null | sort -V | tail -n 1)
-fi
+bin=${HALQVANTOR_PG_BIN:-$(ls -d /usr/lib/postgresql/*/bin 2>/dev/null | sort -V | tail -n 1)}
 [ -x "$bin/pg_ctl" ] || { echo "PostgreSQL server binaries not found (install the postgresql package)" >&2; exit 1; }
 
 # The server's tools run as another user, who may not be allowed into the build folder.
@@ -56,9 +53,7 @@ case "$action" in
     fi
     echo "$dir" >"$state"
     ;;
-  stop)
-    stop_server
-    ;;
+  stop) stop_server ;;
   *)
     echo "usage: postgres_server.sh {start|stop} STATE_FILE" >&2
     exit 2

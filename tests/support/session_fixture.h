@@ -55,7 +55,11 @@ class SessionTest : public ::testing::Test {
 struct Exchanged {
   bool ok = false;
   std::string response, status;
+  bool operator==(const Exchanged&) const = default;
 };
+inline void PrintTo(const Exchanged& e, std::ostream* os) {
+  *os << (e.ok ? "ok" : "failed") << ", response " << ::testing::PrintToString(e.response) << ", status " << e.status;
+}
 inline Exchanged Exchange(GatewaySession& s, const std::string& request) {
   Exchanged out;
   out.ok = s.impl().RequestExchange(request, out.response, out.status);
@@ -67,6 +71,13 @@ inline int OpenDescriptors() {
   int count = 0;
   for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
   return count;
+}
+
+// `size` bytes whose pattern repeats only after megabytes, so that a piece out of place shows.
+inline std::string PatternOf(size_t size) {
+  std::string bytes(size, '\0');
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 131 + i / 4099) & 0xFF);
+  return bytes;
 }
 
 // For table rows that each need a new link: the session's link plays `scripts` (FakeNetwork), its time is

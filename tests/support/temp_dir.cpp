@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <ranges>
 #include <sstream>
 #include <stdexcept>
 
@@ -31,18 +32,11 @@ void WriteFile(const std::string& path, const std::string& bytes) {
 }
 
 std::vector<std::string> ReadLines(const std::string& path) {
-  const std::string text = ReadFile(path);
   std::vector<std::string> lines;
-  size_t start = 0;
-  while (start < text.size()) {
-    const size_t end = text.find("\r\n", start);
-    if (end == std::string::npos) {
-      lines.push_back(text.substr(start));
-      break;
-    }
-    lines.push_back(text.substr(start, end - start));
-    start = end + 2;
+  for (const auto line : std::views::split(ReadFile(path), std::string_view("\r\n"))) {
+    lines.emplace_back(line.begin(), line.end());
   }
+  if (!lines.empty() && lines.back().empty()) lines.pop_back();  // the CR LF that ends the last line
   return lines;
 }
 

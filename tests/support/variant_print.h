@@ -1,6 +1,7 @@
 #pragma once
 
 #include <ostream>
+#include <vector>
 
 #include "halqvantor/Variant.h"
 
@@ -13,5 +14,9 @@ inline void PrintTo(const Variant& v, std::ostream* os) {
   *os << kTypes[static_cast<int>(v.type())];
   if (v.type() != VarType::Null && v.type() != VarType::Missing) *os << "(\"" << v.ToString() << "\")";
 }
+
+// A member's result and the outs it wrote, compared as one: Outs{v.Member(&a, &b), a, b}. A braced list
+// evaluates its elements in order, so the outs are read after the call has written them.
+using Outs = std::vector<Variant>;
 
 }  // namespace halqvantor

@@ -20,8 +20,7 @@ TEST(ConnectStrings, SqliteByProviderOrFileNameAndSqlServerTranslatedForOdbc) {
       {" provider = sqlite ; data source = '/a b;c/u.sqlite' ", "/a b;c/u.sqlite"},
       {"/srv/Users.DB", "/srv/Users.DB"},
       {"DSN=users", ""},
-      {"Provider=SQLOLEDB;Data Source=x.db", ""},
-  };
+      {"Provider=SQLOLEDB;Data Source=x.db", ""}};
   for (const auto& [connect, path] : sqlite) EXPECT_EQ(SqlitePathOf(connect), path) << connect;
   const std::vector<std::pair<std::string, std::string>> odbc = {
       {"Provider=SQLOLEDB.1;Data Source=db1,1433;Initial Catalog=Portal;User ID=web;Password=p;w;Persist Security "
@@ -30,8 +29,7 @@ TEST(ConnectStrings, SqliteByProviderOrFileNameAndSqlServerTranslatedForOdbc) {
       {"Provider=SQLOLEDB;Driver={ODBC Driver 18};Data Source=db1;Password=\"a;b}\"",
        "Driver={ODBC Driver 18};Server=db1;PWD={a;b}}}"},
       // Anything else goes to the driver manager as it is.
-      {"Driver=PostgreSQL;Servername=/tmp;Database=x", "Driver=PostgreSQL;Servername=/tmp;Database=x"},
-  };
+      {"Driver=PostgreSQL;Servername=/tmp;Database=x", "Driver=PostgreSQL;Servername=/tmp;Database=x"}};
   for (const auto& [connect, translated] : odbc) EXPECT_EQ(OdbcConnectStringOf(connect), translated);
 }
 
@@ -86,13 +84,12 @@ TEST_P(DatabaseBackend, FieldsByNameAndPositionWithTheirTypes) {
   EXPECT_EQ(rs->Field("ARCHIVE"), Variant("A"));
   const std::vector<Variant> fields = {rs->Field(1), rs->Field(2), rs->Field(4),
                                        rs->Field(5), rs->Field(6), rs->Field(7)};
-  EXPECT_EQ(fields, (std::vector<Variant>{4000000000.0, int32_t{3}, int32_t{2}, int32_t{3}, 4000000000.0, 1.5}));
+  EXPECT_EQ(fields, (Outs{4000000000.0, int32_t{3}, int32_t{2}, int32_t{3}, 4000000000.0, 1.5}));
   rs->MoveNext();
   EXPECT_TRUE(rs->Eof());
   // An empty set's MAX is NULL.
   rs = connection->Execute("SELECT MAX(UserID), MAX(UserName) FROM Users");
-  EXPECT_TRUE(rs->Field(0).IsNull());
-  EXPECT_TRUE(rs->Field(1).IsNull());
+  EXPECT_EQ((Outs{rs->Field(0), rs->Field(1)}), (Outs{Variant::null(), Variant::null()}));
   EXPECT_EQ(RuntimeErrorNumber([&] { rs->Field("nope"); }), platform::kErrItemNotFound);
 }
 
@@ -124,9 +121,7 @@ TEST_P(DatabaseBackend, ValuesAreBoundToPlaceholders) {
   std::unique_ptr<platform::Recordset> rs = connection->Execute(
       "SELECT UserID, Passwd, EASYUser FROM Users WHERE UserName=? AND UserID=?", {Variant(name), Variant(3.0)});
   ASSERT_FALSE(rs->Eof());
-  EXPECT_EQ(rs->Field(0), Variant(int32_t{3}));
-  EXPECT_TRUE(rs->Field(1).IsNull());
-  EXPECT_EQ(rs->Field(2), Variant("Jürgen"));
+  EXPECT_EQ((Outs{rs->Field(0), rs->Field(1), rs->Field(2)}), (Outs{int32_t{3}, Variant::null(), "Jürgen"}));
   rs->Close();
   // A text longer than a plain parameter of some servers takes.
   EXPECT_TRUE(connection->Execute("SELECT UserID FROM Users WHERE UserName=?", {Variant(long_text)})->Eof());

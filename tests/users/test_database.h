@@ -49,9 +49,8 @@ class TestDatabase {
   std::unique_ptr<platform::Connection> connection_;
 };
 
-// Records the statements of every connection it makes; `fail_at` (1-based, counted
-// over all connections) makes that Execute raise a database error instead of running. An environment:
-// everything but the connections goes to `base`.
+// Records the statements of every connection it makes; `fail_at` (1-based, counted over all connections) makes that
+// Execute raise a database error instead of running. An environment: everything but the connections goes to `base`.
 class RecordingFactory : public platform::EnvWrapper {
  public:
   explicit RecordingFactory(platform::Env* base = platform::Env::Default()) : EnvWrapper(base) {}

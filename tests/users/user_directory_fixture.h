@@ -12,6 +12,7 @@
 #include "halqvantor/clsVantor.h"
 #include "support/fake_clock.h"
 #include "support/temp_dir.h"
+#include "support/variant_print.h"
 #include "users/test_database.h"
 
 namespace halqvantor::testing {
@@ -25,12 +26,14 @@ inline std::vector<std::string> FailureLines(const std::string& log_file) {
   return lines;
 }
 
-// A fixture that adds rows in its own SetUp returns when IsSkipped() after calling this one's.
+// `rows`: statements that fill the fresh database before each case.
 class UserDirectoryTest : public ::testing::TestWithParam<Backend> {
  protected:
+  explicit UserDirectoryTest(std::vector<std::string> rows = {}) : rows_(std::move(rows)) {}
   void SetUp() override {
     HALQVANTOR_SKIP_UNLESS_AVAILABLE(GetParam());
     db = std::make_unique<TestDatabase>(GetParam());
+    for (const std::string& sql : rows_) db->Run(sql);
     v = std::make_unique<clsVantor>();
     SetEnvironment(*v, &recorder);
     v->strDebugLogPath = log.path();
@@ -43,6 +46,7 @@ class UserDirectoryTest : public ::testing::TestWithParam<Backend> {
 
   std::vector<std::string> Failures() const { return FailureLines(log.File("S.LOG")); }
 
+  std::vector<std::string> rows_;
   TempDir log;
   FakeClock clock{{{2026, 11, 15}, 9, 0, 0}};
   RecordingFactory recorder{&clock};
