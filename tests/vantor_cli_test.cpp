@@ -32,6 +32,8 @@ namespace fs = std::filesystem;
 using halqvantor::testing::ReadFile;
 using halqvantor::testing::TempDir;
 using halqvantor::testing::WriteFile;
+using ::testing::AllOf;
+using ::testing::FieldsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using json = nlohmann::json;
@@ -152,23 +154,19 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
   }
   EXPECT_EQ(RunLine({}).code, 2);
   // One line, name and dotted version, as help2man and scripts read it; a sub-command after it is not run.
-  Outcome version = RunLine({"--version", "channels"});
-  EXPECT_EQ(version.code, 0);
-  EXPECT_THAT(version.out, ::testing::MatchesRegex("vantor [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+  EXPECT_THAT(RunLine({"--version", "channels"}),
+              FieldsAre(0, ::testing::MatchesRegex("vantor [0-9]+\\.[0-9]+\\.[0-9]+\n"), ""));
   port_ = std::to_string(halqvantor::testing::ScriptedGateway::UnusedPort());
-  Outcome refused = Run({"channels"});
-  EXPECT_EQ(refused.code, 1);
-  EXPECT_EQ(refused.err,
-            "EASYGetChannelsInit: Winsock Error (10061 - Connection is forcefully rejected)\nis vantor-gateway "
-            "running on 127.0.0.1:" +
-                port_ + "? (check --host and --port, or VANTOR_HOST and VANTOR_PORT)\n");
-  EXPECT_EQ(refused.out, "");
+  EXPECT_THAT(Run({"channels"}),
+              FieldsAre(1, "",
+                        "EASYGetChannelsInit: Winsock Error (10061 - Connection is forcefully rejected)\n"
+                        "is vantor-gateway running on 127.0.0.1:" +
+                            port_ + "? (check --host and --port, or VANTOR_HOST and VANTOR_PORT)\n"));
 }
 
 TEST_F(VantorCli, FetchPrintsTheLocalPathWithTheMappedExtension) {
-  Outcome data = Run({"--ext-map", "TIF-PDF", "fetch", "FIBU", "Eingangsrechnungen", "1000001", "1", "BELEG"});
-  ASSERT_EQ(data.code, 0) << data.err;
-  EXPECT_EQ(data.out, blob_ + "/1000001_1_2.PDF\n");
+  EXPECT_THAT(Run({"--ext-map", "TIF-PDF", "fetch", "FIBU", "Eingangsrechnungen", "1000001", "1", "BELEG"}),
+              FieldsAre(0, blob_ + "/1000001_1_2.PDF\n", ""));
   EXPECT_TRUE(fs::exists(blob_ + "/1000001_1_2.PDF"));
   json pages = Run({"--json", "fetch", "VERTRAG", "Verträge", "1000030", "1", "--pages", "2-3"}).Json();
   EXPECT_EQ(pages["path"], blob_ + "/" + pages["file"].get<std::string>());
@@ -211,9 +209,8 @@ TEST_F(VantorCli, NotesWrittenListedAndDeleted) {
   const Args notes(add.begin() + 1, add.end() - 2);
   const json added = Expect(add, 0, "").Json();
   ASSERT_FALSE(added.empty());
-  EXPECT_EQ(added.back()["author"], "easy");
-  EXPECT_EQ(added.back()["text"], "Erste Zeile\nzweite");
-  EXPECT_EQ(added.back()["number"], added.size());
+  const json& note = added.back();
+  EXPECT_EQ(json({note["author"], note["text"], note["number"]}), json({"easy", "Erste Zeile\nzweite", added.size()}));
   {
     ScopedEnv utf8("LC_ALL", "C.UTF-8");
     Expect(notes, 0, "Erste Zeile⏎zweite");
@@ -230,9 +227,7 @@ TEST_F(VantorCli, NotesWrittenListedAndDeleted) {
 TEST_F(VantorCli, UserDirectoryFromInitdbThroughGrantsAndRights) {
   db_ = dir_.File("users.db");
   const auto initdb = [&](const Args& args, const std::string& text) {
-    Outcome run = RunLine(args);
-    EXPECT_EQ(run.code, 0) << run.err;
-    EXPECT_THAT(run.out, HasSubstr(text));
+    EXPECT_THAT(RunLine(args), FieldsAre(0, HasSubstr(text), ""));
   };
   initdb({"initdb", db_}, "(12 tables)");
   const std::string schema = ReadFile(db_);
@@ -260,11 +255,9 @@ TEST_F(VantorCli, UserDirectoryFromInitdbThroughGrantsAndRights) {
             json({{"kind", "group"}, {"name", "Einkauf"}, {"result", "granted"}}));
   EXPECT_EQ(Run({"--json", "grant", "1", "--right", "SUCHE"}).Json()["changes"][0]["result"], "already granted");
   Expect({"grant", "anna", "--right", "UPLOAD", "--group", "Vertrieb"}, 1, "no group Vertrieb in the user database");
-  const json rights = Run({"--json", "rights", "anna"}).Json();
-  EXPECT_EQ(rights["rights"], json({"SUCHE"}));
-  EXPECT_EQ(rights["groups"], json({"Einkauf"}));
-  EXPECT_EQ(rights["channels"], json({"FIBU"}));
-  EXPECT_EQ(rights["archives"], json({"Eingangsrechnungen"}));
+  EXPECT_EQ(Run({"--json", "rights", "anna"}).Json(), json::parse(R"({"user": "anna", "id": 1, "rights": ["SUCHE"],
+      "groups": ["Einkauf"], "channels": ["FIBU"], "archives": ["Eingangsrechnungen"], "edit_rights": [],
+      "search_rights": [], "hidden_fields": [], "no_match_code_fields": []})"));
   Expect({"grant", "7", "--right", "SUCHE"}, 1, "no user with id 7");
   EXPECT_EQ(Run({"--json", "grant", "anna", "--revoke", "--channel", "FIBU"}).Json()["changes"][0]["result"],
             "revoked");
@@ -283,8 +276,7 @@ TEST_F(VantorCli, UserDirectoryFromInitdbThroughGrantsAndRights) {
   // With strong passwords a hash keeps any password: no warning.
   db_ = dir_.File("strong.db");
   initdb({"initdb", "--strong-passwords", db_}, "(12 tables; passwords stored as Argon2id hashes)");
-  const Outcome strong = Run({"adduser", "dora", "Grüße2002"});
-  EXPECT_EQ(strong.out + strong.err, "added dora with user id 1\n");
+  EXPECT_THAT(Run({"adduser", "dora", "Grüße2002"}), FieldsAre(0, "added dora with user id 1\n", ""));
   Expect({"logon", "dora", "Grüße2002"}, 0, "dora: user id 1\n");
 }
 
@@ -292,23 +284,20 @@ TEST_F(VantorCli, UserDirectoryFromInitdbThroughGrantsAndRights) {
 // command, overrides it.
 TEST_F(VantorCli, GlobalOptionsFromTheCommandLineAndTheEnvironment) {
   ScopedEnv port("VANTOR_PORT", "47x"), password("VANTOR_PASSWORD", "easy");
-  const Outcome variable = RunLine({"--host", "127.0.0.1", "channels"});
+  EXPECT_THAT(RunLine({"--host", "127.0.0.1", "channels"}),
+              FieldsAre(2, "",
+                        "vantor: the environment variable VANTOR_PORT is wrong: '47x' is no port: give a whole "
+                        "number from 1 to 65535 (or unset it)\n"));
   // The option overrides the variable, given after the command too.
-  const Outcome overridden = RunLine({"--host", "127.0.0.1", "channels", "--port", port_, "--user", "easy"});
-  EXPECT_EQ(variable.code, 2);
-  EXPECT_EQ(variable.err,
-            "vantor: the environment variable VANTOR_PORT is wrong: '47x' is no port: give a whole number from 1 to "
-            "65535 (or unset it)\n");
-  EXPECT_EQ(overridden.code, 0) << overridden.err;
+  EXPECT_EQ(RunLine({"--host", "127.0.0.1", "channels", "--port", port_, "--user", "easy"}).code, 0);
 }
 
 // Passwords stay out of what we print and log; the log is its owner's alone and has a visible name.
 TEST_F(VantorCli, SecretsMaskedAndTheDebugLogPrivate) {
-  const Outcome odbc =
-      RunLine({"--db", "Driver={No Such};Server=db;UID=sa;PWD={se;cr}}et};Database=u", "logon", "anna", "x"});
-  EXPECT_EQ(odbc.code, 1);
-  EXPECT_THAT(odbc.err, HasSubstr("user database Driver={No Such};Server=db;UID=sa;PWD=***;Database=u: "));
-  EXPECT_THAT(odbc.err, Not(HasSubstr("se;cr")));
+  EXPECT_THAT(RunLine({"--db", "Driver={No Such};Server=db;UID=sa;PWD={se;cr}}et};Database=u", "logon", "anna", "x"}),
+              FieldsAre(1, "",
+                        AllOf(HasSubstr("user database Driver={No Such};Server=db;UID=sa;PWD=***;Database=u: "),
+                              Not(HasSubstr("se;cr")))));
 
   const std::string logs = dir_.File("logs");  // made by the first line
   Expect({"--log", logs, "channels"}, 0, "");
@@ -349,24 +338,21 @@ TEST(VantorCliHostileGateway, EscapesControlsRefusesForeignPathsAndBoundsReplies
                                "--blob-local", local.path()});
     return RunLine(args);
   };
-  Outcome channels = run({"channels"});
-  EXPECT_EQ(channels.code, 0) << channels.err;
-  EXPECT_THAT(channels.out, HasSubstr("K1\\x1B]0;owned\\x07  ok\\u009D2J"));
+  EXPECT_THAT(run({"channels"}), FieldsAre(0, HasSubstr("K1\\x1B]0;owned\\x07  ok\\u009D2J"), ""));
   EXPECT_EQ(run({"channels"}).err, "EASYGetChannelsInit: Error 3 \\x1B[2J\n");
   for (const char* shown : {"../../etc/passwd", "/tmp/x.pdf", "a/b.pdf"}) {
-    Outcome fetch = run({"fetch", "K", "A", "D", "1", "F"});
-    EXPECT_EQ(fetch.code, 1);
-    EXPECT_EQ(fetch.out, "");
-    EXPECT_EQ(fetch.err, std::string("EASYGetSegmentData: the gateway named a file outside the local blob folder: ") +
-                             shown + "\n");
+    EXPECT_THAT(run({"fetch", "K", "A", "D", "1", "F"}),
+                FieldsAre(1, "",
+                          "EASYGetSegmentData: the gateway named a file outside the local blob folder: " +
+                              std::string(shown) + "\n"));
   }
   EXPECT_EQ(run({"fetch", "K", "A", "D", "1", "F"}).err, "EASYGetSegmentData: the gateway named no file\n");
-  Outcome huge = run({"--max-reply", "1k", "channels"});
-  EXPECT_EQ(huge.code, 1);
-  EXPECT_EQ(huge.err, "EASYGetChannelsInit: Reply too large (2000000000 bytes announced, the limit is 1024 bytes).\n");
-  Outcome malformed = run({"doc", "K", "A", "D", "1"});
-  EXPECT_EQ(malformed.code, 1);
-  EXPECT_EQ(malformed.err, "EASYGetDocumentInfo: run-time error 5: Invalid procedure call or argument\n");
+  EXPECT_THAT(run({"--max-reply", "1k", "channels"}),
+              FieldsAre(1, "",
+                        "EASYGetChannelsInit: Reply too large (2000000000 bytes announced, the limit is 1024 "
+                        "bytes).\n"));
+  EXPECT_THAT(run({"doc", "K", "A", "D", "1"}),
+              FieldsAre(1, "", "EASYGetDocumentInfo: run-time error 5: Invalid procedure call or argument\n"));
 }
 
 // Byte counts and dates in the gateway's rows as scripts get them; CSV fields quoted and escaped.
@@ -462,12 +448,10 @@ TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
       {{"--json", "--csv", "channels"}, 2, "excludes"}};
   for (const auto& [args, code, text] : failures) {
     const Outcome run = Run(args);
-    SCOPED_TRACE(::testing::PrintToString(args));
-    EXPECT_EQ(run.code, code);
-    EXPECT_EQ(run.out, "");
     const json error = json::parse(run.err);  // one object, nothing else
-    EXPECT_EQ(error["exit_code"], code);
-    EXPECT_THAT(error["error"].get<std::string>(), HasSubstr(text));
+    EXPECT_THAT(std::tuple(run.code, run.out, error["exit_code"], error["error"].get<std::string>()),
+                FieldsAre(code, "", code, HasSubstr(text)))
+        << ::testing::PrintToString(args);
   }
 }
 
@@ -478,10 +462,9 @@ TEST_F(VantorCli, QueryOrderFollowsSortsAscDescAndTheFooterSaysIt) {
     extra.insert(extra.begin(), {"query", "FIBU", "Eingangsrechnungen", ""});
     return extra;
   };
-  const auto column = [&](const std::string& key, const Args& extra) {
-    Args args = with(extra);
-    args.insert(args.begin(), "--json");
-    const json query = Run(args).Json();
+  const auto column = [&](const std::string& key, Args extra) {
+    extra.push_back("--json");
+    const json query = Run(with(extra)).Json();
     std::vector<std::string> values;
     for (const auto& hit : query["hits"]) values.push_back(hit[key]);
     return values;
@@ -517,8 +500,7 @@ TEST_F(VantorCli, CreateEditAndDeleteDocumentsFromAnImportFile) {
   Outcome created = run({"--blob", blob_, "--json", "create", "neu.txt"});
   ASSERT_EQ(created.code, 0) << created.err;
   const std::string id = created.Json()["id"];
-  EXPECT_EQ(created.Json()["version"], 1);
-  EXPECT_EQ(created.Json()["import_file"], blob_ + "\\neu.txt");
+  EXPECT_EQ(created.Json(), json({{"import_file", blob_ + "\\neu.txt"}, {"documents", 1}, {"id", id}, {"version", 1}}));
   EXPECT_EQ(Run({"--json", "query", "FIBU", "Eingangsrechnungen", ".NR=(2002-9999)"}).Json()["total_hits"], 1);
 
   EXPECT_EQ(run({"--blob", blob_, "edit", dir_.File("blob/neu2.txt"), id}).out,
