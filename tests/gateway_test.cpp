@@ -33,6 +33,8 @@ using halqvantor::testing::ReadFile;
 using halqvantor::testing::TempDir;
 using halqvantor::testing::WriteFile;
 using Clock = std::chrono::steady_clock;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 // The text answer's status line and rows, in UTF-8.
 struct Reply {
@@ -48,8 +50,6 @@ Reply ParseReply(const std::string& wire) {
   if (!lines.empty()) reply.rows.assign(lines.begin() + 1, lines.end());
   return reply;
 }
-
-std::string StatusLine(const std::string& wire) { return ParseReply(wire).status; }
 
 std::string Frame(const std::vector<std::string>& args, const std::string& user = "easy",
                   const std::string& password = "easy") {
@@ -86,8 +86,8 @@ class GatewayTest : public ::testing::Test {
   };
   void ExpectStatuses(const std::vector<Asked>& rows) {
     for (const Asked& r : rows) {
-      const std::string status = Ask(r.args, r.user, r.user).status;
-      EXPECT_TRUE(status.starts_with("Status: " + r.status)) << r.args[0] << " " << r.args.back() << ": " << status;
+      EXPECT_THAT(Ask(r.args, r.user, r.user).status, StartsWith("Status: " + r.status))
+          << r.args[0] << " " << r.args.back();
     }
   }
   GatewayServer& server() { return gateway_.server(); }
@@ -210,15 +210,15 @@ TEST_F(GatewayTest, TransferMovesRawBytesAndFailsByClosing) {
 }
 
 TEST_F(GatewayTest, AnImportWithOneWrongPartChangesNothing) {
+  const std::string folder = "@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:x,";
   const std::vector<std::pair<std::string, std::string>> bad = {
-      {"@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:x,3:DATUM\r\n^31.02.2002^\r\n", "Status: Error 53"},
-      {"@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:x,2:NR\r\n^1^\r\n", "Status: Error 53"},
-      {"@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:x,1:NR\r\n^1^\r\n@DB,$(#FIBU)\\Nichts\r\n@FOLDER,FT:y\r\n",
-       "Status: Error 31"},
-      {"@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:x,5:BELEG\r\n^fehlt.tif^\r\n", "Status: Error 51"}};
+      {folder + "3:DATUM\r\n^31.02.2002^\r\n", "Status: Error 53"},
+      {folder + "2:NR\r\n^1^\r\n", "Status: Error 53"},
+      {folder + "1:NR\r\n^1^\r\n@DB,$(#FIBU)\\Nichts\r\n@FOLDER,FT:y\r\n", "Status: Error 31"},
+      {folder + "5:BELEG\r\n^fehlt.tif^\r\n", "Status: Error 51"}};
   for (const auto& [file, status] : bad) {
     WriteFile(blob() + "/bad.imp", file);
-    EXPECT_EQ(Ask({"CreateDocument", "bad.imp"}).status.substr(0, 16), status) << file;
+    EXPECT_THAT(Ask({"CreateDocument", "bad.imp"}).status, StartsWith(status)) << file;
   }
   Start();
   EXPECT_EQ(Ask({"GetArchiveProperties", kFibu, kIn}).rows[0], "1,1,1,1,14");
@@ -227,15 +227,13 @@ TEST_F(GatewayTest, AnImportWithOneWrongPartChangesNothing) {
 // ---- busy answers, malformed and stalled clients ------------------------------------------------------------
 
 TEST_F(GatewayTest, BusyAnswersComeFirstAndSpareTransfers) {
-  GatewayOptions options = SmallLimits();
+  GatewayOptions options;
   options.busy = 2;
   Start(options);
   WriteFile(blob() + "/f.bin", "abc");
   EXPECT_EQ(Raw(Frame({"TransferBLOB", "f.bin"})), "abc");
-  const std::string busy = "Status: Error 101 Server ausgelastet, bitte später erneut versuchen";
-  EXPECT_EQ(Ask({"GetChannels"}).status, busy);
-  EXPECT_EQ(Ask({"GetChannels"}, "nobody", "x").status, busy);
-  EXPECT_EQ(Ask({"GetChannels"}).status, kOk);
+  const std::string busy = "Error 101 Server ausgelastet, bitte später erneut versuchen";
+  ExpectStatuses({{{"GetChannels"}, busy}, {{"GetChannels"}, busy, "nobody"}, {{"GetChannels"}, "OK"}});
 }
 
 TEST_F(GatewayTest, MalformedRequestsGetAnErrorAndTheServerGoesOn) {
@@ -248,14 +246,11 @@ TEST_F(GatewayTest, MalformedRequestsGetAnErrorAndTheServerGoesOn) {
       {"^S^,^u^,^p^,^UploadFile^,^dir^,^name^\r\nxyz", "Error 82"},
       {"^S^,^u^,^p^,^UploadFile^,^dir^,^name^,^-3^\r\n", "Error 41"},
       {"^S^,^u^,^p^,^UploadFile^,^dir^,^name^,^99999999^\r\n", "Error 84"}};
-  for (const auto& [request, status] : cases) {
-    const std::string got = ParseReply(Raw(request)).status;
-    EXPECT_TRUE(got.starts_with("Status: " + status)) << got;
-  }
+  for (const auto& [request, status] : cases)
+    EXPECT_THAT(ParseReply(Raw(request)).status, StartsWith("Status: " + status));
   // A client that closes its side before its request is complete still hears why.
-  ExchangeOptions half;
-  half.half_close = true;
-  EXPECT_EQ(ParseReply(Raw(Frame({"GetArchives"}), half)).status, "Status: Error 83 Anfrage unvollständig");
+  EXPECT_EQ(ParseReply(Raw(Frame({"GetArchives"}), {.half_close = true})).status,
+            "Status: Error 83 Anfrage unvollständig");
   EXPECT_EQ(Ask({"GetChannels"}).status, kOk);
 }
 
@@ -263,9 +258,7 @@ TEST_F(GatewayTest, StalledClientsAreAnsweredOrDroppedWhenTheirTimeIsUp) {
   asio::io_context io;
   const asio::ip::tcp::endpoint gateway(asio::ip::make_address("127.0.0.1"), server().port());
   asio::ip::tcp::socket stalled(io), silent(io), answered(io);
-  stalled.connect(gateway);
-  silent.connect(gateway);
-  answered.connect(gateway);
+  for (asio::ip::tcp::socket* socket : {&stalled, &silent, &answered}) socket->connect(gateway);
   // A whole text answer, or what came before the connection ended.
   const auto read_answer = [](asio::ip::tcp::socket& socket) {
     std::string reply;
@@ -316,9 +309,8 @@ TEST_F(GatewayTest, AmplifyingAndWritingRequestsMeetTheirLimits) {
   // The note went to the document's own notes file, not into archive.json, and is there after a restart.
   EXPECT_EQ(ReadFile(gateway_.data() + "/archive.json"), archive);
   Start(options);
-  const std::string notes = Raw(Frame({"GetNotes", kFibu, kIn, "1000001", ""}));
-  EXPECT_NE(notes.find("^Zeile 1\r\nZeile 2^\r\n"), std::string::npos);
-  EXPECT_EQ(StatusLine(Raw(Frame({"DeleteNotes", kFibu, kIn, "1000001", ""}))), "Status: OK");
+  EXPECT_THAT(Raw(Frame({"GetNotes", kFibu, kIn, "1000001", ""})), HasSubstr("^Zeile 1\r\nZeile 2^\r\n"));
+  EXPECT_EQ(Ask({"DeleteNotes", kFibu, kIn, "1000001", ""}).status, kOk);
   Start(options);
   EXPECT_EQ(PayloadOf(Raw(Frame({"GetNotes", kFibu, kIn, "1000001", ""}))), "Status: OK\r\n");
 }
@@ -335,9 +327,7 @@ TEST_F(GatewayTest, ANormalClientIsServedWhileSlowClientsHoldTheConnections) {
     if (i % 2 == 0) asio::write(slow.back(), asio::buffer("^", 1));  // one byte, then nothing
   }
   const auto started = Clock::now();
-  ExchangeOptions quick;
-  quick.timeout = std::chrono::milliseconds(1000);
-  EXPECT_EQ(StatusLine(Raw(Frame({"GetChannels"}), quick)), "Status: OK");
+  EXPECT_EQ(ParseReply(Raw(Frame({"GetChannels"}), {.timeout = std::chrono::milliseconds(1000)})).status, kOk);
   EXPECT_LT(Clock::now() - started, std::chrono::seconds(1));
   EXPECT_LE(gateway_.server().open_connections(), 50u);
 }
@@ -354,19 +344,14 @@ TEST_F(GatewayTest, AnUploadThatFailsLeavesNoFile) {
       {head("nobody", "who.bin") + body, false, "Status: Error 21"},
       {head("easy", "..\\up.bin") + body, false, "Status: Error 50"}};
   for (const auto& [request, half_close, expected] : cases) {
-    ExchangeOptions options;
-    options.half_close = half_close;
-    const std::string status = StatusLine(Exchange("127.0.0.1", gateway_.port(), request, options));
-    EXPECT_TRUE(status.starts_with(expected)) << status;
+    EXPECT_THAT(ParseReply(Raw(request, {.half_close = half_close})).status, StartsWith(expected));
   }
-  EXPECT_EQ(StatusLine(Raw(head("easy", "ok.bin") + body)), "Status: OK");
+  EXPECT_EQ(ParseReply(Raw(head("easy", "ok.bin") + body)).status, kOk);
   // A temporary file goes with its connection.
   ASSERT_TRUE(gateway_.WaitUntil([&] { return server().open_connections() == 0; }));
   std::vector<std::string> files;
-  for (const auto& entry : fs::recursive_directory_iterator(gateway_.dir().path())) {
-    if (entry.is_regular_file() && entry.path().string().find("/blob/") != std::string::npos) {
-      files.push_back(entry.path().filename().string());
-    }
+  for (const auto& entry : fs::recursive_directory_iterator(blob())) {
+    if (entry.is_regular_file()) files.push_back(entry.path().filename().string());
   }
   EXPECT_EQ(files, std::vector<std::string>{"ok.bin"});
   EXPECT_EQ(ReadFile(gateway_.blob() + "/ok.bin"), body);
@@ -397,8 +382,7 @@ TEST_F(GatewayTest, SegmentDescriptionsWriteThumbnails) {
   const Reply reply = Ask({"GetSegmentDescription", kFibu, kIn, "1000001", "1", blob()});
   const std::string thumb = blob() + "/TN_1000001_1_2.TIF";
   ASSERT_TRUE(fs::exists(thumb)) << reply.status;
-  const auto pages = ReadTiff(ReadFile(thumb));
-  EXPECT_TRUE(pages.has_value() && pages->size() == 1u);
+  EXPECT_THAT(ReadTiff(ReadFile(thumb)), ::testing::Optional(::testing::SizeIs(1)));
   EXPECT_THAT(reply.rows, ::testing::Contains(::testing::EndsWith(",^" + std::to_string(fs::file_size(thumb)) + "^")));
 }
 
@@ -421,7 +405,7 @@ TEST_F(GatewayTest, TheProgramRefusesBadStarts) {
     ASSERT_NE(p, nullptr);
     char text[512] = {};
     const size_t n = fread(text, 1, sizeof text - 1, p);
-    EXPECT_THAT(std::string(text, n), ::testing::HasSubstr(message)) << args;
+    EXPECT_THAT(std::string(text, n), HasSubstr(message)) << args;
     EXPECT_EQ(WEXITSTATUS(pclose(p)), code) << args;
   }
 }
