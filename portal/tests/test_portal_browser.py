@@ -27,24 +27,22 @@ def follow(browser, by, value):
     WebDriverWait(browser, 10).until(replaced)
 
 
+def fill(browser, **fields):
+    for field_id, value in fields.items():
+        browser.find_element(By.ID, field_id).send_keys(value)
+
+
 def sign_in(browser, server, name, password):
     browser.delete_all_cookies()
     browser.get(server + "/login")
-    browser.find_element(By.ID, "name").send_keys(name)
-    browser.find_element(By.ID, "password").send_keys(password)
+    fill(browser, name=name, password=password)
     follow(browser, By.ID, "logon")
 
 
 def search(browser, server, **fields):
     browser.get(server + INVOICES)
-    for field_id, value in fields.items():
-        browser.find_element(By.ID, field_id).send_keys(value)
+    fill(browser, **fields)
     follow(browser, By.ID, "search")
-
-
-def hit_column(browser, index):
-    return [row.find_elements(By.TAG_NAME, "td")[index].text for row in
-            browser.find_elements(By.CSS_SELECTOR, "#hits tbody tr")]
 
 
 def documents(browser):
@@ -126,9 +124,7 @@ def test_upload_then_create_a_document_from_a_mask_and_find_it(browser, server, 
     shot("08-uploaded")
 
     follow(browser, By.LINK_TEXT, "Eingangsrechnungen")
-    browser.find_element(By.ID, "title").send_keys("Rechnung 2026-0042 Portal GmbH")
-    browser.find_element(By.ID, "v1").send_keys("2026-0042")
-    browser.find_element(By.ID, "v2").send_keys("Portal GmbH")
+    fill(browser, title="Rechnung 2026-0042 Portal GmbH", v1="2026-0042", v2="Portal GmbH")
     Select(browser.find_element(By.ID, "v5")).select_by_visible_text("Einkauf")
     Select(browser.find_element(By.ID, "attach")).select_by_visible_text("lieferschein.pdf")
     Select(browser.find_element(By.ID, "segment")).select_by_value("ORIGINAL")
@@ -139,5 +135,6 @@ def test_upload_then_create_a_document_from_a_mask_and_find_it(browser, server, 
     shot("10-document-created")
 
     search(browser, server, f1="2026-0042")
-    assert hit_column(browser, 1) == ["Portal GmbH"]
+    assert [row.find_elements(By.TAG_NAME, "td")[1].text
+            for row in browser.find_elements(By.CSS_SELECTOR, "#hits tbody tr")] == ["Portal GmbH"]
     shot("11-new-document-found")

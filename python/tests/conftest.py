@@ -42,11 +42,9 @@ def make_page(port, blob=None, timeout=10, log=""):
     v.lngREMOTEPORT = port
     v.lngREQUESTTIMEOUT = timeout
     v.strSessionID = "PY"
-    v.strEASYUser = "easy"
-    v.strEASYPwd = "easy"
+    v.strEASYUser = v.strEASYPwd = "easy"
     if blob is not None:
-        v.strBlobPathLocal = str(blob)
-        v.strBlobPathRemote = str(blob)
+        v.strBlobPathLocal = v.strBlobPathRemote = str(blob)
     v.strDebugLogPath = log
     v.Init()
     return v

@@ -106,10 +106,7 @@ def run_on_thread(fn):
 
 
 def test_an_object_is_used_only_on_its_own_thread_and_ended_there(tmp_path):
-    v = halqvantor.clsVantor()
-    v.strDebugLogPath = str(tmp_path)
-    v.strSessionID = "T"
-    v.Init()
+    v = make_page(0, log=str(tmp_path))
     with pytest.raises(halqvantor.ThreadError, match="create one object per page"):
         run_on_thread(lambda: v.Encode("x"))
     assert v.Encode("x") == "AB"
@@ -118,7 +115,7 @@ def test_an_object_is_used_only_on_its_own_thread_and_ended_there(tmp_path):
     holder = [v]
     del v
     run_on_thread(holder.clear)
-    log = tmp_path / "T.LOG"
+    log = tmp_path / "PY.LOG"
     assert "Sitzung beendet" not in log.read_text(encoding="utf-8")
     halqvantor.clsVantor()
     assert "Sitzung beendet" in log.read_text(encoding="utf-8")
@@ -166,9 +163,7 @@ def test_upload_file_reads_the_post_from_a_wsgi_environ(tmp_path):
             b"Content-Type: application/pdf\r\n\r\n" + content + b"\r\n--XyZ--\r\n")
     environ = {"CONTENT_LENGTH": str(len(body)), "wsgi.input": TrickleInput(body),
                "CONTENT_TYPE": "multipart/form-data; boundary=XyZ"}
-    v = halqvantor.clsVantor()
-    v.strBlobPathLocal = str(tmp_path)
-    v.Init()
+    v = make_page(0, tmp_path)
     v.OnStartPage(halqvantor.WsgiContext(environ))
     name, size = Ref(), Ref()
     assert v.UploadFile("K7", name, size) is True
@@ -187,7 +182,6 @@ def test_a_python_progress_hook_sees_a_transfer_and_can_stop_it(page, gateway):
     (gateway["blob"] / "big.bin").write_bytes(data)
     calls = []
     page.options.progress = lambda op, done, expected, event: calls.append((op, done, expected, event))
-    assert page.options.progress is not None
     assert page.EASYTransferBLOB("big.bin", len(data)) == 1
     assert calls[-1] == ("EASYTransferBLOB", len(data), len(data), "done")
     assert [c[1] for c in calls] == sorted({c[1] for c in calls})
