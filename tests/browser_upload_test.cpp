@@ -56,8 +56,8 @@ TEST_F(BrowserUpload, StoresTheBareClientNameWithItsBytes) {
     Post(Body(disposition, content));
     Variant name, size;
     ASSERT_TRUE(v.UploadFile(prefix.empty() ? Variant::missing() : Variant(prefix), &name, &size)) << stored;
-    EXPECT_EQ(name, Variant(stored.substr(prefix.empty() ? 0 : prefix.size() + 1)));
-    EXPECT_EQ(size, Variant(int32_t{12}));
+    EXPECT_EQ(std::pair(name, size),
+              std::pair(Variant(stored.substr(prefix.empty() ? 0 : prefix.size() + 1)), Variant(int32_t{12})));
     EXPECT_EQ(testing::ReadFile(blob.File(stored)), content);
   }
   EXPECT_FALSE(fs::exists(blob.File("a.pdf")));
@@ -81,8 +81,7 @@ TEST_F(BrowserUpload, NoNameOrABrokenBodyStoresNothing) {
     EXPECT_FALSE(v.UploadFile(prefix.empty() ? Variant::missing() : Variant(prefix), &name, &size)) << body;
   }
   EXPECT_FALSE(fs::exists("/a"));
-  EXPECT_EQ(name, Variant("old"));
-  EXPECT_EQ(size, Variant(int32_t{1}));
+  EXPECT_EQ(std::pair(name, size), std::pair(Variant("old"), Variant(int32_t{1})));
   EXPECT_TRUE(fs::is_empty(blob.path()));
   std::vector<std::string> log;
   for (const std::string& line : Log()) log.push_back(line.substr(22));

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
@@ -80,14 +79,13 @@ TEST(Concurrency, SixteenObjectsOnSixteenThreadsGetEveryAnswerRight) {
 
   const char* asked = std::getenv("HALQVANTOR_CONCURRENT_REQUESTS");
   const int requests = asked != nullptr && std::atoi(asked) > 0 ? std::atoi(asked) : 50;
-  std::atomic<int> right{0};
   std::mutex mutex;
   std::vector<std::string> wrong;  // the first wrong answer of each thread
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
       auto v = Connect(gateway.port(), "T" + std::to_string(t), logs.path());
-      for (int i = 0; i < requests; ++i, ++right) {
+      for (int i = 0; i < requests; ++i) {
         const size_t kind = static_cast<size_t>(t + i) % expected.size();
         const std::string answer = Ask(*v, kind, documents);
         if (answer == expected[kind]) continue;
@@ -98,7 +96,6 @@ TEST(Concurrency, SixteenObjectsOnSixteenThreadsGetEveryAnswerRight) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(right.load(), kThreads * requests);
   EXPECT_TRUE(wrong.empty()) << wrong.front();
 }
 
