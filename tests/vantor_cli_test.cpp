@@ -164,7 +164,7 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
 }
 
 TEST_F(VantorCli, FetchPrintsTheLocalPathWithTheMappedExtension) {
-  EXPECT_THAT(Run({"--ext-map", "TIF-PDF", "fetch", "FIBU", "Eingangsrechnungen", "1000001", "1", "BELEG"}),
+  EXPECT_THAT(Run({"--ext-map", "TIF-PDF", "fetch", "FIBU", kIn, "1000001", "1", "BELEG"}),
               FieldsAre(0, blob_ + "/1000001_1_2.PDF\n", ""));
   EXPECT_TRUE(fs::exists(blob_ + "/1000001_1_2.PDF"));
   json pages = Run({"--json", "fetch", "VERTRAG", "Verträge", "1000030", "1", "--pages", "2-3"}).Json();
@@ -204,7 +204,7 @@ TEST_F(VantorCli, UploadAndTransferSayWhatTheyDidOrWhyNot) {
 }
 
 TEST_F(VantorCli, NotesWrittenListedAndDeleted) {
-  Args add = {"--json", "notes", "FIBU", "Eingangsrechnungen", "1000003", "1", "--add", "Erste Zeile\nzweite"};
+  Args add = {"--json", "notes", "FIBU", kIn, "1000003", "1", "--add", "Erste Zeile\nzweite"};
   const Args notes(add.begin() + 1, add.end() - 2);
   const json added = Expect(add, 0, "").Json();
   ASSERT_FALSE(added.empty());
@@ -247,11 +247,10 @@ TEST_F(VantorCli, UserDirectoryFromInitdbThroughGrantsAndRights) {
 
   // Grants of rights, groups, channels and archives; an unknown group changes nothing.
   Expect({"adduser", "Einkauf", "e"}, 0, "");
-  EXPECT_EQ(Expect({"--json", "grant", "anna", "--right", "SUCHE", "--group", "Einkauf", "--channel", "FIBU",
-                    "--archive", "Eingangsrechnungen"},
-                   0, "")
-                .Json()["changes"][1],
-            json({{"kind", "group"}, {"name", "Einkauf"}, {"result", "granted"}}));
+  const json granted =
+      Run({"--json", "grant", "anna", "--right", "SUCHE", "--group", "Einkauf", "--channel", "FIBU", "--archive", kIn})
+          .Json();
+  EXPECT_EQ(granted["changes"][1], json({{"kind", "group"}, {"name", "Einkauf"}, {"result", "granted"}}));
   EXPECT_EQ(Run({"--json", "grant", "1", "--right", "SUCHE"}).Json()["changes"][0]["result"], "already granted");
   Expect({"grant", "anna", "--right", "UPLOAD", "--group", "Vertrieb"}, 1, "no group Vertrieb in the user database");
   EXPECT_EQ(Run({"--json", "rights", "anna"}).Json(), json::parse(R"({"user": "anna", "id": 1, "rights": ["SUCHE"],
@@ -390,7 +389,7 @@ TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
       {{"archives"}, {{"/4", {{"channel", "VERTRAG"}, {"archive", "Korrespondenz"}}}, {"/5", "-"}}},
       {{"archives", "FIBU"}, {{"", json::parse(R"([{"channel":"FIBU","archive":"Ausgangsrechnungen"},
                              {"channel":"FIBU","archive":"Eingangsrechnungen"}])")}}},
-      {{"doc", "FIBU", "Eingangsrechnungen", "1000001", "1"},
+      {{"doc", "FIBU", kIn, "1000001", "1"},
        {{"/info/title", "Rechnung 2002-0117 Meier GmbH"},
         {"/info/created_iso", "2002-01-01"},
         {"/info/text_fields", 1},
@@ -398,12 +397,12 @@ TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
         {"/segments/1/type", "image"},
         {"/segments/1/image_length", 9496},
         {"/segments/4", "-"}}},
-      {{"query", "FIBU", "Eingangsrechnungen", "", "--max", "1"},
+      {{"query", "FIBU", kIn, "", "--max", "1"},
        {{"/total_hits", 14}, {"/sorted", nullptr}, {"/hits/0/rechnungsdatum_iso", "2002-01-01"}, {"/hits/1", "-"}}},
-      {{"fields", "FIBU", "Eingangsrechnungen"}, {{"/fields/0/size", 20}, {"/fields/0/select_list/3", "Technik"}}},
-      {{"masks", "FIBU", "Eingangsrechnungen"},
+      {{"fields", "FIBU", kIn}, {{"/fields/0/size", 20}, {"/fields/0/select_list/3", "Technik"}}},
+      {{"masks", "FIBU", kIn},
        {{"/0/mandatory", true}, {"/4/list", json::array({"Einkauf", "Vertrieb", "Verwaltung", "Technik"})}}},
-      {{"formats", "FIBU", "Eingangsrechnungen"}, {{"/1", {{"format", "Kurz"}}}}},
+      {{"formats", "FIBU", kIn}, {{"/1", {{"format", "Kurz"}}}}},
       {{"call", "EASYGetArchivesInit", "FIBU"},
        {{"/member", "EASYGetArchivesInit"},
         {"/result", {{"type", "Long"}, {"value", 2}}},
@@ -424,16 +423,16 @@ TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
     }
   }
 
-  Outcome masks = Run({"--csv", "masks", "FIBU", "Eingangsrechnungen"});
+  Outcome masks = Run({"--csv", "masks", "FIBU", kIn});
   EXPECT_THAT(masks.out, ::testing::StartsWith("mask,field,tab,width,align,name,mandatory,initial,list_only,list\r\n"));
   EXPECT_THAT(masks.out, HasSubstr(",Betrag,no,\"0,00\",no,\r\n"));
-  EXPECT_THAT(Run({"--csv", "notes", "FIBU", "Eingangsrechnungen", "1000003", "1"}).out,
+  EXPECT_THAT(Run({"--csv", "notes", "FIBU", kIn, "1000003", "1"}).out,
               ::testing::StartsWith("number,author,date,date_iso,time,text\r\n"));
 
   const std::vector<std::tuple<Args, int, std::string>> failures = {
       {{"--json", "query", "FIBU", "Rechnungen", "x"}, 1, "EASYQueryArchiveInit: Error 31 Archiv unbekannt"},
       {{"--json", "query", "FIBU"}, 2, "ARCHIVE is required"},
-      {{"--json", "query", "FIBU", "Eingangsrechnungen", "", "--max", "zwei"}, 2, "'zwei' is no hit count"},
+      {{"--json", "query", "FIBU", kIn, "", "--max", "zwei"}, 2, "'zwei' is no hit count"},
       {{"--json", "call", "EASYFrobnicate"}, 2, "EASYFrobnicate"},
       {{"--json", "--csv", "channels"}, 2, "excludes"}};
   for (const auto& [args, code, text] : failures) {
@@ -449,7 +448,7 @@ TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
 // before gave, and the footer says which order it is.
 TEST_F(VantorCli, QueryOrderFollowsSortsAscDescAndTheFooterSaysIt) {
   const auto with = [](Args extra) {
-    extra.insert(extra.begin(), {"query", "FIBU", "Eingangsrechnungen", ""});
+    extra.insert(extra.begin(), {"query", "FIBU", kIn, ""});
     return extra;
   };
   const auto column = [&](const std::string& key, Args extra) {
@@ -491,16 +490,16 @@ TEST_F(VantorCli, CreateEditAndDeleteDocumentsFromAnImportFile) {
   ASSERT_EQ(created.code, 0) << created.err;
   const std::string id = created.Json()["id"];
   EXPECT_EQ(created.Json(), json({{"import_file", blob_ + "\\neu.txt"}, {"documents", 1}, {"id", id}, {"version", 1}}));
-  EXPECT_EQ(Run({"--json", "query", "FIBU", "Eingangsrechnungen", ".NR=(2002-9999)"}).Json()["total_hits"], 1);
+  EXPECT_EQ(Run({"--json", "query", "FIBU", kIn, ".NR=(2002-9999)"}).Json()["total_hits"], 1);
 
   EXPECT_EQ(run({"--blob", blob_, "edit", dir_.File("blob/neu2.txt"), id}).out,
             "document " + id + " is now version 2\n");
-  EXPECT_EQ(Run({"--json", "doc", "FIBU", "Eingangsrechnungen", id, "2"}).Json()["info"]["title"], "Rechnung bezahlt");
-  Expect({"delete", "FIBU", "Eingangsrechnungen", id, "2"}, 0, "");
-  Expect({"doc", "FIBU", "Eingangsrechnungen", id, "2"}, 1, "EASYGetDocumentInfo: Error 32");
-  Expect({"doc", "FIBU", "Eingangsrechnungen", id, "1"}, 0, "Rechnung Test");
-  Expect({"delete", "FIBU", "Eingangsrechnungen", id}, 0, "deleted document " + id + " from FIBU/Eingangsrechnungen\n");
-  EXPECT_EQ(Run({"--json", "query", "FIBU", "Eingangsrechnungen", ""}).Json()["total_hits"], 14);
+  EXPECT_EQ(Run({"--json", "doc", "FIBU", kIn, id, "2"}).Json()["info"]["title"], "Rechnung bezahlt");
+  Expect({"delete", "FIBU", kIn, id, "2"}, 0, "");
+  Expect({"doc", "FIBU", kIn, id, "2"}, 1, "EASYGetDocumentInfo: Error 32");
+  Expect({"doc", "FIBU", kIn, id, "1"}, 0, "Rechnung Test");
+  Expect({"delete", "FIBU", kIn, id}, 0, "deleted document " + id + " from FIBU/Eingangsrechnungen\n");
+  EXPECT_EQ(Run({"--json", "query", "FIBU", kIn, ""}).Json()["total_hits"], 14);
 
   // The gateway could not read a file outside the blob folder: refused before any request.
   WriteFile(dir_.File("elsewhere.txt"), "x");
