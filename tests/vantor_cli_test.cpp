@@ -78,8 +78,8 @@ class VantorCli : public ::testing::Test {
 
   // Runs vantor with the connection options of the gateway, then `args`.
   Outcome Run(const Args& args, const std::string& input = "") {
-    Args line = {"--host",     "127.0.0.1", "--port",       port_,  "--timeout",     "10", "--user", "easy",
-                 "--password", "easy",      "--blob-local", local_, "--blob-remote", blob_};
+    Args line = {"--host", "127.0.0.1", "--port", port_, "--timeout", "10", "--user", "easy", "--password", "easy"};
+    if (!local_.empty()) line.insert(line.end(), {"--blob-local", local_, "--blob-remote", blob_});
     if (!db_.empty()) line.insert(line.end(), {"--db", db_});
     line.insert(line.end(), args.begin(), args.end());
     return RunLine(line, input);
@@ -95,7 +95,7 @@ class VantorCli : public ::testing::Test {
   halqvantor::testing::SampleGateway gateway_;
   const TempDir& dir_ = gateway_.dir();
   std::string blob_ = gateway_.blob();
-  std::string local_ = blob_;  // the blob folder as the client sees it; the same folder unless a test says
+  std::string local_ = blob_;  // the blob folder as the client sees it (the same unless a test says); "": none
   std::string db_;
   std::string port_;
 };
@@ -482,17 +482,14 @@ TEST_F(VantorCli, CreateEditAndDeleteDocumentsFromAnImportFile) {
             "@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:Rechnung Test,1:1,1:2\r\n^2002-9999^,^Test GmbH^\r\n");
   WriteFile(blob_ + "/neu2.txt",
             "@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:Rechnung bezahlt,1:STATUS\r\n^bezahlt^\r\n");
-  const auto run = [&](Args args) {
-    args.insert(args.begin(), {"--host", "127.0.0.1", "--port", port_, "--user", "easy", "--password", "easy"});
-    return RunLine(args);
-  };
-  Outcome created = run({"--blob", blob_, "--json", "create", "neu.txt"});
+  local_.clear();
+  Outcome created = Run({"--blob", blob_, "--json", "create", "neu.txt"});
   ASSERT_EQ(created.code, 0) << created.err;
   const std::string id = created.Json()["id"];
   EXPECT_EQ(created.Json(), json({{"import_file", blob_ + "\\neu.txt"}, {"documents", 1}, {"id", id}, {"version", 1}}));
   EXPECT_EQ(Run({"--json", "query", "FIBU", kIn, ".NR=(2002-9999)"}).Json()["total_hits"], 1);
 
-  EXPECT_EQ(run({"--blob", blob_, "edit", dir_.File("blob/neu2.txt"), id}).out,
+  EXPECT_EQ(Run({"--blob", blob_, "edit", dir_.File("blob/neu2.txt"), id}).out,
             "document " + id + " is now version 2\n");
   EXPECT_EQ(Run({"--json", "doc", "FIBU", kIn, id, "2"}).Json()["info"]["title"], "Rechnung bezahlt");
   Expect({"delete", "FIBU", kIn, id, "2"}, 0, "");
@@ -502,6 +499,7 @@ TEST_F(VantorCli, CreateEditAndDeleteDocumentsFromAnImportFile) {
   EXPECT_EQ(Run({"--json", "query", "FIBU", kIn, ""}).Json()["total_hits"], 14);
 
   // The gateway could not read a file outside the blob folder: refused before any request.
+  local_ = blob_;
   WriteFile(dir_.File("elsewhere.txt"), "x");
   Expect({"create", dir_.File("elsewhere.txt")}, 2,
          "put " + dir_.File("elsewhere.txt") + " into the local blob folder");
