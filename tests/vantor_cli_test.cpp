@@ -210,12 +210,10 @@ TEST_F(VantorCli, NotesWrittenListedAndDeleted) {
   ASSERT_FALSE(added.empty());
   const json& note = added.back();
   EXPECT_EQ(json({note["author"], note["text"], note["number"]}), json({"easy", "Erste Zeile\nzweite", added.size()}));
-  {
-    ScopedEnv utf8("LC_ALL", "C.UTF-8");
-    Expect(notes, 0, "Erste Zeile⏎zweite");
+  for (const auto& [locale, shown] : {std::pair{"C.UTF-8", "Erste Zeile⏎zweite"}, {"C", "Erste Zeile\\nzweite"}}) {
+    ScopedEnv scoped("LC_ALL", locale);
+    Expect(notes, 0, shown);
   }
-  ScopedEnv ascii("LC_ALL", "C");
-  Expect(notes, 0, "Erste Zeile\\nzweite");
   add.back() = "--delete";
   add.erase(add.end() - 2);
   EXPECT_EQ(Run(add).Json(), json::array());
@@ -463,10 +461,9 @@ TEST_F(VantorCli, QueryOrderFollowsSortsAscDescAndTheFooterSaysIt) {
   EXPECT_NE(once.front(), once.back());
   EXPECT_EQ(column("lieferant", {"--sort", "Lieferant", "--sort", "3"}),
             std::vector<std::string>(once.rbegin(), once.rend()));
-  const std::vector<std::string> ascending = column("rechnungsdatum_iso", {"--sort", "4", "--sort", "4", "--asc"});
-  EXPECT_TRUE(std::is_sorted(ascending.begin(), ascending.end()));
+  EXPECT_TRUE(std::ranges::is_sorted(column("rechnungsdatum_iso", {"--sort", "4", "--sort", "4", "--asc"})));
   const std::vector<std::string> descending = column("rechnungsdatum_iso", {"--sort", "Rechnungsdatum", "--desc"});
-  EXPECT_TRUE(descending.size() == 14u && std::is_sorted(descending.rbegin(), descending.rend()));
+  EXPECT_TRUE(descending.size() == 14u && std::ranges::is_sorted(descending, std::greater<>()));
 
   Expect(with({"--sort", "rechnungsdatum", "--desc"}), 0, "14 of 14 hits, sorted by Rechnungsdatum, newest first\n");
   Expect(with({"--asc"}), 0, "14 of 14 hits, sorted by id, oldest first\n");
