@@ -58,6 +58,10 @@ class ScopedEnv {
 struct Outcome {
   int code;
   std::string out, err;
+  friend void PrintTo(const Outcome& o, std::ostream* os) {
+    *os << "exit " << o.code << ", output " << ::testing::PrintToString(o.out) << ", error output "
+        << ::testing::PrintToString(o.err);
+  }
   json Json() const { return json::parse(out); }
 };
 
@@ -316,39 +320,38 @@ TEST_F(VantorCli, SecretsMaskedAndTheDebugLogPrivate) {
 // What a hostile gateway can put in front of the user: control characters, file names outside the blob
 // folder, replies without end and malformed rows.
 TEST(VantorCliHostileGateway, EscapesControlsRefusesForeignPathsAndBoundsReplies) {
-  using halqvantor::testing::Answer;
-  halqvantor::testing::ScriptedGateway gateway;
+  using halqvantor::testing::ScriptedGateway;
+  ScriptedGateway gateway;
   TempDir local;
-  gateway.Script(
-      {Answer("Status: OK\r\nK1\x1b]0;owned\x07,ok\x9d"
-              "2J")});
-  gateway.Script({Answer("Status: Error 3 \x1b[2J")});
-  for (const char* name : {"../../etc/passwd", "/tmp/x.pdf", "a/b.pdf", ""}) {
-    gateway.Script({Answer(std::string("Status: OK\r\n3\r\n") + name)});
+  const auto reply = &ScriptedGateway::Reply;
+  const auto failed = [](const std::string& err) { return FieldsAre(1, "", err); };
+  const Args fetch = {"fetch", "K", "A", "D", "1", "F"};
+  const std::string outside = "EASYGetSegmentData: the gateway named a file outside the local blob folder: ";
+  // What the gateway sends, the command and what it ends with.
+  const std::vector<std::tuple<std::string, Args, ::testing::Matcher<const Outcome&>>> cases = {
+      {reply("Status: OK\r\nK1\x1b]0;owned\x07,ok\x9d"
+             "2J"),
+       {"channels"},
+       FieldsAre(0, HasSubstr("K1\\x1B]0;owned\\x07  ok\\u009D2J"), "")},
+      {reply("Status: Error 3 \x1b[2J"), {"channels"}, failed("EASYGetChannelsInit: Error 3 \\x1B[2J\n")},
+      {reply("Status: OK\r\n3\r\n../../etc/passwd"), fetch, failed(outside + "../../etc/passwd\n")},
+      {reply("Status: OK\r\n3\r\n/tmp/x.pdf"), fetch, failed(outside + "/tmp/x.pdf\n")},
+      {reply("Status: OK\r\n3\r\na/b.pdf"), fetch, failed(outside + "a/b.pdf\n")},
+      {reply("Status: OK\r\n3\r\n"), fetch, failed("EASYGetSegmentData: the gateway named no file\n")},
+      {"TotalBytes:2000000000\r\nStatus: OK\r\n",
+       {"--max-reply", "1k", "channels"},
+       failed("EASYGetChannelsInit: Reply too large (2000000000 bytes announced, the limit is 1024 bytes).\n")},
+      // A document info row with too few columns is a malformed answer: a run-time error, not a status.
+      {reply("Status: OK\r\n^K^,^A^"),
+       {"doc", "K", "A", "D", "1"},
+       failed("EASYGetDocumentInfo: run-time error 5: Invalid procedure call or argument\n")}};
+  for (const auto& [wire, args, expected] : cases) {
+    gateway.Script({ScriptedGateway::Send(wire)});
+    Args line = {"--host",    "127.0.0.1", "--port",       std::to_string(gateway.port()),
+                 "--timeout", "5",         "--blob-local", local.path()};
+    line.insert(line.end(), args.begin(), args.end());
+    EXPECT_THAT(RunLine(line), expected) << ::testing::PrintToString(args);
   }
-  gateway.Script({halqvantor::testing::ScriptedGateway::Send("TotalBytes:2000000000\r\nStatus: OK\r\n")});
-  // A document info row with too few columns is a malformed answer: a run-time error, not a status.
-  gateway.Script({Answer("Status: OK\r\n^K^,^A^")});
-  auto run = [&](Args args) {
-    args.insert(args.begin(), {"--host", "127.0.0.1", "--port", std::to_string(gateway.port()), "--timeout", "5",
-                               "--blob-local", local.path()});
-    return RunLine(args);
-  };
-  EXPECT_THAT(run({"channels"}), FieldsAre(0, HasSubstr("K1\\x1B]0;owned\\x07  ok\\u009D2J"), ""));
-  EXPECT_EQ(run({"channels"}).err, "EASYGetChannelsInit: Error 3 \\x1B[2J\n");
-  for (const char* shown : {"../../etc/passwd", "/tmp/x.pdf", "a/b.pdf"}) {
-    EXPECT_THAT(run({"fetch", "K", "A", "D", "1", "F"}),
-                FieldsAre(1, "",
-                          "EASYGetSegmentData: the gateway named a file outside the local blob folder: " +
-                              std::string(shown) + "\n"));
-  }
-  EXPECT_EQ(run({"fetch", "K", "A", "D", "1", "F"}).err, "EASYGetSegmentData: the gateway named no file\n");
-  EXPECT_THAT(run({"--max-reply", "1k", "channels"}),
-              FieldsAre(1, "",
-                        "EASYGetChannelsInit: Reply too large (2000000000 bytes announced, the limit is 1024 "
-                        "bytes).\n"));
-  EXPECT_THAT(run({"doc", "K", "A", "D", "1"}),
-              FieldsAre(1, "", "EASYGetDocumentInfo: run-time error 5: Invalid procedure call or argument\n"));
 }
 
 // Byte counts and dates in the gateway's rows as scripts get them; CSV fields quoted and escaped.

@@ -31,6 +31,10 @@ using ::testing::Not;
 struct Outcome {
   int code;
   std::string out, err;
+  friend void PrintTo(const Outcome& o, std::ostream* os) {
+    *os << "exit " << o.code << ", output " << ::testing::PrintToString(o.out) << ", error output "
+        << ::testing::PrintToString(o.err);
+  }
 };
 
 Outcome Demo(const DemoOptions& options) {
