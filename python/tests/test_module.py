@@ -39,14 +39,8 @@ def test_properties_convert_like_assignments():
     assert (v.lngREMOTEPORT, v.lngREQUESTTIMEOUT, v.strSessionID) == (8080, 2, "42")
     v.strremotehost = "gw"  # any case
     assert v.strREMOTEHOST == "gw" and v.StrRemoteHost == "gw"
-    with pytest.raises(VantorError) as e:
-        v.lngREMOTEPORT = 3_000_000_000
-    assert e.value.number == 6 and e.value.member == "lngREMOTEPORT"
     with pytest.raises(TypeError):
         v.strREMOTEHOST = b"bytes"
-    with pytest.raises(VantorError) as e:  # a misspelt property does not become a new attribute
-        v.strREMOTEHST = "gw"
-    assert e.value.number == 438 and not hasattr(v, "strREMOTEHST")
 
 
 # ---- Errors and refused calls
@@ -56,6 +50,8 @@ def test_properties_convert_like_assignments():
     (lambda v: v.Decode("zz"), 13, None, 0),
     (lambda v: v.Encode("x" * 40000), 6, None, 0),
     (lambda v: v.EASYNoSuchThing(), 438, "EASYNoSuchThing", 0),
+    (lambda v: setattr(v, "strREMOTEHST", "gw"), 438, "strREMOTEHST", 0),  # no new attribute from a misspelling
+    (lambda v: setattr(v, "lngREMOTEPORT", 3_000_000_000), 6, "lngREMOTEPORT", 1),
     (lambda v: v.EASYTransferBLOB(), 449, "EASYTransferBLOB", 1),
     (lambda v: v.EASYTransferBLOB(MISSING, 10), 449, "EASYTransferBLOB", 1),
     (lambda v: v.EASYGetChannelsInit(Ref(), 2), 450, "EASYGetChannelsInit", 0),
@@ -73,9 +69,7 @@ def test_errors_carry_the_vb_number_and_name_the_member(call, number, member, ar
 
 
 def test_members_by_name_with_outputs_left_out_arguments_and_keywords(page):
-    status = Ref("stale")
-    count = page.easygetchannelsinit(status)
-    assert count >= 1 and status.value == ""
+    assert page.easygetchannelsinit(status := Ref("stale")) >= 1 and status.value == ""
     assert page.EASYGetChannelsNext() == page.channels()[0][0] == "FIBU"
 
     # Outputs left out in the middle and a status by keyword are what the portal's pages and the walk helpers
@@ -186,9 +180,7 @@ def test_a_python_progress_hook_sees_a_transfer_and_can_stop_it(page, gateway):
 
     # The gateway closes at once on a file it does not have: the hook hears it and stops the wait.
     page.options.progress = lambda op, done, expected, event: event != "closed_early"
-    status = Ref()
-    assert page.EASYTransferBLOB("nix.bin", 10, status) == -1
-    assert status.value == "Cancelled by the caller."
+    assert (page.EASYTransferBLOB("nix.bin", 10, status := Ref()), status.value) == (-1, "Cancelled by the caller.")
 
     # An exception in the hook cancels the member and comes out of it.
     def fails(op, done, expected, event):
