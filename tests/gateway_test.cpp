@@ -200,14 +200,6 @@ TEST_F(GatewayTest, ErrorAnswersNameTheirCause) {
   EXPECT_EQ(Ask({"GetNotes", kFibu, kIn, "1000001", ""}).rows.size(), 6u);  // nothing deleted
 }
 
-TEST_F(GatewayTest, TransferMovesRawBytesAndFailsByClosing) {
-  const std::string bytes("\0\x01^,^\r\nTotalBytes:3\r\n\xFF", 22);
-  WriteFile(blob() + "/raw.bin", bytes);
-  EXPECT_EQ(Raw(Frame({"TransferBLOB", "raw.bin"})), bytes);
-  // Failures have no header to tell them: the connection just ends.
-  for (const char* name : {"missing.bin", "..\\blob\\raw.bin"}) EXPECT_EQ(Raw(Frame({"TransferBLOB", name})), "");
-}
-
 TEST_F(GatewayTest, AnImportWithOneWrongPartChangesNothing) {
   const std::string folder = "@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:x,";
   const std::vector<std::pair<std::string, std::string>> bad = {
@@ -225,14 +217,18 @@ TEST_F(GatewayTest, AnImportWithOneWrongPartChangesNothing) {
 
 // ---- busy answers, malformed and stalled clients ------------------------------------------------------------
 
-TEST_F(GatewayTest, BusyAnswersComeFirstAndSpareTransfers) {
+// A transfer sends the file's bytes as they are, even while the gateway answers busy first.
+TEST_F(GatewayTest, TransfersMoveRawBytesBeforeBusyAnswersAndFailByClosing) {
   GatewayOptions options;
   options.busy = 2;
   Start(options);
-  WriteFile(blob() + "/f.bin", "abc");
-  EXPECT_EQ(Raw(Frame({"TransferBLOB", "f.bin"})), "abc");
+  const std::string bytes("\0\x01^,^\r\nTotalBytes:3\r\n\xFF", 22);
+  WriteFile(blob() + "/raw.bin", bytes);
+  EXPECT_EQ(Raw(Frame({"TransferBLOB", "raw.bin"})), bytes);
   const std::string busy = "Error 101 Server ausgelastet, bitte später erneut versuchen";
   ExpectStatuses({{{"GetChannels"}, busy}, {{"GetChannels"}, busy, "nobody"}, {{"GetChannels"}, "OK"}});
+  // Failures have no header to tell them: the connection just ends.
+  for (const char* name : {"missing.bin", "..\\blob\\raw.bin"}) EXPECT_EQ(Raw(Frame({"TransferBLOB", name})), "");
 }
 
 TEST_F(GatewayTest, MalformedRequestsGetAnErrorAndTheServerGoesOn) {
@@ -245,8 +241,9 @@ TEST_F(GatewayTest, MalformedRequestsGetAnErrorAndTheServerGoesOn) {
       {"^S^,^u^,^p^,^UploadFile^,^dir^,^name^\r\nxyz", "Error 82"},
       {"^S^,^u^,^p^,^UploadFile^,^dir^,^name^,^-3^\r\n", "Error 41"},
       {"^S^,^u^,^p^,^UploadFile^,^dir^,^name^,^99999999^\r\n", "Error 84"}};
-  for (const auto& [request, status] : cases)
+  for (const auto& [request, status] : cases) {
     EXPECT_THAT(ParseReply(Raw(request)).status, StartsWith("Status: " + status));
+  }
   // A client that closes its side before its request is complete still hears why.
   EXPECT_EQ(ParseReply(Raw(Frame({"GetArchives"}), {.half_close = true})).status,
             "Status: Error 83 Anfrage unvollständig");
