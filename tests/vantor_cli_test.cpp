@@ -379,41 +379,31 @@ TEST(VantorCliText, ByteCountsIsoDatesAndCsvQuoting) {
 // The shapes scripts read: snake_case keys everywhere, numbers, booleans, arrays and ISO dates where the
 // table shows texts; CSV records; errors as a JSON object on stderr.
 TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
-  struct Shape {
-    Args args;
-    std::vector<std::pair<std::string, json>> values;  // at JSON pointers into the output; "-" for none
-  };
-  const std::vector<Shape> shapes = {
-      {{"channels"},
-       {{"/2", {{"channel", "VERTRAG"}, {"description", "Verträge, Vereinbarungen, Korrespondenz"}}}, {"/3", "-"}}},
+  // The command after --json, and the values at JSON pointers into its output ("-": no value there).
+  const std::vector<std::pair<Args, std::string>> shapes = {
+      {{"channels"}, R"({"/2": {"channel": "VERTRAG", "description": "Verträge, Vereinbarungen, Korrespondenz"},
+                         "/3": "-"})"},
       // All archives come from the extended list, grouped under their channels; one channel's from its own.
-      {{"archives"}, {{"/4", {{"channel", "VERTRAG"}, {"archive", "Korrespondenz"}}}, {"/5", "-"}}},
-      {{"archives", "FIBU"}, {{"", json::parse(R"([{"channel":"FIBU","archive":"Ausgangsrechnungen"},
-                             {"channel":"FIBU","archive":"Eingangsrechnungen"}])")}}},
-      {{"doc", "FIBU", kIn, "1000001", "1"},
-       {{"/info/title", "Rechnung 2002-0117 Meier GmbH"},
-        {"/info/created_iso", "2002-01-01"},
-        {"/info/text_fields", 1},
-        {"/segments/1/name", "BELEG"},
-        {"/segments/1/type", "image"},
-        {"/segments/1/image_length", 9496},
-        {"/segments/4", "-"}}},
+      {{"archives"}, R"({"/4": {"channel": "VERTRAG", "archive": "Korrespondenz"}, "/5": "-"})"},
+      {{"archives", "FIBU"}, R"({"": [{"channel": "FIBU", "archive": "Ausgangsrechnungen"},
+                                     {"channel": "FIBU", "archive": "Eingangsrechnungen"}]})"},
+      {{"doc", "FIBU", kIn, "1000001", "1"}, R"({"/info/title": "Rechnung 2002-0117 Meier GmbH",
+          "/info/created_iso": "2002-01-01", "/info/text_fields": 1, "/segments/1/name": "BELEG",
+          "/segments/1/type": "image", "/segments/1/image_length": 9496, "/segments/4": "-"})"},
       {{"query", "FIBU", kIn, "", "--max", "1"},
-       {{"/total_hits", 14}, {"/sorted", nullptr}, {"/hits/0/rechnungsdatum_iso", "2002-01-01"}, {"/hits/1", "-"}}},
-      {{"fields", "FIBU", kIn}, {{"/fields/0/size", 20}, {"/fields/0/select_list/3", "Technik"}}},
+       R"({"/total_hits": 14, "/sorted": null, "/hits/0/rechnungsdatum_iso": "2002-01-01", "/hits/1": "-"})"},
+      {{"fields", "FIBU", kIn}, R"({"/fields/0/size": 20, "/fields/0/select_list/3": "Technik"})"},
       {{"masks", "FIBU", kIn},
-       {{"/0/mandatory", true}, {"/4/list", json::array({"Einkauf", "Vertrieb", "Verwaltung", "Technik"})}}},
-      {{"formats", "FIBU", kIn}, {{"/1", {{"format", "Kurz"}}}}},
-      {{"call", "EASYGetArchivesInit", "FIBU"},
-       {{"/member", "EASYGetArchivesInit"},
-        {"/result", {{"type", "Long"}, {"value", 2}}},
-        {"/outputs", json::parse(R"([{"type":"String","value":"","name":"strStatus"}])")}}}};
-  for (const Shape& shape : shapes) {
+       R"({"/0/mandatory": true, "/4/list": ["Einkauf", "Vertrieb", "Verwaltung", "Technik"]})"},
+      {{"formats", "FIBU", kIn}, R"({"/1": {"format": "Kurz"}})"},
+      {{"call", "EASYGetArchivesInit", "FIBU"}, R"({"/member": "EASYGetArchivesInit",
+          "/result": {"type": "Long", "value": 2}, "/outputs": [{"type": "String", "value": "", "name": "strStatus"}]})"}};
+  for (const auto& [command, values] : shapes) {
     Args args = {"--json"};
-    args.insert(args.end(), shape.args.begin(), shape.args.end());
+    args.insert(args.end(), command.begin(), command.end());
     SCOPED_TRACE(::testing::PrintToString(args));
-    const json output = Expect(args, 0, "").Json();
-    for (const auto& [at, value] : shape.values) {
+    const json output = Expect(args, 0, "").Json(), expected = json::parse(values);
+    for (const auto& [at, value] : expected.items()) {
       const json::json_pointer pointer(at);
       EXPECT_EQ(output.contains(pointer) ? output.at(pointer) : json("-"), value) << at;
     }
