@@ -7,6 +7,7 @@
 #include <array>
 #include <asio.hpp>
 #include <filesystem>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -92,20 +93,18 @@ TEST(VantorDemo, AClosedOutputStopsTheGatewayAndRemovesTheFolder) {
     std::ostream out(&closing);
     std::ostringstream err;
     EXPECT_EQ(RunDemo(Built(), out, err), kOutputClosed);
-    const std::string& taken = closing.taken();
-    const size_t start = taken.find("folder         ") + 15;
-    const std::string folder = taken.substr(start, taken.find(" (", start) - start);
-    ASSERT_TRUE(folder.starts_with("/")) << taken;
-    EXPECT_FALSE(fs::exists(folder)) << folder;
-    // The gateway's port, from "listening on 127.0.0.1:PORT", takes no connection any more.
-    const size_t at = taken.find("127.0.0.1:");
-    ASSERT_NE(at, std::string::npos);
+    // The folder and the gateway's port, from "folder  PATH (...)" and "listening on 127.0.0.1:PORT".
+    std::smatch found;
+    ASSERT_TRUE(
+        std::regex_search(closing.taken(), found, std::regex("folder +(/[^ ]+) \\([^]*127\\.0\\.0\\.1:([0-9]+)")))
+        << closing.taken();
+    EXPECT_FALSE(fs::exists(found.str(1))) << found.str(1);
+    // The gateway takes no connection any more.
     asio::io_context io;
     asio::ip::tcp::socket socket(io);
     asio::error_code error;
-    socket.connect({asio::ip::make_address("127.0.0.1"), static_cast<uint16_t>(std::stoi(taken.substr(at + 10)))},
-                   error);
-    EXPECT_TRUE(error) << taken.substr(at);
+    socket.connect({asio::ip::make_address("127.0.0.1"), static_cast<uint16_t>(std::stoi(found.str(2)))}, error);
+    EXPECT_TRUE(error) << found.str(2);
   }
 }
 

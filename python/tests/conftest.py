@@ -3,8 +3,8 @@ sample archive, and page objects pointed at it."""
 
 import os
 import shutil
+import select
 import subprocess
-import threading
 
 import pytest
 
@@ -23,14 +23,11 @@ def gateway(tmp_path_factory):
     blob.mkdir()
     process = subprocess.Popen([binary, "--data", str(data), "--blob", str(blob), "--port", "0"],
                                stdout=subprocess.PIPE, text=True)
-    line = []
-    reader = threading.Thread(target=lambda: line.append(process.stdout.readline()), daemon=True)
-    reader.start()
-    reader.join(10)
-    if not line or "listening on" not in line[0]:
+    line = process.stdout.readline() if select.select([process.stdout], [], [], 10)[0] else ""
+    if "listening on" not in line:
         process.kill()
-        pytest.fail(f"vantor-gateway did not start: {line}")
-    port = int(line[0].rsplit(":", 1)[1])
+        pytest.fail(f"vantor-gateway did not start: {line!r}")
+    port = int(line.rsplit(":", 1)[1])
     yield {"port": port, "blob": blob}
     process.terminate()
     assert process.wait(10) == 0, "vantor-gateway did not end with 0 on SIGTERM"
