@@ -131,9 +131,7 @@ TEST(GatewayFilesTest, TiffPagesSurviveRepackingAndOddFilesAreRefused) {
 
 // The component writes "@CHARSET,UTF-8" when a page asks for it; every other import file is Windows-1252.
 TEST(GatewayImportFileTest, Utf8TextIsReadAsUtf8) {
-  const auto utf8 = ParseImportFile(
-      "@DB,$(#A)\\B\r\n@CHARSET,UTF-8\r\n@FOLDER,FT:T,1:X\r\n^Gr\xC3\xBC\xC3\x9F"
-      "e^\r\n");
+  const auto utf8 = ParseImportFile("@DB,$(#A)\\B\r\n@CHARSET,UTF-8\r\n@FOLDER,FT:T,1:X\r\n^Grüße^\r\n");
   EXPECT_EQ(utf8[0].groups[0].value, ToWire("Grüße"));
 }
 
