@@ -6,7 +6,7 @@ import pytest
 
 pytest.importorskip("selenium", reason="python3-selenium is not installed")
 from selenium.webdriver.common.by import By  # noqa: E402
-from selenium.common.exceptions import TimeoutException, WebDriverException  # noqa: E402
+from selenium.common.exceptions import WebDriverException  # noqa: E402
 from selenium.webdriver.support.ui import Select, WebDriverWait  # noqa: E402
 
 INVOICES = "/a/FIBU/Eingangsrechnungen/"
@@ -53,16 +53,6 @@ def flash(browser):
     return " ".join(e.text for e in browser.find_elements(By.CSS_SELECTOR, ".flash"))
 
 
-def wait_for_file(browser, path, seconds=10):
-    """True once Chromium has finished writing the download (it writes PATH.crdownload until then)."""
-    try:
-        WebDriverWait(browser, seconds).until(
-            lambda _: os.path.exists(path) and not os.path.exists(path + ".crdownload"))
-        return True
-    except TimeoutException:
-        return False
-
-
 def test_log_on_query_sort_read_download_note_and_log_off(browser, server, site, downloads, shot):
     sign_in(browser, server, "anna", "falsch")
     assert "wrong" in browser.find_element(By.ID, "login-error").text
@@ -96,8 +86,8 @@ def test_log_on_query_sort_read_download_note_and_log_off(browser, server, site,
     assert marks and {m.text.lower() for m in marks} == {"meier"}
     shot("06-document")
     browser.find_element(By.ID, "download-ORIGINAL").click()  # a download: the page stays
-    fetched = os.path.join(downloads, "1000001_1_3.PDF")
-    assert wait_for_file(browser, fetched)
+    fetched = os.path.join(downloads, "1000001_1_3.PDF")  # Chromium writes it as NAME.crdownload until it is whole
+    WebDriverWait(browser, 10).until(lambda _: os.path.exists(fetched) and not os.path.exists(fetched + ".crdownload"))
     with open(fetched, "rb") as got, open(site.path("data/files/rechnung_original.pdf"), "rb") as kept:
         assert got.read() == kept.read()
 
