@@ -6,7 +6,7 @@ import pytest
 
 pytest.importorskip("selenium", reason="python3-selenium is not installed")
 from selenium.webdriver.common.by import By  # noqa: E402
-from selenium.common.exceptions import WebDriverException  # noqa: E402
+from selenium.webdriver.support.expected_conditions import staleness_of  # noqa: E402
 from selenium.webdriver.support.ui import Select, WebDriverWait  # noqa: E402
 
 INVOICES = "/a/FIBU/Eingangsrechnungen/"
@@ -16,15 +16,7 @@ def follow(browser, by, value):
     """Clicks an element that loads a new page and waits until the new page is there."""
     page = browser.find_element(By.TAG_NAME, "html")
     browser.find_element(by, value).click()
-
-    def replaced(_):
-        try:
-            page.is_enabled()
-            return False
-        except WebDriverException:  # stale, or no longer part of the document
-            return True
-
-    WebDriverWait(browser, 10).until(replaced)
+    WebDriverWait(browser, 10).until(staleness_of(page))
 
 
 def fill(browser, **fields):
