@@ -57,12 +57,10 @@ def test_log_on_query_sort_read_download_note_and_log_off(browser, server, site,
     assert Select(browser.find_element(By.ID, "f6")).options[1].text == "offen"  # a select list as drop-down
     shot("03-query-form")
     follow(browser, By.ID, "search")
-    found = documents(browser)
-    assert len(found) == 14
+    assert len(found := documents(browser)) == 14
     shot("04-hit-list")
     follow(browser, By.PARTIAL_LINK_TEXT, "Lieferant")  # the order itself is the component's (archive_query_test)
-    first = documents(browser)
-    assert first != found
+    assert (first := documents(browser)) != found
     follow(browser, By.PARTIAL_LINK_TEXT, "Lieferant")
     assert documents(browser) == first[::-1]
     shot("05-hit-list-sorted-twice")
@@ -74,8 +72,7 @@ def test_log_on_query_sort_read_download_note_and_log_off(browser, server, site,
     search(browser, server, text="meier")
     follow(browser, By.LINK_TEXT, "1000001/1")
     assert browser.find_element(By.ID, "doc-title").text == "Rechnung 2002-0117 Meier GmbH"
-    marks = browser.find_elements(By.CSS_SELECTOR, "pre.text mark")
-    assert marks and {m.text.lower() for m in marks} == {"meier"}
+    assert {m.text.lower() for m in browser.find_elements(By.CSS_SELECTOR, "pre.text mark")} == {"meier"}
     shot("06-document")
     browser.find_element(By.ID, "download-ORIGINAL").click()  # a download: the page stays
     fetched = os.path.join(downloads, "1000001_1_3.PDF")  # Chromium writes it as NAME.crdownload until it is whole
