@@ -35,7 +35,6 @@ class BrowserUpload : public ::testing::Test {
     v.OnStartPage(std::make_shared<MemoryScriptingContext>(
         std::make_shared<MemoryPageRequest>(std::vector<uint8_t>(body.begin(), body.end()))));
   }
-  std::vector<std::string> Log() const { return testing::ReadLines(logs.File("S9.LOG")); }
 
   FakeClock clock;
   TempDir blob, logs;
@@ -84,7 +83,7 @@ TEST_F(BrowserUpload, NoNameOrABrokenBodyStoresNothing) {
   EXPECT_EQ(std::pair(name, size), std::pair(Variant("old"), Variant(int32_t{1})));
   EXPECT_TRUE(fs::is_empty(blob.path()));
   std::vector<std::string> log;
-  for (const std::string& line : Log()) log.push_back(line.substr(22));
+  for (const std::string& line : testing::ReadLines(logs.File("S9.LOG"))) log.push_back(line.substr(22));
   const std::string f = "Allgemeiner Fehler in Funktion 'UploadFile': ", bad = f + "75 - Path/File access error.";
   EXPECT_EQ(log, (std::vector<std::string>{f + "91 - Object variable or With block variable not set.",
                                            f + "9 - Subscript out of range.", f + "9 - Subscript out of range.", bad,
