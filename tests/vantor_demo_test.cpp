@@ -44,13 +44,10 @@ Outcome Demo(const DemoOptions& options) {
   return {code, out.str(), err.str()};
 }
 
-// The folder the demo worked in, from its "blob folder" line.
+// The folder the demo worked in: the one holding the folder of its "blob folder" line.
 std::string WorkFolder(const std::string& out) {
-  const std::string label = "blob folder    ";
-  const size_t at = out.find(label);
-  if (at == std::string::npos) return "";
-  const size_t end = out.find('\n', at);
-  return fs::path(out.substr(at + label.size(), end - at - label.size())).parent_path().string();
+  std::smatch found;
+  return std::regex_search(out, found, std::regex("blob folder +(.+)/[^/\n]+\n")) ? found.str(1) : "";
 }
 
 // The built gateway and the source's sample: this test program does not lie where vantor looks from.
