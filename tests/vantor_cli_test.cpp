@@ -164,17 +164,16 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
                             port_ + "? (check --host and --port, or VANTOR_HOST and VANTOR_PORT)\n"));
 }
 
-TEST_F(VantorCli, FetchPrintsTheLocalPathWithTheMappedExtension) {
+// The demo checks the bytes of a round trip; here what the commands print and how they fail. A fetched file
+// is named with its mapped extension.
+TEST_F(VantorCli, FetchUploadAndTransferSayWhatTheyDidOrWhyNot) {
   EXPECT_THAT(Run({"--ext-map", "TIF-PDF", "fetch", "FIBU", kIn, "1000001", "1", "BELEG"}),
               FieldsAre(0, blob_ + "/1000001_1_2.PDF\n", ""));
   EXPECT_TRUE(fs::exists(blob_ + "/1000001_1_2.PDF"));
   json pages = Run({"--json", "fetch", "VERTRAG", "Verträge", "1000030", "1", "--pages", "2-3"}).Json();
   EXPECT_EQ(pages["path"], blob_ + "/" + pages["file"].get<std::string>());
   EXPECT_EQ(fs::file_size(pages["path"].get<std::string>()), pages["length"]);
-}
 
-// The demo checks the bytes of a round trip; here what the commands print and how they fail.
-TEST_F(VantorCli, UploadAndTransferSayWhatTheyDidOrWhyNot) {
   local_ = dir_.File("local");
   fs::create_directories(local_);
   WriteFile(local_ + "/scan.bin", std::string(70000, 's'));

@@ -77,8 +77,7 @@ def test_the_secret_is_made_once_and_kept_private(tmp_path, monkeypatch):
     monkeypatch.delenv("VANTOR_PORTAL_SECRET", raising=False)
     first = create_app({"DATA_FOLDER": str(tmp_path)}).config["SECRET_KEY"]
     assert stat.S_IMODE(os.stat(tmp_path / "secret_key").st_mode) == 0o600
-    assert create_app({"DATA_FOLDER": str(tmp_path)}).config["SECRET_KEY"] == first
-    assert len(first) >= 32
+    assert create_app({"DATA_FOLDER": str(tmp_path)}).config["SECRET_KEY"] == first and len(first) >= 32
 
 
 @pytest.mark.parametrize("path, content_type, magic", [
