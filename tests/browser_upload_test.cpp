@@ -105,16 +105,13 @@ TEST(CleanUp, FilesThenOneLevelOfFolders) {
   EXPECT_FALSE(fs::exists(b + "/S1_y"));
   EXPECT_TRUE(fs::exists(b + "/S1_x.pdf"));
   v.DeleteFTPObjects(b + "/S1_*");
-  EXPECT_FALSE(fs::exists(b + "/S1_x.pdf"));
-  EXPECT_FALSE(fs::exists(b + "/S1_dir"));
+  for (const char* gone : {"/S1_x.pdf", "/S1_dir"}) EXPECT_FALSE(fs::exists(b + gone)) << gone;
   EXPECT_FALSE(fs::exists(fs::symlink_status(b + "/S1_link")));  // the link goes, not what it points to
   EXPECT_TRUE(fs::exists(outside.File("keep")));
   EXPECT_TRUE(fs::exists(b + "/a.tif"));
 
   v.DeleteFTPObjects(b + "/*");
-  EXPECT_FALSE(fs::exists(b + "/a.tif"));
-  EXPECT_FALSE(fs::exists(b + "/sub2"));
-  EXPECT_FALSE(fs::exists(b + "/sub1/x"));
+  for (const char* gone : {"/a.tif", "/sub2", "/sub1/x"}) EXPECT_FALSE(fs::exists(b + gone)) << gone;
   EXPECT_TRUE(fs::exists(b + "/sub1/deeper/z"));  // a folder that still holds a folder stays
 
   v.DeleteFTPObjects(b + "/nowhere/*");
