@@ -169,7 +169,6 @@ TEST(SessionCacheTest, BoundedInBytesLeastRecentlyUsedFirstAndForgottenWhenIdle)
 // ---- commands over the network ----------------------------------------------------------------------------
 
 TEST_F(GatewayTest, ErrorAnswersNameTheirCause) {
-  const std::string out = "out";
   ExpectStatuses(
       {{{"GetChannels"}, "Error 21 Anmeldung fehlgeschlagen", "nobody"},
        {{"GetChannels"}, "Error 21 Anmeldung fehlgeschlagen", "EASY"},  // the password exactly
@@ -182,9 +181,9 @@ TEST_F(GatewayTest, ErrorAnswersNameTheirCause) {
        {{"QueryArchive", kFibu, kIn, "", "", "viele", "0", ""}, "Error 41 Ungültiger Parameter: lngMaxLines"},
        {{"GetDocumentInfo", kFibu, kIn, "1000001", "7"}, "Error 32"},
        {{"GetDocumentInfo", kFibu, kIn, "4711", ""}, "Error 32"},
-       {{"GetSegmentPDF", kFibu, kIn, "1000001", "1", "1", "99", out}, "Error 34 Layout unbekannt: 99"},
-       {{"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "", out, "7"}, "Error 41"},
-       {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "4", out}, "Error 36 Seite nicht vorhanden: 4"},
+       {{"GetSegmentPDF", kFibu, kIn, "1000001", "1", "1", "99", "out"}, "Error 34 Layout unbekannt: 99"},
+       {{"GetSegmentPrintfile", kFibu, kIn, "1000001", "1", "2", "", "out", "7"}, "Error 41"},
+       {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "4", "out"}, "Error 36 Seite nicht vorhanden: 4"},
        {{"GetSegmentERF", kFibu, kIn, "1000001", "1", "1"}, "Error 41"},
        {{"GetSegmentData", kFibu, kIn, "1000001", "1", "2", "..\\outside"}, "Error 50"},
        {{"DeleteNotes", kFibu, kIn, "1000001", ""}, "Error 22", "gast"},
@@ -286,17 +285,16 @@ TEST_F(GatewayTest, AmplifyingAndWritingRequestsMeetTheirLimits) {
   options.max_answer_bytes = 100000;
   options.max_note_bytes = 1000;
   Start(options);
-  const std::string blank(30000, '_');
-  const std::string out = "out";
   const std::string archive = ReadFile(gateway_.data() + "/archive.json");
-  ExpectStatuses({{{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "1,2,1,2,1,2,1,2,1,2,1", out},
-                   "Error 41 Ungültiger Parameter: mehr als 10 Seiten"},
-                  {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "1,2,1", out}, "OK"},
-                  {{"GetSegmentText", kFibu, kIn, "1000001", "", "", "", "", blank}, "Error 85 Antwort zu groß"},
-                  {{"GetSegmentText", kFibu, kIn, "1000001", "", "", "", "", "_"}, "OK"},
-                  {{"WriteNote", kFibu, kIn, "1000001", "", "gelesen", ""}, "Error 22 Keine Berechtigung", "gast"},
-                  {{"WriteNote", kFibu, kIn, "1000001", "", std::string(1001, 'n'), ""}, "Error 84 Anfrage zu groß"},
-                  {{"WriteNote", kFibu, kIn, "1000001", "", "Zeile 1<br>Zeile 2", "<br>"}, "OK"}});
+  ExpectStatuses(
+      {{{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "1,2,1,2,1,2,1,2,1,2,1", "out"},
+        "Error 41 Ungültiger Parameter: mehr als 10 Seiten"},
+       {{"GetSegmentMultiTIF", "VERTRAG", "Verträge", "1000030", "", "1,2,1", "out"}, "OK"},
+       {{"GetSegmentText", kFibu, kIn, "1000001", "", "", "", "", std::string(30000, '_')}, "Error 85 Antwort zu groß"},
+       {{"GetSegmentText", kFibu, kIn, "1000001", "", "", "", "", "_"}, "OK"},
+       {{"WriteNote", kFibu, kIn, "1000001", "", "gelesen", ""}, "Error 22 Keine Berechtigung", "gast"},
+       {{"WriteNote", kFibu, kIn, "1000001", "", std::string(1001, 'n'), ""}, "Error 84 Anfrage zu groß"},
+       {{"WriteNote", kFibu, kIn, "1000001", "", "Zeile 1<br>Zeile 2", "<br>"}, "OK"}});
   // The note went to the document's own notes file, not into archive.json, and is there after a restart.
   EXPECT_EQ(ReadFile(gateway_.data() + "/archive.json"), archive);
   Start(options);
