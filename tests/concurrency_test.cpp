@@ -40,19 +40,13 @@ std::unique_ptr<clsVantor> Connect(int port, const std::string& session, const s
 std::string Ask(clsVantor& v, size_t kind, const std::vector<std::string>& documents) {
   Variant status("unset");
   std::vector<Variant> info(8);
-  std::string answer;
-  if (kind == 0) {
-    answer = v.EASYQueryArchiveInit(kFibu, kIn, "", int32_t{0}, int32_t{0}, "Kurz", Variant::missing(), nullptr,
-                                    nullptr, nullptr, nullptr, &status)
-                 .ToString();
-    for (Variant item = v.EASYQueryArchiveNext(); item != Variant(""); item = v.EASYQueryArchiveNext()) {
-      answer += "|" + item.ToString();
-    }
-  } else {
-    answer = v.EASYGetDocumentInfo(kFibu, kIn, documents[kind - 1], "1", &info[0], &info[1], &info[2], &info[3],
-                                   &info[4], &info[5], &info[6], &info[7], &status)
-                 .ToString();
-  }
+  std::string answer =
+      (kind == 0 ? v.EASYQueryArchiveInit(kFibu, kIn, "", int32_t{0}, int32_t{0}, "Kurz", Variant::missing(), nullptr,
+                                          nullptr, nullptr, nullptr, &status)
+                 : v.EASYGetDocumentInfo(kFibu, kIn, documents[kind - 1], "1", &info[0], &info[1], &info[2], &info[3],
+                                         &info[4], &info[5], &info[6], &info[7], &status))
+          .ToString();
+  for (Variant item; kind == 0 && (item = v.EASYQueryArchiveNext()) != Variant("");) answer += "|" + item.ToString();
   for (const Variant& column : info) answer += "|" + column.ToString();
   return answer + "|" + status.ToString();
 }
