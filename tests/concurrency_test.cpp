@@ -63,9 +63,7 @@ TEST(Concurrency, SixteenObjectsOnSixteenThreadsGetEveryAnswerRight) {
     auto v = Connect(gateway.port(), "REF", logs.path());
     ASSERT_EQ(v->EASYQueryArchiveInit(kFibu, kIn, "", int32_t{0}, int32_t{0}, "Kurz"), Variant(int32_t{15}));
     (void)v->EASYQueryArchiveNext();  // the title line
-    for (Variant id; v->EASYQueryArchiveNext(nullptr, nullptr, &id) != Variant("");) {
-      documents.push_back(id.ToString());
-    }
+    for (Variant id; v->EASYQueryArchiveNext(nullptr, nullptr, &id) != Variant("");) documents.push_back(id.ToString());
     for (size_t kind = 0; kind < 1 + documents.size(); ++kind) expected.push_back(Ask(*v, kind, documents));
   }).join();
   ASSERT_EQ(documents.size(), 14u);

@@ -405,9 +405,7 @@ TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
     }
     // Flattened, each step of a value's JSON pointer is a snake_case key or an array index.
     const json flat = output.flatten();
-    for (const auto& item : flat.items()) {
-      EXPECT_THAT(item.key(), MatchesRegex("(/([a-z][a-z0-9_]*|[0-9]+))*"));
-    }
+    for (const auto& item : flat.items()) EXPECT_THAT(item.key(), MatchesRegex("(/([a-z][a-z0-9_]*|[0-9]+))*"));
   }
 
   Outcome masks = Run({"--csv", "masks", "FIBU", kIn});
