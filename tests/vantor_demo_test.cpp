@@ -67,21 +67,16 @@ TEST(VantorDemo, EveryStepPassesAndTheFolderGoes) {
 }
 
 // An output that takes `limit` bytes and then fails, as a pipe does once its reader has gone.
-class ClosingOutput : public std::streambuf {
- public:
-  explicit ClosingOutput(size_t limit) : limit_(limit) {}
-  const std::string& taken() const { return taken_; }
-
- protected:
+struct ClosingOutput : std::streambuf {
+  explicit ClosingOutput(size_t limit) : limit(limit) {}
   int_type overflow(int_type c) override {
-    if (traits_type::eq_int_type(c, traits_type::eof()) || taken_.size() >= limit_) return traits_type::eof();
-    taken_ += traits_type::to_char_type(c);
+    if (traits_type::eq_int_type(c, traits_type::eof()) || taken.size() >= limit) return traits_type::eof();
+    taken += traits_type::to_char_type(c);
     return c;
   }
 
- private:
-  size_t limit_;
-  std::string taken_;
+  const size_t limit;
+  std::string taken;  // what it took before it failed
 };
 
 TEST(VantorDemo, AClosedOutputStopsTheGatewayAndRemovesTheFolder) {
@@ -92,9 +87,8 @@ TEST(VantorDemo, AClosedOutputStopsTheGatewayAndRemovesTheFolder) {
     EXPECT_EQ(RunDemo(Built(), out, err), kOutputClosed);
     // The folder and the gateway's port, from "folder  PATH (...)" and "listening on 127.0.0.1:PORT".
     std::smatch found;
-    ASSERT_TRUE(
-        std::regex_search(closing.taken(), found, std::regex("folder +(/[^ ]+) \\([^]*127\\.0\\.0\\.1:([0-9]+)")))
-        << closing.taken();
+    ASSERT_TRUE(std::regex_search(closing.taken, found, std::regex("folder +(/[^ ]+) \\([^]*127\\.0\\.0\\.1:([0-9]+)")))
+        << closing.taken;
     EXPECT_FALSE(fs::exists(found.str(1))) << found.str(1);
     // The gateway takes no connection any more.
     asio::io_context io;
