@@ -204,7 +204,7 @@ TEST_F(VantorCli, FetchUploadAndTransferSayWhatTheyDidOrWhyNot) {
 }
 
 TEST_F(VantorCli, NotesWrittenListedAndDeleted) {
-  Args add = {"--json", "notes", "FIBU", kIn, "1000003", "1", "--add", "Erste Zeile\nzweite"};
+  const Args add = {"--json", "notes", "FIBU", kIn, "1000003", "1", "--add", "Erste Zeile\nzweite"};
   const Args notes(add.begin() + 1, add.end() - 2);
   const json added = Expect(add, 0, "").Json();
   ASSERT_FALSE(added.empty());
@@ -214,9 +214,7 @@ TEST_F(VantorCli, NotesWrittenListedAndDeleted) {
     ScopedEnv scoped("LC_ALL", locale);
     Expect(notes, 0, shown);
   }
-  add.back() = "--delete";
-  add.erase(add.end() - 2);
-  EXPECT_EQ(Run(add).Json(), json::array());
+  EXPECT_EQ(Run({"--json", "notes", "FIBU", kIn, "1000003", "1", "--delete"}).Json(), json::array());
 }
 
 // A user directory from initdb: portal users (passwords never need the command line, a name is added once,

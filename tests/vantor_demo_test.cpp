@@ -51,12 +51,7 @@ std::string WorkFolder(const std::string& out) {
 }
 
 // The built gateway and the source's sample: this test program does not lie where vantor looks from.
-DemoOptions Built() {
-  DemoOptions options;
-  options.gateway_program = VANTOR_GATEWAY_BINARY;
-  options.sample_dir = VANTOR_GATEWAY_SAMPLE;
-  return options;
-}
+DemoOptions Built() { return {.gateway_program = VANTOR_GATEWAY_BINARY, .sample_dir = VANTOR_GATEWAY_SAMPLE}; }
 
 TEST(VantorDemo, EveryStepPassesAndTheFolderGoes) {
   const Outcome run = Demo(Built());
@@ -107,10 +102,7 @@ TEST(VantorDemo, AnArchiveThatDiffersFailsItsStepsAndKeepsTheFolder) {
   ASSERT_NE(meier, std::string::npos);
   WriteFile(dir.File("sample/archive.json"), archive.replace(meier + 20, 1, "a"));  // Maier
 
-  DemoOptions options = Built();
-  options.sample_dir = dir.File("sample");
-  options.keep = true;
-  const Outcome run = Demo(options);
+  const Outcome run = Demo({.gateway_program = VANTOR_GATEWAY_BINARY, .sample_dir = dir.File("sample"), .keep = true});
   const std::string folder = WorkFolder(run.out);
   EXPECT_THAT(run, FieldsAre(1,
                              AllOf(HasSubstr("FAILED: the title is \"Rechnung 2002-0117 Maier GmbH\""),
@@ -129,10 +121,9 @@ TEST(VantorDemo, SetUpFailuresEndWithTwoAndSayWhy) {
       {"/bin/echo", "", "--port 0\" instead of its listening address\n"},             // prints its arguments instead
       {"", empty.path(), "vantor demo: the sample folder " + empty.path() + " holds no archive.json\n"}};
   for (const auto& [program, sample, err] : cases) {
-    DemoOptions options = Built();
-    if (!program.empty()) options.gateway_program = program;
-    if (!sample.empty()) options.sample_dir = sample;
-    EXPECT_THAT(Demo(options), FieldsAre(2, "", HasSubstr(err)));
+    EXPECT_THAT(Demo({.gateway_program = program.empty() ? VANTOR_GATEWAY_BINARY : program,
+                      .sample_dir = sample.empty() ? VANTOR_GATEWAY_SAMPLE : sample}),
+                FieldsAre(2, "", HasSubstr(err)));
   }
 }
 
