@@ -393,9 +393,8 @@ TEST_F(GatewayTest, TheProgramRefusesBadStarts) {
     FILE* p = popen((std::string(VANTOR_GATEWAY_BINARY) + " --blob " + blob() + " " + args + " 2>&1").c_str(), "r");
     ASSERT_NE(p, nullptr);
     char text[512] = {};
-    const size_t n = fread(text, 1, sizeof text - 1, p);
-    EXPECT_THAT(std::string(text, n), HasSubstr(message)) << args;
-    EXPECT_EQ(WEXITSTATUS(pclose(p)), code) << args;
+    const std::string output(text, fread(text, 1, sizeof text - 1, p));
+    EXPECT_THAT(std::pair(output, WEXITSTATUS(pclose(p))), ::testing::FieldsAre(HasSubstr(message), code)) << args;
   }
 }
 

@@ -36,6 +36,7 @@ using ::testing::FieldsAre;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::Not;
+using ::testing::PrintToString;
 using json = nlohmann::json;
 using Args = std::vector<std::string>;
 const std::string kIn = "Eingangsrechnungen";
@@ -59,8 +60,7 @@ struct Outcome {
   int code;
   std::string out, err;
   friend void PrintTo(const Outcome& o, std::ostream* os) {
-    *os << "exit " << o.code << ", output " << ::testing::PrintToString(o.out) << ", error output "
-        << ::testing::PrintToString(o.err);
+    *os << "exit " << o.code << ", output " << PrintToString(o.out) << ", error output " << PrintToString(o.err);
   }
   json Json() const { return json::parse(out); }
 };
@@ -92,7 +92,7 @@ class VantorCli : public ::testing::Test {
   Outcome Expect(const Args& args, int code, const std::string& text, const std::string& input = "") {
     Outcome run = Run(args, input);
     EXPECT_THAT(run, FieldsAre(code, HasSubstr(code == 0 ? text : ""), HasSubstr(code == 0 ? "" : text)))
-        << ::testing::PrintToString(args);
+        << PrintToString(args);
     return run;
   }
 
@@ -151,7 +151,7 @@ TEST_F(VantorCli, SubCommandsPrintTablesAndSayWhatWentWrong) {
        "strFileName = 1000001_1_2_P.TIF (String)\nlngFileLen = 9496 (String)\n"}};
   for (const auto& [args, code, part] : cases) {
     const Outcome run = Expect(args, code, part);
-    EXPECT_THAT(code == 0 ? run.out : "", Not(HasSubstr("^"))) << ::testing::PrintToString(args);
+    EXPECT_THAT(code == 0 ? run.out : "", Not(HasSubstr("^"))) << PrintToString(args);
   }
   EXPECT_EQ(RunLine({}).code, 2);
   // One line, name and dotted version, as help2man and scripts read it; a sub-command after it is not run.
@@ -344,7 +344,7 @@ TEST(VantorCliHostileGateway, EscapesControlsRefusesForeignPathsAndBoundsReplies
     Args line = {"--host",    "127.0.0.1", "--port",       std::to_string(gateway.port()),
                  "--timeout", "5",         "--blob-local", local.path()};
     line.insert(line.end(), args.begin(), args.end());
-    EXPECT_THAT(RunLine(line), expected) << ::testing::PrintToString(args);
+    EXPECT_THAT(RunLine(line), expected) << PrintToString(args);
   }
 }
 
@@ -395,7 +395,7 @@ TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
   for (const auto& [command, values] : shapes) {
     Args args = {"--json"};
     args.insert(args.end(), command.begin(), command.end());
-    SCOPED_TRACE(::testing::PrintToString(args));
+    SCOPED_TRACE(PrintToString(args));
     const json output = Expect(args, 0, "").Json(), expected = json::parse(values);
     for (const auto& [at, value] : expected.items()) {
       const json::json_pointer pointer(at);
@@ -423,7 +423,7 @@ TEST_F(VantorCli, ScriptOutputIsTypedJsonOrCsvAndErrorsStayJson) {
     const json error = json::parse(run.err);  // one object, nothing else
     EXPECT_THAT(std::tuple(run.code, run.out, error["exit_code"], error["error"].get<std::string>()),
                 FieldsAre(code, "", code, HasSubstr(text)))
-        << ::testing::PrintToString(args);
+        << PrintToString(args);
   }
 }
 
@@ -465,10 +465,9 @@ TEST_F(VantorCli, CreateEditAndDeleteDocumentsFromAnImportFile) {
   WriteFile(blob_ + "/neu2.txt",
             "@DB,$(#FIBU)\\Eingangsrechnungen\r\n@FOLDER,FT:Rechnung bezahlt,1:STATUS\r\n^bezahlt^\r\n");
   local_.clear();
-  Outcome created = Run({"--blob", blob_, "--json", "create", "neu.txt"});
-  ASSERT_EQ(created.code, 0) << created.err;
-  const std::string id = created.Json()["id"];
-  EXPECT_EQ(created.Json(), json({{"import_file", blob_ + "\\neu.txt"}, {"documents", 1}, {"id", id}, {"version", 1}}));
+  const json created = Expect({"--blob", blob_, "--json", "create", "neu.txt"}, 0, "").Json();
+  const std::string id = created["id"];
+  EXPECT_EQ(created, json({{"import_file", blob_ + "\\neu.txt"}, {"documents", 1}, {"id", id}, {"version", 1}}));
   EXPECT_EQ(Run({"--json", "query", "FIBU", kIn, ".NR=(2002-9999)"}).Json()["total_hits"], 1);
 
   EXPECT_EQ(Run({"--blob", blob_, "edit", dir_.File("blob/neu2.txt"), id}).out,

@@ -28,13 +28,13 @@ using ::testing::EndsWith;
 using ::testing::FieldsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::PrintToString;
 
 struct Outcome {
   int code;
   std::string out, err;
   friend void PrintTo(const Outcome& o, std::ostream* os) {
-    *os << "exit " << o.code << ", output " << ::testing::PrintToString(o.out) << ", error output "
-        << ::testing::PrintToString(o.err);
+    *os << "exit " << o.code << ", output " << PrintToString(o.out) << ", error output " << PrintToString(o.err);
   }
 };
 

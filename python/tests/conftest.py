@@ -13,8 +13,7 @@ import halqvantor
 
 @pytest.fixture(scope="session")
 def gateway(tmp_path_factory):
-    binary = os.environ.get("VANTOR_GATEWAY_BINARY")
-    sample = os.environ.get("VANTOR_GATEWAY_SAMPLE")
+    binary, sample = os.environ.get("VANTOR_GATEWAY_BINARY"), os.environ.get("VANTOR_GATEWAY_SAMPLE")
     if not binary or not sample:
         pytest.skip("VANTOR_GATEWAY_BINARY and VANTOR_GATEWAY_SAMPLE are set by CTest")
     root = tmp_path_factory.mktemp("gateway")
