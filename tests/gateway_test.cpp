@@ -260,9 +260,8 @@ TEST_F(GatewayTest, StalledClientsAreAnsweredOrDroppedWhenTheirTimeIsUp) {
     while (!ec && !PayloadOf(reply)) reply.append(buffer, socket.read_some(asio::buffer(buffer), ec));
     return std::pair(reply, ec);
   };
-  const std::string partial = Frame({"GetArchives"});
+  const std::string partial = Frame({"GetArchives"}), full = Frame({"GetChannels"});
   asio::write(stalled, asio::buffer(partial));
-  const std::string full = Frame({"GetChannels"});
   asio::write(answered, asio::buffer(full));
   // The answer is read before time moves, so the gateway stamped it on the clock as it was.
   EXPECT_EQ(ParseReply(read_answer(answered).first).status, kOk);
