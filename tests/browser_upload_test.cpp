@@ -35,7 +35,6 @@ class BrowserUpload : public ::testing::Test {
     v.OnStartPage(std::make_shared<MemoryScriptingContext>(
         std::make_shared<MemoryPageRequest>(std::vector<uint8_t>(body.begin(), body.end()))));
   }
-  std::vector<std::string> Log() const { return testing::ReadLines(logs.File("S9.LOG")); }
 
   FakeClock clock;
   TempDir blob, logs;
@@ -56,8 +55,8 @@ TEST_F(BrowserUpload, StoresTheBareClientNameWithItsBytes) {
     Post(Body(disposition, content));
     Variant name, size;
     ASSERT_TRUE(v.UploadFile(prefix.empty() ? Variant::missing() : Variant(prefix), &name, &size)) << stored;
-    EXPECT_EQ(name, Variant(stored.substr(prefix.empty() ? 0 : prefix.size() + 1)));
-    EXPECT_EQ(size, Variant(int32_t{12}));
+    EXPECT_EQ(std::pair(name, size),
+              std::pair(Variant(stored.substr(prefix.empty() ? 0 : prefix.size() + 1)), Variant(int32_t{12})));
     EXPECT_EQ(testing::ReadFile(blob.File(stored)), content);
   }
   EXPECT_FALSE(fs::exists(blob.File("a.pdf")));
@@ -81,11 +80,10 @@ TEST_F(BrowserUpload, NoNameOrABrokenBodyStoresNothing) {
     EXPECT_FALSE(v.UploadFile(prefix.empty() ? Variant::missing() : Variant(prefix), &name, &size)) << body;
   }
   EXPECT_FALSE(fs::exists("/a"));
-  EXPECT_EQ(name, Variant("old"));
-  EXPECT_EQ(size, Variant(int32_t{1}));
+  EXPECT_EQ(std::pair(name, size), std::pair(Variant("old"), Variant(int32_t{1})));
   EXPECT_TRUE(fs::is_empty(blob.path()));
   std::vector<std::string> log;
-  for (const std::string& line : Log()) log.push_back(line.substr(22));
+  for (const std::string& line : testing::ReadLines(logs.File("S9.LOG"))) log.push_back(line.substr(22));
   const std::string f = "Allgemeiner Fehler in Funktion 'UploadFile': ", bad = f + "75 - Path/File access error.";
   EXPECT_EQ(log, (std::vector<std::string>{f + "91 - Object variable or With block variable not set.",
                                            f + "9 - Subscript out of range.", f + "9 - Subscript out of range.", bad,
@@ -107,16 +105,13 @@ TEST(CleanUp, FilesThenOneLevelOfFolders) {
   EXPECT_FALSE(fs::exists(b + "/S1_y"));
   EXPECT_TRUE(fs::exists(b + "/S1_x.pdf"));
   v.DeleteFTPObjects(b + "/S1_*");
-  EXPECT_FALSE(fs::exists(b + "/S1_x.pdf"));
-  EXPECT_FALSE(fs::exists(b + "/S1_dir"));
+  for (const char* gone : {"/S1_x.pdf", "/S1_dir"}) EXPECT_FALSE(fs::exists(b + gone)) << gone;
   EXPECT_FALSE(fs::exists(fs::symlink_status(b + "/S1_link")));  // the link goes, not what it points to
   EXPECT_TRUE(fs::exists(outside.File("keep")));
   EXPECT_TRUE(fs::exists(b + "/a.tif"));
 
   v.DeleteFTPObjects(b + "/*");
-  EXPECT_FALSE(fs::exists(b + "/a.tif"));
-  EXPECT_FALSE(fs::exists(b + "/sub2"));
-  EXPECT_FALSE(fs::exists(b + "/sub1/x"));
+  for (const char* gone : {"/a.tif", "/sub2", "/sub1/x"}) EXPECT_FALSE(fs::exists(b + gone)) << gone;
   EXPECT_TRUE(fs::exists(b + "/sub1/deeper/z"));  // a folder that still holds a folder stays
 
   v.DeleteFTPObjects(b + "/nowhere/*");

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
@@ -41,19 +40,13 @@ std::unique_ptr<clsVantor> Connect(int port, const std::string& session, const s
 std::string Ask(clsVantor& v, size_t kind, const std::vector<std::string>& documents) {
   Variant status("unset");
   std::vector<Variant> info(8);
-  std::string answer;
-  if (kind == 0) {
-    answer = v.EASYQueryArchiveInit(kFibu, kIn, "", int32_t{0}, int32_t{0}, "Kurz", Variant::missing(), nullptr,
-                                    nullptr, nullptr, nullptr, &status)
-                 .ToString();
-    for (Variant item = v.EASYQueryArchiveNext(); item != Variant(""); item = v.EASYQueryArchiveNext()) {
-      answer += "|" + item.ToString();
-    }
-  } else {
-    answer = v.EASYGetDocumentInfo(kFibu, kIn, documents[kind - 1], "1", &info[0], &info[1], &info[2], &info[3],
-                                   &info[4], &info[5], &info[6], &info[7], &status)
-                 .ToString();
-  }
+  std::string answer =
+      (kind == 0 ? v.EASYQueryArchiveInit(kFibu, kIn, "", int32_t{0}, int32_t{0}, "Kurz", Variant::missing(), nullptr,
+                                          nullptr, nullptr, nullptr, &status)
+                 : v.EASYGetDocumentInfo(kFibu, kIn, documents[kind - 1], "1", &info[0], &info[1], &info[2], &info[3],
+                                         &info[4], &info[5], &info[6], &info[7], &status))
+          .ToString();
+  for (Variant item; kind == 0 && (item = v.EASYQueryArchiveNext()) != Variant("");) answer += "|" + item.ToString();
   for (const Variant& column : info) answer += "|" + column.ToString();
   return answer + "|" + status.ToString();
 }
@@ -70,9 +63,7 @@ TEST(Concurrency, SixteenObjectsOnSixteenThreadsGetEveryAnswerRight) {
     auto v = Connect(gateway.port(), "REF", logs.path());
     ASSERT_EQ(v->EASYQueryArchiveInit(kFibu, kIn, "", int32_t{0}, int32_t{0}, "Kurz"), Variant(int32_t{15}));
     (void)v->EASYQueryArchiveNext();  // the title line
-    for (Variant id; v->EASYQueryArchiveNext(nullptr, nullptr, &id) != Variant("");) {
-      documents.push_back(id.ToString());
-    }
+    for (Variant id; v->EASYQueryArchiveNext(nullptr, nullptr, &id) != Variant("");) documents.push_back(id.ToString());
     for (size_t kind = 0; kind < 1 + documents.size(); ++kind) expected.push_back(Ask(*v, kind, documents));
   }).join();
   ASSERT_EQ(documents.size(), 14u);
@@ -80,14 +71,13 @@ TEST(Concurrency, SixteenObjectsOnSixteenThreadsGetEveryAnswerRight) {
 
   const char* asked = std::getenv("HALQVANTOR_CONCURRENT_REQUESTS");
   const int requests = asked != nullptr && std::atoi(asked) > 0 ? std::atoi(asked) : 50;
-  std::atomic<int> right{0};
   std::mutex mutex;
   std::vector<std::string> wrong;  // the first wrong answer of each thread
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
       auto v = Connect(gateway.port(), "T" + std::to_string(t), logs.path());
-      for (int i = 0; i < requests; ++i, ++right) {
+      for (int i = 0; i < requests; ++i) {
         const size_t kind = static_cast<size_t>(t + i) % expected.size();
         const std::string answer = Ask(*v, kind, documents);
         if (answer == expected[kind]) continue;
@@ -98,7 +88,6 @@ TEST(Concurrency, SixteenObjectsOnSixteenThreadsGetEveryAnswerRight) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(right.load(), kThreads * requests);
   EXPECT_TRUE(wrong.empty()) << wrong.front();
 }
 

@@ -6,7 +6,7 @@ import pytest
 
 pytest.importorskip("selenium", reason="python3-selenium is not installed")
 from selenium.webdriver.common.by import By  # noqa: E402
-from selenium.common.exceptions import TimeoutException, WebDriverException  # noqa: E402
+from selenium.webdriver.support.expected_conditions import staleness_of  # noqa: E402
 from selenium.webdriver.support.ui import Select, WebDriverWait  # noqa: E402
 
 INVOICES = "/a/FIBU/Eingangsrechnungen/"
@@ -16,35 +16,25 @@ def follow(browser, by, value):
     """Clicks an element that loads a new page and waits until the new page is there."""
     page = browser.find_element(By.TAG_NAME, "html")
     browser.find_element(by, value).click()
+    WebDriverWait(browser, 10).until(staleness_of(page))
 
-    def replaced(_):
-        try:
-            page.is_enabled()
-            return False
-        except WebDriverException:  # stale, or no longer part of the document
-            return True
 
-    WebDriverWait(browser, 10).until(replaced)
+def fill(browser, **fields):
+    for field_id, value in fields.items():
+        browser.find_element(By.ID, field_id).send_keys(value)
 
 
 def sign_in(browser, server, name, password):
     browser.delete_all_cookies()
     browser.get(server + "/login")
-    browser.find_element(By.ID, "name").send_keys(name)
-    browser.find_element(By.ID, "password").send_keys(password)
+    fill(browser, name=name, password=password)
     follow(browser, By.ID, "logon")
 
 
 def search(browser, server, **fields):
     browser.get(server + INVOICES)
-    for field_id, value in fields.items():
-        browser.find_element(By.ID, field_id).send_keys(value)
+    fill(browser, **fields)
     follow(browser, By.ID, "search")
-
-
-def hit_column(browser, index):
-    return [row.find_elements(By.TAG_NAME, "td")[index].text for row in
-            browser.find_elements(By.CSS_SELECTOR, "#hits tbody tr")]
 
 
 def documents(browser):
@@ -53,16 +43,6 @@ def documents(browser):
 
 def flash(browser):
     return " ".join(e.text for e in browser.find_elements(By.CSS_SELECTOR, ".flash"))
-
-
-def wait_for_file(browser, path, seconds=10):
-    """True once Chromium has finished writing the download (it writes PATH.crdownload until then)."""
-    try:
-        WebDriverWait(browser, seconds).until(
-            lambda _: os.path.exists(path) and not os.path.exists(path + ".crdownload"))
-        return True
-    except TimeoutException:
-        return False
 
 
 def test_log_on_query_sort_read_download_note_and_log_off(browser, server, site, downloads, shot):
@@ -77,12 +57,10 @@ def test_log_on_query_sort_read_download_note_and_log_off(browser, server, site,
     assert Select(browser.find_element(By.ID, "f6")).options[1].text == "offen"  # a select list as drop-down
     shot("03-query-form")
     follow(browser, By.ID, "search")
-    found = documents(browser)
-    assert len(found) == 14
+    assert len(found := documents(browser)) == 14
     shot("04-hit-list")
     follow(browser, By.PARTIAL_LINK_TEXT, "Lieferant")  # the order itself is the component's (archive_query_test)
-    first = documents(browser)
-    assert first != found
+    assert (first := documents(browser)) != found
     follow(browser, By.PARTIAL_LINK_TEXT, "Lieferant")
     assert documents(browser) == first[::-1]
     shot("05-hit-list-sorted-twice")
@@ -94,12 +72,11 @@ def test_log_on_query_sort_read_download_note_and_log_off(browser, server, site,
     search(browser, server, text="meier")
     follow(browser, By.LINK_TEXT, "1000001/1")
     assert browser.find_element(By.ID, "doc-title").text == "Rechnung 2002-0117 Meier GmbH"
-    marks = browser.find_elements(By.CSS_SELECTOR, "pre.text mark")
-    assert marks and {m.text.lower() for m in marks} == {"meier"}
+    assert {m.text.lower() for m in browser.find_elements(By.CSS_SELECTOR, "pre.text mark")} == {"meier"}
     shot("06-document")
     browser.find_element(By.ID, "download-ORIGINAL").click()  # a download: the page stays
-    fetched = os.path.join(downloads, "1000001_1_3.PDF")
-    assert wait_for_file(browser, fetched)
+    fetched = os.path.join(downloads, "1000001_1_3.PDF")  # Chromium writes it as NAME.crdownload until it is whole
+    WebDriverWait(browser, 10).until(lambda _: os.path.exists(fetched) and not os.path.exists(fetched + ".crdownload"))
     with open(fetched, "rb") as got, open(site.path("data/files/rechnung_original.pdf"), "rb") as kept:
         assert got.read() == kept.read()
 
@@ -126,9 +103,7 @@ def test_upload_then_create_a_document_from_a_mask_and_find_it(browser, server, 
     shot("08-uploaded")
 
     follow(browser, By.LINK_TEXT, "Eingangsrechnungen")
-    browser.find_element(By.ID, "title").send_keys("Rechnung 2026-0042 Portal GmbH")
-    browser.find_element(By.ID, "v1").send_keys("2026-0042")
-    browser.find_element(By.ID, "v2").send_keys("Portal GmbH")
+    fill(browser, title="Rechnung 2026-0042 Portal GmbH", v1="2026-0042", v2="Portal GmbH")
     Select(browser.find_element(By.ID, "v5")).select_by_visible_text("Einkauf")
     Select(browser.find_element(By.ID, "attach")).select_by_visible_text("lieferschein.pdf")
     Select(browser.find_element(By.ID, "segment")).select_by_value("ORIGINAL")
@@ -139,5 +114,6 @@ def test_upload_then_create_a_document_from_a_mask_and_find_it(browser, server, 
     shot("10-document-created")
 
     search(browser, server, f1="2026-0042")
-    assert hit_column(browser, 1) == ["Portal GmbH"]
+    assert [row.find_elements(By.TAG_NAME, "td")[1].text
+            for row in browser.find_elements(By.CSS_SELECTOR, "#hits tbody tr")] == ["Portal GmbH"]
     shot("11-new-document-found")

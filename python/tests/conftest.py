@@ -3,8 +3,8 @@ sample archive, and page objects pointed at it."""
 
 import os
 import shutil
+import select
 import subprocess
-import threading
 
 import pytest
 
@@ -13,8 +13,7 @@ import halqvantor
 
 @pytest.fixture(scope="session")
 def gateway(tmp_path_factory):
-    binary = os.environ.get("VANTOR_GATEWAY_BINARY")
-    sample = os.environ.get("VANTOR_GATEWAY_SAMPLE")
+    binary, sample = os.environ.get("VANTOR_GATEWAY_BINARY"), os.environ.get("VANTOR_GATEWAY_SAMPLE")
     if not binary or not sample:
         pytest.skip("VANTOR_GATEWAY_BINARY and VANTOR_GATEWAY_SAMPLE are set by CTest")
     root = tmp_path_factory.mktemp("gateway")
@@ -23,14 +22,11 @@ def gateway(tmp_path_factory):
     blob.mkdir()
     process = subprocess.Popen([binary, "--data", str(data), "--blob", str(blob), "--port", "0"],
                                stdout=subprocess.PIPE, text=True)
-    line = []
-    reader = threading.Thread(target=lambda: line.append(process.stdout.readline()), daemon=True)
-    reader.start()
-    reader.join(10)
-    if not line or "listening on" not in line[0]:
+    line = process.stdout.readline() if select.select([process.stdout], [], [], 10)[0] else ""
+    if "listening on" not in line:
         process.kill()
-        pytest.fail(f"vantor-gateway did not start: {line}")
-    port = int(line[0].rsplit(":", 1)[1])
+        pytest.fail(f"vantor-gateway did not start: {line!r}")
+    port = int(line.rsplit(":", 1)[1])
     yield {"port": port, "blob": blob}
     process.terminate()
     assert process.wait(10) == 0, "vantor-gateway did not end with 0 on SIGTERM"
@@ -42,11 +38,9 @@ def make_page(port, blob=None, timeout=10, log=""):
     v.lngREMOTEPORT = port
     v.lngREQUESTTIMEOUT = timeout
     v.strSessionID = "PY"
-    v.strEASYUser = "easy"
-    v.strEASYPwd = "easy"
+    v.strEASYUser = v.strEASYPwd = "easy"
     if blob is not None:
-        v.strBlobPathLocal = str(blob)
-        v.strBlobPathRemote = str(blob)
+        v.strBlobPathLocal = v.strBlobPathRemote = str(blob)
     v.strDebugLogPath = log
     v.Init()
     return v

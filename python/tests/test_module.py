@@ -20,35 +20,28 @@ from halqvantor import MISSING, Ref, VantorError
 # ---- Values
 
 
-@pytest.mark.parametrize("value", [None, True, False, 7, -32768, 70000, 2**31 - 1, 1.5, "Grüße ^,^",
-                                   datetime.datetime(2002, 2, 1, 12, 30)])
-def test_a_value_survives_the_way_into_the_component_and_back(value):
+VALUES = [None, True, False, 7, -32768, 70000, 2**31 - 1, 1.5, "Grüße ^,^", datetime.datetime(2002, 2, 1, 12, 30)]
+
+
+@pytest.mark.parametrize("value, back", [(v, v) for v in VALUES] + [(2**40, float(2**40))])  # beyond a Long: a Double
+def test_a_value_survives_the_way_into_the_component_and_back(value, back):
     # A Next past the end of its list leaves its out-argument alone: the Ref comes back as it went in.
     v = halqvantor.clsVantor()
     r = Ref(value)
     assert v.EASYGetChannelsNext(r) == ""
-    assert r.value == value and type(r.value) is type(value)
+    assert r.value == back and type(r.value) is type(back)
 
 
-def test_numbers_beyond_a_long_travel_as_doubles_and_properties_convert_like_assignments():
+def test_properties_convert_like_assignments():
     v = halqvantor.clsVantor()
-    r = Ref(2**40)
-    v.EASYGetChannelsNext(r)
-    assert r.value == float(2**40)
     v.lngREMOTEPORT = "8080"
     v.lngREQUESTTIMEOUT = 2.5
     v.strSessionID = 42
     assert (v.lngREMOTEPORT, v.lngREQUESTTIMEOUT, v.strSessionID) == (8080, 2, "42")
     v.strremotehost = "gw"  # any case
     assert v.strREMOTEHOST == "gw" and v.StrRemoteHost == "gw"
-    with pytest.raises(VantorError) as e:
-        v.lngREMOTEPORT = 3_000_000_000
-    assert e.value.number == 6 and e.value.member == "lngREMOTEPORT"
     with pytest.raises(TypeError):
         v.strREMOTEHOST = b"bytes"
-    with pytest.raises(VantorError) as e:  # a misspelt property does not become a new attribute
-        v.strREMOTEHST = "gw"
-    assert e.value.number == 438 and not hasattr(v, "strREMOTEHST")
 
 
 # ---- Errors and refused calls
@@ -58,6 +51,8 @@ def test_numbers_beyond_a_long_travel_as_doubles_and_properties_convert_like_ass
     (lambda v: v.Decode("zz"), 13, None, 0),
     (lambda v: v.Encode("x" * 40000), 6, None, 0),
     (lambda v: v.EASYNoSuchThing(), 438, "EASYNoSuchThing", 0),
+    (lambda v: setattr(v, "strREMOTEHST", "gw"), 438, "strREMOTEHST", 0),  # no new attribute from a misspelling
+    (lambda v: setattr(v, "lngREMOTEPORT", 3_000_000_000), 6, "lngREMOTEPORT", 1),
     (lambda v: v.EASYTransferBLOB(), 449, "EASYTransferBLOB", 1),
     (lambda v: v.EASYTransferBLOB(MISSING, 10), 449, "EASYTransferBLOB", 1),
     (lambda v: v.EASYGetChannelsInit(Ref(), 2), 450, "EASYGetChannelsInit", 0),
@@ -75,9 +70,7 @@ def test_errors_carry_the_vb_number_and_name_the_member(call, number, member, ar
 
 
 def test_members_by_name_with_outputs_left_out_arguments_and_keywords(page):
-    status = Ref("stale")
-    count = page.easygetchannelsinit(status)
-    assert count >= 1 and status.value == ""
+    assert page.easygetchannelsinit(status := Ref("stale")) >= 1 and status.value == ""
     assert page.EASYGetChannelsNext() == page.channels()[0][0] == "FIBU"
 
     # Outputs left out in the middle and a status by keyword are what the portal's pages and the walk helpers
@@ -106,10 +99,7 @@ def run_on_thread(fn):
 
 
 def test_an_object_is_used_only_on_its_own_thread_and_ended_there(tmp_path):
-    v = halqvantor.clsVantor()
-    v.strDebugLogPath = str(tmp_path)
-    v.strSessionID = "T"
-    v.Init()
+    v = make_page(0, log=str(tmp_path))
     with pytest.raises(halqvantor.ThreadError, match="create one object per page"):
         run_on_thread(lambda: v.Encode("x"))
     assert v.Encode("x") == "AB"
@@ -118,7 +108,7 @@ def test_an_object_is_used_only_on_its_own_thread_and_ended_there(tmp_path):
     holder = [v]
     del v
     run_on_thread(holder.clear)
-    log = tmp_path / "T.LOG"
+    log = tmp_path / "PY.LOG"
     assert "Sitzung beendet" not in log.read_text(encoding="utf-8")
     halqvantor.clsVantor()
     assert "Sitzung beendet" in log.read_text(encoding="utf-8")
@@ -135,8 +125,7 @@ def test_a_network_wait_lets_other_python_threads_run():
             conn.recv(65536)
             request_in.set()
             release.wait(20)
-            payload = b"Status: OK\r\nKANAL,Beschreibung\r\n"
-            conn.sendall(b"TotalBytes:%d\r\n" % len(payload) + payload)
+            conn.sendall(b"TotalBytes:32\r\nStatus: OK\r\nKANAL,Beschreibung\r\n")
             conn.recv(1)
     threading.Thread(target=serve, daemon=True).start()
 
@@ -166,9 +155,7 @@ def test_upload_file_reads_the_post_from_a_wsgi_environ(tmp_path):
             b"Content-Type: application/pdf\r\n\r\n" + content + b"\r\n--XyZ--\r\n")
     environ = {"CONTENT_LENGTH": str(len(body)), "wsgi.input": TrickleInput(body),
                "CONTENT_TYPE": "multipart/form-data; boundary=XyZ"}
-    v = halqvantor.clsVantor()
-    v.strBlobPathLocal = str(tmp_path)
-    v.Init()
+    v = make_page(0, tmp_path)
     v.OnStartPage(halqvantor.WsgiContext(environ))
     name, size = Ref(), Ref()
     assert v.UploadFile("K7", name, size) is True
@@ -187,16 +174,13 @@ def test_a_python_progress_hook_sees_a_transfer_and_can_stop_it(page, gateway):
     (gateway["blob"] / "big.bin").write_bytes(data)
     calls = []
     page.options.progress = lambda op, done, expected, event: calls.append((op, done, expected, event))
-    assert page.options.progress is not None
     assert page.EASYTransferBLOB("big.bin", len(data)) == 1
     assert calls[-1] == ("EASYTransferBLOB", len(data), len(data), "done")
     assert [c[1] for c in calls] == sorted({c[1] for c in calls})
 
     # The gateway closes at once on a file it does not have: the hook hears it and stops the wait.
     page.options.progress = lambda op, done, expected, event: event != "closed_early"
-    status = Ref()
-    assert page.EASYTransferBLOB("nix.bin", 10, status) == -1
-    assert status.value == "Cancelled by the caller."
+    assert (page.EASYTransferBLOB("nix.bin", 10, status := Ref()), status.value) == (-1, "Cancelled by the caller.")
 
     # An exception in the hook cancels the member and comes out of it.
     def fails(op, done, expected, event):
