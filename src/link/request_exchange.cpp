@@ -206,6 +206,7 @@ bool LinkSession::RunRoundTrip(std::string_view request, std::string_view bytes,
       }
     } report{*this, request, socket};
     socket.Connect();
+    socket.SendAhead(bytes);
     bool ok = WaitForReply();
     if (ok && Times.active) Times.connect_ms = MillisecondsSince(Times.start);
     if (ok) {

@@ -112,10 +112,27 @@ void Socket::StartNextAddress() {
   due_.push_back({true, SocketErrorFromErrno(last_connect_error_ != 0 ? last_connect_error_ : ECONNREFUSED)});
 }
 
+void Socket::SendAhead(std::string_view bytes) {
+  if (state_ != kSckConnecting || sent_ahead_ != 0 || bytes.empty()) return;
+  int64_t n = 0;
+  do {
+    n = network_->Send(fd_, bytes.data(), bytes.size());
+  } while (n == -EINTR);
+  if (n > 0) {
+    sent_ahead_ = static_cast<size_t>(n);
+    bytes_sent_ += n;
+  } else if (n < 0 && n != -EAGAIN && n != -EWOULDBLOCK && n != -ENOTCONN) {
+    ahead_error_ = static_cast<int>(-n);
+  }
+}
+
 void Socket::SendData(std::string_view bytes) {
   if (state_ != kSckConnected) {
     throw RuntimeError(kSckBadState, "Wrong protocol or connection state for the requested transaction or request");
   }
+  const size_t ahead = std::min(sent_ahead_, bytes.size());
+  bytes.remove_prefix(ahead);
+  sent_ahead_ -= ahead;
   if (source_ != nullptr || stream_offset_ < stream_length_) {
     throw RuntimeError(kSckInvalidOp, "Invalid operation at current state");
   }
@@ -207,6 +224,8 @@ void Socket::Close() {
 }
 
 void Socket::CloseDescriptor() {
+  sent_ahead_ = 0;
+  ahead_error_ = 0;
   if (fd_ >= 0) {
     network_->CloseSocket(fd_);
     fd_ = -1;
@@ -262,7 +281,8 @@ int Socket::Fail(const SocketError& error) {
 int Socket::HandleReady(short revents) {
   if (state_ == kSckConnecting) {
     if ((revents & (kPollOut | kPollErr | kPollHup)) == 0) return 0;
-    const int err = network_->ConnectResult(fd_, revents);
+    // Bytes that went ahead prove the connection stood; what befell it since, the reading finds.
+    const int err = sent_ahead_ > 0 ? 0 : ahead_error_ != 0 ? ahead_error_ : network_->ConnectResult(fd_, revents);
     if (err == 0) {
       state_ = kSckConnected;
       Deliver({});

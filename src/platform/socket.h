@@ -95,6 +95,11 @@ class Socket {
   // completes in DoEvents with a Connect event, or an Error event when it fails (an unknown host too).
   // Raises 40020 when the socket is not closed and 380 for a port outside 0..65535.
   void Connect();
+  // Sends `bytes` at once where the connection Connect started already stands (as it mostly does on the local
+  // machine), ahead of its Connect event, so that the peer has a request without waiting for a pump pass. The
+  // SendData after the Connect event must begin with the same bytes and does not send them again. Where the
+  // connection is not up yet, nothing goes out here.
+  void SendAhead(std::string_view bytes);
   // Queues bytes for sending and sends what the connection takes at once; DoEvents sends the rest. A failed
   // send comes as the Error event of the next DoEvents. Raises 40006 when the socket is not connected, 40020
   // while a stream is being sent.
@@ -151,6 +156,8 @@ class Socket {
   std::vector<SocketAddress> addresses_;  // resolved addresses not tried yet, in order
   size_t next_address_ = 0;
   int last_connect_error_ = 0;
+  size_t sent_ahead_ = 0;  // bytes SendAhead sent that SendData has not been handed yet
+  int ahead_error_ = 0;    // the connection's failure, taken from it by SendAhead's send
   int64_t bytes_sent_ = 0;
   std::string send_queue_;
   size_t send_offset_ = 0;

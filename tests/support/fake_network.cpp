@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace halqvantor::testing {
 
@@ -61,8 +62,14 @@ int FakeNetwork::ConnectResult(int descriptor, short) {
 }
 
 int64_t FakeNetwork::Send(int descriptor, const char* data, size_t size) {
+  Fake& s = sockets_.at(descriptor);
+  if (s.connecting) {
+    // As a kernel does: a send before the connection stands waits, or takes the connection's failure.
+    const int error = std::exchange(s.connect_error, 0);
+    return error != 0 ? -error : -EAGAIN;
+  }
   if (send_error != 0) return -send_error;
-  requests.at(static_cast<size_t>(sockets_.at(descriptor).request)).append(data, size);
+  requests.at(static_cast<size_t>(s.request)).append(data, size);
   return static_cast<int64_t>(size);
 }
 
