@@ -1,8 +1,8 @@
 #include "support/temp_dir.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <ranges>
 #include <sstream>
 #include <stdexcept>
 
@@ -32,11 +32,12 @@ void WriteFile(const std::string& path, const std::string& bytes) {
 }
 
 std::vector<std::string> ReadLines(const std::string& path) {
+  const std::string text = ReadFile(path);
   std::vector<std::string> lines;
-  for (const auto line : std::views::split(ReadFile(path), std::string_view("\r\n"))) {
-    lines.emplace_back(line.begin(), line.end());
+  for (size_t start = 0, end = 0; start < text.size(); start = end + 2) {
+    end = std::min(text.find("\r\n", start), text.size());
+    lines.push_back(text.substr(start, end - start));
   }
-  if (!lines.empty() && lines.back().empty()) lines.pop_back();  // the CR LF that ends the last line
   return lines;
 }
 
