@@ -6,7 +6,7 @@ import pytest
 
 pytest.importorskip("selenium", reason="python3-selenium is not installed")
 from selenium.webdriver.common.by import By  # noqa: E402
-from selenium.webdriver.support.expected_conditions import staleness_of  # noqa: E402
+from selenium.common.exceptions import WebDriverException  # noqa: E402
 from selenium.webdriver.support.ui import Select, WebDriverWait  # noqa: E402
 
 INVOICES = "/a/FIBU/Eingangsrechnungen/"
@@ -16,7 +16,17 @@ def follow(browser, by, value):
     """Clicks an element that loads a new page and waits until the new page is there."""
     page = browser.find_element(By.TAG_NAME, "html")
     browser.find_element(by, value).click()
-    WebDriverWait(browser, 10).until(staleness_of(page))
+
+    def replaced(_):
+        # selenium's staleness_of misses the other way Chromium reports an old page's node: "Node with given id
+        # does not belong to the document".
+        try:
+            page.is_enabled()
+            return False
+        except WebDriverException:
+            return True
+
+    WebDriverWait(browser, 10).until(replaced)
 
 
 def fill(browser, **fields):
