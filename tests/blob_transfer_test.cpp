@@ -171,26 +171,51 @@ void AwaitRequest(int fd, std::string_view ending) {
   }
 }
 
+// The system's network, with the receive low-water marks the socket asks for.
+struct MarkedNetwork : platform::EnvWrapper {
+  using EnvWrapper::EnvWrapper;
+  bool ReceiveToFile(int descriptor, int file_descriptor, size_t max, platform::FileReception* result) override {
+    return target()->ReceiveToFile(descriptor, file_descriptor, max, result);
+  }
+  void SetReceiveLowWater(int descriptor, int bytes) override {
+    marks.push_back(bytes);
+    target()->SetReceiveLowWater(descriptor, bytes);
+  }
+  std::vector<int> marks;
+};
+
+// The gateway holds the connection open after its last byte, so only the bytes themselves can end the wait. The
+// pump lets bytes gather before it wakes for them, never more than are still awaited, and when the gateway
+// stops short of the length the caller gave, the time-out still finds every byte that came in the file.
 TEST(DirectTransfer, PiecesOfOddSizesAreCountedExactly) {
   const std::string content = PatternOf((9 << 20) + 7);  // more than two passes of the direct path
-  testing::LoopbackServer server([&](int c) {
-    AwaitRequest(c, "f.bin^");
-    const size_t sizes[] = {1, 4093, (3 << 20) + 1, 65537, 5 << 20};
-    for (size_t sent = 0, i = 0; sent < content.size(); ++i) {
-      const size_t n = std::min(sizes[i % 5], content.size() - sent);
-      SendAll(c, std::string_view(content).substr(sent, n));
-      sent += n;
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-  });
-  TempDir blob;
-  testing::GatewaySession s(server.port());
-  s.object().strBlobPathLocal = blob.path();
-  Variant status;
-  ASSERT_EQ(s.object().EASYTransferBLOB("f.bin", static_cast<int32_t>(content.size()), &status), kOne)
-      << status.ToString();
-  EXPECT_TRUE(testing::ReadFile(blob.File("f.bin")) == content);
-  EXPECT_EQ(s.state().BytesReceived, static_cast<int32_t>(content.size()));
+  for (const int32_t missing : {0, 100000}) {
+    testing::LoopbackServer server([&](int c) {
+      AwaitRequest(c, "f.bin^");
+      const size_t sizes[] = {1, 4093, (3 << 20) + 1, 65537, 5 << 20};
+      for (size_t sent = 0, i = 0, left = content.size(); left > 0; ++i, left = content.size() - sent) {
+        const size_t n = left == 7 ? 7 : std::min(sizes[i % 5], left - 7);  // the last 7 bytes come alone
+        SendAll(c, std::string_view(content).substr(sent, n));
+        std::this_thread::sleep_for(std::chrono::milliseconds((sent += n) + 7 == content.size() ? 50 : 2));
+      }
+      for (char b = 0; ::recv(c, &b, 1, 0) > 0;) {
+      }
+    });
+    TempDir blob;
+    MarkedNetwork network(platform::Env::Default());
+    testing::GatewaySession s(server.port(), &network);
+    s.object().strBlobPathLocal = blob.path();
+    s.object().lngREQUESTTIMEOUT = missing == 0 ? 5 : 1;
+    Variant status;
+    EXPECT_EQ(
+        (Outs{s.object().EASYTransferBLOB("f.bin", static_cast<int32_t>(content.size()) + missing, &status), status}),
+        (missing == 0 ? Outs{kOne, Variant()}
+                      : Outs{kMinusOne, "Timeout of 1 seconds occured waiting for server response."}));
+    EXPECT_TRUE(testing::ReadFile(blob.File("f.bin")) == content);
+    EXPECT_EQ(s.state().BytesReceived, static_cast<int32_t>(content.size()));
+    EXPECT_THAT(network.marks, Contains(262144));
+    EXPECT_EQ(network.marks.back(), std::max(missing, 1));
+  }
 }
 
 // A reset in mid-stream and a file that cannot grow end the transfer as on any other path.
@@ -225,12 +250,9 @@ TEST(DirectTransfer, ResetsAndWriteFailuresEndTheWait) {
     ::setrlimit(RLIMIT_FSIZE, &old_limit);
     std::signal(SIGXFSZ, old_handler);
     s.socket().Close();  // the server may still be sending
-    EXPECT_EQ(result, kMinusOne);
-    EXPECT_EQ(status, Variant(c.status));
+    EXPECT_EQ((Outs{result, status}), (Outs{kMinusOne, c.status}));
     EXPECT_FALSE(s.impl().RequestPending);
-    if (!c.reset) {
-      EXPECT_EQ(std::filesystem::file_size(blob.File("f.bin")), c.file_limit);
-    }
+    EXPECT_TRUE(c.reset || std::filesystem::file_size(blob.File("f.bin")) == c.file_limit);
   }
 }
 

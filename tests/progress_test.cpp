@@ -210,8 +210,7 @@ TEST_F(ProgressOnLoopback, CancelAtAnyPointClosesTheConnectionAndFreesTheSlot) {
       const Variant result = list ? s.object().EASYGetQueryFormatListInit("C", "A", &status)
                                   : s.object().EASYTransferBLOB("f.bin", static_cast<int32_t>(kSize + stall), &status);
       recorder_.go_on = nullptr;
-      EXPECT_EQ(result.ToLong(), -1);
-      EXPECT_EQ(status, Variant("Cancelled by the caller."));
+      EXPECT_EQ((Outs{Variant(result.ToLong()), status}), (Outs{Variant(-1), "Cancelled by the caller."}));
       EXPECT_THAT(s.LogLines(log_from), ::testing::Contains("Abbruch durch den Aufrufer."));
       EXPECT_FALSE(s.impl().RequestPending);
       EXPECT_EQ(s.socket().State(), platform::kSckClosed);

@@ -186,7 +186,8 @@ platform::ReceiveTarget ByteModeTarget(const SlotState& slot) {
   const platform::WritableFile* file = platform::OpenFileAt(slot.File);
   if (file == nullptr || file->Descriptor() < 0) return {};
   const int64_t bound = std::min<int64_t>(slot.MaxReplyBytes, std::numeric_limits<int32_t>::max());
-  return {file->Descriptor(), bound - slot.BytesReceived};
+  return {file->Descriptor(), bound - slot.BytesReceived,
+          static_cast<int64_t>(slot.BytesToReceive) - static_cast<int64_t>(slot.BytesReceived)};
 }
 
 void frmComm::ctlWinsock_Connect(int16_t Index) {

@@ -53,6 +53,7 @@ class SystemEnv final : public Env {
   bool ReceiveToFile(int descriptor, int file_descriptor, size_t max, FileReception* result) override {
     return Net()->ReceiveToFile(descriptor, file_descriptor, max, result);
   }
+  void SetReceiveLowWater(int descriptor, int bytes) override { Net()->SetReceiveLowWater(descriptor, bytes); }
 
   std::unique_ptr<Connection> NewConnection() override { return ConnectionFactory::Default()->NewConnection(); }
 

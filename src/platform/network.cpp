@@ -81,6 +81,8 @@ SocketError SocketErrorFromResolver(int resolver_error, int err) {
 
 bool Network::ReceiveToFile(int, int, size_t, FileReception*) { return false; }
 
+void Network::SetReceiveLowWater(int, int) {}
+
 namespace {
 
 // The pipe between connection and file in ReceiveToFile: its capacity is asked for (the system may give
@@ -275,6 +277,10 @@ class SystemNetwork final : public Network {
     ::close(pipe_fds[0]);
     ::close(pipe_fds[1]);
     return supported;
+  }
+
+  void SetReceiveLowWater(int descriptor, int bytes) override {
+    (void)::setsockopt(descriptor, SOL_SOCKET, SO_RCVLOWAT, &bytes, sizeof bytes);
   }
 };
 

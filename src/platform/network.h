@@ -85,6 +85,9 @@ class Network {
   // none is left to take, the peer closed, the connection failed, a write failed or `max` bytes moved; sets
   // `*result`. False when it cannot do this for this pair (nothing was taken).
   virtual bool ReceiveToFile(int descriptor, int file_descriptor, size_t max, FileReception* result);
+  // Asks Poll to report `descriptor` readable only once `bytes` wait unread there (or the peer closed, or the
+  // connection failed); 1 is the usual. A network that cannot do this keeps the default, which does nothing.
+  virtual void SetReceiveLowWater(int descriptor, int bytes);
 
   // The system's network.
   static Network* Default();

@@ -25,6 +25,10 @@ constexpr size_t kStreamChunk = 1024 * 1024;
 // directly: large enough that the pass's own cost vanishes, small enough that the pump still gets round to
 // the other sockets and the waiter's clock.
 constexpr size_t kMaxDirectPass = 4 * 1024 * 1024;
+// The most awaited bytes a direct reception lets gather before poll wakes the pump for them. Woken for every
+// piece as it comes, the receiver takes the bytes in small passes and falls behind a plain blocking loop;
+// woken for a share this large, it moves them in a few big ones.
+constexpr int64_t kLowWaterBytes = 256 * 1024;
 
 std::vector<Socket*>& Registry() {
   thread_local std::vector<Socket*> sockets;
@@ -226,6 +230,7 @@ void Socket::Close() {
 void Socket::CloseDescriptor() {
   sent_ahead_ = 0;
   ahead_error_ = 0;
+  low_water_ = 1;
   if (fd_ >= 0) {
     network_->CloseSocket(fd_);
     fd_ = -1;
@@ -336,6 +341,7 @@ int Socket::ReadAvailable() {
     const ReceiveTarget target = sink_->SocketReceiveTarget(index_);
     if (target.file_descriptor >= 0 && target.limit > 0) return ReadIntoTarget(target);
   }
+  SetLowWater(1);
   const size_t before = received_size_;
   bool peer_closed = false;
   int read_error = 0;
@@ -369,8 +375,16 @@ int Socket::ReadIntoTarget(const ReceiveTarget& target) {
     receive_to_file_ = false;  // not on this connection: the buffer takes the bytes from now on
     return ReadAvailable();
   }
+  // Never more than what is still awaited, so the last of it wakes the pump too.
+  SetLowWater(static_cast<int>(std::clamp<int64_t>(target.awaited - moved.moved, 1, kLowWaterBytes)));
   return ReportReceived(static_cast<size_t>(moved.moved), true, moved.file_error, moved.peer_closed,
                         moved.socket_error);
+}
+
+void Socket::SetLowWater(int bytes) {
+  if (bytes == low_water_ || fd_ < 0) return;
+  network_->SetReceiveLowWater(fd_, bytes);
+  low_water_ = bytes;
 }
 
 // The events of one read: DataArrival (or DataStored) for new bytes, then Error or Close, unless a handler
@@ -468,13 +482,13 @@ int RunEventPass(Network& waiter, int max_wait_ms) {
     PollGroup& group = scratch.groups[g];
     const int wait = group.network == &waiter ? timeout : 0;
     if (group.entries.empty() && wait == 0) continue;  // nothing to look at, no time to pass
-    const int ready = group.network->Poll(group.entries, wait);
-    if (ready <= 0) continue;
+    const bool any_ready = group.network->Poll(group.entries, wait) > 0;
     for (size_t i = 0; i < group.entries.size(); ++i) {
-      if (group.entries[i].ready == 0) continue;
       Socket* s = group.owners[i].first;
       if (s->Generation() != group.owners[i].second) continue;
-      delivered += s->HandleReady(group.entries[i].ready);
+      short ready = any_ready ? group.entries[i].ready : short{0};
+      if (ready == 0 && s->HoldsLowWater()) ready = kPollIn;  // bytes short of the mark are taken on every pass
+      if (ready != 0) delivered += s->HandleReady(ready);
     }
   }
   return delivered;

@@ -35,10 +35,12 @@ enum SocketState : int16_t {
 };
 
 // Where a receiver wants arriving bytes to go without passing through the socket's buffer: a file of the
-// system's file system (its descriptor, -1 for none) and the most bytes it may take now.
+// system's file system (its descriptor, -1 for none) and the most bytes it may take now, with the bytes the
+// receiver still waits for when it knows them (0 when it does not).
 struct ReceiveTarget {
   int file_descriptor = -1;
   int64_t limit = 0;
+  int64_t awaited = 0;
 };
 
 // The receiver of a socket's events, called with the index the socket was given. Calls come only from
@@ -128,6 +130,9 @@ class Socket {
   int DeliverDueEvents();
   // Acts on what poll reported for the descriptor; the number of events delivered.
   int HandleReady(short revents);
+  // True while poll reports the connection readable only once a share of the awaited bytes is in: a pump
+  // then reads it on quiet passes too, so that bytes short of that share reach the receiver all the same.
+  bool HoldsLowWater() const { return low_water_ > 1 && state_ == kSckConnected; }
 
  private:
   struct DueEvent {
@@ -143,6 +148,7 @@ class Socket {
   int ReadAvailable();
   int ReadIntoTarget(const ReceiveTarget& target);
   int ReportReceived(size_t new_bytes, bool stored, int file_error, bool peer_closed, int read_error);
+  void SetLowWater(int bytes);
   void CloseDescriptor();
   int Fail(const SocketError& error);
   void Deliver(const DueEvent& event);
@@ -168,6 +174,7 @@ class Socket {
   std::unique_ptr<char[]> received_;  // received bytes not taken yet: the first received_size_ of them
   size_t received_size_ = 0;
   bool receive_to_file_ = true;  // the connection may move bytes into the sink's target (cleared when it cannot)
+  int low_water_ = 1;            // the connection's receive low-water mark
   std::vector<DueEvent> due_;
 };
 
