@@ -27,8 +27,8 @@ class Env : public Clock, public FileSystem, public Network, public ConnectionFa
 };
 
 // Forwards every call to `target`, which must outlive the wrapper, except the network's direct file path
-// (ReceiveToFile): a wrapped environment moves every byte through Receive and Send, so that what a test
-// fakes there sees them all.
+// (ReceiveToFile, with the receive low-water mark that serves it): a wrapped environment moves every byte
+// through Receive and Send, so that what a test fakes there sees them all.
 class EnvWrapper : public Env {
  public:
   explicit EnvWrapper(Env* target) : target_(target) {}
