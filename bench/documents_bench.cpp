@@ -276,10 +276,14 @@ struct Contest {
     }
   }
 
-  static double RatioMedian(const std::vector<double>& ours, const std::vector<double>& theirs) {
+  // Each run's ratio of `ours` to `theirs`, in run order.
+  static std::vector<double> Ratios(const std::vector<double>& ours, const std::vector<double>& theirs) {
     std::vector<double> ratios;
     for (size_t run = 0; run < ours.size(); ++run) ratios.push_back(ours[run] / std::max(theirs[run], 1e-6));
-    return Median(ratios);
+    return ratios;
+  }
+  static double RatioMedian(const std::vector<double>& ours, const std::vector<double>& theirs) {
+    return Median(Ratios(ours, theirs));
   }
 
   void Report(const char* what) const {
@@ -326,9 +330,7 @@ void ReportHookCost(Gateway& gateway, halqvantor::clsVantor& v, const std::strin
            {transfer([&calls](const halqvantor::ProgressInfo&) { return ++calls > 0; }), transfer(nullptr)});
   halqvantor::Options(v).progress = nullptr;
   gateway.set_transfer_bytes(kFileBytes);
-  std::vector<double> ratios;
-  for (size_t run = 0; run < hook.seconds[0].size(); ++run)
-    ratios.push_back(hook.seconds[0][run] / hook.seconds[1][run]);
+  std::vector<double> ratios = Contest::Ratios(hook.seconds[0], hook.seconds[1]);
   std::sort(ratios.begin(), ratios.end());
   const size_t pairs = ratios.size();
   const auto spread = static_cast<size_t>(0.98 * std::sqrt(static_cast<double>(pairs)));
